@@ -1,0 +1,31 @@
+# Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#
+# ordovan_library( NAME INCLUDE_ROOT DIR [LIBRARIES LIB...] )
+#
+# The shared library lib<NAME>.so.0 from every source of the current folder and of its detail/.
+# INCLUDE_ROOT is the folder against which its headers are included. Sources are found by pattern:
+# a new file needs no edit of a list.
+
+function( ordovan_library name )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "INCLUDE_ROOT" "LIBRARIES" )
+   file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp *.h detail/*.h )
+   if( NOT sources MATCHES "\\.cpp(;|$)" )
+      file( WRITE "${CMAKE_CURRENT_BINARY_DIR}/${name}-empty.cpp" "" )
+      list( APPEND sources "${CMAKE_CURRENT_BINARY_DIR}/${name}-empty.cpp" )
+      message( WARNING "${name}: no source yet" )
+   endif()
+   add_library( ${name} SHARED ${sources} )
+   add_library( Ordovan::${name} ALIAS ${name} )
+   target_compile_features( ${name} PUBLIC cxx_std_20 )
+   target_include_directories( ${name} PUBLIC
+      "$<BUILD_INTERFACE:${arg_INCLUDE_ROOT}>"
+      "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>" )
+   target_link_libraries( ${name} PUBLIC ${arg_LIBRARIES} )
+   if( NOT ORDOVAN_SANITIZE )
+      target_link_options( ${name} PRIVATE -Wl,-z,defs )
+   endif()
+   set_target_properties( ${name} PROPERTIES
+      VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+      INSTALL_RPATH "$ORIGIN" )
+   set_property( GLOBAL APPEND PROPERTY ORDOVAN_LIBRARIES ${name} )
+endfunction()
