@@ -22,7 +22,10 @@ function( ordovan_library name )
       "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>" )
    target_link_libraries( ${name} PUBLIC ${arg_LIBRARIES} )
    if( NOT ORDOVAN_SANITIZE )
-      target_link_options( ${name} PRIVATE -Wl,-z,defs )
+      target_link_options( ${name} PRIVATE -Wl,-z,defs
+         "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map" )
+      set_property( TARGET ${name} APPEND PROPERTY
+         LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.map" )
    endif()
    set_target_properties( ${name} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
