@@ -33,7 +33,8 @@ file( GLOB seededSources CONFIGURE_DEPENDS
    "${PROJECT_SOURCE_DIR}/Stage/detail/*.cpp"
    "${PROJECT_SOURCE_DIR}/Ordovan/*.cpp"
    "${PROJECT_SOURCE_DIR}/Ordovan/detail/*.cpp"
-   "${PROJECT_SOURCE_DIR}/simulation/*.cpp" )
+   "${PROJECT_SOURCE_DIR}/simulation/*.cpp"
+   "${PROJECT_SOURCE_DIR}/simulation/detail/*.cpp" )
 if( seededSources )
    add_library( ordovan_seeded STATIC EXCLUDE_FROM_ALL ${seededSources} )
    target_compile_features( ordovan_seeded PUBLIC cxx_std_20 )

@@ -1,0 +1,44 @@
+# Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+
+include( CMakePackageConfigHelpers )
+
+get_property( libraries GLOBAL PROPERTY ORDOVAN_LIBRARIES )
+install( TARGETS ${libraries} EXPORT OrdovanTargets
+   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
+install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan
+   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h" )
+if( TARGET ordovan_command )
+   install( TARGETS ordovan_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
+endif()
+
+# The CMake package.
+set( folder "${CMAKE_INSTALL_LIBDIR}/cmake/Ordovan" )
+install( EXPORT OrdovanTargets NAMESPACE Ordovan:: DESTINATION "${folder}" )
+configure_package_config_file( packaging/OrdovanConfig.cmake.in
+   "${CMAKE_CURRENT_BINARY_DIR}/OrdovanConfig.cmake" INSTALL_DESTINATION "${folder}" )
+# Before version 1 a new minor version may change the interface.
+write_basic_package_version_file( "${CMAKE_CURRENT_BINARY_DIR}/OrdovanConfigVersion.cmake"
+   COMPATIBILITY SameMinorVersion )
+install( FILES "${CMAKE_CURRENT_BINARY_DIR}/OrdovanConfig.cmake"
+   "${CMAKE_CURRENT_BINARY_DIR}/OrdovanConfigVersion.cmake" DESTINATION "${folder}" )
+
+# The pkg-config files find the prefix from where they stand: cmake --install may be given another
+# prefix than the build was.
+file( RELATIVE_PATH ORDOVAN_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix" )
+function( install_pc name description requires )
+   set( ORDOVAN_PC_NAME "${name}" )
+   set( ORDOVAN_PC_DESCRIPTION "${description}" )
+   set( ORDOVAN_PC_REQUIRES "${requires}" )
+   configure_file( packaging/library.pc.in "${CMAKE_CURRENT_BINARY_DIR}/${name}.pc" @ONLY )
+   install( FILES "${CMAKE_CURRENT_BINARY_DIR}/${name}.pc"
+      DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" )
+endfunction()
+set( exactly "= ${PROJECT_VERSION}" )
+install_pc( flitlog "Binary traces in ring buffers" "" )
+install_pc( kiv "Reactive entity framework" "flitlog ${exactly}" )
+install_pc( stage "Entities of the start-up stage manager" "kiv ${exactly}" )
+install_pc( ordovan "${PROJECT_DESCRIPTION}" "stage ${exactly}" )
+
+install( FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" )
+install( DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" )
+install( DIRECTORY docs/ DESTINATION "${CMAKE_INSTALL_DOCDIR}" FILES_MATCHING PATTERN "*.md" )
