@@ -1,0 +1,78 @@
+// One agent's part in one stage.
+#pragma once
+
+#include <Kiv/Kiv.h>
+#include <Stage/Export.h>
+
+namespace Stage {
+
+// An event that an agent declares for a stage. Made and written by the agent, which also reports
+// it complete; the stage manager only reads it.
+class STAGE_EXPORT EventConfig : public Kiv::Entity {
+ public:
+   class STAGE_EXPORT NotifieeConst
+      : public Kiv::NotifieeOf< EventConfig, Kiv::Entity::NotifieeConst > {
+    public:
+      virtual void onIsNondestructing();
+      virtual void onComplete();
+      virtual void onDependency( Kiv::String8 stage );
+      virtual void onDependencykivImmediate();
+      virtual void onDependency();
+      virtual void onTimeout();
+      virtual void onCritical();
+   };
+   class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< EventConfig, NotifieeConst > {};
+
+   using DependencyMap = Kiv::HashMap< bool, Kiv::String8 >;
+   using DependencyIterator = Kiv::OwnedIterator< DependencyMap, EventConfig >;
+   using DependencyIteratorConst = Kiv::OwnedIterator< DependencyMap, EventConfig const >;
+
+   // Incomplete, not critical, without dependencies and without a limit of time. The event's name
+   // and uid are stage + ":" + agent. Throws the range exception "empty name".
+   static Kiv::Ptr< EventConfig > EventConfigIs( Kiv::Name const & stage, Kiv::Name const & agent );
+   ~EventConfig() override;
+   void isNondestructingIs( bool nondestructing ) override;
+
+   // The stage's name, ":" and the agent's name. Fixed.
+   Kiv::String8 uid() const { return uid_; }
+   // The name of the agent that declared the event. Fixed.
+   Kiv::String8 agent() const { return agent_; }
+
+   // The stages that have to be complete before this event's stage may start, by name. An entry
+   // counts only while its value is true.
+   bool dependency( Kiv::String8 const & stage ) const { return dependency_.member( stage ); }
+   bool hasDependency( Kiv::String8 const & stage ) const { return dependency_.has( stage ); }
+   std::uint32_t dependencys() const { return dependency_.size(); }
+   DependencyIterator dependencyIterator() { return { this, dependency_.map() }; }
+   DependencyIteratorConst dependencyIteratorConst() const { return { this, dependency_.map() }; }
+   void dependencyIs( Kiv::String8 const & stage, bool counts );
+   void dependencyDel( Kiv::String8 const & stage );
+   void dependencyDelAll();
+
+   // How long the event's stage may take, in seconds; +infinity: for ever.
+   double timeout() const { return timeout_.value(); }
+   void timeoutIs( double const & seconds );
+
+   // The event's stage is critical: nothing less important may start while it has not started.
+   bool critical() const { return critical_.value(); }
+   void criticalIs( bool critical );
+
+   // The agent has done its part.
+   bool complete() const { return complete_.value(); }
+   void completeIs( bool complete );
+
+   Kiv::KivType const & fwkType() const override;
+   static Kiv::KivType const & _fwkType();
+
+ private:
+   EventConfig( Kiv::String8 const & uid, Kiv::Name const & agent );
+
+   Kiv::String8 const uid_;
+   Kiv::String8 const agent_;
+   Kiv::Scalar< double > timeout_;
+   Kiv::Collection< bool, Kiv::String8 > dependency_;
+   Kiv::Scalar< bool > critical_;
+   Kiv::Scalar< bool > complete_;
+};
+
+} // namespace Stage

@@ -1,0 +1,10 @@
+// The entities through which agents, aggregation, progression and readers meet.
+#pragma once
+
+#include <Stage/AgentConfig.h>
+#include <Stage/Config.h>
+#include <Stage/EventConfig.h>
+#include <Stage/Log.h>
+#include <Stage/Progress.h>
+#include <Stage/StageStatus.h>
+#include <Stage/Status.h>

@@ -1,0 +1,7 @@
+#include <Flitlog/Ring.h>
+
+namespace Flitlog {
+
+TraceFile * theTraceFile = nullptr;
+
+} // namespace Flitlog

@@ -1,0 +1,260 @@
+#include <Kiv/Activity.h>
+
+#include <Kiv/Attribute.h>
+#include <Kiv/Exception.h>
+#include <Kiv/detail/EpollWakeup.h>
+
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include <unistd.h>
+
+#include <Kiv/detail/Guarded.h>
+
+namespace Kiv {
+
+ActivityConfig::ActivityConfig( Name const & name ) : name_( name ) {}
+ActivityConfig::~ActivityConfig() = default;
+
+Wakeup::~Wakeup() = default;
+
+bool Activity::running() const { return detail::queue().running(); }
+
+// What comes from outside of the activity, and where it belongs.
+struct ActivityManager::World {
+   std::unique_ptr< Wakeup > wakeup = detail::newEpollWakeup();
+   std::map< int, std::shared_ptr< std::function< void( unsigned ) > > > watches;
+   std::deque< Wakeup::Ready > ready; // seen by the last wait, not yet told
+   std::deque< Task > tasks;          // taken over from `posted`, not yet run
+   std::mutex mutex;
+   std::deque< Task > posted; // guarded by `mutex`
+   std::thread::id thread = std::this_thread::get_id();
+   pid_t process = getpid();
+};
+
+ActivityManager::ActivityManager()
+   : clock_( new Clock ), config_( new ActivityConfig( "activity" ) ),
+     activity_( new Activity( *this ) ), world_( new World ) {}
+ActivityManager::~ActivityManager() = default;
+
+Ptr< ActivityManager > const & activityManager() {
+   static Ptr< ActivityManager > const & manager =
+      *new Ptr< ActivityManager >( new ActivityManager );
+   return manager;
+}
+
+void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
+   if( !clock )
+      throwRangeException( "null ValidPtr" );
+   clock_ = clock;
+   workArrived();
+}
+
+void ActivityManager::checkMayRun() const {
+   if( detail::queue().running() || inTurn_ )
+      throw Exception( "the activity's loop does not nest: called inside a callback",
+                       IdBitArray( Exception::thread ), false );
+   if( getpid() != world_->process )
+      throw Exception( "the activity belongs to the process that made it; a forked child cannot "
+                       "run its loop",
+                       IdBitArray( Exception::thread ), false );
+}
+
+bool ActivityManager::runOne() {
+   if( detail::queue().running() )
+      checkMayRun();
+   return detail::queue().runOne();
+}
+
+std::size_t ActivityManager::runQueued() {
+   std::size_t count = 0;
+   while( runOne() )
+      ++count;
+   return count;
+}
+
+bool ActivityManager::fireOne() {
+   if( detail::queue().running() )
+      checkMayRun();
+   return clock_->fireOne();
+}
+
+bool ActivityManager::dueNow() const {
+   return !detail::queue().empty() || clock_->nextTime() <= clock_->now();
+}
+
+bool ActivityManager::idle() const {
+   std::lock_guard const lock( world_->mutex );
+   return !dueNow() && world_->posted.empty() && world_->tasks.empty() && world_->ready.empty();
+}
+
+// ------------------------------------------------------------------------------------ the loop
+
+namespace {
+// Says that a turn is under way, however it is left.
+struct Turn {
+   explicit Turn( bool & flag ) : flag_( flag ) { flag_ = true; }
+   ~Turn() { flag_ = false; }
+   Turn( Turn const & ) = delete;
+   Turn & operator=( Turn const & ) = delete;
+   bool & flag_;
+};
+} // namespace
+
+// One callback, timer, or thing from outside; false when nothing is left.
+bool ActivityManager::step() {
+   return detail::queue().runOne() || clock_->fireOne() || runWorld();
+}
+
+void ActivityManager::run() {
+   checkMayRun();
+   Turn const turn( inTurn_ );
+   stopped_ = false;
+   while( !stopped_ ) {
+      while( !stopped_ && ( detail::queue().runOne() || clock_->fireOne() ) ) {
+      }
+      if( !stopped_ && !runWorld() )
+         sleepUntilDue();
+   }
+   if( embedded_ )
+      rearm();
+}
+
+std::size_t ActivityManager::runDue( std::size_t limit ) {
+   checkMayRun();
+   Turn const turn( inTurn_ );
+   gather( false );
+   std::size_t count = 0;
+   while( count < limit && step() )
+      ++count;
+   if( embedded_ )
+      rearm();
+   return count;
+}
+
+// Collects what woke the loop up.
+void ActivityManager::gather( bool block ) {
+   for( Wakeup::Ready const & ready : world_->wakeup->wait( block ) )
+      world_->ready.push_back( ready );
+   std::lock_guard const lock( world_->mutex );
+   while( !world_->posted.empty() ) {
+      world_->tasks.push_back( std::move( world_->posted.front() ) );
+      world_->posted.pop_front();
+   }
+}
+
+void ActivityManager::sleepUntilDue() {
+   // A timer that became due since it was looked at gives a delay of 0: an alarm at once.
+   world_->wakeup->alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+   gather( true );
+}
+
+// Leaves the descriptor readable for what is left, or sets the alarm for the next timer.
+void ActivityManager::rearm() {
+   bool const left = dueNow() || !world_->ready.empty() || !world_->tasks.empty();
+   if( left )
+      world_->wakeup->wake();
+   world_->wakeup->alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+}
+
+// Runs one task or tells one descriptor's watcher; false when there was none.
+bool ActivityManager::runWorld() {
+   Task task;
+   if( !world_->tasks.empty() ) {
+      task = std::move( world_->tasks.front() );
+      world_->tasks.pop_front();
+   } else {
+      while( !world_->ready.empty() && !task ) {
+         Wakeup::Ready const ready = world_->ready.front();
+         world_->ready.pop_front();
+         auto const watch = world_->watches.find( ready.fd );
+         if( watch != world_->watches.end() )
+            task = [ call = watch->second, ready ] { ( *call )( ready.events ); };
+      }
+   }
+   if( !task )
+      return false;
+   try {
+      task();
+   } catch( ... ) {
+      detail::reportException( "a task of the activity", String8() );
+   }
+   return true;
+}
+
+void ActivityManager::workArrived() noexcept {
+   if( !embedded_ || inTurn_ )
+      return;
+   world_->wakeup->wake();
+}
+
+int ActivityManager::descriptor() {
+   embedded_ = true;
+   rearm();
+   return world_->wakeup->descriptor();
+}
+
+void ActivityManager::post( Task task ) {
+   {
+      std::lock_guard const lock( world_->mutex );
+      world_->posted.push_back( std::move( task ) );
+   }
+   world_->wakeup->wake();
+}
+
+void ActivityManager::descriptorIs( int fd, unsigned events,
+                                    std::function< void( unsigned ) > ready ) {
+   detail::checkThread();
+   auto call = std::make_shared< std::function< void( unsigned ) > >( std::move( ready ) );
+   auto const [ place, added ] = world_->watches.try_emplace( fd );
+   try {
+      world_->wakeup->watchIs( fd, events );
+   } catch( ... ) {
+      if( added )
+         world_->watches.erase( place );
+      throw;
+   }
+   place->second = std::move( call );
+}
+
+void ActivityManager::descriptorDel( int fd ) {
+   detail::checkThread();
+   if( world_->watches.erase( fd ) )
+      world_->wakeup->watchIs( fd, 0 );
+}
+
+void ActivityManager::ownerThreadIs() { world_->thread = std::this_thread::get_id(); }
+
+void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
+   world_->wakeup = wakeup ? std::move( wakeup ) : detail::newEpollWakeup();
+   world_->watches.clear();
+   world_->ready.clear();
+}
+
+namespace detail {
+
+void workArrived() noexcept { activityManager()->workArrived(); }
+
+void checkThread() {
+#ifndef NDEBUG
+   activityManager()->checkOwnerThread();
+#endif
+}
+
+} // namespace detail
+
+void ActivityManager::checkOwnerThread() const {
+   if( std::this_thread::get_id() == world_->thread )
+      return;
+   std::fputs( "kiv: an entity was touched outside of the activity's thread; other threads may "
+               "only call ActivityManager::post\n",
+               stderr );
+   std::abort();
+}
+
+} // namespace Kiv

@@ -1,0 +1,165 @@
+// The activity: the loop in which all callbacks run.
+//
+// One turn of the loop:
+//
+//    deliver until nothing is queued
+//    while a timer is due: fire the earliest, deliver until nothing is queued
+//    sleep until the next due time, a watched descriptor, or a post from another thread
+//    run what woke it up, one by one, delivering after each
+//
+// A loop that is the process's own is run() on the thread that owns it. A loop that lives in
+// another one (poll, an event library) is reached through descriptor(), nextTime() and runDue().
+#pragma once
+
+#include <Kiv/Clock.h>
+#include <Kiv/Export.h>
+#include <Kiv/Ptr.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Kiv {
+
+class Activity;
+class ActivityManager;
+
+// Identifies the activity in which a reactor's callbacks run. There is one in a process.
+class KIV_EXPORT ActivityConfig : public PtrInterface {
+ public:
+   ~ActivityConfig() override;
+   Name name() const { return name_; }
+
+ private:
+   friend class ActivityManager;
+   explicit ActivityConfig( Name const & name );
+   Name name_;
+};
+
+// How the loop sleeps, is woken, and watches descriptors. A seam: a test can replace it.
+class KIV_EXPORT Wakeup {
+ public:
+   struct Ready {
+      int fd;
+      unsigned events;
+   };
+
+   virtual ~Wakeup();
+   // Readable, level-triggered, for a wake-up, an expired alarm and every ready descriptor alike.
+   virtual int descriptor() const = 0;
+   // Any thread may call it.
+   virtual void wake() noexcept = 0;
+   // Seconds from now; +infinity: none.
+   virtual void alarmIs( double delay ) = 0;
+   // Events as poll(2) has them; 0 ends the watch. Throws std::system_error.
+   virtual void watchIs( int fd, unsigned events ) = 0;
+   // Takes back wake-ups and alarms, and says which descriptors are ready. When `block` is true it
+   // sleeps until there is something.
+   virtual std::vector< Ready > wait( bool block ) = 0;
+};
+
+// The process's one activity, its clock and its loop. Made at first use, never destroyed. Belongs
+// to the thread that used it first (ownerThreadIs() moves it); a debug build stops with a message
+// when another thread touches an entity. post() alone may be called from any thread.
+class KIV_EXPORT ActivityManager : public PtrInterface {
+ public:
+   using Task = std::function< void() >;
+
+   Ptr< Clock > clock() const { return clock_; }
+   // Timers stay with the clock on which they were made, and fire only while it is installed.
+   // A range exception for null: "null ValidPtr".
+   void clockIs( Ptr< Clock > const & clock );
+
+   Ptr< ActivityConfig > const & config() const { return config_; }
+   Activity * activity() const { return activity_.get(); }
+
+   // ---- the loop as the process's own
+
+   // Runs turns until stop() is called, inside the loop. Throws an exception when called inside a
+   // callback, or in a process forked from the one that made the activity.
+   void run();
+   // run() returns after the callback that is running; what is queued stays queued.
+   void stop() { stopped_ = true; }
+
+   // ---- the loop inside another one
+
+   // A close-on-exec descriptor that is readable (level-triggered) while there is anything to do:
+   // queued callbacks, due timers, ready descriptors, posts. Stays the manager's.
+   int descriptor();
+   // When the next timer is due, in seconds on the scale of now(); +infinity: none.
+   double nextTime() const { return clock_->nextTime(); }
+   // Runs what is due and never blocks: at most `limit` callbacks, timers and tasks; the
+   // descriptor stays readable when something is left. Returns how many ran. Throws as run() does.
+   std::size_t runDue( std::size_t limit = 4096 );
+
+   // ---- the loop by hand
+
+   // Delivers one callback; false when nothing is queued.
+   bool runOne();
+   // Delivers until nothing is queued; how many.
+   std::size_t runQueued();
+   // Fires the first due timer without delivering what it queues; false when none is due.
+   bool fireOne();
+   // Nothing is queued, posted or due.
+   bool idle() const;
+
+   // ---- the world outside
+
+   // Runs `task` on the activity's thread, in order of posting. Any thread may call it. What the
+   // task throws is reported on standard error.
+   void post( Task task );
+   // Calls `ready` with the events that hold whenever `fd` is ready for `events` (poll(2)'s
+   // POLLIN, POLLOUT ...). One watch per descriptor; another call replaces it. The descriptor
+   // stays the caller's. Throws std::system_error for one that cannot be watched.
+   void descriptorIs( int fd, unsigned events, std::function< void( unsigned ) > ready );
+   // REQUIRES: called before the descriptor is closed. Nothing happens for one not watched.
+   void descriptorDel( int fd );
+
+   // The calling thread owns the activity from now on. REQUIRES: no other thread uses it.
+   void ownerThreadIs();
+   // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
+   void wakeupIs( std::unique_ptr< Wakeup > wakeup );
+
+   // For the framework: work has come while no callback ran; what a debug build checks.
+   void workArrived() noexcept;
+   void checkOwnerThread() const;
+
+ private:
+   friend KIV_EXPORT Ptr< ActivityManager > const & activityManager();
+   struct World;
+
+   ActivityManager();
+   ~ActivityManager() override;
+
+   void checkMayRun() const;
+   bool dueNow() const;
+   bool step();
+   bool runWorld();
+   void gather( bool block );
+   void sleepUntilDue();
+   void rearm();
+
+   Ptr< Clock > clock_;
+   Ptr< ActivityConfig > config_;
+   std::unique_ptr< Activity > activity_;
+   std::unique_ptr< World > world_;
+   bool embedded_ = false; // descriptor() was asked for
+   bool inTurn_ = false;
+   bool stopped_ = false;
+};
+
+KIV_EXPORT Ptr< ActivityManager > const & activityManager();
+
+// The state machine of the activity, as reactors see it.
+class KIV_EXPORT Activity {
+ public:
+   explicit Activity( ActivityManager & manager ) : manager_( manager ) {}
+   ActivityManager & manager() const { return manager_; }
+   bool running() const;
+
+ private:
+   ActivityManager & manager_;
+};
+
+} // namespace Kiv

@@ -1,0 +1,179 @@
+// The storage behind the attributes of entities: comparing, storing, queueing and iterating are
+// written here once; the accessors of a type are one line each over these templates.
+//
+// Every setter here keeps the same order: make room for all that will be queued and stored, then
+// change, then queue. When memory runs out it throws std::bad_alloc and has changed nothing.
+#pragma once
+
+#include <Kiv/Export.h>
+#include <Kiv/HashMap.h>
+#include <Kiv/Notifiee.h>
+#include <Kiv/Type.h>
+
+#include <concepts>
+#include <memory>
+#include <utility>
+
+namespace Kiv {
+
+namespace detail {
+
+template< class M >
+struct MemberClass;
+template< class C, class... A >
+struct MemberClass< void ( C::* )( A... ) > {
+   using type = C;
+};
+
+template< auto callback >
+void deliverWhole( PtrInterface::NotifieeConst & r ) {
+   using C = typename MemberClass< decltype( callback ) >::type;
+   ( static_cast< C & >( r ).*callback )();
+}
+template< class K, auto callback >
+void deliverMember( PtrInterface::NotifieeConst & r, Text const & key ) {
+   using C = typename MemberClass< decltype( callback ) >::type;
+   ( static_cast< C & >( r ).*callback )( K( key ) );
+}
+
+// Makes room for what a change will queue, and later queues it. Nothing else may be queued in
+// between.
+class KIV_EXPORT Change {
+ public:
+   // `keys`: how many members will be told of; 0 for an attribute without keys.
+   Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys );
+   void queue() noexcept;
+   void queue( Text const & key ) noexcept;
+
+ private:
+   PtrInterface const & notifier_;
+   Attribute const & attribute_;
+};
+
+// Stops a debug build when it is called on another thread than the activity's.
+KIV_EXPORT void checkThread();
+
+} // namespace detail
+
+// The callback of an attribute without keys, as a row needs it: changes< &NotifieeConst::onX >().
+template< auto callback >
+constexpr Delivery changes() {
+   return { &detail::deliverWhole< callback >, nullptr, nullptr };
+}
+
+// The callbacks of a collection under keys K: per member, deferred, whole.
+template< class K, class C >
+struct MemberCallbacks {
+   using Keyed = void ( C::* )( K );
+   using Plain = void ( C::* )();
+};
+template< class K, class C, typename MemberCallbacks< K, C >::Keyed onMember,
+          typename MemberCallbacks< K, C >::Plain onDeferred,
+          typename MemberCallbacks< K, C >::Plain onWhole >
+constexpr Delivery members() {
+   return { &detail::deliverWhole< onWhole >, &detail::deliverMember< K, onMember >,
+            &detail::deliverWhole< onDeferred > };
+}
+
+// An attribute with one value.
+template< class T >
+class Scalar {
+ public:
+   Scalar() = default;
+   explicit Scalar( T value ) : value_( std::move( value ) ) {}
+
+   T const & value() const { return value_; }
+   void valueIs( PtrInterface const & owner, Attribute const & row, T value ) {
+      if( detail::sameValue( value_, value ) )
+         return;
+      detail::Change change( owner, row, 0 );
+      std::swap( value_, value );
+      change.queue();
+   }
+
+ private:
+   T value_{};
+};
+
+// A keyed collection that tells of every member that comes, changes or goes.
+template< class T, class K >
+class Collection {
+ public:
+   using Map = HashMap< T, K >;
+   using Value = typename Map::Value;
+
+   std::uint32_t size() const { return map_.size(); }
+   bool has( K const & key ) const { return map_.has( key ); }
+   Value member( K const & key ) const { return map_.member( key ); }
+   Map const & map() const { return map_; }
+
+   // Adds or replaces. A value that is held already changes nothing.
+   void memberIs( PtrInterface const & owner, Attribute const & row, K const & key, Value value ) {
+      if( auto * n = map_.find( key ) ) {
+         if( detail::sameValue( Map::node( n )->value, value ) )
+            return;
+         detail::Change change( owner, row, 1 );
+         std::swap( Map::node( n )->value, value );
+         change.queue( key );
+         return;
+      }
+      map_.reserve( 1 );
+      std::unique_ptr< typename Map::Node > node( new typename Map::Node( key, value ) );
+      detail::Change change( owner, row, 1 );
+      map_.insert( node.release() );
+      change.queue( key );
+   }
+   // False, and nothing changed, when the key is absent.
+   bool memberDel( PtrInterface const & owner, Attribute const & row, K const & key ) {
+      if( !map_.has( key ) )
+         return false;
+      detail::Change change( owner, row, 1 );
+      Text const kept = key; // the caller's key may belong to what goes
+      detail::MapNode * gone = map_.remove( kept );
+      change.queue( kept );
+      Map::dispose( gone );
+      return true;
+   }
+   void memberDelAll( PtrInterface const & owner, Attribute const & row ) {
+      if( map_.size() == 0 )
+         return;
+      detail::Change change( owner, row, map_.size() );
+      while( detail::MapNode * n = map_.first() ) {
+         Text const key = n->key;
+         detail::MapNode * gone = map_.remove( key );
+         change.queue( key );
+         Map::dispose( gone );
+      }
+   }
+
+ private:
+   Map map_;
+};
+
+// Iterates over a collection of an entity or state machine, which it keeps alive.
+//    for( auto i = status->stageIterator(); i; ++i ) use( i.key(), i.ptr() );
+template< class Map, class Owner >
+class OwnedIterator {
+ public:
+   using Value = typename Map::Value;
+
+   OwnedIterator( Owner * owner, Map const & map ) : owner_( owner ), place_( map ) {}
+   explicit operator bool() const { return static_cast< bool >( place_ ); }
+   bool hasBookmark() const { return place_.hasBookmark(); }
+   void reset() { place_.reset(); }
+   void advance() { place_.advance(); }
+   OwnedIterator & operator++() {
+      place_.advance();
+      return *this;
+   }
+   auto key() const { return place_.key(); }
+   // The member; null (false) once it is gone from the collection.
+   Value value() const { return place_.value(); }
+   Value ptr() const { return place_.value(); }
+
+ private:
+   Ptr< Owner > owner_;
+   typename Map::IteratorConst place_;
+};
+
+} // namespace Kiv

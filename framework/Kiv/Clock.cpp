@@ -1,0 +1,208 @@
+#include <Kiv/Clock.h>
+
+#include <Kiv/Activity.h>
+#include <Kiv/Attribute.h>
+#include <Kiv/Exception.h>
+
+#include <cassert>
+#include <chrono>
+#include <cmath>
+
+#include <Kiv/detail/Guarded.h>
+
+namespace Kiv {
+
+namespace {
+
+constexpr Attribute rows[] = {
+   { timeAttribute, "time", "double", "", Role::notifying,
+     changes< &Clock::NotifieeConst::onTime >() },
+};
+
+double seconds( std::chrono::nanoseconds d ) { return std::chrono::duration< double >( d ).count(); }
+
+struct Start {
+   std::chrono::steady_clock::time_point monotonic = std::chrono::steady_clock::now();
+   double wall = seconds( std::chrono::system_clock::now().time_since_epoch() );
+};
+
+Start const & start() {
+   static Start const theStart;
+   return theStart;
+}
+// Taken when the library is loaded, not at the first look at the clock.
+[[maybe_unused]] Start const & loaded = start();
+
+} // namespace
+
+Clock::Clock() = default;
+Clock::~Clock() = default;
+
+double Clock::now() const {
+   return start().wall + seconds( std::chrono::steady_clock::now() - start().monotonic );
+}
+
+double Clock::delayUntil( double time ) const { return std::fmax( 0.0, time - now() ); }
+
+double Clock::nextTime() const { return heap_.empty() ? infinity : heap_.front()->timeMin_; }
+
+bool Clock::fireOne() const {
+   while( !heap_.empty() && heap_.front()->timeMin_ <= now() ) {
+      Timer & timer = *heap_.front();
+      leave( timer );
+      timer.timeMin_ = infinity;
+      if( timer.kivMarkedForDeletion() )
+         continue;
+      detail::queue().guarded( timer, timeAttribute, [ & ] { timer.onTime(); } );
+      return true;
+   }
+   return false;
+}
+
+// ------------------------------------------------------------------------------------ the heap
+
+bool Clock::earlier( Timer const & a, Timer const & b ) {
+   return a.timeMin_ != b.timeMin_ ? a.timeMin_ < b.timeMin_ : a.armed_ < b.armed_;
+}
+
+void Clock::put( std::uint32_t place, Timer * timer ) const {
+   heap_[ place ] = timer;
+   timer->place_ = place;
+}
+
+// Moves the timer at `place` up or down to where it belongs.
+void Clock::settle( std::uint32_t place ) const {
+   Timer * const timer = heap_[ place ];
+   while( place > 0 && earlier( *timer, *heap_[ ( place - 1 ) / 2 ] ) ) {
+      put( place, heap_[ ( place - 1 ) / 2 ] );
+      place = ( place - 1 ) / 2;
+   }
+   for( ;; ) {
+      std::uint32_t child = 2 * place + 1;
+      if( child >= heap_.size() )
+         break;
+      if( child + 1 < heap_.size() && earlier( *heap_[ child + 1 ], *heap_[ child ] ) )
+         ++child;
+      if( !earlier( *heap_[ child ], *timer ) )
+         break;
+      put( place, heap_[ child ] );
+      place = child;
+   }
+   put( place, timer );
+}
+
+void Clock::enter( Timer const & timer ) const {
+   if( timer.place_ == Timer::notQueued ) {
+      assert( heap_.size() < heap_.capacity() );
+      heap_.push_back( const_cast< Timer * >( &timer ) );
+      timer.place_ = static_cast< std::uint32_t >( heap_.size() - 1 );
+   }
+   settle( timer.place_ );
+   if( heap_.front() == &timer )
+      detail::workArrived();
+}
+
+void Clock::leave( Timer const & timer ) const {
+   std::uint32_t const place = timer.place_;
+   if( place == Timer::notQueued )
+      return;
+   timer.place_ = Timer::notQueued;
+   Timer * const last = heap_.back();
+   heap_.pop_back();
+   if( last != &timer ) {
+      put( place, last );
+      settle( place );
+   }
+}
+
+// ------------------------------------------------------------------------------------- timers
+
+Clock::NotifieeConst::~NotifieeConst() {
+   // The base class would unregister, but can no longer reach the heap.
+   NotifieeConst::isRegisteredNotifieeIs( false );
+}
+
+bool Clock::NotifieeConst::eligible() const {
+   return isRegisteredNotifiee() && hasNotificationActive() && timeMin_ < infinity;
+}
+
+void Clock::NotifieeConst::hasNotificationActiveIs( bool active ) {
+   PtrInterface::NotifieeConst::hasNotificationActiveIs( active );
+   if( !notifierPtr() )
+      return;
+   if( eligible() )
+      notifier()->enter( *this );
+   else
+      notifier()->leave( *this );
+}
+
+void Clock::NotifieeConst::isRegisteredNotifieeIs( bool on ) const {
+   Ptr< Clock const > const clock = notifier();
+   if( !clock || on == isRegisteredNotifiee() )
+      return;
+   if( on ) {
+      std::size_t const wanted = clock->registeredTimers_ + 1;
+      if( clock->heap_.capacity() < wanted )
+         clock->heap_.reserve( 2 * wanted );
+      ++clock->registeredTimers_;
+   } else {
+      clock->leave( *this );
+      --clock->registeredTimers_;
+   }
+   PtrInterface::NotifieeConst::isRegisteredNotifieeIs( on );
+   if( eligible() )
+      clock->enter( *this );
+}
+
+void Clock::NotifieeConst::notifierIs( Ptr< PtrInterface const > const & clock ) {
+   if( notifierPtr() == clock )
+      return;
+   PtrInterface::NotifieeConst::notifierIs( clock );
+   timeMin_ = infinity; // a time on the scale of another clock says nothing here
+}
+
+Name Clock::NotifieeConst::name() const { return notifierPtr() ? Name( "clock" ) : Name(); }
+void Clock::NotifieeConst::onTime() {}
+
+void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
+   double const time = seconds != seconds ? infinity : seconds;
+   if( timeMin_ == time )
+      return;
+   detail::checkThread();
+   static std::uint64_t armings = 0;
+   timeMin_ = time;
+   armed_ = ++armings;
+   if( !notifierPtr() )
+      return;
+   if( eligible() )
+      notifier()->enter( *this );
+   else
+      notifier()->leave( *this );
+}
+
+KivType const & Clock::fwkType() const { return _fwkType(); }
+KivType const & Clock::_fwkType() {
+   static KivType const & type = *new KivType( "Kiv::Clock", &PtrInterface::_fwkType(), rows );
+   return type;
+}
+
+// ------------------------------------------------------------------------------- manual clock
+
+ManualClock::ManualClock( double seconds ) : now_( seconds ) {
+   if( seconds != seconds )
+      throwRangeException( "NaN is no time" );
+}
+ManualClock::~ManualClock() = default;
+Ptr< ManualClock > ManualClock::ManualClockIs( double seconds ) { return new ManualClock( seconds ); }
+double ManualClock::now() const { return now_; }
+double ManualClock::delayUntil( double time ) const { return time <= now_ ? 0.0 : infinity; }
+
+void ManualClock::nowIs( double seconds ) {
+   if( !( seconds >= now_ ) )
+      throwRangeException( "a clock cannot go back to " + valueToString( seconds ) );
+   now_ = seconds;
+}
+
+double now() { return activityManager()->clock()->now(); }
+
+} // namespace Kiv

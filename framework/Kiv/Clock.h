@@ -1,0 +1,104 @@
+// The clock of the activity, and timers as reactors on it.
+#pragma once
+
+#include <Kiv/Export.h>
+#include <Kiv/Notifiee.h>
+#include <Kiv/Type.h>
+
+#include <limits>
+#include <vector>
+
+namespace Kiv {
+
+inline constexpr double infinity = std::numeric_limits< double >::infinity();
+
+// Time in seconds that never goes back: the wall-clock time at which the process started plus the
+// monotonic time since, so that setting the wall clock (which happens during start-up of all
+// times) does not move it.
+//
+// Owned by the activity manager. Cost of a timer: logarithmic in the number of armed timers.
+class KIV_EXPORT Clock : public PtrInterface {
+ public:
+   // A timer: calls onTime() when the clock reaches timeMin.
+   class KIV_EXPORT NotifieeConst : public NotifieeOf< Clock, PtrInterface::NotifieeConst > {
+    public:
+      ~NotifieeConst() override;
+      void hasNotificationActiveIs( bool active ) override;
+      void isRegisteredNotifieeIs( bool registered ) const override;
+      // Disarms, then attaches.
+      void notifierIs( Ptr< PtrInterface const > const & clock ) override;
+      // "clock"; empty while nothing is watched.
+      Name name() const override;
+      // The time has come. The timer was disarmed before, so it may be set to any time again.
+      virtual void onTime();
+
+      // Seconds on the scale of now(). A time in the past is due at once; +infinity and NaN
+      // disarm; the time that is set already changes nothing. A new timer has +infinity. While
+      // its notifications are off a timer does not fire; it is looked at again when they are on.
+      void timeMinIs( double const & seconds );
+      double timeMin() const { return timeMin_; }
+
+    private:
+      friend class Clock;
+      static constexpr std::uint32_t notQueued = 0xffffffffU;
+
+      bool eligible() const;
+
+      double timeMin_ = infinity;
+      std::uint64_t armed_ = 0; // the how many-th arming it was: the order at equal times
+      mutable std::uint32_t place_ = notQueued;
+   };
+
+   Clock();
+   ~Clock() override;
+
+   // Seconds.
+   virtual double now() const;
+   // How long the loop has to sleep, in seconds, until `time`; +infinity if sleeping does not help.
+   virtual double delayUntil( double time ) const;
+
+   // The earliest armed time; +infinity when no timer is armed.
+   double nextTime() const;
+   // Fires the first timer that is due, by (time, order of arming); false when none is. What its
+   // onTime() queues is not delivered here. REQUIRES: no callback is running.
+   bool fireOne() const;
+   std::size_t armedTimers() const { return heap_.size(); }
+
+   KivType const & fwkType() const override;
+   static KivType const & _fwkType();
+
+ private:
+   using Timer = NotifieeConst;
+
+   static bool earlier( Timer const & a, Timer const & b );
+   void enter( Timer const & timer ) const;
+   void leave( Timer const & timer ) const;
+   void settle( std::uint32_t place ) const;
+   void put( std::uint32_t place, Timer * timer ) const;
+
+   // A heap by (time, order of arming). Its capacity covers all registered timers, so that arming
+   // never needs memory.
+   mutable std::vector< Timer * > heap_;
+   mutable std::size_t registeredTimers_ = 0;
+};
+
+// A clock that moves only when it is told to. For tests and simulations.
+class KIV_EXPORT ManualClock : public Clock {
+ public:
+   static Ptr< ManualClock > ManualClockIs( double seconds );
+   ~ManualClock() override;
+
+   double now() const override;
+   double delayUntil( double time ) const override;
+   // Fires nothing by itself. A range exception when the time is earlier than now, or NaN.
+   void nowIs( double seconds );
+
+ private:
+   explicit ManualClock( double seconds );
+   double now_;
+};
+
+// The time of the activity manager's clock, in seconds.
+KIV_EXPORT double now();
+
+} // namespace Kiv

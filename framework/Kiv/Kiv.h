@@ -1,0 +1,17 @@
+// The reactive entity framework: everything that its users need.
+#pragma once
+
+#include <Kiv/Activity.h>
+#include <Kiv/Attribute.h>
+#include <Kiv/Clock.h>
+#include <Kiv/Dir.h>
+#include <Kiv/Entity.h>
+#include <Kiv/Exception.h>
+#include <Kiv/HashMap.h>
+#include <Kiv/Log.h>
+#include <Kiv/Memory.h>
+#include <Kiv/Notifiee.h>
+#include <Kiv/Ptr.h>
+#include <Kiv/Text.h>
+#include <Kiv/Trace.h>
+#include <Kiv/Type.h>

@@ -1,0 +1,169 @@
+#include <Kiv/Notifiee.h>
+
+#include <Kiv/Activity.h>
+#include <Kiv/Attribute.h>
+#include <Kiv/Entity.h>
+#include <Kiv/Exception.h>
+
+#include <cassert>
+
+#include <Kiv/detail/Guarded.h>
+
+namespace Kiv {
+
+using Reactor = PtrInterface::NotifieeConst;
+
+namespace detail {
+
+Reactor * Ring::first( PtrInterface const & notifier ) { return notifier.notifiees_; }
+Reactor * Ring::next( Reactor const & reactor ) { return reactor.nextNotifiee_; }
+
+void Ring::enter( PtrInterface const & notifier, Reactor const & reactor ) {
+   auto * r = const_cast< Reactor * >( &reactor );
+   Reactor *& first = notifier.notifiees_;
+   if( !first ) {
+      first = r->nextNotifiee_ = r->previousNotifiee_ = r;
+      return;
+   }
+   r->nextNotifiee_ = first;
+   r->previousNotifiee_ = first->previousNotifiee_;
+   first->previousNotifiee_->nextNotifiee_ = r;
+   first->previousNotifiee_ = r;
+}
+
+void Ring::leave( PtrInterface const & notifier, Reactor const & reactor ) {
+   Reactor *& first = notifier.notifiees_;
+   if( reactor.nextNotifiee_ == &reactor ) {
+      first = nullptr;
+   } else {
+      reactor.nextNotifiee_->previousNotifiee_ = reactor.previousNotifiee_;
+      reactor.previousNotifiee_->nextNotifiee_ = reactor.nextNotifiee_;
+      if( first == &reactor )
+         first = reactor.nextNotifiee_;
+   }
+   reactor.nextNotifiee_ = reactor.previousNotifiee_ = nullptr;
+}
+
+} // namespace detail
+
+Reactor::NotifieeConst() { flagIs( reactor, true ); }
+
+Reactor::~NotifieeConst() {
+   if( flag( registered ) )
+      detail::Ring::leave( *notifier_, *this );
+   detail::queue().forget( *this );
+}
+
+void Reactor::hasNotificationActiveIs( bool active ) {
+   if( active == hasNotificationActive() )
+      return;
+   detail::checkThread();
+   PtrInterface::hasNotificationActiveIs( active );
+   if( active )
+      detail::queue().activate( *this );
+   else
+      detail::queue().deactivate( *this );
+}
+
+void Reactor::zeroReferencesIs( bool zero ) {
+   PtrInterface::zeroReferencesIs( zero );
+   if( zero )
+      onZeroReferences();
+}
+
+Ptr< PtrInterface const > Reactor::kivReactor() const { return this; }
+PtrInterface const * Reactor::kivRawReactor() const { return this; }
+bool Reactor::isStreamAdapter() const { return false; }
+
+void Reactor::isRegisteredNotifieeIs( bool on ) const {
+   if( on == flag( registered ) || !notifier_ )
+      return;
+   detail::checkThread();
+   flagIs( registered, on );
+   if( on ) {
+      detail::Ring::enter( *notifier_, *this );
+   } else {
+      detail::Ring::leave( *notifier_, *this );
+      detail::queue().drop( const_cast< Reactor & >( *this ) );
+   }
+}
+
+void Reactor::kiv_bitSetIs( Kiv_BitSet bits ) {
+   // Only the bits that say nothing about where the reactor stands may be set from outside.
+   flagIs( nondestructing, ( bits & nondestructing ) != 0 );
+}
+
+Name Reactor::name() const {
+   auto const * entity = dynamic_cast< Entity const * >( notifier_.get() );
+   return entity ? entity->name() : Name();
+}
+
+void Reactor::notifierIs( Ptr< PtrInterface const > const & notifier ) {
+   if( notifier_ == notifier )
+      return;
+   if( notifier && watches_ && !watches_( *notifier ) )
+      throwRangeException( valueToString( notifier ) +
+                           String8( " is not of the type that the reactor watches" ) );
+   Ptr< PtrInterface const > const next = notifier;
+   isRegisteredNotifieeIs( false );
+   notifier_ = next;
+}
+
+void Reactor::handleNotification( ActivityConfig * ) {
+   if( !detail::queue().running() )
+      detail::queue().runOldest( *this );
+}
+
+void Reactor::handleDefault( ActivityConfig *, AttributeId, bool ) {}
+void Reactor::onAttribute( AttributeId ) {}
+void Reactor::onNotification() {}
+void Reactor::onCollectionNotification( String8 ) {}
+void Reactor::onNotificationException() {}
+void Reactor::onNotificationException( AttributeId ) {}
+
+namespace {
+
+bool isExpected() noexcept {
+   try {
+      throw;
+   } catch( Exception const & e ) {
+      return e.expected();
+   } catch( ... ) {
+      return false;
+   }
+}
+
+} // namespace
+
+void Reactor::handleNotificationException( AttributeId attribute ) {
+   if( !isExpected() ) {
+      Attribute const * row = notifier_ ? notifier_->fwkType().attribute( attribute ) : nullptr;
+      detail::reportException( row ? row->name : "", valueToString( notifier_ ) );
+   }
+   onNotificationException( attribute );
+}
+
+void Reactor::handleNotificationException() {
+   if( !isExpected() )
+      detail::reportException( "", valueToString( notifier_ ) );
+   onNotificationException();
+}
+
+void Reactor::onZeroReferences() {}
+
+ActivityConfig * Reactor::activityPtr() const { return activityManager()->config().get(); }
+Ptr< ActivityConfig > Reactor::kivFwkActivity() { return activityManager()->config(); }
+Ptr< ActivityConfig const > Reactor::kivFwkActivity() const { return activityManager()->config(); }
+Activity * Reactor::actsm() { return activityManager()->activity(); }
+
+std::size_t Reactor::pendingNotifications() const {
+   std::size_t count = 0;
+   if( detail::QueueItem * item = pending_ )
+      do {
+         ++count;
+         item = item->nextOfReactor;
+      } while( item != pending_ );
+   return count;
+}
+
+} // namespace Kiv

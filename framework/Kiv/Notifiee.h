@@ -1,0 +1,175 @@
+// Reactors: objects that watch another object and are told of its changes, later.
+//
+// The contract, in one place:
+//
+//  - A setter changes the value and queues; it never calls a reactor. Callbacks are delivered by
+//    the activity's loop (Activity.h), one at a time, never nested, first in, first out.
+//  - At most one callback is pending per (reactor, attribute, key). It keeps its first place and
+//    sees the state that holds when it runs. Reactors of one object are served in the order in
+//    which they registered.
+//  - on<Attr>( key ) is called for every changed member of a collection. on<Attr>kivImmediate()
+//    follows, once, when two or more keys of one collection were pending together; it runs when
+//    nothing else is queued. on<Attr>() of a collection is not used for changes of members.
+//  - What is queued for a reactor whose notifications are off is kept, and goes to the end of the
+//    queue, in order, when they are turned on. Marking for deletion drops it; so do detaching,
+//    unregistering and destroying.
+//  - A callback may do anything: delete, detach or re-attach any reactor or object, itself
+//    included. A reactor that is held by a Ptr lives at least until its running callback returns.
+//  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
+//    loop goes on with the next callback.
+#pragma once
+
+#include <Kiv/Export.h>
+#include <Kiv/Ptr.h>
+#include <Kiv/Text.h>
+
+namespace Kiv {
+
+class Activity;
+class ActivityConfig;
+class Clock;
+struct Attribute;
+
+namespace detail {
+struct QueueItem;
+class Queue;
+} // namespace detail
+
+// Base of every reactor.
+//
+// Owned by whoever made it, like any counted object; holds a reference to what it watches, so
+// that a watched object outlives its reactors. Attaching does not register: a constructor that
+// wants notifications says isRegisteredNotifieeIs( true ), and they are delivered once
+// hasNotificationActiveIs( true ) was said.
+class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
+ public:
+   void hasNotificationActiveIs( bool active ) override;
+   // Calls onZeroReferences().
+   void zeroReferencesIs( bool zero ) override;
+   ~NotifieeConst() override;
+
+   // The reactor that an adapter stands for: the object itself.
+   virtual Ptr< PtrInterface const > kivReactor() const;
+   virtual PtrInterface const * kivRawReactor() const;
+   // Whether it passes notifications on over a stream: false.
+   virtual bool isStreamAdapter() const;
+   // Registers with the watched object, or unregisters and drops what is queued. Registering while
+   // nothing is attached, or twice, does nothing.
+   virtual void isRegisteredNotifieeIs( bool registered ) const;
+   virtual void kiv_bitSetIs( Kiv_BitSet bits );
+   // The watched object's name; empty without one, or when it has no name.
+   virtual Name name() const;
+   // Watches another object (null: none): unregisters, drops what is queued, attaches. Does
+   // nothing, not even drop callbacks, for the object that is watched already. A range exception
+   // when the object is of another type than the reactor watches.
+   virtual void notifierIs( Ptr< PtrInterface const > const & notifier );
+   // Delivers this reactor's oldest pending callback now, if there is one and none is running.
+   virtual void handleNotification( ActivityConfig * activity );
+   // Generic fallbacks, empty.
+   virtual void handleDefault( ActivityConfig * activity, AttributeId attribute, bool deferred );
+   virtual void onAttribute( AttributeId attribute );
+   virtual void onNotification();
+   virtual void onCollectionNotification( String8 key );
+   // Called after an exception was reported; empty.
+   virtual void onNotificationException();
+   virtual void onNotificationException( AttributeId attribute );
+   // A callback for `attribute` has thrown, and std::current_exception() is what. The default
+   // reports it (what, reactor, attribute) through the trace facility and on standard error,
+   // unless it was expected, then calls onNotificationException( attribute ).
+   virtual void handleNotificationException( AttributeId attribute );
+   // The same for an exception outside of any attribute.
+   virtual void handleNotificationException();
+   // The last reference has gone.
+   virtual void onZeroReferences();
+   // Where the callbacks run: the process's one activity.
+   virtual ActivityConfig * activityPtr() const;
+   virtual Ptr< ActivityConfig > kivFwkActivity();
+   virtual Ptr< ActivityConfig const > kivFwkActivity() const;
+   virtual Activity * actsm();
+
+   Ptr< PtrInterface const > const & notifierPtr() const { return notifier_; }
+   bool isRegisteredNotifiee() const { return flag( registered ); }
+   // How many callbacks are pending. Cost: linear in their number.
+   std::size_t pendingNotifications() const;
+
+ protected:
+   NotifieeConst();
+
+   // Whether the object is of the type that this reactor watches.
+   bool ( *watches_ )( PtrInterface const & ) = nullptr;
+
+ private:
+   friend class PtrInterface;
+   friend class detail::Queue;
+   friend struct detail::Ring;
+
+   Ptr< PtrInterface const > notifier_;
+   // Ring of the reactors of one object, while registered.
+   mutable NotifieeConst * nextNotifiee_ = nullptr;
+   mutable NotifieeConst * previousNotifiee_ = nullptr;
+   // What is pending for this reactor, oldest first: first of a ring.
+   mutable detail::QueueItem * pending_ = nullptr;
+   // A bit for each attribute without keys that is pending.
+   mutable std::uint32_t pendingAttributes_ = 0;
+};
+
+// What the NotifieeConst of every type E adds, without a virtual operation of its own: what is
+// watched, as an E, and the refusal of anything else.
+template< class E, class Base >
+class NotifieeOf : public Base {
+ public:
+   // Null while nothing is watched.
+   Ptr< E const > notifier() const { return static_cast< E const * >( this->notifierPtr().get() ); }
+
+ protected:
+   NotifieeOf() {
+      this->watches_ = []( PtrInterface const & object ) {
+         return dynamic_cast< E const * >( &object ) != nullptr;
+      };
+   }
+};
+
+// The same for a reactor that writes what it watches: Base is E's NotifieeConst.
+template< class E, class Base >
+class WritingNotifieeOf : public Base {
+ public:
+   Ptr< E > notifier() const { return const_cast< E * >( Base::notifier().get() ); }
+   using Base::notifierIs;
+   void notifierIs( Ptr< E > const & object ) { this->notifierIs( Ptr< PtrInterface const >( object ) ); }
+};
+
+namespace detail {
+
+// Runs `call( owner )` for a callback of `reactor`, unless the reactor is marked for deletion or
+// has no owner any more. The owner lives until `call` returns, whatever it deletes.
+template< class Owner, class Call >
+void toOwner( PtrInterface::NotifieeConst const & reactor, Owner * owner, Call call ) {
+   if( reactor.kivMarkedForDeletion() || !owner )
+      return;
+   Ptr< Owner > const keep( owner->references() ? owner : nullptr );
+   call( *owner );
+}
+
+// What hasNotificationActiveIs() passes on: each( f ) calls f( reactor ) for every reactor that is
+// owned, single ones first.
+template< class Each >
+void passNotificationActive( bool active, Each each ) {
+   each( [ active ]( auto & r ) { r.hasNotificationActiveIs( active ); } );
+}
+
+// kivDoZombieReactors() of every reactor and state machine: nothing when the mark is as asked,
+// else its notifications off (or on again), then what it owns by passOn( zombie ), its own mark
+// last. A marked reactor ignores all that comes.
+template< class Machine, class PassOn >
+void doZombieReactors( Machine & machine, bool zombie, PassOn passOn ) {
+   if( zombie == machine.kivMarkedForDeletion() )
+      return;
+   if( machine.notifierPtr() )
+      machine.hasNotificationActiveIs( !zombie );
+   passOn( zombie );
+   machine.kivMarkedForDeletionIs( zombie );
+}
+
+} // namespace detail
+
+} // namespace Kiv

@@ -1,0 +1,43 @@
+#include <Kiv/Attribute.h>
+#include <Kiv/Notifiee.h>
+#include <Kiv/Ptr.h>
+#include <Kiv/detail/Queue.h>
+
+#include <cassert>
+
+namespace Kiv {
+
+PtrInterface::PtrInterface() = default;
+
+PtrInterface::~PtrInterface() {
+   assert( !notifiees_ && "reactors hold a reference to what they watch" );
+}
+
+void PtrInterface::hasNotificationActiveIs( bool active ) { flagIs( notificationActive, active ); }
+void PtrInterface::kivAuditErrors( unsigned int ) const {}
+void PtrInterface::auditErrors( unsigned int ) const {}
+void PtrInterface::isNondestructingIs( bool on ) { flagIs( nondestructing, on ); }
+void PtrInterface::zeroReferencesIs( bool zero ) { flagIs( zeroReference, zero ); }
+KivType const & PtrInterface::fwkType() const { return _fwkType(); }
+
+KivType const & PtrInterface::_fwkType() {
+   static constexpr KivType type( "Kiv::PtrInterface", nullptr, {} );
+   return type;
+}
+
+void PtrInterface::kivMarkedForDeletionIs( bool marked ) {
+   flagIs( markedForDeletion, marked );
+   if( marked && flag( reactor ) )
+      detail::queue().drop( static_cast< NotifieeConst & >( *this ) );
+}
+
+void PtrInterface::onZeroReferences() const { const_cast< PtrInterface * >( this )->handleZeroRef(); }
+
+void PtrInterface::handleZeroRef() {
+   // Destructors may make and drop references to the object that they destroy: not the last again.
+   references_ = 1U << 30;
+   zeroReferencesIs( true );
+   delete this;
+}
+
+} // namespace Kiv

@@ -1,0 +1,124 @@
+// Types and the rows of their attribute tables.
+#pragma once
+
+#include <Kiv/Export.h>
+#include <Kiv/Ptr.h>
+#include <Kiv/Text.h>
+
+#include <cstddef>
+#include <span>
+
+namespace Kiv {
+
+// What an attribute is, besides its type. Roles are combined.
+enum class Role : unsigned {
+   value = 0,
+   constructorArgument = 1U << 0, // fixed for the life of the object
+   notifying = 1U << 1,           // a change is told to the object's reactors
+   collection = 1U << 2,          // keyed members
+   queue = 1U << 3,               // values appended at the end, taken from the front
+   handler = 1U << 4,             // a reaction, called with the key of what changed
+   operation = 1U << 5,           // called by others
+   reactor = 1U << 6,             // made of nested reactors
+   framework = 1U << 7            // every state machine has it
+};
+constexpr Role operator|( Role a, Role b ) {
+   return static_cast< Role >( static_cast< unsigned >( a ) | static_cast< unsigned >( b ) );
+}
+constexpr bool has( Role roles, Role role ) {
+   return ( static_cast< unsigned >( roles ) & static_cast< unsigned >( role ) ) != 0;
+}
+
+// How a change of one attribute reaches the callbacks of a reactor: one function per form, null
+// for a form that the attribute does not have. Made from the typed callbacks, see the functions
+// `changes` and `members` of Attribute.h.
+struct Delivery {
+   void ( *whole )( PtrInterface::NotifieeConst & ) = nullptr;               // on<Attr>()
+   void ( *member )( PtrInterface::NotifieeConst &, Text const & ) = nullptr; // on<Attr>( key )
+   void ( *deferred )( PtrInterface::NotifieeConst & ) = nullptr; // on<Attr>kivImmediate()
+};
+
+// One row of a type's table of attributes.
+struct Attribute {
+   AttributeId id;
+   char const * name;
+   char const * type; // of the value; of the member for a collection
+   char const * key;  // type of the key of a collection, of the argument of a handler; else ""
+   Role role;
+   Delivery delivery;
+};
+
+// Numbers of the framework's own attributes. A type's own rows start at firstOwnAttribute.
+inline constexpr AttributeId parentAttribute = 1;
+inline constexpr AttributeId versionAttribute = 2;
+inline constexpr AttributeId timeAttribute = 3;
+inline constexpr AttributeId firstOwnAttribute = 8;
+
+// Whether rows are numbered one after the other from firstOwnAttribute: what a table has to be.
+constexpr bool numbered( std::span< Attribute const > rows ) {
+   for( std::size_t i = 0; i != rows.size(); ++i )
+      if( rows[ i ].id != firstOwnAttribute + i )
+         return false;
+   return true;
+}
+
+// A registered type: its full name, its base and its attributes in order. Lives for the process.
+class KIV_EXPORT KivType {
+ public:
+   constexpr KivType( char const * name, KivType const * base, std::span< Attribute const > rows )
+      : name_( name ), base_( base ), attributes_( rows ) {}
+   KivType( KivType const & ) = delete;
+   KivType & operator=( KivType const & ) = delete;
+
+   char const * name() const { return name_; }
+   KivType const * base() const { return base_; }
+   std::span< Attribute const > attributes() const { return attributes_; }
+   // The row of that name or number, here or in a base; null when there is none.
+   Attribute const * attribute( String8 const & name ) const;
+   Attribute const * attribute( AttributeId id ) const;
+
+ private:
+   char const * name_;
+   KivType const * base_;
+   std::span< Attribute const > attributes_;
+};
+
+// The registered type of a built-in type: bool, double, unsigned int, String8, Name.
+template< class T >
+struct Builtin;
+template<>
+struct KIV_EXPORT Builtin< bool > {
+   static KivType const & _fwkType();
+};
+template<>
+struct KIV_EXPORT Builtin< double > {
+   static KivType const & _fwkType();
+};
+template<>
+struct KIV_EXPORT Builtin< unsigned int > {
+   static KivType const & _fwkType();
+};
+template<>
+struct KIV_EXPORT Builtin< String8 > {
+   static KivType const & _fwkType();
+};
+template<>
+struct KIV_EXPORT Builtin< Name > {
+   static KivType const & _fwkType();
+};
+
+// The shortest text that reads back as the same double: "30", "0.1", "inf", "-inf", "nan".
+KIV_EXPORT String8 valueToString( double value );
+KIV_EXPORT String8 valueToString( bool value );
+KIV_EXPORT String8 valueToString( unsigned int value );
+inline String8 valueToString( String8 const & value ) { return value; }
+inline String8 valueToString( Name const & value ) { return value; }
+inline String8 valueToString( char const * value ) { return value; }
+// The full name of an entity, of what a reactor watches, else the type's name; "null" for null.
+KIV_EXPORT String8 valueToString( PtrInterface const * object );
+template< class T >
+String8 valueToString( Ptr< T > const & p ) {
+   return valueToString( static_cast< PtrInterface const * >( p.get() ) );
+}
+
+} // namespace Kiv

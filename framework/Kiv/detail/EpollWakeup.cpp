@@ -1,0 +1,130 @@
+#include <Kiv/detail/EpollWakeup.h>
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <ctime>
+#include <cstdint>
+#include <set>
+#include <system_error>
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace Kiv::detail {
+
+namespace {
+
+[[noreturn]] void fail( char const * what ) {
+   throw std::system_error( errno, std::generic_category(), what );
+}
+
+// A descriptor that closes itself.
+class Descriptor {
+ public:
+   Descriptor( int fd, char const * what ) : fd_( fd ) {
+      if( fd < 0 )
+         fail( what );
+   }
+   ~Descriptor() { ::close( fd_ ); }
+   Descriptor( Descriptor const & ) = delete;
+   Descriptor & operator=( Descriptor const & ) = delete;
+   int get() const { return fd_; }
+
+ private:
+   int fd_;
+};
+
+class EpollWakeup : public Wakeup {
+ public:
+   EpollWakeup()
+      : epoll_( epoll_create1( EPOLL_CLOEXEC ), "epoll_create1" ),
+        event_( eventfd( 0, EFD_CLOEXEC | EFD_NONBLOCK ), "eventfd" ),
+        timer_( timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK ), "timerfd_create" ) {
+      watch( event_.get(), EPOLLIN, EPOLL_CTL_ADD );
+      watch( timer_.get(), EPOLLIN, EPOLL_CTL_ADD );
+   }
+
+   int descriptor() const override { return epoll_.get(); }
+
+   void wake() noexcept override {
+      std::uint64_t const one = 1;
+      // The only failure is a counter at its limit: readable already.
+      [[maybe_unused]] auto const written = ::write( event_.get(), &one, sizeof one );
+   }
+
+   void alarmIs( double delay ) override {
+      itimerspec when{};
+      if( delay < 1e9 ) {
+         // Up to the next nanosecond, and never 0, which would disarm. A longer delay than some
+         // thirty years is none.
+         double const nanoseconds = std::fmax( 1.0, std::ceil( delay * 1e9 ) );
+         when.it_value.tv_sec = static_cast< time_t >( nanoseconds / 1e9 );
+         when.it_value.tv_nsec = static_cast< long >(
+            nanoseconds - static_cast< double >( when.it_value.tv_sec ) * 1e9 );
+         if( when.it_value.tv_sec == 0 && when.it_value.tv_nsec == 0 )
+            when.it_value.tv_nsec = 1;
+      }
+      if( timerfd_settime( timer_.get(), 0, &when, nullptr ) != 0 )
+         fail( "timerfd_settime" );
+   }
+
+   void watchIs( int fd, unsigned events ) override {
+      if( events == 0 ) {
+         if( watched_.erase( fd ) )
+            epoll_ctl( epoll_.get(), EPOLL_CTL_DEL, fd, nullptr ); // closed already: gone as well
+         return;
+      }
+      // poll(2)'s and epoll's event bits have the same values on Linux.
+      static_assert( POLLIN == EPOLLIN && POLLOUT == EPOLLOUT && POLLPRI == EPOLLPRI );
+      static_assert( POLLERR == EPOLLERR && POLLHUP == EPOLLHUP );
+      bool const known = watched_.contains( fd );
+      watch( fd, events, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD );
+      watched_.insert( fd );
+   }
+
+   std::vector< Ready > wait( bool block ) override {
+      std::array< epoll_event, 64 > events;
+      int const count = epoll_wait( epoll_.get(), events.data(),
+                                    static_cast< int >( events.size() ), block ? -1 : 0 );
+      std::vector< Ready > ready;
+      if( count < 0 ) {
+         if( errno == EINTR )
+            return ready;
+         fail( "epoll_wait" );
+      }
+      for( int i = 0; i != count; ++i ) {
+         int const fd = events[ static_cast< std::size_t >( i ) ].data.fd;
+         if( fd == event_.get() || fd == timer_.get() ) {
+            std::uint64_t times;
+            [[maybe_unused]] auto const taken = ::read( fd, &times, sizeof times );
+         } else {
+            ready.push_back( { fd, events[ static_cast< std::size_t >( i ) ].events } );
+         }
+      }
+      return ready;
+   }
+
+ private:
+   void watch( int fd, unsigned events, int operation ) {
+      epoll_event event{};
+      event.events = events;
+      event.data.fd = fd;
+      if( epoll_ctl( epoll_.get(), operation, fd, &event ) != 0 )
+         fail( "epoll_ctl" );
+   }
+
+   Descriptor epoll_;
+   Descriptor event_;
+   Descriptor timer_;
+   std::set< int > watched_;
+};
+
+} // namespace
+
+std::unique_ptr< Wakeup > newEpollWakeup() { return std::make_unique< EpollWakeup >(); }
+
+} // namespace Kiv::detail

@@ -1,0 +1,37 @@
+// Private helpers of the framework's own sources.
+#pragma once
+
+#include <Kiv/detail/Queue.h>
+
+#include <cassert>
+
+namespace Kiv::detail {
+
+template< class Call >
+void Queue::guarded( Reactor & reactor, AttributeId attribute, Call call ) {
+   assert( !busy_ && "callbacks do not nest" );
+   // A reactor without references is destroyed by whoever made it: it cannot be kept.
+   Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
+   busy_ = true;
+   current_ = &reactor;
+   try {
+      call();
+   } catch( ... ) {
+      failed( reactor, attribute );
+   }
+   current_ = nullptr;
+   busy_ = false;
+}
+
+// The ring of an object's reactors, in order of registration.
+struct Ring {
+   static PtrInterface::NotifieeConst * first( PtrInterface const & notifier );
+   static PtrInterface::NotifieeConst * next( PtrInterface::NotifieeConst const & reactor );
+   static void enter( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
+   static void leave( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
+};
+
+// Work was queued while no callback ran: an embedded loop has to learn of it.
+void workArrived() noexcept;
+
+} // namespace Kiv::detail

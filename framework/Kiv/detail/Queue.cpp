@@ -1,0 +1,332 @@
+#include <Kiv/detail/Queue.h>
+
+#include <Kiv/Activity.h>
+#include <Kiv/Attribute.h>
+#include <Kiv/Exception.h>
+#include <Kiv/detail/Guarded.h>
+
+#include <cassert>
+#include <new>
+
+namespace Kiv::detail {
+
+namespace {
+
+std::uint32_t hashOf( PtrInterface::NotifieeConst const & reactor, Attribute const & attribute,
+                      Form form, Text const & key ) {
+   auto const address = reinterpret_cast< std::uintptr_t >( &reactor ) / 8;
+   std::uint32_t h = static_cast< std::uint32_t >( address ) * 0x9e3779b1U;
+   h ^= ( attribute.id * 2U + ( form == Form::group ? 1U : 0U ) ) * 0x85ebca77U;
+   h ^= form == Form::group ? 0U : key.hash();
+   return ( h ^ h >> 15 ) * 0x2c1b3c6dU;
+}
+
+std::uint32_t bitOf( Attribute const & attribute ) { return 1U << ( attribute.id & 31U ); }
+
+} // namespace
+
+Queue & queue() {
+   static Queue & theQueue = *new Queue;
+   return theQueue;
+}
+
+void Queue::reserve( std::size_t items ) {
+   if( entered_ + items > tableSize_ ) {
+      std::size_t size = tableSize_ ? tableSize_ : 64;
+      while( size < entered_ + items )
+         size *= 2;
+      auto * table =
+         static_cast< QueueItem ** >( KivMemPool::operator new( size * sizeof( QueueItem * ) ) );
+      for( std::size_t i = 0; i != size; ++i )
+         table[ i ] = nullptr;
+      QueueItem ** const old = table_;
+      std::size_t const oldSize = tableSize_;
+      table_ = table;
+      tableSize_ = size;
+      for( std::size_t i = 0; i != oldSize; ++i )
+         while( QueueItem * item = old[ i ] ) {
+            old[ i ] = item->nextInBucket;
+            QueueItem *& bucket = table_[ item->hash & ( tableSize_ - 1 ) ];
+            item->nextInBucket = bucket;
+            bucket = item;
+         }
+      KivMemPool::operator delete( old, oldSize * sizeof( QueueItem * ) );
+   }
+   for( ; free_ < items; ++free_ ) {
+      auto * item = new QueueItem;
+      item->next = pool_;
+      pool_ = item;
+   }
+}
+
+QueueItem * Queue::make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept {
+   assert( pool_ && "room was made" );
+   QueueItem * item = pool_;
+   pool_ = item->next;
+   --free_;
+   item->next = nullptr;
+   item->reactor = &reactor;
+   item->attribute = &attribute;
+   item->form = form;
+   return item;
+}
+
+void Queue::release( QueueItem * item ) noexcept {
+   item->key = Text();
+   item->group = nullptr;
+   item->reactor = nullptr;
+   item->next = pool_;
+   pool_ = item;
+   ++free_;
+}
+
+void Queue::link( QueueItem * item ) noexcept {
+   bool const wasEmpty = empty();
+   List & list = listOf( *item );
+   item->previous = list.tail;
+   item->next = nullptr;
+   ( list.tail ? list.tail->next : list.head ) = item;
+   list.tail = item;
+   item->linked = true;
+   if( wasEmpty && !busy_ )
+      workArrived();
+}
+
+void Queue::unlink( QueueItem * item ) noexcept {
+   List & list = listOf( *item );
+   ( item->previous ? item->previous->next : list.head ) = item->next;
+   ( item->next ? item->next->previous : list.tail ) = item->previous;
+   item->next = item->previous = nullptr;
+   item->linked = false;
+}
+
+// Puts an item at the end of its reactor's ring, and of the queue when the reactor is active.
+void Queue::pend( QueueItem * item ) noexcept {
+   QueueItem *& ring = item->reactor->pending_;
+   if( !ring ) {
+      ring = item->nextOfReactor = item->previousOfReactor = item;
+   } else {
+      item->nextOfReactor = ring;
+      item->previousOfReactor = ring->previousOfReactor;
+      ring->previousOfReactor->nextOfReactor = item;
+      ring->previousOfReactor = item;
+   }
+   if( item->reactor->hasNotificationActive() )
+      link( item );
+}
+
+void Queue::take( QueueItem * item ) noexcept {
+   if( item->linked )
+      unlink( item );
+   QueueItem *& ring = item->reactor->pending_;
+   if( item->nextOfReactor == item ) {
+      ring = nullptr;
+   } else {
+      item->nextOfReactor->previousOfReactor = item->previousOfReactor;
+      item->previousOfReactor->nextOfReactor = item->nextOfReactor;
+      if( ring == item )
+         ring = item->nextOfReactor;
+   }
+   item->nextOfReactor = item->previousOfReactor = nullptr;
+   QueueItem * group = item;
+   switch( item->form ) {
+   case Form::whole:
+      item->reactor->pendingAttributes_ &= ~bitOf( *item->attribute );
+      release( item );
+      return;
+   case Form::member:
+      group = item->group;
+      leave( item );
+      release( item );
+      --group->pendingKeys;
+      break;
+   case Form::group:
+      group->wanted = false;
+      break;
+   }
+   if( group->pendingKeys == 0 && !group->wanted ) {
+      leave( group );
+      release( group );
+   }
+}
+
+void Queue::add( Reactor & reactor, Attribute const & attribute ) noexcept {
+   std::uint32_t const bit = bitOf( attribute );
+   if( reactor.pendingAttributes_ & bit )
+      return;
+   reactor.pendingAttributes_ |= bit;
+   pend( make( reactor, attribute, Form::whole ) );
+}
+
+void Queue::add( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept {
+   std::uint32_t const hash = hashOf( reactor, attribute, Form::member, key );
+   if( find( reactor, attribute, Form::member, key, hash ) )
+      return;
+   std::uint32_t const groupHash = hashOf( reactor, attribute, Form::group, Text() );
+   QueueItem * group = find( reactor, attribute, Form::group, Text(), groupHash );
+   if( !group ) {
+      group = make( reactor, attribute, Form::group );
+      group->hash = groupHash;
+      enter( group );
+   }
+   QueueItem * item = make( reactor, attribute, Form::member );
+   item->key = key;
+   item->hash = hash;
+   item->group = group;
+   enter( item );
+   pend( item );
+   if( ++group->pendingKeys >= 2 && !group->wanted ) {
+      group->wanted = true;
+      pend( group );
+   }
+}
+
+void Queue::activate( Reactor & reactor ) noexcept {
+   QueueItem * const ring = reactor.pending_;
+   if( QueueItem * item = ring )
+      do {
+         if( !item->linked )
+            link( item );
+         item = item->nextOfReactor;
+      } while( item != ring );
+}
+
+void Queue::deactivate( Reactor & reactor ) noexcept {
+   QueueItem * const ring = reactor.pending_;
+   if( QueueItem * item = ring )
+      do {
+         if( item->linked )
+            unlink( item );
+         item = item->nextOfReactor;
+      } while( item != ring );
+}
+
+void Queue::drop( Reactor & reactor ) noexcept {
+   while( reactor.pending_ )
+      take( reactor.pending_ );
+}
+
+void Queue::forget( Reactor & reactor ) noexcept {
+   drop( reactor );
+   if( current_ == &reactor )
+      current_ = nullptr;
+}
+
+bool Queue::runOne() {
+   QueueItem * item = first_.head ? first_.head : second_.head;
+   if( !item )
+      return false;
+   deliver( item );
+   return true;
+}
+
+bool Queue::runOldest( Reactor & reactor ) {
+   if( !reactor.pending_ || !reactor.hasNotificationActive() )
+      return false;
+   deliver( reactor.pending_ );
+   return true;
+}
+
+void Queue::deliver( QueueItem * item ) {
+   Reactor & reactor = *item->reactor;
+   Attribute const & attribute = *item->attribute;
+   Form const form = item->form;
+   Text const key = item->key;
+   take( item );
+   guarded( reactor, attribute.id, [ & ] {
+      if( form == Form::member )
+         attribute.delivery.member( reactor, key );
+      else if( form == Form::group )
+         attribute.delivery.deferred( reactor );
+      else
+         attribute.delivery.whole( reactor );
+   } );
+}
+
+void Queue::failed( Reactor & reactor, AttributeId attribute ) {
+   if( !current_ ) {
+      reportException( "a reactor that is gone", String8() );
+      return;
+   }
+   try {
+      reactor.handleNotificationException( attribute );
+   } catch( ... ) {
+      reportException( "handleNotificationException", String8() );
+   }
+}
+
+QueueItem * Queue::find( Reactor const & reactor, Attribute const & attribute, Form form,
+                         Text const & key, std::uint32_t hash ) const noexcept {
+   if( !tableSize_ )
+      return nullptr;
+   for( QueueItem * i = table_[ hash & ( tableSize_ - 1 ) ]; i; i = i->nextInBucket )
+      if( i->hash == hash && i->reactor == &reactor && i->form == form &&
+          i->attribute->id == attribute.id && i->key == key )
+         return i;
+   return nullptr;
+}
+
+void Queue::enter( QueueItem * item ) noexcept {
+   QueueItem *& bucket = table_[ item->hash & ( tableSize_ - 1 ) ];
+   item->nextInBucket = bucket;
+   bucket = item;
+   ++entered_;
+}
+
+void Queue::leave( QueueItem * item ) noexcept {
+   QueueItem ** link = &table_[ item->hash & ( tableSize_ - 1 ) ];
+   while( *link != item )
+      link = &( *link )->nextInBucket;
+   *link = item->nextInBucket;
+   item->nextInBucket = nullptr;
+   --entered_;
+}
+
+// --------------------------------------------------------------------------- changes of values
+
+namespace {
+
+std::size_t notifieeCount( PtrInterface::NotifieeConst * first ) {
+   std::size_t count = 0;
+   if( PtrInterface::NotifieeConst * r = first )
+      do {
+         ++count;
+         r = Ring::next( *r );
+      } while( r != first );
+   return count;
+}
+
+} // namespace
+
+Change::Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
+   : notifier_( notifier ), attribute_( attribute ) {
+   checkThread();
+   PtrInterface::NotifieeConst * first = Ring::first( notifier );
+   if( !first )
+      return;
+   std::size_t const reactors = notifieeCount( first );
+   // A key needs an item and, the first of them, a group.
+   detail::queue().reserve( keys ? reactors * ( keys + 1 ) : reactors );
+}
+
+void Change::queue() noexcept {
+   PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
+   if( PtrInterface::NotifieeConst * r = first )
+      do {
+         if( !r->kivMarkedForDeletion() )
+            detail::queue().add( *r, attribute_ );
+         r = Ring::next( *r );
+      } while( r != first );
+}
+
+void Change::queue( Text const & key ) noexcept {
+   PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
+   if( PtrInterface::NotifieeConst * r = first )
+      do {
+         if( !r->kivMarkedForDeletion() )
+            detail::queue().add( *r, attribute_, key );
+         r = Ring::next( *r );
+      } while( r != first );
+}
+
+} // namespace Kiv::detail

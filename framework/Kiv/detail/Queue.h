@@ -1,0 +1,117 @@
+// What is pending for all reactors of the activity.
+//
+//    first_ :  [R1.timeout] <-> [R2.event "Net"] <-> [R1.event "Net"] <-> ...   served first
+//    second_:  [R2.event, deferred] <-> ...                 served while first_ is empty
+//
+// Every item also stands in a ring of its reactor, oldest first, so that dropping what is pending
+// for one reactor costs what is dropped. Items of a reactor whose notifications are off stand in
+// that ring alone. Items with keys, and the groups that count them, are found through a hash
+// table. Items come from a pool, so that a steady state allocates nothing.
+//
+// Invariants:
+//  1. An item stands in first_ or second_ exactly while its reactor is active.
+//  2. For every (reactor, attribute, key) there is at most one member item, and for every
+//     (reactor, attribute) with member items or a deferred call pending exactly one group.
+//  3. A group's `pendingKeys` is the number of its member items; it is in its reactor's ring
+//     exactly while its deferred call is pending.
+#pragma once
+
+#include <Kiv/Notifiee.h>
+#include <Kiv/Type.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Kiv::detail {
+
+enum class Form : std::uint8_t { whole, member, group };
+
+struct QueueItem : KivMemPool {
+   QueueItem * next = nullptr; // in first_ or second_; in the pool
+   QueueItem * previous = nullptr;
+   QueueItem * nextOfReactor = nullptr; // ring
+   QueueItem * previousOfReactor = nullptr;
+   QueueItem * nextInBucket = nullptr;
+   QueueItem * group = nullptr; // of a member item
+   PtrInterface::NotifieeConst * reactor = nullptr;
+   Attribute const * attribute = nullptr;
+   Text key;
+   std::uint32_t hash = 0;
+   std::uint32_t pendingKeys = 0; // of a group
+   Form form = Form::whole;
+   bool linked = false; // stands in first_ or second_
+   bool wanted = false; // of a group: the deferred call is pending
+};
+
+class Queue {
+ public:
+   using Reactor = PtrInterface::NotifieeConst;
+
+   Queue() = default;
+   Queue( Queue const & ) = delete;
+   Queue & operator=( Queue const & ) = delete;
+
+   // Makes room for `items` more calls of add(). Throws std::bad_alloc, having changed nothing.
+   void reserve( std::size_t items );
+   void add( Reactor & reactor, Attribute const & attribute ) noexcept;
+   void add( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept;
+
+   // The reactor's notifications were turned on or off.
+   void activate( Reactor & reactor ) noexcept;
+   void deactivate( Reactor & reactor ) noexcept;
+   void drop( Reactor & reactor ) noexcept;
+   // The reactor is about to be destroyed.
+   void forget( Reactor & reactor ) noexcept;
+
+   bool empty() const { return !first_.head && !second_.head; }
+   // Delivers the next callback; false when there is none. REQUIRES: none is running.
+   bool runOne();
+   bool runOldest( Reactor & reactor );
+   bool running() const { return busy_; }
+
+   // Runs `call` as a callback of `reactor`: keeps the reactor, catches what it throws.
+   template< class Call >
+   void guarded( Reactor & reactor, AttributeId attribute, Call call );
+
+   std::size_t pooled() const { return free_; }
+
+ private:
+   struct List {
+      QueueItem * head = nullptr;
+      QueueItem * tail = nullptr;
+   };
+
+   QueueItem * make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept;
+   void release( QueueItem * item ) noexcept;
+   List & listOf( QueueItem const & item ) { return item.form == Form::group ? second_ : first_; }
+   void link( QueueItem * item ) noexcept;
+   void unlink( QueueItem * item ) noexcept;
+   void pend( QueueItem * item ) noexcept;
+   void take( QueueItem * item ) noexcept;
+   void deliver( QueueItem * item );
+   void failed( Reactor & reactor, AttributeId attribute );
+
+   QueueItem * find( Reactor const & reactor, Attribute const & attribute, Form form,
+                     Text const & key, std::uint32_t hash ) const noexcept;
+   void enter( QueueItem * item ) noexcept;
+   void leave( QueueItem * item ) noexcept;
+
+   List first_;
+   List second_;
+   QueueItem * pool_ = nullptr;
+   std::size_t free_ = 0; // items in the pool
+   QueueItem ** table_ = nullptr;
+   std::size_t tableSize_ = 0; // a power of two, or 0
+   std::size_t entered_ = 0;   // items in the table
+   Reactor * current_ = nullptr; // whose callback runs; null when it was destroyed meanwhile
+   bool busy_ = false;
+};
+
+// The activity's queue. Never destroyed.
+Queue & queue();
+
+// Tells of an exception that nobody else will: through the trace facility and on standard error.
+// REQUIRES: called while the exception is handled.
+void reportException( char const * where, String8 const & what ) noexcept;
+
+} // namespace Kiv::detail
