@@ -46,7 +46,7 @@ void Ring::leave( PtrInterface const & notifier, Reactor const & reactor ) {
 
 } // namespace detail
 
-Reactor::NotifieeConst() { flagIs( reactor, true ); }
+Reactor::NotifieeConst() { flagIs( isReactor, true ); }
 
 Reactor::~NotifieeConst() {
    if( flag( registered ) )

@@ -27,7 +27,7 @@ KivType const & PtrInterface::_fwkType() {
 
 void PtrInterface::kivMarkedForDeletionIs( bool marked ) {
    flagIs( markedForDeletion, marked );
-   if( marked && flag( reactor ) )
+   if( marked && flag( isReactor ) )
       detail::queue().drop( static_cast< NotifieeConst & >( *this ) );
 }
 

@@ -1,0 +1,333 @@
+// Aggregation: all agents' declarations become one status per stage.
+#pragma once
+
+#include <Kiv/Kiv.h>
+#include <Ordovan/Export.h>
+#include <Stage/Stage.h>
+
+namespace Stage {
+
+// Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
+// every stage name that an agent declares an event for, with the stage's events by agent, the
+// union of their dependencies, the largest of their timeouts, and whether it is critical.
+//
+// Owned by whoever holds a Ptr to it, as the manager does (Manager.h). Reacts while its
+// notifications are active; the factories turn them on. What it wrote stays when it goes.
+//
+// Errors: a range exception for a null status or directory ("null ValidPtr"). One ConfigSm writes
+// one Status: two over the same Status would undo each other's work.
+//
+// Invariants, whenever the activity is idle:
+//  1. A stage's events are those that agents in the directory declare for it (an event or agent
+//     object that was replaced by another in one go stays until it is withdrawn).
+//  2. A stage's dependencies are exactly those that one of its events has with value true.
+//  3. A stage is critical exactly while it has a critical event or a critical ancestor; A is an
+//     ancestor of B exactly while A is critical and depends on B.
+//  4. A stage's timeout is the largest of its events', narrowed to single precision (a removal
+//     recomputes it only when the event's timeout was exactly the stage's).
+class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
+ public:
+   // Watches the directory of agents.
+   class ORDOVAN_EXPORT KivAgentDir : public Kiv::Dir::NotifieeConst {
+    public:
+      KivAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir, ConfigSm * configSm );
+      ~KivAgentDir() override;
+      ConfigSm * configSm() const { return configSm_; }
+      void onEntityPtr( Kiv::Name agent ) override;
+      void onEntityPtrkivImmediate() override;
+      void onEntityPtr() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+    private:
+      friend class ConfigSm;
+      ConfigSm * configSm_;
+   };
+
+   // Watches one agent's declarations.
+   class ORDOVAN_EXPORT KivAgentConfig : public AgentConfig::NotifieeConst {
+    public:
+      // Runs handleEvent().
+      KivAgentConfig( Kiv::Ptr< AgentConfig const > const & agent, ConfigSm * configSm );
+      ~KivAgentConfig() override;
+      ConfigSm * configSm() const { return configSm_; }
+      // The agent's name, also when nothing is watched.
+      Kiv::Name fwkKey() const { return key_; }
+      // Runs handleEvent(), also for null, unless marked for deletion.
+      void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & agent ) override;
+      void onEvent( Kiv::Name stage ) override;
+      void onEventkivImmediate() override;
+      void onEvent() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+      // Brings all stages into line with what the agent declares.
+      void handleEvent();
+      // The same for one stage.
+      void handleEvent( Kiv::Name stageName );
+
+    private:
+      friend class ConfigSm;
+      ConfigSm * configSm_;
+      Kiv::Name const key_;
+   };
+
+   // Watches the stages of the status.
+   class ORDOVAN_EXPORT KivStatus : public Status::Notifiee {
+    public:
+      KivStatus( Kiv::Ptr< Status > const & status, ConfigSm * configSm );
+      ~KivStatus() override;
+      ConfigSm * configSm() const { return configSm_; }
+      void onStage( Kiv::Name stage ) override;
+      void onStagekivImmediate() override;
+      void onStage() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+    private:
+      friend class ConfigSm;
+      ConfigSm * configSm_;
+   };
+
+   // Watches one stage, and works out its dependencies, critical flag and timeout.
+   class ORDOVAN_EXPORT KivStageStatus : public StageStatus::Notifiee {
+    public:
+      // Watches one event of the stage.
+      class ORDOVAN_EXPORT KivEventConfig : public EventConfig::NotifieeConst {
+       public:
+         // Runs handleDependency(), handleTimeout() and handleCritical(), in this order.
+         KivEventConfig( Kiv::Ptr< EventConfig const > const & event,
+                         KivStageStatus * kivStageStatus );
+         ~KivEventConfig() override;
+         KivStageStatus * kivStageStatus() const { return kivStageStatus_; }
+         // The agent's name.
+         Kiv::String8 fwkKey() const { return key_; }
+         // Runs the same three, unless null or marked for deletion.
+         void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & event ) override;
+         void onDependency( Kiv::String8 stage ) override;
+         void onDependencykivImmediate() override;
+         void onDependency() override;
+         void onTimeout() override;
+         void onCritical() override;
+         virtual void kivDoZombieReactors( bool zombie );
+
+         void handleDependency();
+         void handleDependency( Kiv::String8 name );
+         void handleTimeout();
+         void handleCritical();
+
+       private:
+         friend class KivStageStatus;
+         void handleAll();
+         KivStageStatus * kivStageStatus_;
+         Kiv::String8 const key_;
+      };
+
+      // A critical stage that depends on this one.
+      class ORDOVAN_EXPORT KivCriticalAncestor : public Kiv::PtrInterface {
+       public:
+         KivCriticalAncestor( Kiv::String8 const & name, bool value );
+         ~KivCriticalAncestor() override;
+         Kiv::String8 fwkKey() const { return name_; }
+         bool criticalAncestor() const { return value_; }
+         void criticalAncestorIs( bool value ) { value_ = value; }
+
+       private:
+         Kiv::String8 const name_;
+         bool value_;
+      };
+
+      using EventConfigMap = Kiv::HashMap< KivEventConfig, Kiv::String8 >;
+      using EventConfigIterator = Kiv::OwnedIterator< EventConfigMap, KivStageStatus >;
+      using EventConfigIteratorConst = Kiv::OwnedIterator< EventConfigMap, KivStageStatus const >;
+      using KivEventConfigIterator = EventConfigIterator;
+      using CriticalAncestorMap = Kiv::HashMap< KivCriticalAncestor, Kiv::String8 >;
+      using CriticalAncestorIterator = Kiv::OwnedIterator< CriticalAncestorMap, KivStageStatus >;
+      using CriticalAncestorIteratorConst =
+         Kiv::OwnedIterator< CriticalAncestorMap, KivStageStatus const >;
+      using KivCriticalAncestorIterator = CriticalAncestorIterator;
+
+      // Makes a reactor for every event that the stage has, then runs handleCritical().
+      KivStageStatus( Kiv::Ptr< StageStatus > const & stage, ConfigSm * configSm );
+      ~KivStageStatus() override;
+      ConfigSm * configSm() const { return configSm_; }
+      Kiv::Name fwkKey() const { return key_; }
+      Kiv::Ptr< StageStatus > stage() const { return notifier(); }
+      using StageStatus::Notifiee::notifierIs;
+      // Brings the event reactors into line and runs handleCritical(), unless null or marked.
+      void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
+      void hasNotificationActiveIs( bool active ) override;
+      void onDependency( Kiv::String8 stage ) override;
+      void onDependencykivImmediate() override;
+      void onDependency() override;
+      void onEvent( Kiv::String8 agent ) override;
+      void onEventkivImmediate() override;
+      void onEvent() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+      // ---- one reactor per event, by agent name
+
+      Kiv::Ptr< KivEventConfig > eventConfig( Kiv::String8 const & agent ) const {
+         return eventConfig_.member( agent );
+      }
+      std::uint32_t eventConfigs() const { return eventConfig_.size(); }
+      EventConfigIterator eventConfigIterator() { return { this, eventConfig_ }; }
+      EventConfigIteratorConst eventConfigIteratorConst() const { return { this, eventConfig_ }; }
+      // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
+      Kiv::Ptr< KivEventConfig > eventConfigIs( Kiv::Ptr< EventConfig const > const & event );
+      void eventConfigDel( Kiv::String8 const & agent );
+      void eventConfigDelAll();
+      Kiv::Ptr< KivEventConfig > newEventConfig( Kiv::Ptr< EventConfig const > const & event );
+
+      // ---- the critical stages that depend on this one, by stage name
+
+      // False when absent.
+      bool criticalAncestor( Kiv::String8 const & name ) const;
+      bool hasCriticalAncestor( Kiv::String8 const & name ) const {
+         return criticalAncestor_.has( name );
+      }
+      std::uint32_t criticalAncestors() const { return criticalAncestor_.size(); }
+      CriticalAncestorIterator criticalAncestorIterator() { return { this, criticalAncestor_ }; }
+      CriticalAncestorIteratorConst criticalAncestorIteratorConst() const {
+         return { this, criticalAncestor_ };
+      }
+      // Makes the entry or sets its value, then runs handleCritical( name ); nothing for an entry
+      // that holds the value.
+      void criticalAncestorIs( Kiv::String8 const & name, bool value );
+      // Removes the entry, then runs handleCritical( name ); nothing when there is none.
+      void criticalAncestorDel( Kiv::String8 const & name );
+      void criticalAncestorDelAll();
+      Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
+
+      // ---- handlers
+
+      // The stage's own dependency on `name` changed, or stage `name` appeared: makes or removes
+      // the link to it.
+      void handleDependency( Kiv::String8 name );
+      // Some event lost its dependency on `name`: removes the stage's unless another event has it.
+      void handleDependencyDel( Kiv::String8 name );
+      // Removes the agent's event from the stage, with what only that event brought.
+      void handleEventDel( Kiv::String8 agentName );
+      // Stage `name` has appeared in the status, or changed.
+      void handleStage( Kiv::String8 name );
+      // An ancestor came, changed or went.
+      void handleCritical( Kiv::String8 name );
+      // Decides the stage's flag, writes it and pushes it to the stages that this one depends on.
+      void handleCritical();
+      // Recomputes the stage's timeout.
+      void handleTimeout();
+
+    private:
+      friend class ConfigSm;
+
+      template< class F >
+      void ownReactors( F f ) {
+         for( auto i = eventConfig_.iterator(); i; ++i )
+            f( *i.ptr() );
+      }
+      bool decideCritical() const;
+      void writeCritical( bool critical );
+      bool criticalAncestorSet( Kiv::String8 const & name, bool value );
+      bool criticalAncestorErase( Kiv::String8 const & name );
+      void reconcileEvents();
+
+      ConfigSm * configSm_;
+      Kiv::Name const key_;
+      EventConfigMap eventConfig_;
+      CriticalAncestorMap criticalAncestor_;
+   };
+
+   using AgentConfigMap = Kiv::HashMap< KivAgentConfig, Kiv::Name >;
+   using AgentConfigIterator = Kiv::OwnedIterator< AgentConfigMap, ConfigSm >;
+   using AgentConfigIteratorConst = Kiv::OwnedIterator< AgentConfigMap, ConfigSm const >;
+   using KivAgentConfigIterator = AgentConfigIterator;
+   using StageStatusMap = Kiv::HashMap< KivStageStatus, Kiv::Name >;
+   using StageStatusIterator = Kiv::OwnedIterator< StageStatusMap, ConfigSm >;
+   using StageStatusIteratorConst = Kiv::OwnedIterator< StageStatusMap, ConfigSm const >;
+   using KivStageStatusIterator = StageStatusIterator;
+
+   // Catches up with the agents and stages that are there. Notifications are off until
+   // hasNotificationActiveIs( true ).
+   ConfigSm( Kiv::Ptr< Config const > const & config, Kiv::Ptr< Status > const & status,
+             Kiv::Ptr< Kiv::Dir const > const & agentDir );
+   ~ConfigSm() override;
+
+   void hasNotificationActiveIs( bool active ) override;
+   Kiv::KivType const & fwkType() const override;
+   static Kiv::KivType const & _fwkType();
+   // Attaches to another configuration, null for none.
+   void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & config ) override;
+   // Marks this state machine and its reactors for deletion, or takes the mark back.
+   virtual void kivDoZombieReactors( bool zombie );
+
+   Kiv::Ptr< Config const > config() const { return notifier(); }
+   Kiv::Ptr< Status > status() const { return status_->notifier(); }
+   Kiv::Ptr< Kiv::Dir const > agentDir() const { return agentDir_->notifier(); }
+
+   // ---- one reactor per agent, by agent name
+
+   Kiv::Ptr< KivAgentConfig > agentConfig( Kiv::Name const & agent ) const {
+      return agentConfig_.member( agent );
+   }
+   std::uint32_t agentConfigs() const { return agentConfig_.size(); }
+   AgentConfigIterator agentConfigIterator() { return { this, agentConfig_ }; }
+   AgentConfigIteratorConst agentConfigIteratorConst() const { return { this, agentConfig_ }; }
+   // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
+   Kiv::Ptr< KivAgentConfig > agentConfigIs( Kiv::Ptr< AgentConfig const > const & agent );
+   // The agent's events leave their stages.
+   void agentConfigDel( Kiv::Name const & agent );
+   void agentConfigDelAll();
+
+   // ---- one reactor per stage, by stage name
+
+   Kiv::Ptr< KivStageStatus > stageStatus( Kiv::Name const & stage ) const {
+      return stageStatus_.member( stage );
+   }
+   std::uint32_t stageStatuss() const { return stageStatus_.size(); }
+   StageStatusIterator stageStatusIterator() { return { this, stageStatus_ }; }
+   StageStatusIteratorConst stageStatusIteratorConst() const { return { this, stageStatus_ }; }
+   // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
+   Kiv::Ptr< KivStageStatus > stageStatusIs( Kiv::Ptr< StageStatus > const & stage );
+   void stageStatusDel( Kiv::Name const & stage );
+   void stageStatusDelAll();
+
+   // Make a reactor without storing it.
+   Kiv::Ptr< KivAgentDir > newAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir );
+   Kiv::Ptr< KivStatus > newStatus( Kiv::Ptr< Status > const & status );
+   Kiv::Ptr< KivAgentConfig > newAgentConfig( Kiv::Ptr< AgentConfig const > const & agent );
+   Kiv::Ptr< KivStageStatus > newStageStatus( Kiv::Ptr< StageStatus > const & stage );
+
+   // ---- handlers
+
+   // Brings the agent reactors into line with the directory.
+   void handleAgent();
+   // The same for one name.
+   void handleAgent( Kiv::Name agentName );
+   // Stage `name` has appeared in the status, or changed: tells every stage.
+   void handleStage( Kiv::Name name );
+
+ private:
+   // The agent's entry in the directory, null if there is none of that type.
+   Kiv::Ptr< AgentConfig > agentEntry( Kiv::Name const & agent ) const;
+   void reconcileStages();
+   template< class F >
+   void ownReactors( F f ) {
+      if( status_ )
+         f( *status_ );
+      if( agentDir_ )
+         f( *agentDir_ );
+      for( auto i = agentConfig_.iterator(); i; ++i )
+         f( *i.ptr() );
+      for( auto i = stageStatus_.iterator(); i; ++i )
+         f( *i.ptr() );
+   }
+
+   Kiv::Ptr< KivStatus > status_;
+   Kiv::Ptr< KivAgentDir > agentDir_;
+   AgentConfigMap agentConfig_;
+   StageStatusMap stageStatus_;
+};
+
+// Makes a ConfigSm without a manager, with its notifications on.
+ORDOVAN_EXPORT Kiv::Ptr< ConfigSm > configSmFactory( Kiv::Ptr< Config const > const & config,
+                                                     Kiv::Ptr< Status > const & status,
+                                                     Kiv::Ptr< Kiv::Dir const > const & agentDir );
+
+} // namespace Stage

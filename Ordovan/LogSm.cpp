@@ -1,0 +1,58 @@
+#include <Ordovan/LogSm.h>
+
+#include <Kiv/Exception.h>
+
+namespace Stage {
+
+namespace {
+
+constexpr Kiv::Attribute rows[] = {
+   { 8, "stageLog", "Kiv::Ptr<Stage::Log>", "", Kiv::Role::constructorArgument, {} },
+   { 9, "logIs", "", "Kiv::String8", Kiv::Role::operation, {} },
+   { 10, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Kiv::Role::framework, {} },
+   { 11, "hasNotificationActiveIs", "bool", "", Kiv::Role::framework, {} },
+   { 12, "kivDoZombieReactors", "bool", "", Kiv::Role::framework, {} },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace
+
+Kiv::LogHandle ORDOVAN_STAGE_SLOW(
+   "ORDOVAN_STAGE_SLOW", 4, "%s stage %s timed out",
+   "A stage in progression is taking longer than expected. Stages that depend on this stage will "
+   "begin after this stage is completed.",
+   Kiv::NoActionRequired, 0.0, 1.0, 0 );
+
+// Two blanks after the first sentence of the explanation, on purpose: the text is known so.
+Kiv::LogHandle ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT(
+   "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT", 4,
+   "%s resumed after stage %s completed after timeout.",
+   "A stage that had been taking longer than expected to complete has now completed.  Stages that "
+   "depend on this completion are able to proceed.",
+   Kiv::NoActionRequired, 0.0, 1.0, 0 );
+
+LogSm::LogSm( Kiv::Ptr< Log > const & stageLog ) : stageLog_( stageLog ) {}
+
+LogSm::~LogSm() {
+   kivDoZombieReactors( true );
+   stageLog_ = nullptr;
+}
+
+void LogSm::hasNotificationActiveIs( bool active ) {
+   if( active != hasNotificationActive() )
+      PtrInterface::hasNotificationActiveIs( active );
+}
+
+void LogSm::kivDoZombieReactors( bool zombie ) {
+   if( zombie != kivMarkedForDeletion() )
+      kivMarkedForDeletionIs( zombie );
+}
+
+Kiv::KivType const & LogSm::fwkType() const { return _fwkType(); }
+Kiv::KivType const & LogSm::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::LogSm", &PtrInterface::_fwkType(), rows );
+   return type;
+}
+
+} // namespace Stage

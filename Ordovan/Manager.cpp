@@ -1,0 +1,89 @@
+#include <Ordovan/Manager.h>
+
+#include <Kiv/Exception.h>
+
+namespace Stage {
+
+using Kiv::Ptr;
+using Kiv::Role;
+using Kiv::String8;
+
+namespace {
+
+constexpr Kiv::Attribute rows[] = {
+   { 8, "isNondestructing", "bool", "", Role::value, {} },
+   { 9, "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value, {} },
+   { 10, "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value, {} },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace
+
+Ptr< Ordovan > Ordovan::OrdovanIs( Kiv::Name const & name ) {
+   return Kiv::valid( Ptr< Ordovan >( new Ordovan( name ) ) );
+}
+Ordovan::Ordovan( Kiv::Name const & name ) : Entity( name ) {}
+Ordovan::~Ordovan() {
+   configSmDel();
+   statusSmDel();
+}
+
+void Ordovan::isNondestructingIs( bool on ) { Entity::isNondestructingIs( on ); }
+String8 Ordovan::attributeString( Kiv::AttributeId attribute ) const {
+   return Entity::attributeString( attribute );
+}
+Kiv::KivType const & Ordovan::fwkType() const { return _fwkType(); }
+Kiv::KivType const & Ordovan::_fwkType() {
+   static auto const & type = *new Kiv::KivType( "Stage::Ordovan", &Entity::_fwkType(), rows );
+   return type;
+}
+
+Ptr< ConfigSm > Ordovan::newConfigSm( Ptr< Config const > const & config,
+                                      Ptr< Status > const & status,
+                                      Ptr< Kiv::Dir const > const & agentDir ) {
+   return configSmFactory( config, status, agentDir );
+}
+
+Ptr< ConfigSm > Ordovan::configSmIs( Ptr< Config const > const & config,
+                                     Ptr< Status > const & status,
+                                     Ptr< Kiv::Dir const > const & agentDir ) {
+   if( configSm_ ) {
+      // The configuration is not part of what a ConfigSm is: it may change under a living one.
+      configSm_->notifierIs( Ptr< Kiv::PtrInterface const >( config ) );
+      if( configSm_->status() == status && configSm_->agentDir() == agentDir )
+         return configSm_;
+   }
+   Ptr< ConfigSm > const made = newConfigSm( config, status, agentDir );
+   configSm_ = made;
+   made->hasNotificationActiveIs( true );
+   return Kiv::valid( made );
+}
+
+void Ordovan::configSmDel() { configSm_ = nullptr; }
+
+Ptr< StatusSm > Ordovan::newStatusSm( String8 const & application,
+                                      Ptr< Config const > const & config,
+                                      Ptr< Status > const & status,
+                                      Ptr< Progress > const & progress, Ptr< Log > const & log ) {
+   Ptr< StatusSm > const made = new StatusSm( application, config, status, progress, log );
+   made->hasNotificationActiveIs( true );
+   return Kiv::valid( made );
+}
+
+Ptr< StatusSm > Ordovan::statusSmIs( String8 const & application,
+                                     Ptr< Config const > const & config,
+                                     Ptr< Status > const & status,
+                                     Ptr< Progress > const & progress, Ptr< Log > const & log ) {
+   if( statusSm_ && statusSm_->application() == application && statusSm_->config() == config &&
+       statusSm_->status() == status && statusSm_->progress() == progress &&
+       statusSm_->log() == log )
+      return statusSm_;
+   Ptr< StatusSm > const made = newStatusSm( application, config, status, progress, log );
+   statusSm_ = made;
+   made->hasNotificationActiveIs( true );
+   return Kiv::valid( made );
+}
+
+void Ordovan::statusSmDel() { statusSm_ = nullptr; }
+
+} // namespace Stage

@@ -1,0 +1,678 @@
+// Every handler of the state machines, in the order of a start-up's life. What makes, holds and
+// attaches the reactors that call them is in the files named after the state machines.
+//
+// Aggregation (ConfigSm), one road for each thing that an agent can say:
+//
+//   an agent's entry comes or goes      handleAgent -> a reactor per agent -> handleEvent
+//   an event is declared or withdrawn   handleEvent -> the event enters or leaves its stage
+//   the stage's events change           a reactor per event -> dependency, timeout, critical
+//   the stage's dependencies change     handleDependency -> the link to the stage depended upon
+//   a stage appears                     handleStage -> links that had to wait for it
+//
+// Progression (StatusSm), the states of one stage and what moves it on:
+//
+//   waiting      StageEnableSm   the decision finds every dependency active and complete, and no
+//                                critical stage waits (or the stage is critical)  -> active
+//   active       StageSm         the last pending event completes                 -> complete
+//                                its time is up, not critical          -> timed out and complete
+//                                its time is up, critical              -> suspended
+//   suspended    StageSm         the last pending event completes                 -> complete
+//   complete     StageSm         stays; completes again whenever its pending set empties again
+//
+// The first words of a handler's first trace are its signature.
+
+#include <Ordovan/Ordovan.h>
+
+#include <Ordovan/detail/CriticalPush.h>
+#include <Ordovan/detail/Trace.h>
+
+#include <Kiv/Exception.h>
+
+#include <cstdio>
+#include <limits>
+
+namespace Stage {
+
+using Kiv::Name;
+using Kiv::Ptr;
+using Kiv::String8;
+
+// =============================================================================================
+// Aggregation: agents and their events
+// =============================================================================================
+
+void ConfigSm::handleAgent() {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleAgent() AgentDir: ", agentDir() );
+   for( auto i = agentDir()->entityPtrIteratorConst(); i; ++i )
+      handleAgent( i.key() );
+   // Agents that have left the directory; a reactor may go while we stand on it.
+   for( auto i = agentConfigIterator(); i; ++i )
+      handleAgent( i.key() );
+}
+
+void ConfigSm::handleAgent( Name agentName ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleAgent(Kiv::Name) AgentDir: ", agentDir() );
+   Ptr< AgentConfig > const agent = agentEntry( agentName );
+   Ptr< KivAgentConfig > const reactor = agentConfig( agentName );
+   if( agent ) {
+      // A reactor that watches something is left alone, even when the entry is another object by
+      // now: the events it declared are still in their stages, and go when it does.
+      if( !reactor || !reactor->notifier() )
+         agentConfigIs( Ptr< AgentConfig const >( agent ) );
+   } else if( reactor && reactor->notifier() ) {
+      agentConfigDel( agentName );
+   }
+}
+
+void ConfigSm::KivAgentConfig::handleEvent() {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent() ", fwkKey() );
+   if( Ptr< AgentConfig const > const declared = notifier() )
+      for( auto i = declared->eventIteratorConst(); i; ++i )
+         handleEvent( i.key() );
+   // Events that the agent has withdrawn.
+   for( auto i = configSm()->status()->stageIteratorConst(); i; ++i )
+      if( i.ptr() && i.ptr()->event( String8( fwkKey() ) ) )
+         handleEvent( i.key() );
+}
+
+void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent(Kiv::Name) ", fwkKey(),
+                  " ", stageName );
+   String8 const agentName( fwkKey() );
+   Ptr< StageStatus > stage = configSm()->status()->stage( stageName );
+   Ptr< AgentConfig > const agent = configSm()->agentEntry( fwkKey() );
+   Ptr< EventConfig const > const declared =
+      agent ? agent->event( stageName ) : Ptr< EventConfig const >();
+   Ptr< EventConfig const > const existing =
+      stage ? stage->event( agentName ) : Ptr< EventConfig const >();
+
+   if( existing && !declared ) {
+      ORDOVAN_TRACE( 8, "Deleting ", existing, " from ", stage );
+      // A stage of an earlier time has no reactor yet while we are being constructed.
+      configSm()->stageStatusIs( stage )->handleEventDel( agentName );
+      return;
+   }
+   if( existing )
+      return;
+   if( !declared )
+      return; // declared and withdrawn before this was heard
+
+   if( !stage ) {
+      ORDOVAN_TRACE( 8, "Adding stage ", stageName, " to status." );
+      stage = configSm()->status()->stageIs( stageName );
+   }
+   ORDOVAN_TRACE( 8, "Adding event ", agentName, " to stage ", stageName );
+   stage->eventIs( declared );
+   // Raised only: lowering it is for the recomputation that follows a removal or change.
+   stage->timeoutIs( stage->timeout() < declared->timeout() ? declared->timeout()
+                                                            : stage->timeout() );
+}
+
+void ConfigSm::handleStage( Name name ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleStage(Kiv::Name) stage=", name );
+   for( auto i = stageStatusIterator(); i; ++i )
+      if( Ptr< KivStageStatus > const reactor = i.ptr() )
+         reactor->handleStage( String8( name ) );
+}
+
+// =============================================================================================
+// Aggregation: dependencies of a stage
+// =============================================================================================
+
+using KivStageStatus = ConfigSm::KivStageStatus;
+using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
+
+void KivEventConfig::handleDependency() {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency() ",
+                  notifier()->uid() );
+   // A name in both is handled twice; the second time changes nothing.
+   for( auto i = kivStageStatus()->stage()->dependencyIteratorConst(); i; ++i )
+      handleDependency( i.key() );
+   for( auto i = notifier()->dependencyIteratorConst(); i; ++i )
+      handleDependency( i.key() );
+}
+
+void KivEventConfig::handleDependency( String8 name ) {
+   Ptr< EventConfig const > const event = notifier();
+   ORDOVAN_TRACE( 8,
+                  "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency("
+                  "Kiv::String8) ",
+                  event->uid(), " ", "(dependency:", name, ")" );
+   Ptr< StageStatus > const stage = kivStageStatus()->stage();
+   if( event->dependency( name ) && !stage->hasDependency( name ) ) {
+      // An event that has left its stage meanwhile brings nothing.
+      if( stage->event( fwkKey() ) == event )
+         stage->dependencyIs( name, true );
+      return;
+   }
+   // Also when the event still has it: the walk over the events finds it there and keeps it.
+   if( stage->hasDependency( name ) )
+      kivStageStatus()->handleDependencyDel( name );
+}
+
+void KivStageStatus::handleDependencyDel( String8 name ) {
+   ORDOVAN_TRACE( 8,
+                  "void Stage::ConfigSm::KivStageStatus::handleDependencyDel(Kiv::String8)",
+                  " for some event in stage ", fwkKey(), " (dependency: ", name, ")" );
+   Ptr< StageStatus > const watched = stage();
+   for( auto i = watched->eventIteratorConst(); i; ++i )
+      if( i.ptr()->dependency( name ) ) {
+         ORDOVAN_TRACE( 9, "Dependency found in event ", i.ptr()->uid() );
+         return;
+      }
+   ORDOVAN_TRACE( 8, "Deleting dependency ", name, " from stage ", fwkKey() );
+   watched->dependencyDel( name );
+}
+
+void KivStageStatus::handleEventDel( String8 agentName ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleEventDel(Kiv::String8) ",
+                  fwkKey(), " ", "(event:", agentName, ")" );
+   Ptr< StageStatus > const watched = stage();
+   Ptr< EventConfig const > const ec = watched->event( agentName );
+   if( !ec )
+      return;
+   double const stageTimeout = watched->timeout();
+   double const eventTimeout = ec->timeout();
+   std::uint32_t const before = ec->dependencys();
+   watched->eventDel( agentName );
+   Kiv::assertInvariant( ec->dependencys() == before, "ec->dependencys() == before" );
+   // The event is gone from the stage: only the others can keep a dependency now.
+   for( auto i = ec->dependencyIteratorConst(); i; ++i ) {
+      ORDOVAN_TRACE( 9, "Handling dependency deletion of ", i.key(), " from event ", ec->uid() );
+      handleDependencyDel( i.key() );
+   }
+   handleCritical();
+   if( eventTimeout == stageTimeout )
+      if( Ptr< KivStageStatus > const reactor = configSm()->stageStatus( fwkKey() ) )
+         reactor->handleTimeout();
+}
+
+void KivStageStatus::handleStage( String8 name ) {
+   ORDOVAN_TRACE( 9, "void Stage::ConfigSm::KivStageStatus::handleStage(Kiv::String8)",
+                  " for stage ", fwkKey(), " detected stage ", name );
+   // A dependency declared before its stage existed had no reactor to link to until now.
+   if( stage()->hasDependency( name ) )
+      handleDependency( name );
+}
+
+void KivStageStatus::handleDependency( String8 name ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleDependency(Kiv::String8)",
+                  " for stage ", fwkKey(), " (dependency:", name, ")" );
+   if( !configSm()->status()->stage( name ) )
+      return; // linked when it appears: handleStage
+   Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
+   if( !other )
+      return; // its reactor is made by the notification that also calls handleStage
+   ORDOVAN_TRACE( 8, "  Adjusting criticalAncestor for ", name );
+   bool const dep = stage()->hasDependency( name );
+   bool const critic = dep && stage()->critical();
+   String8 const self( fwkKey() );
+   ORDOVAN_TRACE( 8, "  criticalAncestor was ", other->hasCriticalAncestor( self ),
+                  " now dep && critic = ", critic );
+   ORDOVAN_TRACE( 8, " criticalAncestors ", other->criticalAncestors() );
+   if( critic )
+      other->criticalAncestorIs( self, true );
+   else
+      other->criticalAncestorDel( self );
+   ORDOVAN_TRACE( 8, " criticalAncestors after ", other->criticalAncestors() );
+}
+
+// =============================================================================================
+// Aggregation: critical stages
+// =============================================================================================
+
+void KivEventConfig::handleCritical() {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleCritical() ",
+                  notifier()->uid(), " ", " critical=", notifier()->critical() );
+   kivStageStatus()->handleCritical();
+}
+
+void KivStageStatus::handleCritical( String8 name ) {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
+                  " key ", name );
+   handleCritical();
+}
+
+// What the stage's flag has to be.
+bool KivStageStatus::decideCritical() const {
+   if( criticalAncestors() != 0 ) {
+      ORDOVAN_TRACE( 8, " Critical because exists a critical ancestor" );
+      return true;
+   }
+   for( auto i = notifier()->eventIteratorConst(); i; ++i )
+      if( i.ptr()->critical() ) {
+         ORDOVAN_TRACE( 8, " Critical because ", i.ptr()->uid(), " is critical" );
+         return true;
+      }
+   return false;
+}
+
+void KivStageStatus::writeCritical( bool critical ) {
+   if( critical != stage()->critical() )
+      ORDOVAN_TRACE( 8, " Setting critical for stage ", fwkKey(), " to ", critical );
+   else
+      ORDOVAN_TRACE( 8, fwkKey(), ": No change to critical (", critical, ")." );
+   stage()->criticalIs( critical );
+   ORDOVAN_TRACE( 8, "   Force dependents of ", fwkKey(),
+                  " to recompute based on our critical", critical );
+}
+
+// Decides a stage's flag, writes it, and pushes it to every stage that it depends on, which
+// decides in turn, depth first. The push is made even when the flag has not changed: it asserts
+// the links to the stages depended upon, which matters when a dependency was added. It ends
+// because setting a link that is set, or removing one that is not there, decides nothing anew.
+void KivStageStatus::handleCritical() {
+   detail::CriticalStack stack;
+   Ptr< KivStageStatus > next( this );
+   do {
+      if( next ) {
+         ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical()", " for stage ",
+                        next->fwkKey(), " critical=", next->stage()->critical() );
+         bool const critical = next->decideCritical();
+         next->writeCritical( critical );
+         stack.push_back( { next, next->notifier()->dependencyIteratorConst(), critical } );
+         next = nullptr;
+      }
+      detail::CriticalFrame & frame = stack.back();
+      if( !frame.dependency ) {
+         stack.pop_back();
+         continue;
+      }
+      Name const name( frame.dependency.key() );
+      ++frame.dependency;
+      Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
+      if( !other )
+         continue;
+      String8 const self( frame.stage->fwkKey() );
+      ORDOVAN_TRACE( 9, "  Adjusting criticalAncestor for ", name, " (was ",
+                     other->hasCriticalAncestor( self ), ")" );
+      bool const changed = frame.critical ? other->criticalAncestorSet( self, true )
+                                          : other->criticalAncestorErase( self );
+      if( !changed )
+         continue;
+      ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
+                     " key ", self );
+      next = other;
+   } while( next || !stack.empty() );
+}
+
+// =============================================================================================
+// Aggregation: timeouts
+// =============================================================================================
+
+namespace {
+
+// In single precision, as a stage's timeout is kept. What does not fit is infinite.
+float narrowed( double seconds ) {
+   double const limit = std::numeric_limits< float >::max();
+   if( seconds > limit )
+      return std::numeric_limits< float >::infinity();
+   if( seconds < -limit )
+      return -std::numeric_limits< float >::infinity();
+   return static_cast< float >( seconds );
+}
+
+} // namespace
+
+void KivEventConfig::handleTimeout() {
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleTimeout() ",
+                  notifier()->uid(), " ", " timeout=", notifier()->timeout() );
+   kivStageStatus()->handleTimeout();
+}
+
+void KivStageStatus::handleTimeout() {
+   Ptr< StageStatus > const watched = stage();
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleTimeout() ", fwkKey(), " ",
+                  " timeout=", watched->timeout() );
+   float largest = 0;
+   for( auto i = watched->eventIteratorConst(); i; ++i ) {
+      // Not ">=": an equal value is taken again, and no comparison with NaN counts as greater.
+      if( double{ largest } > i.ptr()->timeout() )
+         continue;
+      largest = narrowed( i.ptr()->timeout() );
+   }
+   double const timeout = largest;
+   if( timeout != watched->timeout() )
+      ORDOVAN_TRACE( 8, "  new timeout = ", timeout );
+   watched->timeoutIs( timeout );
+}
+
+// =============================================================================================
+// Progression: made, initialised, enabled
+// =============================================================================================
+
+void StatusSm::handleInitialized() {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleInitialized()" );
+   logSmIs( log() );
+   recalculateNextStageIs( Kiv::activityManager()->clock() );
+   recalculateNextStage()->timeMinIs( Kiv::infinity );
+   initializedIs( true );
+   handleEnabled();
+   if( needRecalculateNextStage() )
+      doNextStage();
+}
+
+void StatusSm::handleEnabled() {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleEnabled()" );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "Not initialized.  Return from ", "void Stage::StatusSm::handleEnabled()" );
+      return;
+   }
+   if( !Kiv::valid( config() )->enabled() )
+      return; // stages already under way go on
+   Ptr< Status > const stages = Kiv::valid( status() );
+   if( stages->activeStages() != 0 )
+      return;
+   if( stageEnableSms() == 0 && stageSms() == 0 )
+      for( auto i = stages->stageIteratorConst(); i; ++i ) {
+         ORDOVAN_TRACE( 8, "Creating Stage Enable Sm for ", i.key() );
+         stageEnableSmIs( Ptr< StageStatus const >( i.ptr() ) );
+      }
+   if( stages->complete() )
+      return;
+   logSm()->logIs( "Stage progression started" );
+   doNextStage();
+}
+
+// =============================================================================================
+// Progression: which stages are next
+// =============================================================================================
+
+void StatusSm::doNextStage() {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::doNextStage()" );
+   needRecalculateNextStageIs( true );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "not yet initialized" );
+      return; // handleInitialized asks again
+   }
+   recalculateNextStage()->timeMinIs( Kiv::now() );
+}
+
+// Whether a critical stage has not been activated yet.
+bool StatusSm::criticalStageWaits( Status const & stages ) const {
+   for( auto i = stages.stageIteratorConst(); i; ++i )
+      if( !stages.activeStage( i.key() ) && i.ptr()->critical() )
+         return true;
+   return false;
+}
+
+// Whether an active stage is not complete.
+bool StatusSm::inProgress( StageStatus const & stage, bool criticalWaiting ) const {
+   if( criticalWaiting && !stage.critical() )
+      ORDOVAN_TRACE( 9, "Stage ", stage.name(), " in progress, but now non-critical" );
+   Ptr< StageSm > const sm = stageSm( stage.name() );
+   if( sm && sm->complete() )
+      return false;
+   ORDOVAN_TRACE( 9, "Stage ", stage.name(), " in progress, but not yet complete." );
+   return true;
+}
+
+// Whether every stage that this one depends on is active and complete.
+bool StatusSm::dependenciesSatisfied( Status const & stages, StageStatus const & stage ) const {
+   for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
+      String8 const name = i.key();
+      if( !stages.activeStage( name ) ) {
+         ORDOVAN_TRACE( 9, name, " is not yet ready, which means ", stage.name(),
+                        " is also unready." );
+         return false;
+      }
+      Ptr< StageSm > const sm = stageSm( name );
+      if( !sm ) {
+         ORDOVAN_TRACE( 9, "Unactivated stage SM for ", name, " means ", stage.name(),
+                        " is unready." );
+         return false;
+      }
+      if( !sm->complete() ) {
+         ORDOVAN_TRACE( 9, "Incomplete dependency ", name, " means ", stage.name(),
+                        " is unready." );
+         return false;
+      }
+   }
+   return true;
+}
+
+void StatusSm::handleNextStage() {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleNextStage()" );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "not yet initialized" );
+      return;
+   }
+   if( !needRecalculateNextStage() ) {
+      ORDOVAN_TRACE( 8, "handleNextStage not needed yet." );
+      return;
+   }
+   needRecalculateNextStageIs( false );
+   Ptr< Status > const stages = Kiv::valid( status() );
+   bool const criticalWaiting = criticalStageWaits( *stages );
+   bool inactiveStages = false;
+   bool incompleteActiveStages = false;
+   for( auto i = stages->stageIterator(); i; ++i ) {
+      Ptr< StageStatus > const stage = i.ptr();
+      if( stages->activeStage( i.key() ) ) {
+         if( inProgress( *stage, criticalWaiting ) )
+            incompleteActiveStages = true;
+         continue;
+      }
+      // Also for a stage that is activated here: a decision that activates anything never records
+      // completion.
+      inactiveStages = true;
+      if( criticalWaiting && !stage->critical() ) {
+         // Called ready because its dependencies are not even looked at.
+         ORDOVAN_TRACE( 9, stage->name(),
+                        " is ready, but some critical stage hasn't started yet." );
+         continue;
+      }
+      if( !dependenciesSatisfied( *stages, *stage ) )
+         continue;
+      ORDOVAN_TRACE( 7, "Activating stage ", stage->name() );
+      logSm()->logIs( "stage " + String8( stage->name() ) + " started" );
+      stages->activeStageIs( stage );
+   }
+   if( !inactiveStages && !incompleteActiveStages ) {
+      stages->completeIs( true );
+      logSm()->logIs( "Stage progression is complete" );
+   } else if( inactiveStages != incompleteActiveStages ) {
+      ORDOVAN_TRACE( 8, " Inactive stages? ", inactiveStages, " IncompleteActiveStages? ",
+                     incompleteActiveStages );
+   }
+}
+
+// =============================================================================================
+// Progression: a stage that waits
+// =============================================================================================
+
+void StageEnableSm::handleCritical() {
+   if( stage()->critical() )
+      mainSm()->doNextStage();
+}
+
+void StageEnableSm::handleDependencyDel( String8 key ) {
+   // A dependency that is there and set cannot have made the stage ready.
+   if( stage()->dependency( key ) )
+      return;
+   for( auto i = stage()->dependencyIteratorConst(); i; ++i ) {
+      Ptr< StageSm > const sm = mainSm()->stageSm( i.key() );
+      if( !sm || !sm->complete() )
+         return;
+   }
+   mainSm()->doNextStage();
+}
+
+// =============================================================================================
+// Progression: a stage becomes active
+// =============================================================================================
+
+void StatusSm::handleActiveStage() {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleActiveStage()" );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "Not initialized.  Return from", " ",
+                     "void Stage::StatusSm::handleActiveStage()" );
+      return;
+   }
+   for( auto i = status()->activeStageIteratorConst(); i; ++i )
+      handleActiveStage( String8( i.key() ) );
+}
+
+void StatusSm::handleActiveStage( String8 name ) {
+   ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleActiveStage(Kiv::String)", " ", name );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "Not initialized.  Return from", " ",
+                     "void Stage::StatusSm::handleActiveStage(Kiv::String)", " for stage ", name );
+      return;
+   }
+   Ptr< StageStatus > const stage = status()->activeStage( name );
+   if( !stage )
+      return; // it has left again: nothing is torn down
+   if( stageSm( name ) )
+      return; // replaced once
+   ORDOVAN_TRACE( 8, "Replacing Stage Enable Sm with Stage Sm for ", name );
+   stageEnableSmDel( name );
+   stageSmIs( Ptr< StageStatus const >( stage ), logSm() );
+   Kiv::valid( progress() )->stageIs( name, true );
+}
+
+void StageSm::handleInitialized() {
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleInitialized() ", fwkKey() );
+   if( pendingEvents() != 0 ) {
+      // Not armed before the pending events were looked at once more.
+      stageUncompletedIs( Kiv::activityManager()->clock() );
+      stageUncompleted()->timeMinIs( Kiv::infinity );
+   }
+   initializedIs( true );
+   handlePendingEvent();
+   if( pendingEvents() != 0 )
+      stageUncompleted()->timeMinIs( Kiv::now() + stage()->timeout() );
+   else
+      stageUncompletedDel();
+}
+
+// =============================================================================================
+// Progression: events of an active stage
+// =============================================================================================
+
+void StageSm::KivEvent::handleComplete() {
+   Ptr< EventConfig const > const ev = event();
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(), " (stage: ",
+                  stageSm()->fwkKey(), ", agent:", ev->agent(), ")" );
+   bool const complete = ev->complete();
+   stageSm()->logSm()->logIs( "  event " + ev->uid() + ( complete ? " completed" : " started" ) );
+   if( complete )
+      stageSm()->pendingEventDel( ev->uid() );
+   else
+      stageSm()->pendingEventIs( ev );
+}
+
+void StageSm::handleEventDel( String8 agentName ) {
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", fwkKey(), " ",
+                  agentName );
+   Ptr< EventConfig const > const ev = stage()->event( agentName );
+   String8 const uid = String8( stage()->name() ) + ":" + agentName;
+   if( !ev ) {
+      pendingEventDel( uid );
+      return;
+   }
+   Ptr< KivPendingEvent > const pending = pendingEvent( uid );
+   if( !ev->complete() && ( !pending || !pending->pendingEvent() ) ) {
+      ORDOVAN_TRACE( 8, "Incomplete event being added to pending events" );
+      pendingEventIs( ev );
+   }
+}
+
+void StageSm::handlePendingEvent( String8 uid ) {
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handlePendingEvent(Kiv::String8) ", uid );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "Not initialized.  Return from", " ",
+                     "void Stage::StageSm::handlePendingEvent(Kiv::String8)" );
+      return;
+   }
+   handlePendingEvent();
+}
+
+// There is no test of `complete` on purpose: whenever the pending set is found empty the stage is
+// completed, also one that a timeout completed before.
+void StageSm::handlePendingEvent() {
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handlePendingEvent() ", fwkKey() );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, "Not initialized.  Return from", " ",
+                     "void Stage::StageSm::handlePendingEvent()" );
+      return;
+   }
+   if( pendingEvents() != 0 ) {
+      ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents." );
+      return;
+   }
+   String8 const text = "stage " + String8( fwkKey() ) + " is complete";
+   if( timedOut() ) {
+      ORDOVAN_TRACE( 0, " Stage ", fwkKey(), " completed, but had previously timed out." );
+      if( stage()->critical() )
+         Kiv::log( ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT, mainSm()->application(), fwkKey() );
+   }
+   if( stageUncompleted() )
+      stageUncompleted()->timeMinIs( Kiv::infinity );
+   completionTimeIs( Kiv::now() );
+   completeIs( true );
+   logSm()->logIs( text );
+   mainSm()->doNextStage();
+}
+
+// =============================================================================================
+// Progression: a stage's time is up
+// =============================================================================================
+
+namespace {
+
+// Two blanks and the name of each pending event.
+String8 namesOfPending( StageSm const & sm ) {
+   String8 names;
+   for( auto i = sm.pendingEventIteratorConst(); i; ++i ) {
+      Ptr< EventConfig const > const event = i.ptr()->pendingEvent();
+      names += "  " + ( event ? String8( event->name() ) : String8( "<unknown>" ) );
+   }
+   return names;
+}
+
+} // namespace
+
+void StageSm::handleStageUncompleted() {
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleStageUncompleted() ", fwkKey() );
+   if( !initialized() ) {
+      ORDOVAN_TRACE( 8, " not yet initialized; ignore initial handler for timeout." );
+      return;
+   }
+   ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents remaining" );
+   ORDOVAN_TRACE( 8, " Incomplete events: ", namesOfPending( *this ) );
+   // Also for a critical stage, although that one is not completed.
+   logSm()->logIs( "stage " + String8( fwkKey() ) + " is complete (timeout)" );
+   if( !stage()->critical() ) {
+      // The pending events stay: when the last of them completes, the stage completes again.
+      completionTimeIs( Kiv::now() );
+      timedOutIs( true );
+      completeIs( true );
+      mainSm()->doNextStage();
+      return;
+   }
+   String8 const application = mainSm()->application();
+   String8 const name( fwkKey() );
+   Kiv::log( ORDOVAN_STAGE_SLOW, application, name );
+   // The stage first and the application second, a leading blank, no newline and no flush: whoever
+   // watches the console knows the line by that.
+   std::printf( " Critical stage %s timed out! %s suspended for debugging.", name.charPtr(),
+                application.charPtr() );
+   ORDOVAN_TRACE( 0, " Critical stage ", name, " timed out! ", application,
+                  " suspended for debugging." );
+   timedOutIs( true );
+}
+
+// =============================================================================================
+// Log
+// =============================================================================================
+
+void LogSm::logIs( String8 msg ) {
+   ORDOVAN_TRACE( 9, "void Stage::LogSm::logIs(Kiv::String8) ", msg );
+   double const time = Kiv::now();
+   LogEntry const entry{ time, msg };
+   Ptr< Log > const log = Kiv::valid( stageLog() ); // held while it is written to
+   log->logEnq( entry );
+}
+
+} // namespace Stage

@@ -1,0 +1,67 @@
+#include <Ordovan/StageEnableSm.h>
+
+#include <Ordovan/StatusSm.h>
+
+namespace Stage {
+
+using Kiv::Ptr;
+using Kiv::Role;
+using Kiv::String8;
+
+namespace {
+
+constexpr Kiv::Attribute rows[] = {
+   { 8, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {} },
+   { 9, "name", "Kiv::Name", "", Role::value, {} },
+   { 10, "handleDependencyDel", "", "Kiv::String8", Role::handler, {} },
+   { 11, "handleCritical", "", "", Role::handler, {} },
+   { 12, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {} },
+   { 13, "fwkKey", "Kiv::Name", "", Role::framework, {} },
+   { 14, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
+   { 15, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
+   { 16, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace
+
+StageEnableSm::StageEnableSm( Ptr< StageStatus const > const & stage, StatusSm * mainSm )
+   : mainSm_( mainSm ), key_( stage->name() ) {
+   Kiv::KeepDuringConstruction const keep( *this );
+   StageStatus::NotifieeConst::notifierIs( stage );
+   isRegisteredNotifieeIs( true );
+}
+StageEnableSm::~StageEnableSm() { kivDoZombieReactors( true ); }
+
+void StageEnableSm::notifierIs( Ptr< Kiv::PtrInterface const > const & stage ) {
+   if( notifierPtr() == stage )
+      return;
+   StageStatus::NotifieeConst::notifierIs( stage );
+   if( stage && !kivMarkedForDeletion() )
+      handleCritical();
+   isRegisteredNotifieeIs( true );
+}
+
+Ptr< Kiv::ActivityConfig > StageEnableSm::kivFwkActivity() { return activity_; }
+Ptr< Kiv::ActivityConfig const > StageEnableSm::kivFwkActivity() const { return activity_; }
+
+void StageEnableSm::onDependency( String8 key ) {
+   Kiv::detail::toOwner( *this, mainSm_, [ & ]( StatusSm & ) { handleDependencyDel( key ); } );
+}
+void StageEnableSm::onDependencykivImmediate() {}
+void StageEnableSm::onCritical() {
+   Kiv::detail::toOwner( *this, mainSm_, [ & ]( StatusSm & ) { handleCritical(); } );
+}
+
+void StageEnableSm::kivDoZombieReactors( bool zombie ) {
+   Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
+}
+
+Kiv::KivType const & StageEnableSm::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StageEnableSm::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StageEnableSm", &PtrInterface::_fwkType(), rows );
+   return type;
+}
+
+} // namespace Stage

@@ -1,0 +1,60 @@
+// A stage that waits for its dependencies.
+#pragma once
+
+#include <Kiv/Kiv.h>
+#include <Ordovan/Export.h>
+#include <Stage/StageStatus.h>
+
+namespace Stage {
+
+class StatusSm;
+
+// Watches one stage that is not active yet. Decides nothing: when something about the stage
+// changes that could make it ready, it asks its StatusSm for a new decision. Holds no state but
+// its two pointers.
+//
+// Owned by its StatusSm, which replaces it by a StageSm when the stage becomes active.
+class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
+ public:
+   // Attaches without running a handler. REQUIRES: neither is null, and mainSm outlives this.
+   StageEnableSm( Kiv::Ptr< StageStatus const > const & stage, StatusSm * mainSm );
+   Kiv::KivType const & fwkType() const override;
+   ~StageEnableSm() override;
+   // Re-attaches; runs handleCritical() once for a stage that is not null.
+   void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
+   // The activity, empty until it is set: then the process's one is meant.
+   Kiv::Ptr< Kiv::ActivityConfig > kivFwkActivity() override;
+   Kiv::Ptr< Kiv::ActivityConfig const > kivFwkActivity() const override;
+   using StageStatus::NotifieeConst::onDependency;
+   void onDependency( Kiv::String8 key ) override;
+   // Nothing: only the notification by key is used.
+   void onDependencykivImmediate() override;
+   void onCritical() override;
+   virtual void kivDoZombieReactors( bool zombie );
+
+   static Kiv::KivType const & _fwkType();
+
+   Kiv::Ptr< StageStatus const > stage() const { return notifier(); }
+   void stageIs( Kiv::Ptr< StageStatus const > const & stage ) {
+      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( stage ) );
+   }
+   StatusSm * mainSm() const { return mainSm_; }
+   void mainSmIs( StatusSm * mainSm ) { mainSm_ = mainSm; }
+   void kivFwkActivityIs( Kiv::Ptr< Kiv::ActivityConfig > const & activity ) {
+      activity_ = activity;
+   }
+   // The stage's name: the key in its owner's collection.
+   Kiv::Name fwkKey() const { return key_; }
+
+   // A stage that turned critical can change which stages are next.
+   void handleCritical();
+   // A dependency that went away can have made the stage ready.
+   void handleDependencyDel( Kiv::String8 key );
+
+ private:
+   StatusSm * mainSm_;
+   Kiv::Name const key_;
+   Kiv::Ptr< Kiv::ActivityConfig > activity_;
+};
+
+} // namespace Stage

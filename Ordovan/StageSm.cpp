@@ -1,0 +1,355 @@
+// StageSm's plumbing; its handlers are in Ordovan.cpp.
+
+#include <Ordovan/StageSm.h>
+
+#include <Ordovan/StatusSm.h>
+
+#include <Kiv/Exception.h>
+
+namespace Stage {
+
+using Kiv::changes;
+using Kiv::members;
+using Kiv::Ptr;
+using Kiv::PtrInterface;
+using Kiv::Role;
+using Kiv::String8;
+
+namespace {
+
+using N = StageSm::NotifieeConst;
+constexpr Role tells = Role::value | Role::notifying;
+constexpr Role keyedTells = Role::collection | Role::reactor | Role::notifying;
+enum : Kiv::AttributeId {
+   stage = Kiv::firstOwnAttribute,
+   logSm,
+   name,
+   complete,
+   timedOut,
+   completionTime,
+   pendingEvent,
+   handlePendingEvent,
+   handleEventDel,
+   event,
+   stageUncompleted,
+   handleStageUncompleted,
+   initialized,
+};
+constexpr Kiv::Attribute rows[] = {
+   { stage, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {} },
+   { logSm, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument, {} },
+   { name, "name", "Kiv::Name", "", Role::value, {} },
+   { complete, "complete", "bool", "", tells, changes< &N::onComplete >() },
+   { timedOut, "timedOut", "bool", "", tells, changes< &N::onTimedOut >() },
+   { completionTime, "completionTime", "double", "", tells, changes< &N::onCompletionTime >() },
+   { pendingEvent, "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
+     members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
+              &N::onPendingEvent >() },
+   { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {} },
+   { handleEventDel, "handleEventDel", "", "Kiv::String8", Role::handler, {} },
+   { event, "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
+     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >() },
+   { stageUncompleted, "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
+     changes< &N::onStageUncompleted >() },
+   { handleStageUncompleted, "handleStageUncompleted", "", "", Role::handler, {} },
+   { initialized, "initialized", "bool", "", tells, changes< &N::onInitialized >() },
+   { 21, "handleInitialized", "", "", Role::handler, {} },
+   { 22, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {} },
+   { 23, "fwkKey", "Kiv::Name", "", Role::framework, {} },
+   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
+   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
+   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+};
+static_assert( Kiv::numbered( rows ) );
+
+constexpr Kiv::Attribute const & row( Kiv::AttributeId id ) {
+   return rows[ id - Kiv::firstOwnAttribute ];
+}
+
+} // namespace
+
+void StageSm::NotifieeConst::onComplete() {}
+void StageSm::NotifieeConst::onTimedOut() {}
+void StageSm::NotifieeConst::onCompletionTime() {}
+void StageSm::NotifieeConst::onPendingEvent( String8 ) {}
+void StageSm::NotifieeConst::onPendingEventkivImmediate() {}
+void StageSm::NotifieeConst::onPendingEvent() {}
+void StageSm::NotifieeConst::onEvent( String8 ) {}
+void StageSm::NotifieeConst::onEventkivImmediate() {}
+void StageSm::NotifieeConst::onEvent() {}
+void StageSm::NotifieeConst::onStageUncompleted() {}
+void StageSm::NotifieeConst::onInitialized() {}
+
+// --------------------------------------------------------------------------------- KivEvent
+
+StageSm::KivEvent::KivEvent( Ptr< EventConfig const > const & event, String8 const & key,
+                             StageSm * stageSm )
+   : stageSm_( stageSm ), key_( key ) {
+   Kiv::KeepDuringConstruction const keep( *this );
+   EventConfig::NotifieeConst::notifierIs( event );
+   isRegisteredNotifieeIs( true );
+   handleComplete();
+}
+StageSm::KivEvent::~KivEvent() { kivDoZombieReactors( true ); }
+
+void StageSm::KivEvent::notifierIs( Ptr< PtrInterface const > const & event ) {
+   if( notifierPtr() == event )
+      return;
+   EventConfig::NotifieeConst::notifierIs( event );
+   if( !event || kivMarkedForDeletion() )
+      return;
+   isRegisteredNotifieeIs( true );
+   handleComplete();
+}
+
+void StageSm::KivEvent::onComplete() {
+   Kiv::detail::toOwner( *this, stageSm_, [ & ]( StageSm & sm ) {
+      sm.asOwned( [ & ] { handleComplete(); } );
+   } );
+}
+
+void StageSm::KivEvent::kivDoZombieReactors( bool zombie ) {
+   Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
+}
+
+StageSm::KivPendingEvent::KivPendingEvent( Ptr< EventConfig const > const & event )
+   : event_( event ) {}
+StageSm::KivPendingEvent::~KivPendingEvent() = default;
+
+// ---------------------------------------------------------------------- KivStageUncompleted
+
+StageSm::KivStageUncompleted::KivStageUncompleted( Ptr< Kiv::Clock const > const & clock,
+                                                   StageSm * stageSm )
+   : stageSm_( stageSm ) {
+   Kiv::KeepDuringConstruction const keep( *this );
+   Kiv::Clock::NotifieeConst::notifierIs( clock );
+   isRegisteredNotifieeIs( true );
+}
+StageSm::KivStageUncompleted::~KivStageUncompleted() { kivDoZombieReactors( true ); }
+
+void StageSm::KivStageUncompleted::onTime() {
+   Kiv::detail::toOwner( *this, stageSm_, []( StageSm & sm ) {
+      sm.asOwned( [ & ] { sm.handleStageUncompleted(); } );
+   } );
+}
+
+void StageSm::KivStageUncompleted::kivDoZombieReactors( bool zombie ) {
+   Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
+}
+
+// ---------------------------------------------------------------------------------- StageSm
+
+StageSm::StageSm( Ptr< StageStatus const > const & stage, Ptr< LogSm > const & logSm,
+                  StatusSm * mainSm )
+   : logSm_( logSm ), mainSm_( mainSm ), key_( Kiv::valid( stage )->name() ) {
+   Kiv::KeepDuringConstruction const keep( *this );
+   StageStatus::NotifieeConst::notifierIs( stage );
+   isRegisteredNotifieeIs( true );
+   mirrorEvents();
+   handleInitialized();
+}
+
+StageSm::~StageSm() {
+   kivDoZombieReactors( true );
+   if( stageUncompleted_ )
+      stageUncompleted_->stageSmIs( nullptr );
+   for( auto i = event_.iterator(); i; ++i )
+      i.ptr()->stageSm_ = nullptr;
+}
+
+// Runs a reaction that passes through code of others (the sink of log messages), which may let go
+// of the whole state machine: its owner stays until the reaction is over.
+template< class Call >
+void StageSm::asOwned( Call call ) {
+   Ptr< StatusSm > const keep( mainSm_ && mainSm_->references() ? mainSm_ : nullptr );
+   Ptr< StageSm > const keepThis( references() ? this : nullptr );
+   call();
+}
+
+void StageSm::hasNotificationActiveIs( bool active ) {
+   if( active == hasNotificationActive() )
+      return;
+   StageStatus::NotifieeConst::hasNotificationActiveIs( active );
+   Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { ownReactors( f ); } );
+}
+
+void StageSm::kivDoZombieReactors( bool zombie ) {
+   Kiv::detail::doZombieReactors( *this, zombie, [ this ]( bool z ) {
+      ownReactors( [ z ]( auto & r ) { r.kivDoZombieReactors( z ); } );
+   } );
+}
+
+void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
+   if( notifierPtr() == stage )
+      return;
+   Ptr< StageStatus const > const before = this->stage();
+   StageStatus::NotifieeConst::notifierIs( stage );
+   if( !stage || kivMarkedForDeletion() )
+      return;
+   isRegisteredNotifieeIs( true );
+   // An event that the other stage does not have would be pending for ever.
+   for( auto i = eventIterator(); i; ++i )
+      if( before && !this->stage()->event( i.key() ) )
+         pendingEventDel( String8( before->name() ) + ":" + i.key() );
+   mirrorEvents();
+}
+
+void StageSm::onEvent( String8 agentName ) {
+   asOwned( [ & ] {
+      if( !kivMarkedForDeletion() )
+         handleEventDel( agentName );
+      // The mirror is brought into line in any case.
+      if( !stage() )
+         return;
+      if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
+         eventIs( agentName, present );
+      else
+         eventDel( agentName );
+   } );
+}
+
+void StageSm::onEventkivImmediate() {
+   asOwned( [ & ] {
+      if( stage() )
+         mirrorEvents();
+   } );
+}
+
+void StageSm::mirrorEvents() {
+   Ptr< StageStatus const > const watched = stage();
+   for( auto i = watched->eventIteratorConst(); i; ++i )
+      eventIs( i.key(), i.ptr() );
+   for( auto i = eventIterator(); i; ++i )
+      if( !watched->event( i.key() ) )
+         eventDel( i.key() );
+}
+
+void StageSm::completeIs( bool on ) { complete_.valueIs( *this, row( Stage::complete ), on ); }
+void StageSm::timedOutIs( bool on ) { timedOut_.valueIs( *this, row( Stage::timedOut ), on ); }
+void StageSm::completionTimeIs( double const & seconds ) {
+   completionTime_.valueIs( *this, row( Stage::completionTime ), seconds );
+}
+void StageSm::initializedIs( bool on ) {
+   initialized_.valueIs( *this, row( Stage::initialized ), on );
+}
+
+// ---- pending events
+
+Ptr< StageSm::KivPendingEvent >
+StageSm::newPendingEvent( Ptr< EventConfig const > const & event ) {
+   return Kiv::valid( Ptr< KivPendingEvent >( new KivPendingEvent( event ) ) );
+}
+
+void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
+   String8 const uid = Kiv::valid( event )->uid();
+   Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
+   if( held && held->pendingEvent() == event )
+      return;
+   if( held )
+      held->pendingEventIs( event );
+   else
+      pendingEvent_.memberIs( uid, newPendingEvent( event ) );
+   StageSm::handlePendingEvent( uid );
+   pendingEventNotify( uid );
+}
+
+void StageSm::pendingEventDel( String8 const & uid ) {
+   String8 const key = uid; // the caller's may belong to what goes
+   if( !pendingEvent_.memberDel( key ) )
+      return;
+   StageSm::handlePendingEvent( key );
+   pendingEventNotify( key );
+}
+
+void StageSm::pendingEventDelAll() {
+   for( auto i = pendingEventIterator(); i; ++i )
+      pendingEventDel( i.key() );
+}
+
+void StageSm::pendingEventNotify( String8 const & uid ) {
+   Kiv::detail::Change( *this, row( Stage::pendingEvent ), 1 ).queue( uid );
+}
+
+// ---- events
+
+Ptr< StageSm::KivEvent > StageSm::newEvent( String8 const & agentName,
+                                            Ptr< EventConfig const > const & event ) {
+   Ptr< KivEvent > const made = new KivEvent( Kiv::valid( event ), agentName, this );
+   made->hasNotificationActiveIs( hasNotificationActive() );
+   return made;
+}
+
+Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
+                                           Ptr< EventConfig const > const & event ) {
+   Kiv::valid( event );
+   if( Ptr< KivEvent > const held = event_.member( agentName ) ) {
+      if( held->event() != event ) {
+         held->notifierIs( event );
+         eventNotify( agentName );
+      }
+      return held;
+   }
+   Ptr< KivEvent > const made = newEvent( agentName, event );
+   event_.memberIs( agentName, made );
+   eventNotify( agentName );
+   return made;
+}
+
+void StageSm::eventDel( String8 const & agentName ) {
+   Ptr< KivEvent > const gone = event_.member( agentName );
+   if( !gone )
+      return;
+   gone->kivDoZombieReactors( true );
+   gone->stageSm_ = nullptr;
+   event_.memberDel( gone->fwkKey() );
+   eventNotify( gone->fwkKey() );
+}
+
+void StageSm::eventDelAll() {
+   for( auto i = eventIterator(); i; ++i )
+      eventDel( i.key() );
+}
+
+void StageSm::eventNotify( String8 const & agentName ) {
+   Kiv::detail::Change( *this, row( Stage::event ), 1 ).queue( agentName );
+}
+
+// ---- timer
+
+Ptr< StageSm::KivStageUncompleted >
+StageSm::newStageUncompleted( Ptr< Kiv::Clock const > const & clock ) {
+   Ptr< KivStageUncompleted > const made = new KivStageUncompleted( Kiv::valid( clock ), this );
+   made->hasNotificationActiveIs( hasNotificationActive() );
+   return made;
+}
+
+void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
+   if( stageUncompleted_ && stageUncompleted_->notifierPtr() == clock )
+      return;
+   Kiv::detail::Change change( *this, row( Stage::stageUncompleted ), 0 );
+   if( stageUncompleted_ )
+      stageUncompleted_->notifierIs( Kiv::valid( clock ) );
+   else
+      stageUncompleted_ = newStageUncompleted( clock );
+   stageUncompleted_->isRegisteredNotifieeIs( true );
+   change.queue();
+}
+
+void StageSm::stageUncompletedDel() {
+   if( !stageUncompleted_ )
+      return;
+   Kiv::detail::Change change( *this, row( Stage::stageUncompleted ), 0 );
+   stageUncompleted_->kivDoZombieReactors( true );
+   stageUncompleted_->stageSmIs( nullptr );
+   stageUncompleted_ = nullptr;
+   change.queue();
+}
+
+Kiv::KivType const & StageSm::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StageSm::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StageSm", &PtrInterface::_fwkType(), rows );
+   return type;
+}
+
+} // namespace Stage

@@ -1,0 +1,208 @@
+// An active stage and its events.
+#pragma once
+
+#include <Kiv/Kiv.h>
+#include <Ordovan/Export.h>
+#include <Ordovan/LogSm.h>
+#include <Stage/EventConfig.h>
+#include <Stage/StageStatus.h>
+
+namespace Stage {
+
+class StatusSm;
+
+// Tracks one active stage of one application: mirrors the stage's events, keeps the set of those
+// that are not complete (the pending events), and declares the stage complete when that set is
+// empty, or when the stage's time is up and the stage is not critical.
+//
+// Owned by its StatusSm from the stage's activation on, also after the stage is complete and if it
+// leaves the active stages. Reads its stage and never writes it. Others may watch it through
+// StageSm::NotifieeConst.
+//
+//   constructed -> initialised -+-> complete                                (timedOut false)
+//                               +-> timed out and complete     (not critical) -> complete again
+//                               +-> timed out, suspended          (critical)  -> complete
+class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
+ public:
+   // Watches a StageSm.
+   class ORDOVAN_EXPORT NotifieeConst
+      : public Kiv::NotifieeOf< StageSm, Kiv::PtrInterface::NotifieeConst > {
+    public:
+      virtual void onComplete();
+      virtual void onTimedOut();
+      virtual void onCompletionTime();
+      virtual void onPendingEvent( Kiv::String8 uid );
+      virtual void onPendingEventkivImmediate();
+      virtual void onPendingEvent();
+      virtual void onEvent( Kiv::String8 agent );
+      virtual void onEventkivImmediate();
+      virtual void onEvent();
+      virtual void onStageUncompleted();
+      virtual void onInitialized();
+   };
+
+   // Watches one event of the stage.
+   class ORDOVAN_EXPORT KivEvent : public EventConfig::NotifieeConst {
+    public:
+      // Runs handleComplete().
+      KivEvent( Kiv::Ptr< EventConfig const > const & event, Kiv::String8 const & key,
+                StageSm * stageSm );
+      ~KivEvent() override;
+      StageSm * stageSm() const { return stageSm_; }
+      Kiv::Ptr< EventConfig const > event() const { return notifier(); }
+      // The agent's name.
+      Kiv::String8 fwkKey() const { return key_; }
+      // Runs handleComplete(), unless null or marked for deletion.
+      void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & event ) override;
+      void onComplete() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+      void handleComplete();
+
+    private:
+      friend class StageSm;
+      StageSm * stageSm_;
+      Kiv::String8 const key_;
+   };
+
+   // An event that is not complete yet.
+   class ORDOVAN_EXPORT KivPendingEvent : public Kiv::PtrInterface {
+    public:
+      explicit KivPendingEvent( Kiv::Ptr< EventConfig const > const & event );
+      ~KivPendingEvent() override;
+      Kiv::Ptr< EventConfig const > pendingEvent() const { return event_; }
+      void pendingEventIs( Kiv::Ptr< EventConfig const > const & event ) { event_ = event; }
+
+    private:
+      Kiv::Ptr< EventConfig const > event_;
+   };
+
+   // The slow-stage timer.
+   class ORDOVAN_EXPORT KivStageUncompleted : public Kiv::Clock::NotifieeConst {
+    public:
+      KivStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock, StageSm * stageSm );
+      ~KivStageUncompleted() override;
+      StageSm * stageSm() const { return stageSm_; }
+      void stageSmIs( StageSm * stageSm ) { stageSm_ = stageSm; }
+      void onTime() override;
+      virtual void kivDoZombieReactors( bool zombie );
+
+    private:
+      StageSm * stageSm_;
+   };
+
+   using PendingEventMap = Kiv::HashMap< KivPendingEvent, Kiv::String8 >;
+   using PendingEventIterator = Kiv::OwnedIterator< PendingEventMap, StageSm >;
+   using PendingEventIteratorConst = Kiv::OwnedIterator< PendingEventMap, StageSm const >;
+   using EventMap = Kiv::HashMap< KivEvent, Kiv::String8 >;
+   using EventIterator = Kiv::OwnedIterator< EventMap, StageSm >;
+   using EventIteratorConst = Kiv::OwnedIterator< EventMap, StageSm const >;
+
+   // Catches up with the stage's events; may complete the stage at once. REQUIRES: none is null,
+   // and mainSm outlives this.
+   StageSm( Kiv::Ptr< StageStatus const > const & stage, Kiv::Ptr< LogSm > const & logSm,
+            StatusSm * mainSm );
+   void hasNotificationActiveIs( bool active ) override;
+   Kiv::KivType const & fwkType() const override;
+   ~StageSm() override;
+   // Mirrors the events of another stage; does not run handleInitialized().
+   void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
+   using StageStatus::NotifieeConst::onEvent;
+   void onEvent( Kiv::String8 agentName ) override;
+   void onEventkivImmediate() override;
+   virtual void kivDoZombieReactors( bool zombie );
+
+   static Kiv::KivType const & _fwkType();
+
+   Kiv::Ptr< StageStatus const > stage() const { return notifier(); }
+   Kiv::Ptr< LogSm > logSm() const { return logSm_; }
+   StatusSm * mainSm() const { return mainSm_; }
+   // The stage's name: the key in its owner's collection.
+   Kiv::Name fwkKey() const { return key_; }
+
+   // The stage is complete. Never taken back.
+   bool complete() const { return complete_.value(); }
+   void completeIs( bool complete );
+   // The timer fired before the stage was complete. Never taken back.
+   bool timedOut() const { return timedOut_.value(); }
+   void timedOutIs( bool timedOut );
+   // When the stage was last declared complete, in seconds as Kiv::now(); 0 before.
+   double completionTime() const { return completionTime_.value(); }
+   void completionTimeIs( double const & seconds );
+   // The initial pass is over.
+   bool initialized() const { return initialized_.value(); }
+   void initializedIs( bool initialized );
+
+   // ---- the events that are not complete, by uid (stage name, ":", agent name)
+
+   Kiv::Ptr< KivPendingEvent > pendingEvent( Kiv::String8 const & uid ) const {
+      return pendingEvent_.member( uid );
+   }
+   std::uint32_t pendingEvents() const { return pendingEvent_.size(); }
+   PendingEventIterator pendingEventIterator() { return { this, pendingEvent_ }; }
+   PendingEventIteratorConst pendingEventIteratorConst() const { return { this, pendingEvent_ }; }
+   // Each changes the collection, runs handlePendingEvent( uid ), then tells the observers; for
+   // an event that is held already, or an absent uid, it does nothing.
+   void pendingEventIs( Kiv::Ptr< EventConfig const > const & event );
+   void pendingEventDel( Kiv::String8 const & uid );
+   void pendingEventDelAll();
+   Kiv::Ptr< KivPendingEvent > newPendingEvent( Kiv::Ptr< EventConfig const > const & event );
+   void pendingEventNotify( Kiv::String8 const & uid );
+
+   // ---- one reactor per event, by agent name
+
+   Kiv::Ptr< KivEvent > event( Kiv::String8 const & agent ) const { return event_.member( agent ); }
+   std::uint32_t events() const { return event_.size(); }
+   EventIterator eventIterator() { return { this, event_ }; }
+   EventIteratorConst eventIteratorConst() const { return { this, event_ }; }
+   // Makes the reactor, or re-attaches the one there is. A range exception for null.
+   Kiv::Ptr< KivEvent > eventIs( Kiv::String8 const & agentName,
+                                 Kiv::Ptr< EventConfig const > const & event );
+   void eventDel( Kiv::String8 const & agentName );
+   void eventDelAll();
+   Kiv::Ptr< KivEvent > newEvent( Kiv::String8 const & agentName,
+                                  Kiv::Ptr< EventConfig const > const & event );
+   void eventNotify( Kiv::String8 const & agentName );
+
+   // ---- the slow-stage timer, null when there is none
+
+   Kiv::Ptr< KivStageUncompleted > stageUncompleted() const { return stageUncompleted_; }
+   void stageUncompletedIs( Kiv::Ptr< Kiv::Clock const > const & clock );
+   void stageUncompletedDel();
+   Kiv::Ptr< KivStageUncompleted > newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
+
+   // ---- handlers
+
+   void handleInitialized();
+   void handleEventDel( Kiv::String8 agentName );
+   void handlePendingEvent( Kiv::String8 uid );
+   // The completion check.
+   void handlePendingEvent();
+   // The stage's time is up.
+   void handleStageUncompleted();
+
+ private:
+   template< class F >
+   void ownReactors( F f ) {
+      if( stageUncompleted_ )
+         f( *stageUncompleted_ );
+      for( auto i = event_.iterator(); i; ++i )
+         f( *i.ptr() );
+   }
+   void mirrorEvents();
+   template< class Call >
+   void asOwned( Call call );
+
+   Kiv::Ptr< LogSm > logSm_;
+   StatusSm * mainSm_;
+   Kiv::Name const key_;
+   Kiv::Scalar< bool > complete_;
+   Kiv::Scalar< bool > timedOut_;
+   Kiv::Scalar< bool > initialized_;
+   Kiv::Scalar< double > completionTime_;
+   PendingEventMap pendingEvent_;
+   EventMap event_;
+   Kiv::Ptr< KivStageUncompleted > stageUncompleted_;
+};
+
+} // namespace Stage

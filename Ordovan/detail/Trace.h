@@ -1,0 +1,20 @@
+// The trace handle of this library, and its trace points.
+//
+// Levels: 8 is the usual trace of a handler (entry, decisions, results); 9 detail inside loops;
+// 7 the one event that a reader looks for first, a stage being activated; 0 what went wrong in the
+// system that is being started: a critical stage that timed out, a stage completed after that.
+#pragma once
+
+#include <Kiv/Trace.h>
+
+namespace Stage {
+
+// Built on first use, destroyed at exit.
+inline Kiv::TraceHandle & traceHandle() {
+   static Kiv::TraceHandle handle( "Ordovan", false );
+   return handle;
+}
+
+} // namespace Stage
+
+#define ORDOVAN_TRACE( level, ... ) KIV_TRACE( ::Stage::traceHandle(), level, "Ordovan", __VA_ARGS__ )
