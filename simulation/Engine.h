@@ -1,0 +1,35 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <simulation/Observer.h>
+#include <simulation/Plan.h>
+#include <simulation/Result.h>
+
+namespace Simulation {
+
+// Runs `plan` through the real library on a manual clock that starts at 0 and jumps from one due
+// time to the next, until nothing is due any more; the same plan gives the same run, always. The
+// observers are told in the order given; none may be null.
+//
+// First the agents are filed, then the state machines are made, then callbacks run until none is
+// left. At each instant, from 0 on:
+//
+//    1  the timeline's writes, together        (nothing reacts before the last of them)
+//    2  all callbacks
+//    3  one thing that is due, looked up afresh: an agent's report before a timer of the library,
+//       each kind by time, then by order of arming; then back to 2
+//
+// A report is armed when the stage of its event becomes active, or when the event is declared if
+// the stage is active then; once for each event object; those of one stage in the order of their
+// declaration.
+//
+// Uses the activity manager, its clock and the sink of log messages of this process, gives clock
+// and sink back as they were, and runs whatever else is queued. REQUIRES: no callback is running.
+// Throws std::invalid_argument for a plan with mistakes (Timeline.h) or values out of range,
+// before anything runs, and passes on what an observer throws.
+// Cost: that of the library, plus a logarithmic step for each event.
+Result run( Plan const & plan, std::vector< Observer * > const & observers = {} );
+
+}  // namespace Simulation

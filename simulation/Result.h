@@ -1,0 +1,59 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <simulation/Plan.h>
+
+// How a run ended, as plain values read from the entities and state machines.
+
+namespace Simulation {
+
+// The first that holds, in this order.
+enum class Outcome {
+   complete,   // the status is complete, every known stage is active and complete
+   suspended,  // a stage that is critical at the end timed out and is not complete
+   disabled,   // progression never started
+   stalled
+};
+
+// The name of an outcome in records.
+std::string_view outcomeName( Outcome outcome );
+
+struct StageResult {
+   // As in the record. Of a stage without a state machine the second group is false, 0 and empty.
+   bool active = false;
+   bool critical = false;
+   double timeout = infinity;
+   std::vector< std::string > dependency;  // sorted
+   std::map< std::string, bool > event;    // is it complete, by the agent's name
+
+   bool complete = false;
+   bool timedOut = false;
+   double completionTime = 0;
+   std::map< std::string, double > pending;  // since when, by the event's uid
+
+   // Seen by the engine while it ran, for people.
+   double activeSince = 0;  // of an active stage
+   double timedOutAt = 0;   // of a stage that timed out
+
+   bool finished() const { return active && complete; }
+};
+
+struct Result {
+   double t = 0;  // of the last thing that was due; 0 if nothing was
+   Outcome outcome = Outcome::stalled;
+   bool complete = false;  // what the status says
+   bool started = false;   // progression was started
+   bool enabled = false;   // the configuration's value at the end
+   std::map< std::string, StageResult > stage;
+   std::map< std::string, bool > progress;
+};
+
+// The outcome that the other members of `result` amount to.
+Outcome outcomeOf( Result const & result );
+
+}  // namespace Simulation

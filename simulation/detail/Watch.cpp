@@ -1,0 +1,142 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <simulation/detail/Watch.h>
+
+#include <algorithm>
+
+namespace Simulation::Detail {
+
+namespace {
+
+// What the stage itself says.
+StageResult stageResult( Stage::StageStatus const & stage ) {
+   StageResult result;
+   result.critical = stage.critical();
+   result.timeout = stage.timeout();
+   for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
+      result.dependency.push_back( i.key().str() );
+   }
+   std::sort( result.dependency.begin(), result.dependency.end() );
+   for( auto i = stage.eventIteratorConst(); i; ++i ) {
+      result.event[ i.key().str() ] = i.ptr()->complete();
+   }
+   return result;
+}
+
+}  // namespace
+
+StageWatch::StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
+                        Kiv::Ptr< Stage::StageStatus const > const & stage,
+                        Chronicle & chronicle )
+   : stageSm_( stageSm ), stage_( stage ), chronicle_( chronicle ), activeSince_( Kiv::now() ) {
+   notifierIs( stageSm );
+   isRegisteredNotifieeIs( true );
+   hasNotificationActiveIs( true );
+   for( auto i = stageSm->pendingEventIterator(); i; ++i ) {
+      lookAtPending( i.key() );
+   }
+   tell( StageChange::Kind::active );
+   look();  // a stage may be complete as soon as it is active
+}
+
+void StageWatch::onPendingEvent( Kiv::String8 uid ) {
+   chronicle_.keepingExceptions( [ & ] { lookAtPending( uid ); } );
+}
+
+void StageWatch::addTo( StageResult & result ) const {
+   result.complete = stageSm_->complete();
+   result.timedOut = stageSm_->timedOut();
+   result.completionTime = stageSm_->completionTime();
+   for( auto i = stageSm_->pendingEventIterator(); i; ++i ) {
+      auto const uid = i.key().str();
+      auto const since = pendingSince_.find( uid );
+      result.pending[ uid ] = since == pendingSince_.end() ? activeSince_ : since->second;
+   }
+   result.activeSince = activeSince_;
+   result.timedOutAt = timedOutAt_;
+}
+
+void StageWatch::look() {
+   auto const complete = stageSm_->complete();
+   auto const timedOut = stageSm_->timedOut();
+   auto const completionTime = stageSm_->completionTime();
+   using Kind = StageChange::Kind;
+   if( timedOut && !timedOut_ ) {
+      timedOutAt_ = Kiv::now();
+      tell( complete ? Kind::timedOut : Kind::suspended );
+   } else if( complete && !complete_ ) {
+      tell( timedOut ? Kind::resumed : Kind::complete );
+   } else if( timedOut && completionTime != completionTime_ && !completeAfterAll_ ) {
+      tell( Kind::completedLate );
+   }
+   completeAfterAll_ = completeAfterAll_ || ( timedOut_ && complete && completionTime != completionTime_ );
+   complete_ = complete;
+   timedOut_ = timedOut;
+   completionTime_ = completionTime;
+}
+
+void StageWatch::tell( StageChange::Kind kind ) const {
+   chronicle_.keepingExceptions( [ & ] {
+      StageChange change;
+      change.t = Kiv::now();
+      change.stage = stage_->name().str();
+      change.kind = kind;
+      change.critical = stage_->critical();
+      change.activeSince = activeSince_;
+      change.events = stage_->events();
+      if( kind == StageChange::Kind::timedOut || kind == StageChange::Kind::suspended ) {
+         for( auto i = stageSm_->pendingEventIterator(); i; ++i ) {
+            change.pending.push_back( i.key().str() );
+         }
+         std::sort( change.pending.begin(), change.pending.end() );
+      }
+      chronicle_.stage( change );
+   } );
+}
+
+void StageWatch::lookAtPending( Kiv::String8 const & uid ) {
+   if( stageSm_->pendingEvent( uid ) ) {
+      pendingSince_.try_emplace( uid.str(), Kiv::now() );
+   } else {
+      pendingSince_.erase( uid.str() );
+   }
+}
+
+StatusWatch::StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
+                          Kiv::Ptr< Stage::StatusSm > const & statusSm, Chronicle & chronicle,
+                          Reports & reports )
+   : status_( status ), statusSm_( statusSm ), chronicle_( chronicle ), reports_( reports ) {
+   notifierIs( status );
+   isRegisteredNotifieeIs( true );
+   hasNotificationActiveIs( true );
+}
+
+void StatusWatch::onActiveStage( Kiv::Name name ) {
+   chronicle_.keepingExceptions( [ & ] { stageActive( name ); } );
+}
+
+void StatusWatch::stageActive( Kiv::Name const & name ) {
+   auto const stage = status_->activeStage( name );
+   auto const stageSm = statusSm_->stageSm( name );
+   if( !stage || !stageSm || stage_.count( name.str() ) ) {
+      return;
+   }
+   reports_.stageActive( name.str() );
+   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_ );
+}
+
+Result StatusWatch::result() const {
+   Result result;
+   result.complete = status_->complete();
+   for( auto i = status_->stageIteratorConst(); i; ++i ) {
+      auto const name = i.key().str();
+      auto stage = stageResult( *i.ptr() );
+      stage.active = bool( status_->activeStage( i.key() ) );
+      if( auto const watch = stage_.find( name ); watch != stage_.end() ) {
+         watch->second->addTo( stage );
+      }
+      result.stage[ name ] = std::move( stage );
+   }
+   return result;
+}
+
+}  // namespace Simulation::Detail

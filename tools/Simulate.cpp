@@ -1,0 +1,130 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <tools/Simulate.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <unistd.h>
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <fmt/format.h>
+#include <simulation/Engine.h>
+#include <simulation/Reasons.h>
+#include <simulation/RecordWriter.h>
+#include <simulation/detail/Text.h>
+#include <tools/Display.h>
+#include <tools/Files.h>
+#include <tools/PlanReader.h>
+
+namespace Tools {
+
+namespace {
+
+using Simulation::Outcome;
+using Simulation::Detail::printable;
+
+struct Options {
+   std::string plan;
+   std::optional< std::string > record;
+   bool quiet = false;
+   bool noColor = false;
+};
+
+void complain( std::string_view text ) { fmt::print( stderr, "{}\n", text ); }
+
+bool wantsColour( Options const & options ) {
+   auto const set = []( char const * variable ) {
+      auto const value = std::getenv( variable );
+      return std::string_view( value ? value : "" );
+   };
+   return !options.noColor && set( "NO_COLOR" ).empty() && set( "TERM" ) != "dumb" &&
+          isatty( fileno( stdout ) ) != 0;
+}
+
+// The plan, or nothing when it has mistakes, which have been told.
+std::optional< Simulation::Plan > planOf( std::string const & path ) {
+   auto [ plan, mistakes ] = readPlan( fileText( path ) );
+   for( auto const & mistake : mistakes ) {
+      complain( fmt::format( "{}:{}:{}: {}", printable( path ), mistake.place.line,
+                             mistake.place.column, mistake.text ) );
+   }
+   return mistakes.empty() ? std::optional( std::move( plan ) ) : std::nullopt;
+}
+
+void refuseToOverwrite( Options const & options ) {
+   std::error_code error;
+   if( options.record && std::filesystem::is_regular_file( options.plan, error ) &&
+       std::filesystem::equivalent( options.plan, *options.record, error ) ) {
+      throw FileError( printable( *options.record ) +
+                       ": is the plan itself; the record must be another file" );
+   }
+}
+
+// Says what every unfinished stage is waiting for.
+void explain( Options const & options, Simulation::Result const & result ) {
+   std::fflush( stdout );
+   complain( fmt::format( "{}: the start-up did not complete: {}", printable( options.plan ),
+                          Simulation::outcomeName( result.outcome ) ) );
+   auto const reasons = Simulation::reasons( result );
+   for( auto const & reason : reasons ) {
+      complain( reason.sentence );
+   }
+   if( reasons.empty() ) {
+      complain( result.started ? "No stage is unfinished, but no decision has been made since."
+                               : "Progression was never enabled." );
+   }
+}
+
+Status simulate( Options const & options ) {
+   auto const plan = planOf( options.plan );
+   if( !plan ) {
+      return Status::wrong;
+   }
+   refuseToOverwrite( options );
+   Display display( stdout, plan->application, { wantsColour( options ), options.quiet } );
+   std::vector< Simulation::Observer * > observers = { &display };
+   std::unique_ptr< OutputFile > record;
+   std::optional< Simulation::RecordWriter > writer;
+   if( options.record ) {
+      record = std::make_unique< OutputFile >( *options.record );
+      writer.emplace( [ & ]( std::string_view line ) { record->write( line ); } );
+      observers.push_back( &*writer );
+   }
+   auto const result = Simulation::run( *plan, observers );
+   if( record ) {
+      record->close();
+   }
+   if( result.outcome == Outcome::complete ) {
+      return Status::complete;
+   }
+   explain( options, result );
+   return Status::notComplete;
+}
+
+}  // namespace
+
+void addSimulate( CLI::App & app, Status & status ) {
+   auto const options = std::make_shared< Options >();
+   auto * const command = app.add_subcommand(
+      "simulate", "Walk through a plan on a virtual clock and show the start-up that it gives" );
+   command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
+   command->add_option( "--record", options->record, "Write what happens to FILE, as JSON Lines" )
+      ->type_name( "FILE" );
+   command->add_flag( "--quiet", options->quiet, "Show nothing but errors" );
+   command->add_flag( "--no-color", options->noColor,
+                      "Show no colours on a terminal; so does NO_COLOR in the environment" );
+   command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
+   command->footer( "Exit status: 0 the start-up completed, 1 it did not, and standard error says "
+                    "why,\n2 the command line or the plan is wrong or a file cannot be read or "
+                    "written." );
+   command->callback( [ options, &status ] { status = simulate( *options ); } );
+}
+
+}  // namespace Tools

@@ -1,0 +1,328 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <tools/YamlTree.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+#include <unordered_map>
+
+#include <simulation/detail/Text.h>
+#include <yaml-cpp/eventhandler.h>
+#include <yaml-cpp/exceptions.h>
+#include <yaml-cpp/mark.h>
+#include <yaml-cpp/parser.h>
+
+#include <tools/Scalar.h>
+
+namespace Tools {
+
+namespace {
+
+using Simulation::Detail::characterLength;
+using Simulation::Detail::quoted;
+
+// Turns byte offsets into lines and columns.
+class Places {
+ public:
+   explicit Places( std::string_view text ) : text_( text ) {
+      for( std::size_t i = 0; i < text.size(); ++i ) {
+         bool const pair = text[ i ] == '\r' && i + 1 < text.size() && text[ i + 1 ] == '\n';
+         if( ( text[ i ] == '\n' || text[ i ] == '\r' ) && !pair ) {
+            start_.push_back( i + 1 );
+         }
+      }
+   }
+
+   Place at( std::size_t offset ) {
+      offset = std::min( offset, text_.size() );
+      auto const line = std::upper_bound( start_.begin(), start_.end(), offset ) - 1;
+      // Offsets come in ascending order nearly always, so that a very long line is not counted
+      // from its start again for each place in it.
+      bool const onward = *line == line_ && offset >= offset_;
+      auto at = onward ? offset_ : *line;
+      auto column = onward ? column_ : 1U;
+      for( ; at < offset; at += std::max< std::size_t >( 1, characterLength( text_.substr( at, 4 ) ) ) ) {
+         ++column;
+      }
+      line_ = *line;
+      offset_ = offset;
+      column_ = column;
+      return { static_cast< unsigned >( line - start_.begin() + 1 ), column };
+   }
+
+ private:
+   std::string_view text_;
+   std::vector< std::size_t > start_ = { 0 };  // of each line
+   std::size_t line_ = 0;                      // start, offset and column of the last answer
+   std::size_t offset_ = 0;
+   unsigned column_ = 1;
+};
+
+// What YAML allows in a file, of the characters below 0x80 and of those just above.
+bool isYamlCharacter( std::string_view character ) {
+   auto const byte = static_cast< unsigned char >( character.front() );
+   if( character.size() == 1 ) {
+      return byte >= 0x20 ? byte != 0x7F : byte == '\t' || byte == '\n' || byte == '\r';
+   }
+   bool const c1 = character < std::string_view( "\xC2\xA0" ) && character != "\xC2\x85";
+   bool const noCharacter = character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF";
+   return !c1 && !noCharacter;
+}
+
+// The offset of the first byte that cannot stand in a file; the size of `text` if there is none.
+std::size_t firstBadByte( std::string_view text ) {
+   std::size_t i = 0;
+   while( i < text.size() ) {
+      auto const length = characterLength( text.substr( i, 4 ) );
+      if( length == 0 || !isYamlCharacter( text.substr( i, length ) ) ) {
+         return i;
+      }
+      i += length;
+   }
+   return i;
+}
+
+// The last byte before `offset` that is neither blank nor in a comment, where nothing stands
+// between the two but blanks, comments and indicators.
+std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
+   auto end = std::min( offset, text.size() );
+   while( end > 0 ) {
+      auto const newline = text.find_last_of( "\r\n", end - 1 );
+      auto const start = newline == std::string_view::npos ? 0 : newline + 1;
+      auto const line = text.substr( start, end - start );
+      auto const content = line.substr( 0, std::min( line.find( '#' ), line.size() ) );
+      auto const last = content.find_last_not_of( " \t" );
+      if( last != std::string_view::npos ) {
+         return start + last;
+      }
+      end = start == 0 ? 0 : start - 1;
+   }
+   return 0;
+}
+
+}  // namespace
+
+// Makes nodes from the parser's events.
+class YamlTree::Builder : public YAML::EventHandler {
+ public:
+   Builder( YamlTree & tree, std::string_view text )
+      : tree_( tree ), text_( text ), places_( text ) {}
+
+   void run();
+
+   void OnDocumentStart( YAML::Mark const & mark ) override {
+      if( ++documents_ > 1 ) {
+         throw SecondDocument{ offsetOf( mark ) };
+      }
+   }
+   void OnDocumentEnd() override {}
+
+   void OnNull( YAML::Mark const & mark, YAML::anchor_t anchor ) override {
+      auto const offset = offsetOf( mark );
+      notAsWritten( offset );
+      auto & node = make( anchor );
+      node.tag = "?";
+      node.place = places_.at( offset );
+      // The parser does not say how a null was written, and places one that was left out at
+      // whatever follows it, which may look like a null itself.
+      for( auto literal : { "null", "Null", "NULL", "~" } ) {
+         if( text_.substr( offset ).starts_with( literal ) ) {
+            node.text = literal;
+         }
+      }
+      place( &node, node.place );
+      lastNull_ = { &node, open_.empty() ? nullptr : open_.back(), offset };
+      if( node.text.empty() ) {
+         leftOut( lastNull_ );
+      }
+   }
+
+   void OnScalar( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
+                  std::string const & value ) override {
+      notAsWritten( offsetOf( mark ) );
+      auto & node = make( anchor );
+      node.tag = tag;
+      node.text = value;
+      node.place = placeOf( mark );
+      if( !fitsItsTag( node ) ) {
+         mistake( node.place, "tag " + quoted( tag ) + " does not fit " + quoted( value ) +
+                              "; YAML's own tags are allowed where the text fits them" );
+      }
+      place( &node, node.place );
+   }
+
+   void OnAlias( YAML::Mark const & mark, YAML::anchor_t anchor ) override {
+      notAsWritten( offsetOf( mark ) );
+      place( anchor_.at( anchor ), placeOf( mark ) );
+   }
+
+   void OnSequenceStart( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
+                         YAML::EmitterStyle::value ) override {
+      open( YamlNode::Kind::sequence, "tag:yaml.org,2002:seq", mark, tag, anchor );
+   }
+   void OnSequenceEnd() override { open_.pop_back(); }
+
+   void OnMapStart( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
+                    YAML::EmitterStyle::value ) override {
+      open( YamlNode::Kind::map, "tag:yaml.org,2002:map", mark, tag, anchor );
+   }
+   void OnMapEnd() override {
+      auto & map = *open_.back();
+      open_.pop_back();
+      checkKeys( map );
+   }
+
+ private:
+   struct SecondDocument {
+      std::size_t offset;
+   };
+
+   static std::size_t offsetOf( YAML::Mark const & mark ) {
+      return mark.is_null() ? 0 : static_cast< std::size_t >( mark.pos );
+   }
+   Place placeOf( YAML::Mark const & mark ) { return places_.at( offsetOf( mark ) ); }
+
+   YamlNode & make( YAML::anchor_t anchor ) {
+      auto & node = tree_.node_.emplace_back();
+      if( anchor != YAML::NullAnchor ) {
+         anchor_[ anchor ] = &node;
+      }
+      return node;
+   }
+
+   void open( YamlNode::Kind kind, std::string_view ownTag, YAML::Mark const & mark,
+              std::string const & tag, YAML::anchor_t anchor ) {
+      notAsWritten( offsetOf( mark ) );
+      auto & node = make( anchor );
+      node.kind = kind;
+      node.tag = tag;
+      node.place = placeOf( mark );
+      if( tag != "?" && tag != "!" && tag != ownTag ) {
+         mistake( node.place, "tag " + quoted( tag ) + " is unknown here; YAML's own tags are "
+                              "allowed where they fit" );
+      }
+      place( &node, node.place );
+      open_.push_back( &node );
+   }
+
+   // Puts a finished or just opened node where it belongs.
+   void place( YamlNode const * node, Place at ) {
+      YamlNode::Use const use{ node, at };
+      if( open_.empty() ) {
+         tree_.root_ = node;
+      } else if( open_.back()->kind == YamlNode::Kind::sequence ) {
+         open_.back()->item.push_back( use );
+      } else {
+         auto & member = open_.back()->member;
+         if( member.empty() || member.back().second.node ) {
+            member.push_back( { use, {} } );
+         } else {
+            member.back().second = use;
+         }
+      }
+   }
+
+   struct Null {
+      YamlNode * node = nullptr;
+      YamlNode * parent = nullptr;
+      std::size_t offset = 0;
+   };
+
+   // A node begins at `offset`, so a null that seemed to stand there was left out.
+   void notAsWritten( std::size_t offset ) {
+      if( lastNull_.node && lastNull_.offset == offset ) {
+         lastNull_.node->text.clear();
+         leftOut( lastNull_ );
+      }
+      lastNull_ = {};
+   }
+
+   // People look for a value that was left out at its key, for an item at its dash or comma.
+   void leftOut( Null const & null ) {
+      if( !null.parent ) {
+         return;
+      }
+      if( null.parent->kind == YamlNode::Kind::sequence ) {
+         null.parent->item.back().place =
+            places_.at( lastIndicatorBefore( text_, null.offset ) );
+      } else if( auto & [ key, value ] = null.parent->member.back(); value.node == null.node ) {
+         value.place = key.place;
+      }
+   }
+
+   void checkKeys( YamlNode const & map );
+   void mistake( Place at, std::string what ) {
+      tree_.mistakes_.push_back( { at, std::move( what ) } );
+   }
+   void syntaxError( std::size_t offset, std::string const & what ) {
+      tree_.mistakes_ = { { places_.at( offset ), "not YAML: " + what } };
+      tree_.root_ = nullptr;
+   }
+   void secondDocument( std::size_t offset );
+
+   YamlTree & tree_;
+   std::string_view text_;
+   Places places_;
+   std::unordered_map< YAML::anchor_t, YamlNode const * > anchor_;
+   std::vector< YamlNode * > open_;  // sequences and maps that have not ended
+   Null lastNull_;
+   int documents_ = 0;
+};
+
+void YamlTree::Builder::run() {
+   if( auto const bad = firstBadByte( text_ ); bad != text_.size() ) {
+      syntaxError( bad, "a byte or character that cannot stand in a file; printable UTF-8 is "
+                        "allowed" );
+      return;
+   }
+   std::istringstream in{ std::string( text_ ) };
+   try {
+      YAML::Parser parser( in );
+      while( parser.HandleNextDocument( *this ) ) {
+      }
+   } catch( SecondDocument const & second ) {
+      secondDocument( second.offset );
+   } catch( YAML::Exception const & error ) {
+      syntaxError( offsetOf( error.mark ), error.msg );
+   }
+}
+
+// The parser takes whatever follows a finished document as another one.
+void YamlTree::Builder::secondDocument( std::size_t offset ) {
+   auto const end = text_.rfind( "\n...", offset );
+   bool const ended = end != std::string_view::npos &&
+                      lastIndicatorBefore( text_, offset ) <= end + 3;
+   if( ended || text_.substr( offset ).starts_with( "---" ) ) {
+      mistake( places_.at( offset ), "a second document begins; a file holds one" );
+   } else {
+      syntaxError( offset, "text after the end of the document" );
+   }
+}
+
+void YamlTree::Builder::checkKeys( YamlNode const & map ) {
+   std::unordered_map< std::string_view, Place > seen;
+   for( auto const & [ key, value ] : map.member ) {
+      auto const & node = *key.node;
+      if( node.kind != YamlNode::Kind::scalar ) {
+         mistake( key.place, "a key that is a list or map; keys are names" );
+      } else if( node.tag == "?" && node.text == "<<" ) {
+         mistake( key.place, "a merge key; YAML 1.2 has none, and a name is written \"<<\" in "
+                             "quotes" );
+      } else if( auto const [ first, isNew ] = seen.emplace( node.text, key.place ); !isNew ) {
+         auto const place = first->second;
+         mistake( key.place, "key " + quoted( node.text ) + " stands twice in one map, first at " +
+                             std::to_string( place.line ) + ':' + std::to_string( place.column ) +
+                             "; each key may stand once" );
+      }
+   }
+}
+
+YamlTree::YamlTree( std::string_view text ) {
+   std::string_view constexpr byteOrderMark = "\xEF\xBB\xBF";
+   if( text.starts_with( byteOrderMark ) ) {
+      text.remove_prefix( byteOrderMark.size() );
+   }
+   Builder( *this, text ).run();
+}
+
+}  // namespace Tools
