@@ -42,7 +42,7 @@ using Kiv::String8;
 // =============================================================================================
 
 void ConfigSm::handleAgent() {
-   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleAgent() AgentDir: ", agentDir() );
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleAgent() AgentDir: " );
    for( auto i = agentDir()->entityPtrIteratorConst(); i; ++i )
       handleAgent( i.key() );
    // Agents that have left the directory; a reactor may go while we stand on it.

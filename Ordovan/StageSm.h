@@ -98,8 +98,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    using EventIterator = Kiv::OwnedIterator< EventMap, StageSm >;
    using EventIteratorConst = Kiv::OwnedIterator< EventMap, StageSm const >;
 
-   // Catches up with the stage's events; may complete the stage at once. REQUIRES: none is null,
-   // and mainSm outlives this.
+   // Catches up with the stage's events; may complete the stage at once. A range exception for a
+   // null stage or logSm. REQUIRES: mainSm is not null and outlives this.
    StageSm( Kiv::Ptr< StageStatus const > const & stage, Kiv::Ptr< LogSm > const & logSm,
             StatusSm * mainSm );
    void hasNotificationActiveIs( bool active ) override;

@@ -69,11 +69,15 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    };
 
    using StageEnableSmMap = Kiv::HashMap< StageEnableSm, Kiv::Name >;
-   using StageEnableSmIterator = Kiv::OwnedIterator< StageEnableSmMap, StatusSm >;
    using StageEnableSmIteratorConst = Kiv::OwnedIterator< StageEnableSmMap, StatusSm const >;
    using StageSmMap = Kiv::HashMap< StageSm, Kiv::Name >;
-   using StageSmIterator = Kiv::OwnedIterator< StageSmMap, StatusSm >;
    using StageSmIteratorConst = Kiv::OwnedIterator< StageSmMap, StatusSm const >;
+
+   void stageEnableSmDel( Kiv::Name const & name );
+   void stageSmDel( Kiv::Name const & name );
+   using StageEnableSmIterator =
+      Kiv::DeletingIterator< StageEnableSmMap, StatusSm, &StatusSm::stageEnableSmDel >;
+   using StageSmIterator = Kiv::DeletingIterator< StageSmMap, StatusSm, &StatusSm::stageSmDel >;
 
    // Initialises itself, and starts progression when the configuration is enabled: both before the
    // constructor returns. Notifications are off until hasNotificationActiveIs( true ). A range
@@ -125,7 +129,6 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    // Makes one, or re-attaches the one there is.
    Kiv::Ptr< StageEnableSm > stageEnableSmIs( Kiv::Ptr< StageStatus const > const & stageStatus );
    Kiv::Ptr< StageEnableSm > newStageEnableSm( Kiv::Ptr< StageStatus const > const & stageStatus );
-   void stageEnableSmDel( Kiv::Name const & name );
    void stageEnableSmDelAll();
 
    // ---- active stages, by name; null when absent
@@ -140,7 +143,6 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
                                   Kiv::Ptr< LogSm > const & logSm );
    Kiv::Ptr< StageSm > newStageSm( Kiv::Ptr< StageStatus const > const & stageStatus,
                                    Kiv::Ptr< LogSm > const & logSm );
-   void stageSmDel( Kiv::Name const & name );
    void stageSmDelAll();
 
    // A decision was asked for and not made yet.

@@ -246,11 +246,14 @@ void Status::stageDel( Name const & name ) {
    if( !gone )
       return;
    Name const key = name; // the caller's may belong to the stage
+   // Room for both changes, so that the second cannot fail after the first.
+   Kiv::detail::Change( *this, status::rows[ status::stage ], 3 );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
    gone->ownerIs( nullptr, Kiv::noAttribute );
 }
 void Status::stageDelAll() {
+   Kiv::detail::Change( *this, status::rows[ status::stage ], 3 * stages() );
    for( auto i = stageIterator(); i; ++i )
       stageDel( i.key() );
 }

@@ -18,6 +18,11 @@
 
 namespace Kiv {
 
+namespace detail {
+// The manager, once its loop lives in another one, which has to hear of work.
+static ActivityManager * embedded = nullptr;
+} // namespace detail
+
 ActivityConfig::ActivityConfig( Name const & name ) : name_( name ) {}
 ActivityConfig::~ActivityConfig() = default;
 
@@ -27,15 +32,24 @@ bool Activity::running() const { return detail::queue().running(); }
 
 // What comes from outside of the activity, and where it belongs.
 struct ActivityManager::World {
-   std::unique_ptr< Wakeup > wakeup = detail::newEpollWakeup();
    std::map< int, std::shared_ptr< std::function< void( unsigned ) > > > watches;
    std::deque< Wakeup::Ready > ready; // seen by the last wait, not yet told
    std::deque< Task > tasks;          // taken over from `posted`, not yet run
    std::mutex mutex;
-   std::deque< Task > posted; // guarded by `mutex`
+   // Guarded by `mutex`. The wake-up is made when the loop first sleeps, watches or is embedded:
+   // a process that does none of these spends no descriptors.
+   std::deque< Task > posted;
+   std::unique_ptr< Wakeup > wakeup;
    std::thread::id thread = std::this_thread::get_id();
    pid_t process = getpid();
 };
+
+Wakeup & ActivityManager::wakeup() {
+   std::lock_guard const lock( world_->mutex );
+   if( !world_->wakeup )
+      world_->wakeup = detail::newEpollWakeup();
+   return *world_->wakeup;
+}
 
 ActivityManager::ActivityManager()
    : clock_( new Clock ), config_( new ActivityConfig( "activity" ) ),
@@ -52,7 +66,7 @@ void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
    if( !clock )
       throwRangeException( "null ValidPtr" );
    clock_ = clock;
-   workArrived();
+   detail::workArrived();
 }
 
 void ActivityManager::checkMayRun() const {
@@ -139,7 +153,7 @@ std::size_t ActivityManager::runDue( std::size_t limit ) {
 
 // Collects what woke the loop up.
 void ActivityManager::gather( bool block ) {
-   for( Wakeup::Ready const & ready : world_->wakeup->wait( block ) )
+   for( Wakeup::Ready const & ready : wakeup().wait( block ) )
       world_->ready.push_back( ready );
    std::lock_guard const lock( world_->mutex );
    while( !world_->posted.empty() ) {
@@ -150,7 +164,7 @@ void ActivityManager::gather( bool block ) {
 
 void ActivityManager::sleepUntilDue() {
    // A timer that became due since it was looked at gives a delay of 0: an alarm at once.
-   world_->wakeup->alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+   wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
    gather( true );
 }
 
@@ -158,8 +172,8 @@ void ActivityManager::sleepUntilDue() {
 void ActivityManager::rearm() {
    bool const left = dueNow() || !world_->ready.empty() || !world_->tasks.empty();
    if( left )
-      world_->wakeup->wake();
-   world_->wakeup->alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+      wakeup().wake();
+   wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
 }
 
 // Runs one task or tells one descriptor's watcher; false when there was none.
@@ -188,23 +202,22 @@ bool ActivityManager::runWorld() {
 }
 
 void ActivityManager::workArrived() noexcept {
-   if( !embedded_ || inTurn_ )
-      return;
-   world_->wakeup->wake();
+   if( !inTurn_ )
+      world_->wakeup->wake();
 }
 
 int ActivityManager::descriptor() {
-   embedded_ = true;
    rearm();
-   return world_->wakeup->descriptor();
+   embedded_ = true;
+   detail::embedded = this;
+   return wakeup().descriptor();
 }
 
 void ActivityManager::post( Task task ) {
-   {
-      std::lock_guard const lock( world_->mutex );
-      world_->posted.push_back( std::move( task ) );
-   }
-   world_->wakeup->wake();
+   std::lock_guard const lock( world_->mutex );
+   world_->posted.push_back( std::move( task ) );
+   if( world_->wakeup )
+      world_->wakeup->wake();
 }
 
 void ActivityManager::descriptorIs( int fd, unsigned events,
@@ -213,7 +226,7 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
    auto call = std::make_shared< std::function< void( unsigned ) > >( std::move( ready ) );
    auto const [ place, added ] = world_->watches.try_emplace( fd );
    try {
-      world_->wakeup->watchIs( fd, events );
+      wakeup().watchIs( fd, events );
    } catch( ... ) {
       if( added )
          world_->watches.erase( place );
@@ -225,20 +238,26 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
 void ActivityManager::descriptorDel( int fd ) {
    detail::checkThread();
    if( world_->watches.erase( fd ) )
-      world_->wakeup->watchIs( fd, 0 );
+      wakeup().watchIs( fd, 0 );
 }
 
 void ActivityManager::ownerThreadIs() { world_->thread = std::this_thread::get_id(); }
 
 void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
-   world_->wakeup = wakeup ? std::move( wakeup ) : detail::newEpollWakeup();
+   if( !wakeup )
+      wakeup = detail::newEpollWakeup();
+   std::lock_guard const lock( world_->mutex );
+   world_->wakeup = std::move( wakeup );
    world_->watches.clear();
    world_->ready.clear();
 }
 
 namespace detail {
 
-void workArrived() noexcept { activityManager()->workArrived(); }
+void workArrived() noexcept {
+   if( embedded ) [[unlikely]]
+      embedded->workArrived();
+}
 
 void checkThread() {
 #ifndef NDEBUG

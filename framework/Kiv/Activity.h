@@ -121,7 +121,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
 
-   // For the framework: work has come while no callback ran; what a debug build checks.
+   // For the framework: work has come, and the loop is embedded; what a debug build checks.
    void workArrived() noexcept;
    void checkOwnerThread() const;
 
@@ -132,6 +132,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    ActivityManager();
    ~ActivityManager() override;
 
+   Wakeup & wakeup();
    void checkMayRun() const;
    bool dueNow() const;
    bool step();

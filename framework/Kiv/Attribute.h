@@ -171,9 +171,25 @@ class OwnedIterator {
    Value value() const { return place_.value(); }
    Value ptr() const { return place_.value(); }
 
+ protected:
+   Ptr< Owner > const & owner() const { return owner_; }
+
  private:
    Ptr< Owner > owner_;
    typename Map::IteratorConst place_;
+};
+
+// One that can also delete: `del` is the owner's deleter, so that what watches the collection hears
+// of it.
+template< class Map, class Owner, auto del >
+class DeletingIterator : public OwnedIterator< Map, Owner > {
+ public:
+   using OwnedIterator< Map, Owner >::OwnedIterator;
+   // Deletes the member at the bookmark; the iterator stays there.
+   void deleteNotify() {
+      if( this->hasBookmark() )
+         ( this->owner().get()->*del )( this->key() );
+   }
 };
 
 } // namespace Kiv
