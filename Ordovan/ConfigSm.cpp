@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // ConfigSm's plumbing: construction, collections of reactors, and callbacks that forward to the
 // handlers in Ordovan.cpp.
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Aggregation: all agents' declarations become one status per stage.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The log state machine: progression's notes, with their time.
 #pragma once
 

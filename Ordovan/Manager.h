@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The entry object: makes the state machines, and holds them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Every handler of the state machines, in the order of a start-up's life. What makes, holds and
 // attaches the reactors that call them is in the files named after the state machines.
 //

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The start-up stage manager: everything that its users need.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // StatusSm's plumbing; its handlers are in Ordovan.cpp.
 
 #include <Ordovan/StatusSm.h>

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Progression: one application is walked through the stages.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The root of the configuration: where agents publish, and whether progression may run.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The entity types: for each its table of attributes, then its operations.
 //
 // A table's rows are numbered in order; the enumeration beside it names the rows that notify. The

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The entities through which agents, aggregation, progression and readers meet.
 #pragma once
 

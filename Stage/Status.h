@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What is known of all stages, and how far progression has come.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The stack on which the push of critical flags walks from stage to stage.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The trace handle of this library, and its trace points.
 //
 // Levels: 8 is the usual trace of a handler (entry, decisions, results); 9 detail inside loops;

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Binary traces in a ring buffer: the library's frame.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The activity: the loop in which all callbacks run.
 //
 // One turn of the loop:

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The storage behind the attributes of entities: comparing, storing, queueing and iterating are
 // written here once; the accessors of a type are one line each over these templates.
 //

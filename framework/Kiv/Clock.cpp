@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Clock.h>
 
 #include <Kiv/Activity.h>

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The clock of the activity, and timers as reactors on it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Errors of callers: what the framework throws, and the texts that it throws with.
 #pragma once
 

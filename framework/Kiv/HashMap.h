@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Keyed collections with a fixed order and iterators that survive every change.
 //
 //    buckets, a power of two          members of a bucket, ascending by (hash, key bytes)

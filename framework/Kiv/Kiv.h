@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The reactive entity framework: everything that its users need.
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Declared system log messages: named, with an explanation, limited in rate.
 #pragma once
 

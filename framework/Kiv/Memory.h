@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Where the objects of this framework get their memory from.
 #pragma once
 

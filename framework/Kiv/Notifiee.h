@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Reactors: objects that watch another object and are told of its changes, later.
 //
 // The contract, in one place:

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Attribute.h>
 #include <Kiv/Notifiee.h>
 #include <Kiv/Ptr.h>

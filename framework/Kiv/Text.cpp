@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Exception.h>
 #include <Kiv/Memory.h>
 #include <Kiv/Text.h>

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Counted byte strings: String8 for text, Name for the names of entities and members.
 #pragma once
 

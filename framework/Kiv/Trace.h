@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Debug traces: what the handlers decide, for those who look for the reason.
 //
 //    KIV_TRACE( handle, 8, "Ordovan", "Stage ", name, " in progress, but not yet complete." );

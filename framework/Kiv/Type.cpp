@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Type.h>
 
 #include <Kiv/Entity.h>

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The loop's built-in way to sleep: epoll over an eventfd (wake-ups) and a timerfd (the alarm).
 #pragma once
 

@@ -1,3 +1,4 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What is pending for all reactors of the activity.
 //
 //    first_ :  [R1.timeout] <-> [R2.event "Net"] <-> [R1.event "Net"] <-> ...   served first
