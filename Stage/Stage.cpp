@@ -373,9 +373,18 @@ Ptr< Progress > Progress::ProgressIs( Name const & name ) { return new Progress(
 Progress::Progress( Name const & name ) : Entity( name ) {}
 Progress::~Progress() = default;
 void Progress::isNondestructingIs( bool on ) { nondestructingIs( on, progress::rows[ 0 ] ); }
-void Progress::stageIs( String8 const & name, bool active ) { stage_.memberIs( name, active ); }
-void Progress::stageDel( String8 const & name ) { stage_.memberDel( name ); }
-void Progress::stageDelAll() { stage_.clear(); }
+void Progress::stageIs( String8 const & name, bool active ) {
+   Kiv::detail::checkThread();
+   stage_.memberIs( name, active );
+}
+void Progress::stageDel( String8 const & name ) {
+   Kiv::detail::checkThread();
+   stage_.memberDel( name );
+}
+void Progress::stageDelAll() {
+   Kiv::detail::checkThread();
+   stage_.clear();
+}
 Kiv::KivType const & Progress::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Progress::_fwkType() {
    static auto const & type =
@@ -402,8 +411,12 @@ Ptr< Log > Log::LogIs( Name const & name ) { return new Log( name ); }
 Log::Log( Name const & name ) : Entity( name ) {}
 Log::~Log() = default;
 void Log::isNondestructingIs( bool on ) { nondestructingIs( on, logRows::rows[ 0 ] ); }
-void Log::logEnq( LogEntry const & entry ) { log_.push_back( entry ); }
+void Log::logEnq( LogEntry const & entry ) {
+   Kiv::detail::checkThread();
+   log_.push_back( entry );
+}
 bool Log::logDeq( LogEntry & entry ) {
+   Kiv::detail::checkThread();
    if( log_.empty() )
       return false;
    entry = log_.front();

@@ -47,8 +47,11 @@ struct ActivityManager::World {
 
 Wakeup & ActivityManager::wakeup() {
    std::lock_guard const lock( world_->mutex );
-   if( !world_->wakeup )
+   if( !world_->wakeup ) {
       world_->wakeup = detail::newEpollWakeup();
+      if( !world_->posted.empty() )
+         world_->wakeup->wake(); // nobody could be woken when these came
+   }
    return *world_->wakeup;
 }
 
@@ -67,36 +70,63 @@ void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
    if( !clock )
       throwRangeException( "null ValidPtr" );
    clock_ = clock;
-   detail::workArrived();
+   detail::timersChanged();
 }
 
-void ActivityManager::checkMayRun() const {
+void ActivityManager::checkNotNested() const {
+   detail::checkThread();
    if( detail::queue().running() || inTurn_ )
       throw Exception( "the activity's loop does not nest: called inside a callback",
                        IdBitArray( Exception::thread ), false );
+}
+
+void ActivityManager::checkMayRun() const {
+   checkNotNested();
    if( getpid() != world_->process )
       throw Exception( "the activity belongs to the process that made it; a forked child cannot "
                        "run its loop",
                        IdBitArray( Exception::thread ), false );
 }
 
+namespace {
+// Says that a turn is under way, however it is left.
+struct Turn {
+   explicit Turn( bool & flag ) : flag_( flag ) { flag_ = true; }
+   ~Turn() { flag_ = false; }
+   Turn( Turn const & ) = delete;
+   Turn & operator=( Turn const & ) = delete;
+   bool & flag_;
+};
+} // namespace
+
+// Runs a part of a turn, and tells a loop around this one what is left.
+template< class Call >
+auto ActivityManager::byHand( Call call ) {
+   checkNotNested();
+   auto const result = [ & ] {
+      Turn const turn( inTurn_ );
+      return call();
+   }();
+   if( embedded_ )
+      rearm();
+   return result;
+}
+
 bool ActivityManager::runOne() {
-   if( detail::queue().running() )
-      checkMayRun();
-   return detail::queue().runOne();
+   return byHand( [] { return detail::queue().runOne(); } );
 }
 
 std::size_t ActivityManager::runQueued() {
-   std::size_t count = 0;
-   while( runOne() )
-      ++count;
-   return count;
+   return byHand( [] {
+      std::size_t count = 0;
+      while( detail::queue().runOne() )
+         ++count;
+      return count;
+   } );
 }
 
 bool ActivityManager::fireOne() {
-   if( detail::queue().running() )
-      checkMayRun();
-   return clock_->fireOne();
+   return byHand( [ this ] { return clock_->fireOne(); } );
 }
 
 bool ActivityManager::dueNow() const {
@@ -110,17 +140,6 @@ bool ActivityManager::idle() const {
 
 // ------------------------------------------------------------------------------------ the loop
 
-namespace {
-// Says that a turn is under way, however it is left.
-struct Turn {
-   explicit Turn( bool & flag ) : flag_( flag ) { flag_ = true; }
-   ~Turn() { flag_ = false; }
-   Turn( Turn const & ) = delete;
-   Turn & operator=( Turn const & ) = delete;
-   bool & flag_;
-};
-} // namespace
-
 // One callback, timer, or thing from outside; false when nothing is left.
 bool ActivityManager::step() {
    return detail::queue().runOne() || clock_->fireOne() || runWorld();
@@ -128,13 +147,12 @@ bool ActivityManager::step() {
 
 void ActivityManager::run() {
    checkMayRun();
-   Turn const turn( inTurn_ );
-   stopped_ = false;
-   while( !stopped_ ) {
-      while( !stopped_ && ( detail::queue().runOne() || clock_->fireOne() ) ) {
-      }
-      if( !stopped_ && !runWorld() )
-         sleepUntilDue();
+   {
+      Turn const turn( inTurn_ );
+      stopped_ = false;
+      while( !stopped_ )
+         if( !step() )
+            sleepUntilDue();
    }
    if( embedded_ )
       rearm();
@@ -142,20 +160,21 @@ void ActivityManager::run() {
 
 std::size_t ActivityManager::runDue( std::size_t limit ) {
    checkMayRun();
-   Turn const turn( inTurn_ );
-   gather( false );
-   std::size_t count = 0;
-   while( count < limit && step() )
-      ++count;
-   if( embedded_ )
-      rearm();
-   return count;
+   return byHand( [ & ] {
+      gather( false );
+      std::size_t count = 0;
+      while( count < limit && step() )
+         ++count;
+      return count;
+   } );
 }
 
 // Collects what woke the loop up.
 void ActivityManager::gather( bool block ) {
-   for( Wakeup::Ready const & ready : wakeup().wait( block ) )
-      world_->ready.push_back( ready );
+   // In place of what was seen before and not told yet: descriptors are level-triggered, so that
+   // what is still ready is seen again.
+   std::vector< Wakeup::Ready > const ready = wakeup().wait( block );
+   world_->ready.assign( ready.begin(), ready.end() );
    std::lock_guard const lock( world_->mutex );
    while( !world_->posted.empty() ) {
       world_->tasks.push_back( std::move( world_->posted.front() ) );
@@ -169,10 +188,11 @@ void ActivityManager::sleepUntilDue() {
    gather( true );
 }
 
-// Leaves the descriptor readable for what is left, or sets the alarm for the next timer.
+// Leaves the descriptor readable for what is left, and not otherwise; sets the alarm for the next
+// timer. Descriptors that are ready keep it readable by themselves.
 void ActivityManager::rearm() {
-   bool const left = dueNow() || !world_->ready.empty() || !world_->tasks.empty();
-   if( left )
+   gather( false );
+   if( dueNow() || !world_->tasks.empty() )
       wakeup().wake();
    wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
 }
@@ -207,6 +227,15 @@ void ActivityManager::workArrived() noexcept {
       world_->wakeup->wake();
 }
 
+void ActivityManager::timersChanged() {
+   if( inTurn_ )
+      return;
+   double const delay = clock_->delayUntil( clock_->nextTime() );
+   if( delay <= 0 )
+      world_->wakeup->wake();
+   world_->wakeup->alarmIs( delay );
+}
+
 int ActivityManager::descriptor() {
    rearm();
    embedded_ = true;
@@ -215,6 +244,8 @@ int ActivityManager::descriptor() {
 }
 
 void ActivityManager::post( Task task ) {
+   if( !task )
+      throwRangeException( "empty task" );
    std::lock_guard const lock( world_->mutex );
    world_->posted.push_back( std::move( task ) );
    if( world_->wakeup )
@@ -234,12 +265,20 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
       throw;
    }
    place->second = std::move( call );
+   forgetReady( fd );
+}
+
+// What was seen of a descriptor is not for a watch made later under its number.
+void ActivityManager::forgetReady( int fd ) {
+   std::erase_if( world_->ready, [ fd ]( Wakeup::Ready const & r ) { return r.fd == fd; } );
 }
 
 void ActivityManager::descriptorDel( int fd ) {
    detail::checkThread();
-   if( world_->watches.erase( fd ) )
-      wakeup().watchIs( fd, 0 );
+   if( !world_->watches.erase( fd ) )
+      return;
+   forgetReady( fd );
+   wakeup().watchIs( fd, 0 );
 }
 
 void ActivityManager::ownerThreadIs() { world_->thread = std::this_thread::get_id(); }
@@ -249,6 +288,8 @@ void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
       wakeup = detail::newEpollWakeup();
    std::lock_guard const lock( world_->mutex );
    world_->wakeup = std::move( wakeup );
+   if( !world_->posted.empty() )
+      world_->wakeup->wake();
    world_->watches.clear();
    world_->ready.clear();
 }
@@ -258,6 +299,11 @@ namespace detail {
 void workArrived() noexcept {
    if( embedded ) [[unlikely]]
       embedded->workArrived();
+}
+
+void timersChanged() {
+   if( embedded ) [[unlikely]]
+      embedded->timersChanged();
 }
 
 void checkThread() {

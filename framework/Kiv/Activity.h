@@ -94,7 +94,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // descriptor stays readable when something is left. Returns how many ran. Throws as run() does.
    std::size_t runDue( std::size_t limit = 4096 );
 
-   // ---- the loop by hand
+   // ---- the loop by hand: each throws when called inside a callback
 
    // Delivers one callback; false when nothing is queued.
    bool runOne();
@@ -108,7 +108,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // ---- the world outside
 
    // Runs `task` on the activity's thread, in order of posting. Any thread may call it. What the
-   // task throws is reported on standard error.
+   // task throws is reported on standard error. A range exception for an empty task.
    void post( Task task );
    // Calls `ready` with the events that hold whenever `fd` is ready for `events` (poll(2)'s
    // POLLIN, POLLOUT ...). One watch per descriptor; another call replaces it. The descriptor
@@ -122,8 +122,10 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
 
-   // For the framework: work has come, and the loop is embedded; what a debug build checks.
+   // For the framework: work has come, or the next timer is another, and the loop is embedded;
+   // what a debug build checks.
    void workArrived() noexcept;
+   void timersChanged();
    void checkOwnerThread() const;
 
  private:
@@ -134,7 +136,11 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    ~ActivityManager() override;
 
    Wakeup & wakeup();
+   void checkNotNested() const;
    void checkMayRun() const;
+   template< class Call >
+   auto byHand( Call call );
+   void forgetReady( int fd );
    bool dueNow() const;
    bool step();
    bool runWorld();

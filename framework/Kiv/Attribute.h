@@ -139,12 +139,12 @@ class Collection {
       if( map_.size() == 0 )
          return;
       detail::Change change( owner, row, map_.size() );
-      while( detail::MapNode * n = map_.first() ) {
-         Text const key = n->key;
-         detail::MapNode * gone = map_.remove( key );
-         change.queue( key );
-         Map::dispose( gone );
-      }
+      // Members are disposed of last: a destructor may change what is watched, and would use up
+      // the room that was made.
+      detail::MapNode * all = map_.takeAll();
+      for( detail::MapNode * n = all; n; n = n->next )
+         change.queue( n->key );
+      Map::disposeAll( all );
    }
 
  private:

@@ -100,7 +100,7 @@ void Clock::enter( Timer const & timer ) const {
    }
    settle( timer.place_ );
    if( heap_.front() == &timer )
-      detail::workArrived();
+      detail::timersChanged();
 }
 
 void Clock::leave( Timer const & timer ) const {
@@ -114,6 +114,8 @@ void Clock::leave( Timer const & timer ) const {
       put( place, last );
       settle( place );
    }
+   if( place == 0 )
+      detail::timersChanged();
 }
 
 // ------------------------------------------------------------------------------------- timers
@@ -202,6 +204,7 @@ void ManualClock::nowIs( double seconds ) {
    if( !( seconds >= now_ ) )
       throwRangeException( "a clock cannot go back to " + valueToString( seconds ) );
    now_ = seconds;
+   detail::timersChanged();
 }
 
 double now() { return activityManager()->clock()->now(); }

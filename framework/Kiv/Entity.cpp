@@ -52,6 +52,7 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
    for( Entity const * e = next.get(); e; e = e->parent_ )
       if( e == this )
          throwRangeException( fullName() + String8( " cannot be inside itself" ) );
+   Ptr< Entity > const before = parent_; // let go after the queueing: it may be the last reference
    detail::Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = next.get();

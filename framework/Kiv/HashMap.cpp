@@ -103,14 +103,11 @@ MapNode * MapBase::remove( Text const & key ) noexcept {
    return node;
 }
 
-void MapBase::clear( Dispose dispose ) noexcept {
-   // Members may look at the map while they are destroyed: it is empty by then.
+MapNode * MapBase::takeAll() noexcept {
    MapNode * all = nullptr;
+   MapNode ** tail = &all;
    for( std::uint32_t b = 0; b != buckets(); ++b )
-      while( MapNode * n = table_[ b ] ) {
-         table_[ b ] = n->next;
-         n->next = all;
-         all = n;
+      for( *tail = table_[ b ]; *tail; tail = &( *tail )->next ) {
       }
    if( table_ )
       KivMemPool::operator delete( table_, tableBytes( log2_ ) );
@@ -118,10 +115,7 @@ void MapBase::clear( Dispose dispose ) noexcept {
    size_ = 0;
    log2_ = 0;
    ++removals_;
-   while( MapNode * n = all ) {
-      all = n->next;
-      dispose( n );
-   }
+   return all;
 }
 
 // A walk in order meets the members of each new bucket in order, so appending keeps invariant 1.

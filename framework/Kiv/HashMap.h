@@ -40,8 +40,6 @@ struct MapNode : KivMemPool {
 // What every map does, whatever its members are.
 class KIV_EXPORT MapBase {
  public:
-   using Dispose = void ( * )( MapNode * );
-
    MapBase() = default;
    MapBase( MapBase const & ) = delete;
    MapBase & operator=( MapBase const & ) = delete;
@@ -63,11 +61,11 @@ class KIV_EXPORT MapBase {
    void insert( MapNode * node ) noexcept;
    // Unlinks the member and returns it, null when absent; gives memory back when it can.
    MapNode * remove( Text const & key ) noexcept;
+   // Empties the map and returns what was in it, linked by `next` in the map's order.
+   MapNode * takeAll() noexcept;
 
  protected:
    ~MapBase() = default;
-   // Empties the map; `dispose` is called for each member when the map is empty already.
-   void clear( Dispose dispose ) noexcept;
 
  private:
    std::uint32_t bucketOf( std::uint32_t hash ) const { return log2_ ? hash >> ( 32 - log2_ ) : 0; }
@@ -130,7 +128,8 @@ class HashMap : public detail::MapBase {
       dispose( n );
       return n != nullptr;
    }
-   void clear() { MapBase::clear( &dispose ); }
+   // Members may look at the map while they are destroyed: it is empty by then.
+   void clear() { disposeAll( takeAll() ); }
 
    // REQUIRES: the map outlives the iterator (the iterators that entities hand out keep their
    // entity alive themselves). May be used across any change of the map.
@@ -189,6 +188,12 @@ class HashMap : public detail::MapBase {
    static Node * node( detail::MapNode * n ) { return static_cast< Node * >( n ); }
    static Node const * node( detail::MapNode const * n ) { return static_cast< Node const * >( n ); }
    static void dispose( detail::MapNode * n ) { delete node( n ); }
+   static void disposeAll( detail::MapNode * first ) {
+      while( detail::MapNode * n = first ) {
+         first = n->next;
+         dispose( n );
+      }
+   }
 };
 
 } // namespace Kiv

@@ -55,11 +55,19 @@ inline constexpr AttributeId versionAttribute = 2;
 inline constexpr AttributeId timeAttribute = 3;
 inline constexpr AttributeId firstOwnAttribute = 8;
 
-// Whether rows are numbered one after the other from firstOwnAttribute: what a table has to be.
+// What is pending of attributes without keys is kept in a word of bits, one for each number.
+inline constexpr AttributeId wholeAttributes = 32;
+
+// Whether rows are as a table has to have them: numbered one after the other from
+// firstOwnAttribute, and those that notify without keys below wholeAttributes.
 constexpr bool numbered( std::span< Attribute const > rows ) {
-   for( std::size_t i = 0; i != rows.size(); ++i )
+   for( std::size_t i = 0; i != rows.size(); ++i ) {
       if( rows[ i ].id != firstOwnAttribute + i )
          return false;
+      Delivery const & delivery = rows[ i ].delivery;
+      if( delivery.whole && !delivery.member && rows[ i ].id >= wholeAttributes )
+         return false;
+   }
    return true;
 }
 

@@ -32,7 +32,8 @@ struct Ring {
    static void leave( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
 };
 
-// Work was queued while no callback ran: an embedded loop has to learn of it.
+// An embedded loop has to learn of it when work was queued, or when another timer is the next.
 void workArrived() noexcept;
+void timersChanged();
 
 } // namespace Kiv::detail

@@ -22,7 +22,10 @@ std::uint32_t hashOf( PtrInterface::NotifieeConst const & reactor, Attribute con
    return ( h ^ h >> 15 ) * 0x2c1b3c6dU;
 }
 
-std::uint32_t bitOf( Attribute const & attribute ) { return 1U << ( attribute.id & 31U ); }
+std::uint32_t bitOf( Attribute const & attribute ) {
+   assert( attribute.id < wholeAttributes );
+   return 1U << attribute.id;
+}
 
 } // namespace
 
@@ -89,7 +92,7 @@ void Queue::link( QueueItem * item ) noexcept {
    ( list.tail ? list.tail->next : list.head ) = item;
    list.tail = item;
    item->linked = true;
-   if( wasEmpty && !busy_ )
+   if( wasEmpty )
       workArrived();
 }
 
