@@ -35,13 +35,11 @@ file( GLOB seededSources CONFIGURE_DEPENDS
    "${PROJECT_SOURCE_DIR}/Ordovan/detail/*.cpp"
    "${PROJECT_SOURCE_DIR}/simulation/*.cpp"
    "${PROJECT_SOURCE_DIR}/simulation/detail/*.cpp" )
-if( seededSources )
-   add_library( ordovan_seeded STATIC EXCLUDE_FROM_ALL ${seededSources} )
-   target_compile_features( ordovan_seeded PUBLIC cxx_std_20 )
-   target_compile_definitions( ordovan_seeded PUBLIC KIV_TEST_HASH_SEED )
-   target_include_directories( ordovan_seeded PUBLIC
-      "${PROJECT_SOURCE_DIR}/framework" "${PROJECT_SOURCE_DIR}" )
-endif()
+add_library( ordovan_seeded STATIC EXCLUDE_FROM_ALL ${seededSources} )
+target_compile_features( ordovan_seeded PUBLIC cxx_std_20 )
+target_compile_definitions( ordovan_seeded PUBLIC KIV_TEST_HASH_SEED )
+target_include_directories( ordovan_seeded PUBLIC
+   "${PROJECT_SOURCE_DIR}/framework" "${PROJECT_SOURCE_DIR}" )
 
 function( ordovan_test name )
    cmake_parse_arguments( PARSE_ARGV 1 arg "SEEDED;WHOLE" "TIMEOUT"
