@@ -8,7 +8,7 @@
 #include <limits>
 #include <new>
 
-namespace Test {
+namespace testing_support {
 
 // Installed while it lives. One at a time, as the hooks have no argument to tell two apart.
 class Memory {
@@ -63,4 +63,4 @@ class Memory {
    Kiv::MemoryHooks const before_;
 };
 
-} // namespace Test
+} // namespace testing_support
