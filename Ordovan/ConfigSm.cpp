@@ -144,12 +144,24 @@ KivStageStatus::~KivStageStatus() {
 void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
+   if( !kivMarkedForDeletion() )
+      withdrawLinks();
    StageStatus::Notifiee::notifierIs( stage );
    if( !stage || kivMarkedForDeletion() )
       return;
    isRegisteredNotifieeIs( true );
    reconcileEvents();
    handleCritical();
+}
+
+// A stage that goes is nobody's critical ancestor any more.
+void KivStageStatus::withdrawLinks() {
+   Ptr< StageStatus > const watched = stage();
+   if( !watched || !configSm_ )
+      return;
+   for( auto i = watched->dependencyIteratorConst(); i; ++i )
+      if( Ptr< KivStageStatus > const other = configSm_->stageStatus( i.key() ) )
+         other->criticalAncestorDel( String8( key_ ) );
 }
 
 void KivStageStatus::hasNotificationActiveIs( bool active ) {
@@ -443,6 +455,8 @@ void ConfigSm::stageStatusDel( Name const & stage ) {
    Ptr< KivStageStatus > const gone = stageStatus_.member( stage );
    if( !gone )
       return;
+   if( !gone->kivMarkedForDeletion() )
+      gone->withdrawLinks();
    gone->kivDoZombieReactors( true );
    gone->configSm_ = nullptr;
    stageStatus_.memberDel( gone->fwkKey() );

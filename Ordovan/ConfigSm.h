@@ -228,6 +228,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );
       bool criticalAncestorErase( Kiv::String8 const & name );
       void reconcileEvents();
+      void withdrawLinks();
 
       ConfigSm * configSm_;
       Kiv::Name const key_;

@@ -183,16 +183,17 @@ void StageSm::kivDoZombieReactors( bool zombie ) {
 void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
-   Ptr< StageStatus const > const before = this->stage();
    StageStatus::NotifieeConst::notifierIs( stage );
    if( !stage || kivMarkedForDeletion() )
       return;
    isRegisteredNotifieeIs( true );
-   // An event that the other stage does not have would be pending for ever.
-   for( auto i = eventIterator(); i; ++i )
-      if( before && !this->stage()->event( i.key() ) )
-         pendingEventDel( String8( before->name() ) + ":" + i.key() );
    mirrorEvents();
+   // An event that this stage does not have would be pending for ever.
+   for( auto i = pendingEventIterator(); i; ++i ) {
+      Ptr< EventConfig const > const pending = i.ptr()->pendingEvent();
+      if( !pending || this->stage()->event( pending->agent() ) != pending )
+         pendingEventDel( i.key() );
+   }
 }
 
 void StageSm::onEvent( String8 agentName ) {
@@ -291,8 +292,9 @@ Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
       return held;
    }
    Ptr< KivEvent > const made = newEvent( agentName, event );
+   Kiv::detail::Change change( *this, row( Stage::event ), 1 );
    event_.memberIs( agentName, made );
-   eventNotify( agentName );
+   change.queue( agentName );
    return made;
 }
 
@@ -300,10 +302,11 @@ void StageSm::eventDel( String8 const & agentName ) {
    Ptr< KivEvent > const gone = event_.member( agentName );
    if( !gone )
       return;
+   Kiv::detail::Change change( *this, row( Stage::event ), 1 );
    gone->kivDoZombieReactors( true );
    gone->stageSm_ = nullptr;
    event_.memberDel( gone->fwkKey() );
-   eventNotify( gone->fwkKey() );
+   change.queue( gone->fwkKey() );
 }
 
 void StageSm::eventDelAll() {

@@ -19,6 +19,10 @@ constexpr Attribute rows[] = {
 
 } // namespace
 
+Entity::NotifieeConst::NotifieeConst() {
+   watches_ = []( PtrInterface const & p ) { return dynamic_cast< Entity const * >( &p ) != nullptr; };
+   knows_ = firstOwnAttribute - 1;
+}
 Name Entity::NotifieeConst::name() const {
    auto const * entity = static_cast< Entity const * >( notifierPtr().get() );
    return entity ? entity->name() : Name();

@@ -25,6 +25,9 @@ class KIV_EXPORT Entity : public PtrInterface {
       virtual void onParent();
       // Reserved: never called.
       virtual void onVersion();
+
+    protected:
+      NotifieeConst();
    };
 
    ~Entity() override;

@@ -138,8 +138,12 @@ bool isExpected() noexcept {
 
 void Reactor::handleNotificationException( AttributeId attribute ) {
    if( !isExpected() ) {
-      Attribute const * row = notifier_ ? notifier_->fwkType().attribute( attribute ) : nullptr;
-      detail::reportException( row ? row->name : "", valueToString( notifier_ ) );
+      // The callback may have detached the reactor before it threw.
+      PtrInterface const * watched = detail::queue().notifier();
+      if( !watched )
+         watched = notifier_.get();
+      Attribute const * row = watched ? watched->fwkType().attribute( attribute ) : nullptr;
+      detail::reportException( row ? row->name : "", valueToString( watched ) );
    }
    onNotificationException( attribute );
 }

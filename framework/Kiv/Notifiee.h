@@ -88,6 +88,8 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    virtual Ptr< ActivityConfig const > kivFwkActivity() const;
    virtual Activity * actsm();
 
+   static constexpr AttributeId knowsAll = 0xffff;
+
    Ptr< PtrInterface const > const & notifierPtr() const { return notifier_; }
    bool isRegisteredNotifiee() const { return flag( registered ); }
    // How many callbacks are pending. Cost: linear in their number.
@@ -96,8 +98,12 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
  protected:
    NotifieeConst();
 
-   // Whether the object is of the type that this reactor watches.
+   // What a class of reactors can watch and be told of; set by its constructor.
+   //
+   // Whether an object is of the type that is watched.
    bool ( *watches_ )( PtrInterface const & ) = nullptr;
+   // The highest number of an attribute for which there is a callback.
+   AttributeId knows_ = noAttribute;
 
  private:
    friend class PtrInterface;
@@ -127,6 +133,7 @@ class NotifieeOf : public Base {
       this->watches_ = []( PtrInterface const & object ) {
          return dynamic_cast< E const * >( &object ) != nullptr;
       };
+      this->knows_ = PtrInterface::NotifieeConst::knowsAll;
    }
 };
 

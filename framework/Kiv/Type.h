@@ -64,8 +64,9 @@ constexpr bool numbered( std::span< Attribute const > rows ) {
    for( std::size_t i = 0; i != rows.size(); ++i ) {
       if( rows[ i ].id != firstOwnAttribute + i )
          return false;
-      Delivery const & delivery = rows[ i ].delivery;
-      if( delivery.whole && !delivery.member && rows[ i ].id >= wholeAttributes )
+      bool const whole = has( rows[ i ].role, Role::notifying ) &&
+                         !has( rows[ i ].role, Role::collection );
+      if( whole && rows[ i ].id >= wholeAttributes )
          return false;
    }
    return true;

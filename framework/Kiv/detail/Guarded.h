@@ -13,14 +13,17 @@ void Queue::guarded( Reactor & reactor, AttributeId attribute, Call call ) {
    assert( !busy_ && "callbacks do not nest" );
    // A reactor without references is destroyed by whoever made it: it cannot be kept.
    Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
+   Ptr< PtrInterface const > const notifier = reactor.notifierPtr(); // for a report
    busy_ = true;
    current_ = &reactor;
+   notifier_ = notifier.get();
    try {
       call();
    } catch( ... ) {
       failed( reactor, attribute );
    }
    current_ = nullptr;
+   notifier_ = nullptr;
    busy_ = false;
 }
 

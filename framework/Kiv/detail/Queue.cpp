@@ -154,7 +154,14 @@ void Queue::take( QueueItem * item ) noexcept {
    }
 }
 
+// A reactor that is marked, or has no callback for the attribute, is told nothing.
+bool Queue::hears( Reactor const & reactor, Attribute const & attribute ) {
+   return !reactor.kivMarkedForDeletion() && attribute.id <= reactor.knows_;
+}
+
 void Queue::add( Reactor & reactor, Attribute const & attribute ) noexcept {
+   if( !hears( reactor, attribute ) )
+      return;
    std::uint32_t const bit = bitOf( attribute );
    if( reactor.pendingAttributes_ & bit )
       return;
@@ -163,6 +170,8 @@ void Queue::add( Reactor & reactor, Attribute const & attribute ) noexcept {
 }
 
 void Queue::add( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept {
+   if( !hears( reactor, attribute ) )
+      return;
    std::uint32_t const hash = hashOf( reactor, attribute, Form::member, key );
    if( find( reactor, attribute, Form::member, key, hash ) )
       return;
@@ -225,9 +234,13 @@ bool Queue::runOne() {
 }
 
 bool Queue::runOldest( Reactor & reactor ) {
-   if( !reactor.pending_ || !reactor.hasNotificationActive() )
+   QueueItem * item = reactor.pending_;
+   if( !item || !reactor.hasNotificationActive() )
       return false;
-   deliver( reactor.pending_ );
+   // A deferred call follows the keys, wherever it was asked for.
+   while( item->form == Form::group && item->nextOfReactor != reactor.pending_ )
+      item = item->nextOfReactor;
+   deliver( item->form == Form::group ? reactor.pending_ : item );
    return true;
 }
 
@@ -317,8 +330,7 @@ void Change::queue() noexcept {
    PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
    if( PtrInterface::NotifieeConst * r = first )
       do {
-         if( !r->kivMarkedForDeletion() )
-            detail::queue().add( *r, attribute_ );
+         detail::queue().add( *r, attribute_ );
          r = Ring::next( *r );
       } while( r != first );
 }
@@ -327,8 +339,7 @@ void Change::queue( Text const & key ) noexcept {
    PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
    if( PtrInterface::NotifieeConst * r = first )
       do {
-         if( !r->kivMarkedForDeletion() )
-            detail::queue().add( *r, attribute_, key );
+         detail::queue().add( *r, attribute_, key );
          r = Ring::next( *r );
       } while( r != first );
 }

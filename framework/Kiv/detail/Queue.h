@@ -69,6 +69,8 @@ class Queue {
    bool runOne();
    bool runOldest( Reactor & reactor );
    bool running() const { return busy_; }
+   // What the reactor whose callback runs watched when it was called; null when none runs.
+   PtrInterface const * notifier() const { return notifier_; }
 
    // Runs `call` as a callback of `reactor`: keeps the reactor, catches what it throws.
    template< class Call >
@@ -82,6 +84,7 @@ class Queue {
       QueueItem * tail = nullptr;
    };
 
+   static bool hears( Reactor const & reactor, Attribute const & attribute );
    QueueItem * make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept;
    void release( QueueItem * item ) noexcept;
    List & listOf( QueueItem const & item ) { return item.form == Form::group ? second_ : first_; }
@@ -104,6 +107,7 @@ class Queue {
    QueueItem ** table_ = nullptr;
    std::size_t tableSize_ = 0; // a power of two, or 0
    std::size_t entered_ = 0;   // items in the table
+   PtrInterface const * notifier_ = nullptr;
    Reactor * current_ = nullptr; // whose callback runs; null when it was destroyed meanwhile
    bool busy_ = false;
 };
