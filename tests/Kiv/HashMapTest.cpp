@@ -1,0 +1,342 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include "../support/Memory.h"
+#include "Maps.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <map>
+#include <random>
+#include <set>
+
+using Kiv::Name;
+using Kiv::Ptr;
+using namespace testing_support;
+
+namespace {
+
+// The invariants that show from outside: the number of buckets, the bucket of every member, the
+// order within buckets and over all.
+template< class T >
+void expectInvariants( Kiv::HashMap< T, Name > const & map ) {
+   std::uint32_t const buckets = map.buckets();
+   if( map.size() == 0 ) {
+      EXPECT_EQ( buckets, 0U );
+      EXPECT_EQ( map.first(), nullptr );
+      return;
+   }
+   ASSERT_TRUE( std::has_single_bit( buckets ) ) << buckets;
+   EXPECT_GE( buckets, map.size() );
+   auto const bucketOf = [ & ]( Kiv::detail::MapNode const & node ) {
+      return static_cast< std::uint32_t >( std::uint64_t{ node.key.hash() } * buckets >> 32 );
+   };
+   std::uint32_t count = 1;
+   Kiv::detail::MapNode const * last = map.first();
+   while( Kiv::detail::MapNode const * node = map.next( last ) ) {
+      ++count;
+      EXPECT_EQ( last->next == node, bucketOf( *last ) == bucketOf( *node ) )
+         << "members of a bucket, and only those, are linked";
+      EXPECT_TRUE( MapOrder()( Name( last->key ), Name( node->key ) ) );
+      last = node;
+   }
+   EXPECT_EQ( count, map.size() );
+}
+
+} // namespace
+
+TEST( HashMap, IsEmptyWithoutATable ) {
+   Map const map;
+   EXPECT_EQ( map.size(), 0U );
+   EXPECT_EQ( map.buckets(), 0U );
+   EXPECT_FALSE( map.has( "a" ) );
+   EXPECT_EQ( map.member( "a" ), nullptr );
+   EXPECT_TRUE( keysOf( map ).empty() );
+}
+
+TEST( HashMap, FindsEveryMemberUnderItsKeyAndNothingUnderOthers ) {
+   Map map;
+   fill( map, 200 );
+   EXPECT_EQ( map.size(), 200U );
+   for( int n = 0; n != 200; ++n ) {
+      ASSERT_TRUE( map.has( key( n ) ) );
+      EXPECT_EQ( map.member( key( n ) )->number, n );
+   }
+   EXPECT_FALSE( map.has( key( 200 ) ) );
+   EXPECT_EQ( map.member( key( 200 ) ), nullptr );
+   EXPECT_FALSE( map.has( Name() ) );
+}
+
+TEST( HashMap, TakesAnyKeyTheEmptyOneToo ) {
+   Map map;
+   map.memberIs( Name(), new Member( 1 ) );
+   map.memberIs( Name( std::string_view( "\0", 1 ) ), new Member( 2 ) );
+   EXPECT_EQ( map.size(), 2U );
+   EXPECT_EQ( map.member( Name() )->number, 1 );
+   EXPECT_TRUE( map.memberDel( Name() ) );
+   EXPECT_FALSE( map.has( Name() ) );
+   EXPECT_EQ( map.size(), 1U );
+}
+
+TEST( HashMap, ReplacesTheMemberUnderAKeyThatIsThere ) {
+   Map map;
+   map.memberIs( "a", new Member( 1 ) );
+   map.memberIs( "a", new Member( 2 ) );
+   EXPECT_EQ( map.size(), 1U );
+   EXPECT_EQ( map.member( "a" )->number, 2 );
+   EXPECT_EQ( Member::alive, 1 ) << "the one replaced is released";
+}
+
+TEST( HashMap, HoldsItsMembersAndReleasesThemWhenTheyGo ) {
+   ASSERT_EQ( Member::alive, 0 );
+   {
+      Map map;
+      Ptr< Member > const held = new Member( 1 );
+      map.memberIs( "a", held );
+      EXPECT_EQ( held->references(), 2U );
+      map.memberIs( "b", new Member( 2 ) );
+      EXPECT_TRUE( map.memberDel( "a" ) );
+      EXPECT_EQ( held->references(), 1U );
+      map.memberIs( "c", new Member( 3 ) );
+      EXPECT_EQ( Member::alive, 3 );
+   }
+   EXPECT_EQ( Member::alive, 0 );
+}
+
+TEST( HashMap, SaysWhetherThereWasAMemberToDelete ) {
+   Map map;
+   EXPECT_FALSE( map.memberDel( "a" ) );
+   map.memberIs( "a", new Member );
+   EXPECT_FALSE( map.memberDel( "b" ) );
+   EXPECT_EQ( map.size(), 1U );
+   EXPECT_TRUE( map.memberDel( "a" ) );
+   EXPECT_FALSE( map.memberDel( "a" ) );
+   EXPECT_EQ( map.size(), 0U );
+}
+
+TEST( HashMap, HoldsNumbersAndBoolsByValue ) {
+   Kiv::HashMap< bool, Kiv::String8 > flags;
+   flags.memberIs( "a", true );
+   flags.memberIs( "b", false );
+   EXPECT_TRUE( flags.member( "a" ) );
+   EXPECT_FALSE( flags.member( "b" ) );
+   EXPECT_TRUE( flags.has( "b" ) );
+   EXPECT_FALSE( flags.member( "absent" ) );
+   flags.memberIs( "b", true );
+   EXPECT_TRUE( flags.member( "b" ) );
+   EXPECT_EQ( flags.size(), 2U );
+   Kiv::HashMap< double, Name > times;
+   EXPECT_EQ( times.member( "absent" ), 0.0 );
+   times.memberIs( "a", 1.5 );
+   EXPECT_EQ( times.member( "a" ), 1.5 );
+}
+
+// ----------------------------------------------------------------------------- order and buckets
+
+TEST( HashMap, KeepsMembersInOrderOfHashWhateverTheOrderOfInsertion ) {
+   std::mt19937 random( 1 );
+   std::vector< Name > keys;
+   for( int n = 0; n != 100; ++n )
+      keys.push_back( key( n ) );
+   std::vector< Name > const expected = inMapOrder( keys );
+   for( int round = 0; round != 20; ++round ) {
+      std::shuffle( keys.begin(), keys.end(), random );
+      Map map;
+      for( Name const & k : keys )
+         map.memberIs( k, new Member );
+      EXPECT_EQ( keysOf( map ), expected );
+   }
+}
+
+TEST( HashMap, KeepsTheSameOrderWhateverWasThereBefore ) {
+   Map map;
+   fill( map, 1000 );
+   for( int n = 10; n != 1000; ++n )
+      map.memberDel( key( n ) );
+   Map fresh;
+   EXPECT_EQ( keysOf( map ), fill( fresh, 10 ) );
+}
+
+TEST( HashMap, KeepsKeysOfOneHashInOrderOfTheirBytes ) {
+   std::vector< std::string > keys = keysOfOneHash();
+   for( std::string const & k : keys )
+      ASSERT_EQ( Name( k ).hash(), Name( keys[ 0 ] ).hash() ) << "the keys have lost their point";
+   std::vector< Name > const expected( keys.begin(), keys.end() );
+   std::mt19937 random( 1 );
+   for( int round = 0; round != 20; ++round ) {
+      std::shuffle( keys.begin(), keys.end(), random );
+      Map map;
+      for( std::string const & k : keys )
+         map.memberIs( k, new Member );
+      EXPECT_EQ( keysOf( map ), expected );
+      expectInvariants( map );
+   }
+}
+
+TEST( HashMap, TellsKeysOfOneHashApart ) {
+   Map map;
+   std::vector< std::string > const & keys = keysOfOneHash();
+   for( std::size_t n = 0; n != keys.size(); n += 2 )
+      map.memberIs( keys[ n ], new Member( static_cast< int >( n ) ) );
+   for( std::size_t n = 0; n != keys.size(); ++n ) {
+      EXPECT_EQ( map.has( keys[ n ] ), n % 2 == 0 );
+      EXPECT_EQ( map.memberDel( keys[ n ] ), n % 2 == 0 );
+   }
+   EXPECT_EQ( map.size(), 0U );
+}
+
+TEST( HashMap, HasAPowerOfTwoOfBucketsChosenByTheTopBitsOfTheHash ) {
+   Map map;
+   for( int n = 0; n != 300; ++n ) {
+      map.memberIs( key( n ), new Member );
+      expectInvariants( map );
+   }
+   for( int n = 0; n != 300; ++n ) {
+      map.memberDel( key( n ) );
+      expectInvariants( map );
+   }
+}
+
+TEST( HashMap, GrowsWithItsMembers ) {
+   Map map;
+   std::set< std::uint32_t > sizes;
+   for( int n = 0; n != 1025; ++n ) {
+      map.memberIs( key( n ), new Member );
+      sizes.insert( map.buckets() );
+   }
+   EXPECT_EQ( sizes, ( std::set< std::uint32_t >{ 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024,
+                                                  2048 } ) );
+}
+
+TEST( HashMap, ShrinksWhenItsMembersGo ) {
+   Map map;
+   fill( map, 1024 );
+   for( int n = 0; n != 1024; ++n ) {
+      map.memberDel( key( n ) );
+      if( map.size() != 0 ) {
+         EXPECT_LE( map.buckets(), 4 * map.size() + 3 ) << map.size();
+      }
+   }
+   EXPECT_EQ( map.buckets(), 0U );
+}
+
+TEST( HashMap, IsNotResizedByMembersThatComeAndGoAtOneSize ) {
+   Map map;
+   fill( map, 64 );
+   std::uint32_t const buckets = map.buckets();
+   testing_support::Memory memory;
+   for( int n = 0; n != 100; ++n ) {
+      map.memberDel( key( n ) );
+      map.memberIs( key( n + 64 ), Ptr< Member >() );
+      EXPECT_EQ( map.buckets(), buckets );
+   }
+   EXPECT_EQ( memory.allocations(), 300U ) << "two keys and a node each time, no table";
+}
+
+TEST( HashMap, IsAlreadyEmptyWhenClearingDestroysItsMembers ) {
+   struct Looking : Kiv::PtrInterface {
+      explicit Looking( Kiv::HashMap< Looking, Name > & m, int & s ) : map( m ), seen( s ) {}
+      ~Looking() override {
+         EXPECT_EQ( map.size(), 0U );
+         EXPECT_EQ( map.member( "a" ), nullptr );
+         EXPECT_FALSE( map.iterator() );
+         ++seen;
+      }
+      Kiv::HashMap< Looking, Name > & map;
+      int & seen;
+   };
+   int seen = 0;
+   Kiv::HashMap< Looking, Name > map;
+   for( char const * k : { "a", "b", "c" } )
+      map.memberIs( k, new Looking( map, seen ) );
+   map.clear();
+   EXPECT_EQ( seen, 3 );
+   map.memberIs( "a", nullptr );
+   EXPECT_EQ( map.size(), 1U ) << "it can be used again";
+}
+
+// ------------------------------------------------------------------------------ lack of memory
+
+TEST( HashMap, IsUnchangedWhenThereIsNoMemoryForAMember ) {
+   for( int count : { 0, 1, 2, 3, 4, 8, 9 } ) {
+      Map map;
+      std::vector< Name > const before = fill( map, count );
+      Name const more = key( count );
+      Ptr< Member > const member = new Member;
+      testing_support::Memory memory;
+      for( std::size_t failing = 0;; ++failing ) {
+         memory.failAfter( failing );
+         try {
+            map.memberIs( more, member );
+            memory.failNever();
+            break;
+         } catch( std::bad_alloc const & ) {
+            EXPECT_EQ( keysOf( map ), before );
+            EXPECT_EQ( member->references(), 1U );
+            if( count != 0 ) // an empty map may keep the table that was made before the node failed
+               expectInvariants( map );
+         }
+      }
+      EXPECT_GT( memory.failures(), 0U );
+      EXPECT_EQ( map.size(), static_cast< std::uint32_t >( count ) + 1 );
+      expectInvariants( map );
+   }
+}
+
+TEST( HashMap, ThatCannotShrinkForLackOfMemoryStaysAsItIs ) {
+   Map map;
+   fill( map, 64 );
+   std::vector< Name > left;
+   {
+      testing_support::Memory memory;
+      memory.failAfter( 0, testing_support::Memory::Failing::fromThenOn );
+      std::vector< Name > const keys = keysOf( map );
+      for( std::size_t n = 0; n != 60; ++n )
+         EXPECT_TRUE( map.memberDel( keys[ n ] ) );
+      left.assign( keys.begin() + 60, keys.end() );
+      EXPECT_EQ( map.buckets(), 64U );
+      EXPECT_GT( memory.failures(), 0U );
+   }
+   EXPECT_EQ( keysOf( map ), left );
+   EXPECT_TRUE( map.memberDel( left[ 0 ] ) );
+   EXPECT_LT( map.buckets(), 64U ) << "it shrinks when there is memory again";
+   expectInvariants( map );
+}
+
+// --------------------------------------------------------------------------- against std::map
+
+TEST( HashMap, DoesWhatAnOrderedMapDoesInLongRandomSequences ) {
+   for( unsigned seed = 1; seed <= 300; ++seed ) {
+      std::mt19937 random( seed );
+      int const range = 1 << ( 1 + random() % 9 );
+      Map map;
+      std::map< Name, int, MapOrder > model;
+      for( int step = 0; step != 400; ++step ) {
+         // Mostly adding, then mostly deleting: so that it grows and shrinks.
+         bool const adding = random() % 10 < ( step / 100 % 2 == 0 ? 8U : 2U );
+         int const n = static_cast< int >( random() % static_cast< unsigned >( range ) );
+         Name const k = n % 16 == 0 ? Name( keysOfOneHash()[ static_cast< unsigned >( n / 16 ) % 8 ] )
+                                    : key( n );
+         if( random() % 200 == 0 ) {
+            map.clear();
+            model.clear();
+         } else if( adding ) {
+            map.memberIs( k, new Member( step ) );
+            model[ k ] = step;
+         } else {
+            ASSERT_EQ( map.memberDel( k ), model.erase( k ) == 1 );
+         }
+         ASSERT_EQ( map.size(), model.size() );
+         ASSERT_EQ( map.has( k ), model.count( k ) == 1 );
+      }
+      auto expected = model.begin();
+      for( auto i = map.iterator(); i; ++i, ++expected ) {
+         ASSERT_NE( expected, model.end() );
+         ASSERT_EQ( i.key(), expected->first );
+         ASSERT_EQ( i.value()->number, expected->second );
+      }
+      ASSERT_EQ( expected, model.end() );
+      expectInvariants( map );
+      ASSERT_EQ( Member::alive, static_cast< int >( map.size() ) );
+      ASSERT_FALSE( HasFailure() ) << "seed " << seed;
+   }
+}

@@ -1,0 +1,21 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// Makes the trace handle named by its argument, says how it is switched, and passes a trace point
+// of every level.
+#include <Kiv/Trace.h>
+
+#include <cstdio>
+
+int main( int count, char ** arguments ) {
+   if( count != 2 )
+      return 2;
+   Kiv::TraceHandle handle( arguments[ 1 ], false );
+   std::printf( "%d ", handle.master() ? 1 : 0 );
+   for( unsigned level = 0; level != 10; ++level )
+      std::printf( "%d", handle.level( level ) ? 1 : 0 );
+   std::printf( "\n" );
+   Kiv::traceSinkIs( []( Kiv::TraceLine const & line ) {
+      std::printf( "%s/%u %s\n", line.handle.charPtr(), line.level, line.text.charPtr() );
+   } );
+   for( unsigned level = 0; level != 10; ++level )
+      KIV_TRACE( handle, level, "TraceChild", "passed ", level );
+}

@@ -1,0 +1,262 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include "../support/Loop.h"
+
+#include <Kiv/Kiv.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+using Kiv::Ptr;
+using Kiv::String8;
+using Kiv::TraceHandle;
+using Kiv::TraceLine;
+using testing_support::Loop;
+using Texts = std::vector< std::string >;
+
+namespace {
+
+// Takes down the lines that are written while it lives.
+class Sink {
+ public:
+   Sink()
+      : before_( Kiv::traceSinkIs( [ this ]( TraceLine const & l ) { lines.push_back( l ); } ) ) {}
+   ~Sink() { Kiv::traceSinkIs( std::move( before_ ) ); }
+   Sink( Sink const & ) = delete;
+   Sink & operator=( Sink const & ) = delete;
+
+   Texts taken() {
+      Texts texts;
+      for( TraceLine const & line : lines )
+         texts.push_back( line.text.str() );
+      lines.clear();
+      return texts;
+   }
+   std::vector< TraceLine > lines;
+
+ private:
+   Kiv::TraceSink before_;
+};
+
+// Everything goes to a stream too while it lives.
+class Coverage {
+ public:
+   Coverage() { Kiv::coverageStream_ = &stream_; }
+   ~Coverage() { Kiv::coverageStream_ = nullptr; }
+   Coverage( Coverage const & ) = delete;
+   Coverage & operator=( Coverage const & ) = delete;
+   std::string text() const { return stream_.str(); }
+
+ private:
+   std::ostringstream stream_;
+};
+
+std::string enabledLevels( TraceHandle const & handle ) {
+   std::string text;
+   for( unsigned level = 0; level != 10; ++level )
+      if( handle.enabled( level ) )
+         text += std::to_string( level );
+   return text;
+}
+
+} // namespace
+
+// ------------------------------------------------------------------------------------ the switches
+
+TEST( TraceHandle, StartsWithAllLevelsOffWhateverItsMasterSwitchIs ) {
+   TraceHandle const off( "StartsOff", false );
+   TraceHandle const on( "StartsOn", true );
+   EXPECT_EQ( off.name(), String8( "StartsOff" ) );
+   EXPECT_FALSE( off.master() );
+   EXPECT_TRUE( on.master() );
+   EXPECT_EQ( enabledLevels( off ), "" );
+   EXPECT_EQ( enabledLevels( on ), "" );
+}
+
+TEST( TraceHandle, ProducesATraceWhenItsMasterAndTheLevelsSwitchAreBothOn ) {
+   TraceHandle handle( "BothOn", false );
+   handle.levelIs( 8, true );
+   EXPECT_TRUE( handle.level( 8 ) );
+   EXPECT_FALSE( handle.enabled( 8 ) ) << "the master switch is off";
+   handle.masterIs( true );
+   EXPECT_EQ( enabledLevels( handle ), "8" );
+   handle.levelIs( 0, true );
+   handle.levelIs( 9, true );
+   EXPECT_EQ( enabledLevels( handle ), "089" );
+   handle.levelIs( 8, false );
+   EXPECT_EQ( enabledLevels( handle ), "09" );
+   handle.masterIs( false );
+   EXPECT_EQ( enabledLevels( handle ), "" );
+   EXPECT_TRUE( handle.level( 9 ) ) << "the master switch keeps the others as they are";
+   handle.masterIs( true );
+   EXPECT_EQ( enabledLevels( handle ), "09" );
+}
+
+TEST( TraceHandle, HasNoLevelAboveNine ) {
+   TraceHandle handle( "NoTen", true );
+   handle.levelIs( 10, true );
+   handle.levelIs( 40, true );
+   EXPECT_EQ( enabledLevels( handle ), "" );
+   EXPECT_FALSE( handle.level( 10 ) );
+}
+
+// ------------------------------------------------------------------------------------ trace points
+
+TEST( TracePoint, SaysWhereItIsAndWhatWhen ) {
+   Loop loop( 12.5 );
+   Sink sink;
+   TraceHandle handle( "Somewhere", true );
+   handle.levelIs( 8, true );
+   int const line = __LINE__ + 1;
+   KIV_TRACE( handle, 8, "Ordovan", "stage ", Kiv::Name( "Net" ), " is ", String8( "next" ) );
+   ASSERT_EQ( sink.lines.size(), 1U );
+   TraceLine const & written = sink.lines[ 0 ];
+   EXPECT_EQ( written.time, 12.5 );
+   EXPECT_EQ( written.handle, String8( "Somewhere" ) );
+   EXPECT_EQ( written.level, 8U );
+   EXPECT_STREQ( written.source, "Ordovan" );
+   EXPECT_EQ( written.line, line );
+   EXPECT_STREQ( written.function, "TestBody" );
+   EXPECT_EQ( written.text, String8( "stage Net is next" ) );
+}
+
+TEST( TracePoint, WritesOnlyWhenItsOwnLevelIsOn ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "OwnLevel", true );
+   handle.levelIs( 7, true );
+   KIV_TRACE( handle, 8, "Ordovan", "eight" );
+   KIV_TRACE( handle, 7, "Ordovan", "seven" );
+   handle.masterIs( false );
+   KIV_TRACE( handle, 7, "Ordovan", "seven again" );
+   EXPECT_EQ( sink.taken(), ( Texts{ "seven" } ) );
+}
+
+TEST( TracePoint, ThatIsSwitchedOffEvaluatesNoPiece ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "NotEvaluated", false );
+   handle.levelIs( 8, true );
+   int evaluated = 0;
+   auto const piece = [ & ] {
+      ++evaluated;
+      return "piece";
+   };
+   KIV_TRACE( handle, 8, "Ordovan", piece(), piece() );
+   EXPECT_EQ( evaluated, 0 );
+   handle.masterIs( true );
+   KIV_TRACE( handle, 9, "Ordovan", piece(), piece() );
+   EXPECT_EQ( evaluated, 0 );
+   KIV_TRACE( handle, 8, "Ordovan", piece(), piece() );
+   EXPECT_EQ( evaluated, 2 ) << "each once when it is on";
+}
+
+TEST( TracePoint, IsOneStatement ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Statement", true );
+   handle.levelIs( 8, true );
+   if( handle.level( 9 ) )
+      KIV_TRACE( handle, 8, "Ordovan", "then" );
+   else
+      KIV_TRACE( handle, 8, "Ordovan", "else" );
+   EXPECT_EQ( sink.taken(), ( Texts{ "else" } ) );
+}
+
+TEST( TracePoint, PrintsValuesAsTextsOfTheSystemDo ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Values", true );
+   handle.levelIs( 8, true );
+   Ptr< Kiv::Dir > const outer = Kiv::Dir::DirIs( "outer" );
+   Ptr< Kiv::Dir > const inner = Kiv::Dir::DirIs( "inner" );
+   inner->parentIs( outer );
+   KIV_TRACE( handle, 8, "S", true, " ", false );
+   KIV_TRACE( handle, 8, "S", 0.1, " ", 30.0, " ", Kiv::infinity );
+   KIV_TRACE( handle, 8, "S", 3, " ", 4U, " ", std::size_t{ 5 } );
+   KIV_TRACE( handle, 8, "S", *inner, " ", inner, " ", Ptr< Kiv::Dir const >( outer ), " ",
+              Ptr< Kiv::Dir >() );
+   KIV_TRACE( handle, 8, "S", std::string( "string" ) );
+   EXPECT_EQ( sink.taken(), ( Texts{ "true false", "0.1 30 inf", "3 4 5",
+                                     "outer/inner outer/inner outer null", "string" } ) );
+}
+
+// ----------------------------------------------------------------------------------------- sinks
+
+TEST( TraceSink, IsReplacedAndGivenBack ) {
+   Loop loop;
+   TraceHandle handle( "Replaced", true );
+   handle.levelIs( 1, true );
+   Texts first;
+   Kiv::TraceSink const before =
+      Kiv::traceSinkIs( [ & ]( TraceLine const & l ) { first.push_back( l.text.str() ); } );
+   {
+      Sink second;
+      KIV_TRACE( handle, 1, "S", "to the second" );
+      EXPECT_EQ( second.taken(), ( Texts{ "to the second" } ) );
+   }
+   KIV_TRACE( handle, 1, "S", "to the first" );
+   Kiv::traceSinkIs( before );
+   EXPECT_EQ( first, ( Texts{ "to the first" } ) );
+}
+
+TEST( TraceSink, ByDefaultWritesALineEachToStandardError ) {
+   Loop loop( 12.5 );
+   Kiv::TraceSink const before = Kiv::traceSinkIs( {} );
+   TraceHandle handle( "Somewhere", true );
+   handle.levelIs( 8, true );
+   testing::internal::CaptureStderr();
+   int const line = __LINE__ + 1;
+   KIV_TRACE( handle, 8, "Ordovan", "first" );
+   KIV_TRACE( handle, 9, "Ordovan", "off" );
+   KIV_TRACE( handle, 8, "Ordovan", "second" );
+   std::string const written = testing::internal::GetCapturedStderr();
+   Kiv::traceSinkIs( before );
+   EXPECT_EQ( written,
+              "12.500000 Somewhere/8 Ordovan:" + std::to_string( line ) + " TestBody: first\n" +
+                 "12.500000 Somewhere/8 Ordovan:" + std::to_string( line + 2 ) +
+                 " TestBody: second\n" );
+}
+
+TEST( TraceSink, ByDefaultWritesOneLineAlsoForAPieceWithANewLineOrANul ) {
+   Loop loop;
+   Kiv::TraceSink const before = Kiv::traceSinkIs( {} );
+   TraceHandle handle( "OddPieces", true );
+   handle.levelIs( 8, true );
+   for( std::string_view odd : { std::string_view( "a\nb" ), std::string_view( "a\0b", 3 ) } ) {
+      testing::internal::CaptureStderr();
+      KIV_TRACE( handle, 8, "S", String8( odd ), "|end" );
+      std::string const written = testing::internal::GetCapturedStderr();
+      EXPECT_EQ( std::count( written.begin(), written.end(), '\n' ), 1 ) << written;
+      ASSERT_GE( written.size(), 5U );
+      EXPECT_EQ( written.substr( written.size() - 5 ), "|end\n" ) << "nothing is lost after it";
+   }
+   Kiv::traceSinkIs( before );
+}
+
+// -------------------------------------------------------------------------------------- coverage
+
+TEST( CoverageStream, GetsTheTextOfEveryPointWhateverTheSwitchesSay ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Covered", false );
+   {
+      Coverage const coverage;
+      KIV_TRACE( handle, 8, "S", "off ", 1 );
+      KIV_TRACE( handle, 0, "S", "off ", 2 );
+      EXPECT_EQ( coverage.text(), "off 1\noff 2\n" );
+      EXPECT_TRUE( sink.taken().empty() ) << "the sink follows the switches";
+      handle.masterIs( true );
+      handle.levelIs( 8, true );
+      KIV_TRACE( handle, 8, "S", "on" );
+      EXPECT_EQ( coverage.text(), "off 1\noff 2\non\n" );
+      EXPECT_EQ( sink.taken(), ( Texts{ "on" } ) );
+   }
+   KIV_TRACE( handle, 0, "S", "after" );
+   EXPECT_TRUE( sink.taken().empty() );
+}
