@@ -1,0 +1,125 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// Once the queue has grown to what is needed, changes and their delivery allocate nothing: neither
+// through the framework's hooks nor through the global operator new, which this program replaces.
+#include "../support/Loop.h"
+#include "../support/Memory.h"
+
+#include <Stage/Stage.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+namespace {
+std::size_t globalAllocations = 0;
+
+void * counted( std::size_t size ) noexcept {
+   ++globalAllocations;
+   return std::malloc( size ? size : 1 );
+}
+} // namespace
+
+void * operator new( std::size_t size ) {
+   if( void * memory = counted( size ) )
+      return memory;
+   throw std::bad_alloc();
+}
+void * operator new[]( std::size_t size ) { return operator new( size ); }
+void * operator new( std::size_t size, std::nothrow_t const & ) noexcept { return counted( size ); }
+void * operator new[]( std::size_t size, std::nothrow_t const & ) noexcept { return counted( size ); }
+void operator delete( void * memory ) noexcept { std::free( memory ); }
+void operator delete[]( void * memory ) noexcept { std::free( memory ); }
+void operator delete( void * memory, std::size_t ) noexcept { std::free( memory ); }
+void operator delete[]( void * memory, std::size_t ) noexcept { std::free( memory ); }
+void operator delete( void * memory, std::nothrow_t const & ) noexcept { std::free( memory ); }
+void operator delete[]( void * memory, std::nothrow_t const & ) noexcept { std::free( memory ); }
+
+namespace {
+
+class Counter : public Stage::EventConfig::NotifieeConst {
+ public:
+   explicit Counter( Kiv::Ptr< Stage::EventConfig const > const & event ) {
+      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
+      isRegisteredNotifieeIs( true );
+      hasNotificationActiveIs( true );
+   }
+   void onTimeout() override { ++calls; }
+   void onDependency( Kiv::String8 ) override { ++calls; }
+   void onDependencykivImmediate() override { ++calls; }
+   void onDependency() override {}
+   unsigned calls = 0;
+};
+
+class Ticker : public Kiv::Clock::NotifieeConst {
+ public:
+   Ticker() {
+      notifierIs( Kiv::activityManager()->clock() );
+      isRegisteredNotifieeIs( true );
+      hasNotificationActiveIs( true );
+   }
+   void onTime() override { ++calls; }
+   unsigned calls = 0;
+};
+
+} // namespace
+
+TEST( SteadyState, ChangingAndDeliveringAnUnchangedSetOfMembersAllocatesNothing ) {
+   testing_support::Loop loop;
+   auto const event = Stage::EventConfig::EventConfigIs( "Gui", "agent" );
+   std::vector< Kiv::Ptr< Counter > > reactors;
+   for( int i = 0; i != 10; ++i )
+      reactors.push_back( new Counter( event ) );
+   Kiv::String8 const disk( "Disk" );
+   Kiv::String8 const net( "a name that is too long to be kept anywhere but on the heap" );
+   double seconds = 0;
+   bool value = false;
+   auto const round = [ & ] {
+      event->timeoutIs( ++seconds );
+      value = !value;
+      event->dependencyIs( disk, value );
+      event->dependencyIs( net, value );
+      loop.deliver();
+   };
+   round();
+   for( auto const & reactor : reactors )
+      reactor->calls = 0;
+
+   testing_support::Memory memory;
+   std::size_t const before = globalAllocations;
+   for( int i = 0; i != 100; ++i )
+      round();
+   EXPECT_EQ( memory.allocations(), 0U );
+   EXPECT_EQ( globalAllocations - before, 0U );
+   for( auto const & reactor : reactors )
+      EXPECT_EQ( reactor->calls, 400U );
+}
+
+TEST( SteadyState, ArmingAndFiringTimersAllocatesNothing ) {
+   testing_support::Loop loop;
+   std::vector< Kiv::Ptr< Ticker > > timers;
+   for( int i = 0; i != 20; ++i )
+      timers.push_back( new Ticker );
+   testing_support::Memory memory;
+   std::size_t const before = globalAllocations;
+   for( int round = 1; round != 51; ++round ) {
+      for( std::size_t i = 0; i != timers.size(); ++i )
+         timers[ i ]->timeMinIs( loop.now() + static_cast< double >( i % 7 ) );
+      loop.nowIs( loop.now() + 10 );
+      while( loop.fire() ) {
+      }
+   }
+   EXPECT_EQ( memory.allocations(), 0U );
+   EXPECT_EQ( globalAllocations - before, 0U );
+   for( auto const & timer : timers )
+      EXPECT_EQ( timer->calls, 50U );
+}
+
+TEST( SteadyState, TheCountersOfThisTestCount ) {
+   testing_support::Memory memory;
+   std::size_t const before = globalAllocations;
+   auto const event = Stage::EventConfig::EventConfigIs( "Gui", "agent" );
+   EXPECT_GT( memory.allocations(), 0U );
+   EXPECT_GE( globalAllocations - before, memory.allocations() );
+}
