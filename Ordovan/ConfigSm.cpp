@@ -130,7 +130,8 @@ void ConfigSm::KivStatus::kivDoZombieReactors( bool zombie ) {
 KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * configSm )
    : configSm_( configSm ), key_( stage->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
-   StageStatus::Notifiee::notifierIs( stage );
+   // The overload that is not ours: ours would run the handlers as for a re-attachment.
+   StageStatus::Notifiee::notifierIs( Ptr< PtrInterface const >( stage ) );
    isRegisteredNotifieeIs( true );
    for( auto i = stage->eventIteratorConst(); i; ++i )
       eventConfigIs( i.ptr() );
@@ -212,7 +213,7 @@ void KivStageStatus::reconcileEvents() {
 }
 
 Ptr< KivEventConfig > KivStageStatus::newEventConfig( Ptr< EventConfig const > const & event ) {
-   Ptr< KivEventConfig > const made = new KivEventConfig( event, this );
+   Ptr< KivEventConfig > const made = new KivEventConfig( Kiv::valid( event ), this );
    made->hasNotificationActiveIs( hasNotificationActive() );
    return Kiv::valid( made );
 }

@@ -19,8 +19,9 @@ namespace Stage {
 // one Status: two over the same Status would undo each other's work.
 //
 // Invariants, whenever the activity is idle:
-//  1. A stage's events are those that agents in the directory declare for it (an event or agent
-//     object that was replaced by another in one go stays until it is withdrawn).
+//  1. A stage's events are those that agents in the directory declare for it. (An event or agent
+//     object that was replaced by another in one go stays until it is withdrawn; an event that
+//     stood in the status before this ConfigSm, of an agent that it never met, stays.)
 //  2. A stage's dependencies are exactly those that one of its events has with value true.
 //  3. A stage is critical exactly while it has a critical event or a critical ancestor; A is an
 //     ancestor of B exactly while A is critical and depends on B.

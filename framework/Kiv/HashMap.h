@@ -15,8 +15,9 @@
 //     order, whatever the number of buckets is.
 //  2. A position is therefore described by (hash, key) alone: the bookmark of an iterator. The
 //     member after it is found again after any insertion, removal, growth or shrinking.
-//  3. The number of buckets is 0 for an empty map, else a power of two that is at least the
-//     number of members when it grew last and at most four times as many after a removal.
+//  3. The number of buckets is 0 for a map that was never filled or was emptied, else a power of
+//     two: at least the number of members for which room was made last, and at most four times the
+//     number of members after a removal, as far as there was memory to shrink.
 #pragma once
 
 #include <Kiv/Export.h>

@@ -2,6 +2,7 @@
 #include <Kiv/Log.h>
 
 #include <Kiv/Clock.h>
+#include <Kiv/detail/OneLine.h>
 
 #include <cstdio>
 #include <string>
@@ -21,7 +22,8 @@ LogSink & sink() {
 }
 
 void toStandardError( LogMessage const & message ) {
-   std::string const line = message.id.str() + ": " + message.text.str() + "\n";
+   std::string const line =
+      detail::oneLine( message.id.view() ) + ": " + detail::oneLine( message.text.view() ) + "\n";
    std::fputs( line.c_str(), stderr );
 }
 
@@ -52,7 +54,7 @@ bool LogHandle::okToLog( unsigned int key ) {
    return true;
 }
 
-void LogHandle::log( unsigned int, String8 * arguments, unsigned int count ) {
+void LogHandle::log( unsigned int keyHash, String8 * arguments, unsigned int count ) {
    std::string text;
    unsigned int used = 0;
    std::string_view const format = format_.view();
@@ -67,7 +69,8 @@ void LogHandle::log( unsigned int, String8 * arguments, unsigned int count ) {
             ++i;
       }
    }
-   LogMessage const message{ now(), id_, severity_, text, explanation_, recommendedAction_ };
+   LogMessage const message{ now(), id_, severity_, text, explanation_, recommendedAction_,
+                             keyHash };
    LogSink const current = sink(); // the sink may replace itself
    if( current )
       current( message );

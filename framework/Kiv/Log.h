@@ -26,12 +26,13 @@ struct LogMessage {
    String8 text; // format and arguments
    String8 explanation;
    String8 recommendedAction;
+   unsigned int keyHash; // hash of the arguments by which the rate is limited
 };
 
 using LogSink = std::function< void( LogMessage const & ) >;
 
 // Where emitted messages go from now on; an empty function stands for the default, one line a
-// message on standard error. Returns what was there before. The sink is called inside the handler
+// message on standard error (control characters as \xNN). Returns what was there before. The sink is called inside the handler
 // that emits; it may do what a callback may do, except run the loop.
 KIV_EXPORT LogSink logSinkIs( LogSink sink );
 

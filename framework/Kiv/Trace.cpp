@@ -2,6 +2,7 @@
 #include <Kiv/Trace.h>
 
 #include <Kiv/Exception.h>
+#include <Kiv/detail/OneLine.h>
 #include <Kiv/detail/Queue.h>
 
 #include <cstdio>
@@ -54,7 +55,8 @@ unsigned parseLevels( std::string_view settings, std::size_t & at ) {
    for( ;; ) {
       unsigned const first = digit();
       unsigned last = first;
-      if( at != settings.size() && settings[ at ] == '-' ) {
+      bool const range = at != settings.size() && settings[ at ] == '-';
+      if( range ) {
          std::size_t const dash = ++at;
          last = digit();
          if( last < first )
@@ -65,7 +67,8 @@ unsigned parseLevels( std::string_view settings, std::size_t & at ) {
       if( at == settings.size() || settings[ at ] == ';' )
          return levels;
       if( settings[ at ] != ',' )
-         refuse( settings, at, "\",\", \"-\", \";\" or the end" );
+         refuse( settings, at,
+                 range ? "\",\", \";\" or the end" : "\",\", \"-\", \";\" or the end" );
       ++at;
    }
 }
@@ -142,7 +145,13 @@ void TraceHandle::levelIs( unsigned level, bool on ) {
 void tracesIs( String8 const & settings ) {
    std::vector< Setting > const entries = parse( settings.view() );
    Registry & r = registry();
-   r.settings.insert( r.settings.end(), entries.begin(), entries.end() );
+   // Only what still counts is kept: the last entry for each name, none before one for all.
+   for( Setting const & entry : entries ) {
+      std::erase_if( r.settings, [ &entry ]( Setting const & s ) {
+         return entry.handle == "*" || s.handle == entry.handle;
+      } );
+      r.settings.push_back( entry );
+   }
    for( TraceHandle * handle : r.handles )
       applySettings( *handle, entries );
 }
@@ -161,7 +170,8 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
       return;
    }
    std::fprintf( stderr, "%.6f %s/%u %s:%d %s: %s\n", traced.time, handle.charPtr(), level, source,
-                 line, function, text.c_str() );
+                 line, function,
+                 detail::oneLine( text ).c_str() );
 }
 
 namespace detail {
@@ -180,7 +190,8 @@ void reportException( char const * where, String8 const & what ) noexcept {
       if( *where )
          place = ( what.empty() ? " of " : " in " ) + std::string( where ) + place;
       KIV_TRACE( kivTrace(), 0, "Trace", "exception", place, ": ", text );
-      std::fprintf( stderr, "kiv: exception%s: %s\n", place.c_str(), text.c_str() );
+      std::fprintf( stderr, "kiv: exception%s: %s\n", oneLine( place ).c_str(),
+                    oneLine( text ).c_str() );
    } catch( ... ) {
       std::fputs( "kiv: exception, and no memory to say which\n", stderr );
    }

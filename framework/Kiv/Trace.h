@@ -36,7 +36,7 @@ struct TraceLine {
 using TraceSink = std::function< void( TraceLine const & ) >;
 
 // Where text traces go from now on; an empty function stands for the default, standard error, a
-// line each:  TIME HANDLE/LEVEL SOURCE:LINE FUNCTION: TEXT
+// line each (control characters as \xNN):  TIME HANDLE/LEVEL SOURCE:LINE FUNCTION: TEXT
 // Returns what was there before. The sink must not touch entities.
 KIV_EXPORT TraceSink traceSinkIs( TraceSink sink );
 
