@@ -82,15 +82,14 @@ class Directory {
 
    // The events are told apart even where the agent was there before.
    void declared( std::string const & agent, std::vector< Event > const & events ) {
-      auto & stages = stages_[ agent ];
       std::set< std::string > own;
       for( auto const & event : events ) {
          if( !own.insert( event.stage ).second ) {
             mistake( event.place, "agent " + quoted( agent ) + " has two events for stage " +
                                   quoted( event.stage ) + "; it can have one for each stage" );
          }
-         stages.insert( event.stage );
       }
+      stages_[ agent ].merge( own );
    }
 
    bool agentIsThere( std::string const & agent ) {

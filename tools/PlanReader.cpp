@@ -115,6 +115,7 @@ class Reader {
    std::vector< Mistake > mistakes_;
    std::vector< UnclearEntry > unclear_;
    std::size_t visitsLeft_;
+   bool tooLarge_ = false;  // so the plan is only a part of what the file says
 };
 
 // Calls `f( name, key, value )` for each member of a map whose keys are names.
@@ -510,12 +511,15 @@ void Reader::plan( YamlNode const & root ) {
          }
       } );
    } catch( TooLarge const & ) {
+      tooLarge_ = true;
    }
 }
 
 PlanText Reader::result() {
-   auto const more = planMistakes( plan_, unclear_ );
-   mistakes_.insert( mistakes_.end(), more.begin(), more.end() );
+   if( !tooLarge_ ) {
+      auto const more = planMistakes( plan_, unclear_ );
+      mistakes_.insert( mistakes_.end(), more.begin(), more.end() );
+   }
    // What is used through several aliases is told once.
    std::sort( mistakes_.begin(), mistakes_.end() );
    mistakes_.erase( std::unique( mistakes_.begin(), mistakes_.end() ), mistakes_.end() );

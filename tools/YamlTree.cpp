@@ -82,6 +82,40 @@ std::size_t firstBadByte( std::string_view text ) {
    return i;
 }
 
+// The offset of the quote that opens the scalar at `offset`, past the properties that may stand
+// before it; npos if the scalar is not quoted.
+std::size_t openingQuote( std::string_view text, std::size_t offset ) {
+   while( offset < text.size() ) {
+      auto const c = text[ offset ];
+      if( c == '"' || c == '\'' ) {
+         return offset;
+      }
+      auto const * const ends = c == '#' ? "\r\n" : c == '&' || c == '!' ? " \t\r\n" : nullptr;
+      if( ends ) {
+         offset = text.find_first_of( ends, offset );
+      } else if( std::strchr( " \t\r\n", c ) ) {
+         ++offset;
+      } else {
+         break;
+      }
+   }
+   return std::string_view::npos;
+}
+
+// Whether the quoted scalar whose opening quote stands at `open` has a closing one.
+bool isClosed( std::string_view text, std::size_t open ) {
+   auto const quote = text[ open ];
+   for( auto i = open + 1; i < text.size(); ++i ) {
+      bool const escapes = quote == '"' ? text[ i ] == '\\' : text.substr( i, 2 ) == "''";
+      if( escapes ) {
+         ++i;
+      } else if( text[ i ] == quote ) {
+         return true;
+      }
+   }
+   return false;
+}
+
 // The last byte before `offset` that is neither blank nor in a comment, where nothing stands
 // between the two but blanks, comments and indicators.
 std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
@@ -144,6 +178,7 @@ class YamlTree::Builder : public YAML::EventHandler {
       node.tag = tag;
       node.text = value;
       node.place = placeOf( mark );
+      lastScalar_ = offsetOf( mark );
       if( !fitsItsTag( node ) ) {
          mistake( node.place, "tag " + quoted( tag ) + " does not fit " + quoted( value ) +
                               "; YAML's own tags are allowed where the text fits them" );
@@ -266,6 +301,7 @@ class YamlTree::Builder : public YAML::EventHandler {
    std::unordered_map< YAML::anchor_t, YamlNode const * > anchor_;
    std::vector< YamlNode * > open_;  // sequences and maps that have not ended
    Null lastNull_;
+   std::size_t lastScalar_ = std::string_view::npos;  // its offset
    int documents_ = 0;
 };
 
@@ -279,6 +315,11 @@ void YamlTree::Builder::run() {
    try {
       YAML::Parser parser( in );
       while( parser.HandleNextDocument( *this ) ) {
+      }
+      // The parser lets the end of the file close a quote. Such a scalar is the last one.
+      auto const quote = openingQuote( text_, lastScalar_ );
+      if( quote != std::string_view::npos && !isClosed( text_, quote ) ) {
+         syntaxError( quote, "a quote that is never closed" );
       }
    } catch( SecondDocument const & second ) {
       secondDocument( second.offset );

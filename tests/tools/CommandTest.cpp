@@ -1,0 +1,234 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include "Process.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+struct Command : Process::Folder {
+   std::string const good = file( "good.yaml", "application: Router\n"
+                                               "agents:\n"
+                                               "  Platform: {Boot: {complete: 1}}\n"
+                                               "  Routing: {Net: {dependency: [Boot], complete: 2}}\n" );
+   std::string const stalled = file( "stalled.yaml", "agents:\n"
+                                                     "  A: {Boot: {complete: never}}\n"
+                                                     "  B: {Net: {dependency: [Boot, Gone]}}\n" );
+   std::string const suspended =
+      file( "suspended.yaml", "application: Router\n"
+                              "agents: {A: {Boot: {critical: true, timeout: 5, complete: 8}}}\n" );
+   std::string const wrong = file( "wrong.yaml", "agents:\n  A: {Boot: {timeout: -1}}\nextra: 1\n" );
+};
+
+bool contains( std::string const & text, std::string const & part ) {
+   return text.find( part ) != std::string::npos;
+}
+
+TEST_F( Command, ShowsAStartUpThatCompletes ) {
+   auto const run = ordovan( "simulate good.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   EXPECT_EQ( run.out, "     0.000 started    Boot\n"
+                       "     1.000 complete   Boot  after 1 s\n"
+                       "     1.000 started    Net\n"
+                       "     3.000 complete   Net  after 2 s\n"
+                       "\n"
+                       "Router: complete after 3 s\n"
+                       "  stages     2 of 2 complete, 2 started, 0 critical\n"
+                       "  events     2 of 2 complete\n"
+                       "  slowest    Net 2 s, Boot 1 s\n"
+                       "  timed out  none\n" );
+   EXPECT_EQ( run.err, "" );
+}
+
+TEST_F( Command, SaysWhatEachUnfinishedStageWaitsFor ) {
+   auto const run = ordovan( "simulate stalled.yaml" );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_TRUE( contains( run.out, "application: stalled after 0 s\n" ) );
+   EXPECT_EQ( run.err, "stalled.yaml: the start-up did not complete: stalled\n"
+                       "stage \"Boot\" is active and waits for the event of agent \"A\" (pending "
+                       "since 0 s).\n"
+                       "stage \"Net\" waits for stage \"Boot\", which is not complete and stage "
+                       "\"Gone\", which no agent has declared.\n" );
+}
+
+TEST_F( Command, ShowsASuspensionWhenItHappensAndOnALineOfItsOwn ) {
+   auto const run = ordovan( "simulate suspended.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   EXPECT_TRUE( contains( run.out,
+                          "     5.000 message    Router stage Boot timed out  ORDOVAN_STAGE_SLOW\n"
+                          " Critical stage Boot timed out! Router suspended for debugging.\n"
+                          "     5.000 suspended  Boot  after 5 s, waits for A\n" ) ) << run.out;
+   EXPECT_TRUE( contains( run.out, "     8.000 resumed    Boot  complete after 8 s\n" ) ) << run.out;
+   EXPECT_TRUE( contains( run.out, "  timed out  Boot at 5 s\n" ) ) << run.out;
+}
+
+TEST_F( Command, AStartUpThatStaysSuspendedIsNotComplete ) {
+   file( "p.yaml", "agents: {A: {Boot: {critical: true, timeout: 5, complete: never}}}\n" );
+   auto const run = ordovan( "simulate p.yaml" );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_TRUE( contains( run.err, "critical stage \"Boot\" timed out at 5 s and is suspended" ) );
+}
+
+TEST_F( Command, AStartUpThatIsNeverEnabledIsNotComplete ) {
+   file( "p.yaml", "{enabled: false}\n" );
+   auto const run = ordovan( "simulate p.yaml" );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_EQ( run.err, "p.yaml: the start-up did not complete: disabled\n"
+                       "Progression was never enabled.\n" );
+}
+
+TEST_F( Command, QuietShowsNothingButTheLibrarysOwnLine ) {
+   EXPECT_EQ( ordovan( "simulate --quiet good.yaml" ).out, "" );
+   EXPECT_EQ( ordovan( "simulate --quiet suspended.yaml" ).out,
+              " Critical stage Boot timed out! Router suspended for debugging.\n" );
+   EXPECT_EQ( ordovan( "simulate --quiet stalled.yaml" ).status, 1 );
+   EXPECT_TRUE( contains( ordovan( "simulate --quiet stalled.yaml" ).err, "stage \"Boot\"" ) );
+}
+
+TEST_F( Command, ReportsEveryMistakeOfAPlanAndRunsNothing ) {
+   auto const run = ordovan( "simulate wrong.yaml --record record" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_EQ( run.out, "" );
+   EXPECT_EQ( run.err, "wrong.yaml:2:23: \"timeout\" is -1; it must be a number of seconds, 0 or "
+                       "more, or .inf\n"
+                       "wrong.yaml:3:1: unknown key \"extra\" in the plan; allowed are agents, "
+                       "application, enabled and timeline\n" );
+   EXPECT_FALSE( std::filesystem::exists( folder / "record" ) );
+}
+
+TEST_F( Command, WritesARecordThatIsJsonLineByLine ) {
+   EXPECT_EQ( ordovan( "simulate suspended.yaml --record record" ).status, 0 );
+   std::vector< nlohmann::json > lines;
+   std::ifstream in( folder / "record" );
+   for( std::string line; std::getline( in, line ); ) {
+      lines.push_back( nlohmann::json::parse( line ) );
+   }
+   ASSERT_EQ( lines.size(), 10U );
+   EXPECT_EQ( lines[ 0 ], ( nlohmann::json{ { "t", 0 }, { "kind", "log" },
+                                            { "msg", "Stage progression started" } } ) );
+   EXPECT_EQ( lines[ 4 ], ( nlohmann::json{ { "t", 5 }, { "kind", "message" },
+                                            { "id", "ORDOVAN_STAGE_SLOW" }, { "severity", 4 },
+                                            { "text", "Router stage Boot timed out" } } ) );
+   auto const & end = lines.back();
+   EXPECT_EQ( end[ "kind" ], "end" );
+   EXPECT_EQ( end[ "outcome" ], "complete" );
+   EXPECT_EQ( end[ "t" ], 8 );
+   EXPECT_EQ( end[ "status" ][ "stage" ][ "Boot" ][ "timedOut" ], true );
+}
+
+TEST_F( Command, TheRecordIsTheSameHoweverMuchIsShown ) {
+   ordovan( "simulate suspended.yaml --record one" );
+   ordovan( "simulate --quiet --record=two suspended.yaml" );
+   auto const record = Process::contents( folder / "one" );
+   EXPECT_FALSE( record.empty() );
+   EXPECT_EQ( record, Process::contents( folder / "two" ) );
+}
+
+TEST_F( Command, ARecordReplacesAnOlderOne ) {
+   file( "record", std::string( 100000, 'x' ) );
+   EXPECT_EQ( ordovan( "simulate good.yaml --record record" ).status, 0 );
+   EXPECT_FALSE( contains( Process::contents( folder / "record" ), "xx" ) );
+}
+
+TEST_F( Command, ARecordThatCannotBeWrittenIsReported ) {
+   auto const full = ordovan( "simulate good.yaml --record /dev/full" );
+   EXPECT_EQ( full.status, 2 );
+   EXPECT_EQ( full.err, "ordovan: /dev/full: cannot be written: No space left on device\n" );
+
+   auto const nowhere = ordovan( "simulate good.yaml --record no/such/folder" );
+   EXPECT_EQ( nowhere.status, 2 );
+   EXPECT_EQ( nowhere.out, "" );
+   EXPECT_EQ( nowhere.err, "ordovan: no/such/folder: cannot be written: No such file or directory\n" );
+}
+
+TEST_F( Command, ARecordThatDoesNotFitIsReportedThoughTheRunIsLong ) {
+   std::string plan = "agents:\n";
+   for( int i = 0; i < 200; ++i ) {
+      plan += "  A" + std::to_string( i ) + ": {Boot: {}}\n";
+   }
+   file( "p.yaml", plan );
+   auto const run = ordovan( "simulate p.yaml --record /dev/full" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_TRUE( contains( run.err, "No space left on device" ) );
+}
+
+TEST_F( Command, ThePlanIsNotOverwrittenByItsRecord ) {
+   auto const before = Process::contents( folder / good );
+   auto const run = ordovan( "simulate good.yaml --record ./good.yaml" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_EQ( run.err, "ordovan: ./good.yaml: is the plan itself; the record must be another file\n" );
+   EXPECT_EQ( Process::contents( folder / good ), before );
+}
+
+TEST_F( Command, AFileThatCannotBeReadIsReported ) {
+   auto const missing = ordovan( "simulate missing.yaml" );
+   EXPECT_EQ( missing.status, 2 );
+   EXPECT_EQ( missing.err, "ordovan: missing.yaml: cannot be read: No such file or directory\n" );
+   auto const directory = ordovan( "simulate ." );
+   EXPECT_EQ( directory.status, 2 );
+   EXPECT_EQ( directory.err, "ordovan: .: cannot be read: Is a directory\n" );
+   EXPECT_EQ( ordovan( "simulate /dev/zero" ).status, 2 );
+   EXPECT_EQ( ordovan( "simulate ''" ).status, 2 );
+}
+
+TEST_F( Command, StandardOutputThatCannotBeWrittenIsReported ) {
+   auto const run = shell( "\"$ordovan\" simulate good.yaml >/dev/full" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_TRUE( contains( run.err, "standard output cannot be written: No space left on device" ) )
+      << run.err;
+   EXPECT_EQ( shell( "\"$ordovan\" --help >/dev/full" ).status, 2 );
+}
+
+TEST_F( Command, AWrongCommandLineHasStatusTwoAndSaysWhy ) {
+   for( auto arguments : { "", "simulat good.yaml", "simulate", "simulate good.yaml stalled.yaml",
+                           "simulate --unknown good.yaml", "simulate good.yaml --record",
+                           "simulate --quiet=perhaps good.yaml", "--unknown" } ) {
+      auto const run = ordovan( arguments );
+      EXPECT_EQ( run.status, 2 ) << arguments;
+      EXPECT_EQ( run.out, "" ) << arguments;
+      EXPECT_NE( run.err, "" ) << arguments;
+   }
+}
+
+TEST_F( Command, HelpAndVersionAreForTheCommandAndItsSubcommand ) {
+   for( auto arguments : { "--help", "simulate --help" } ) {
+      auto const run = ordovan( arguments );
+      EXPECT_EQ( run.status, 0 ) << arguments;
+      EXPECT_EQ( run.err, "" ) << arguments;
+   }
+   EXPECT_TRUE( contains( ordovan( "--help" ).out, "simulate" ) );
+   for( auto option : { "PLAN", "--record FILE", "--quiet", "--no-color", "--version" } ) {
+      EXPECT_TRUE( contains( ordovan( "simulate --help" ).out, option ) ) << option;
+   }
+   auto const version = ordovan( "--version" );
+   EXPECT_EQ( version.status, 0 );
+   EXPECT_EQ( version.out.compare( 0, 8, "ordovan " ), 0 );
+   EXPECT_EQ( version.out.find( '\n' ), version.out.size() - 1 );
+   EXPECT_EQ( ordovan( "simulate --version" ).out, version.out );
+}
+
+TEST_F( Command, OutputThatIsNoTerminalHasNoColours ) {
+   for( auto line : { "\"$ordovan\" simulate suspended.yaml",
+                      "TERM=xterm-256color \"$ordovan\" simulate suspended.yaml" } ) {
+      EXPECT_FALSE( contains( shell( line ).out, "\x1b" ) ) << line;
+   }
+}
+
+TEST_F( Command, NamesCannotSteerATerminal ) {
+   file( "p.yaml", "application: \"\\e[31m\"\nagents: {\"\\e[2J\": {\"\\e[1m\": {complete: never}}}\n" );
+   auto const run = ordovan( "simulate p.yaml" );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_FALSE( contains( run.out + run.err, "\x1b" ) ) << run.out << run.err;
+}
+
+TEST_F( Command, DeeplyNestedOrRecursiveFilesAreRefused ) {
+   file( "deep.yaml", std::string( 200000, '[' ) );
+   file( "loop.yaml", "&a {agents: *a}\n" );
+   EXPECT_EQ( ordovan( "simulate deep.yaml" ).status, 2 );
+   EXPECT_EQ( ordovan( "simulate loop.yaml" ).status, 2 );
+}
+
+}  // namespace
