@@ -326,6 +326,27 @@ TEST( OutsideStages, AStageThatGoesIsNobodysCriticalAncestorAnyMore ) {
    EXPECT_TRUE( w.stage( "U" )->critical() ) << "by its own event";
 }
 
+// The stages of a cycle push to each other while the link is taken away; it must not come back.
+TEST( OutsideStages, AStageThatGoesIsNobodysCriticalAncestorAlsoWithinACycle ) {
+   for( bool const replaced : { false, true } ) {
+      World w;
+      Ptr< ConfigSm > const machine = w.configSm();
+      w.declare( "a", "S", { "T" }, 0, true );
+      w.declare( "a", "T", { "S" } );
+      w.idle();
+      ASSERT_TRUE( w.stage( "T" )->critical() );
+      w.status->stageDel( "S" );
+      if( replaced )
+         w.status->stageIs( "S" );
+      w.idle();
+      EXPECT_EQ( machine->stageStatus( "T" )->criticalAncestors(), 0U ) << replaced;
+      EXPECT_FALSE( w.stage( "T" )->critical() ) << replaced;
+      if( replaced ) {
+         EXPECT_FALSE( w.stage( "S" )->critical() );
+      }
+   }
+}
+
 TEST( OutsideStages, AStageThatIsReplacedTakesItsLinksAlong ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();

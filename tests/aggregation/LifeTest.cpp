@@ -151,6 +151,26 @@ TEST( Mutators, DetachingAnEventOrStageReactorRunsNoHandler ) {
    EXPECT_TRUE( stage->isRegisteredNotifiee() );
 }
 
+TEST( Mutators, ADetachedStageReactorIsPassedOver ) {
+   World w;
+   w.declare( "a", "S", { "T" }, 30 );
+   w.declare( "b", "U", { "S" }, 30 );
+   Ptr< ConfigSm > const machine = w.configSm();
+   w.idle();
+   Ptr< ConfigSm::KivStageStatus > const stage = machine->stageStatus( "S" );
+   stage->notifierIs( nothing );
+   w.declare( "b", "T" );
+   Ptr< EventConfig > const event = w.declare( "c", "U", {}, 0, true );
+   w.idle();
+   EXPECT_TRUE( w.stage( "U" )->critical() );
+   event->criticalIs( false );
+   w.agent( "a" )->eventDel( "S" );
+   w.idle();
+   EXPECT_FALSE( w.stage( "U" )->critical() );
+   EXPECT_FALSE( w.stage( "T" )->critical() );
+   EXPECT_TRUE( w.stage( "T" ) ) << "the loop works on";
+}
+
 TEST( Mutators, DetachingAnAgentReactorRunsItsFullHandler ) {
    World w;
    w.declare( "a", "S" );
