@@ -145,29 +145,34 @@ KivStageStatus::~KivStageStatus() {
 void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
-   if( !kivMarkedForDeletion() )
-      withdrawLinks();
+   Ptr< StageStatus > const before = this->stage();
    StageStatus::Notifiee::notifierIs( stage );
-   if( !stage || kivMarkedForDeletion() )
+   if( kivMarkedForDeletion() )
       return;
-   isRegisteredNotifieeIs( true );
-   reconcileEvents();
-   handleCritical();
+   if( stage ) {
+      isRegisteredNotifieeIs( true );
+      reconcileEvents();
+      handleCritical();
+   }
+   withdrawLinks( before );
 }
 
-// A stage that goes is nobody's critical ancestor any more.
-void KivStageStatus::withdrawLinks() {
-   Ptr< StageStatus > const watched = stage();
-   if( !watched || !configSm_ )
+// The stage is no critical ancestor any more of what only `before`, which it was, depended on.
+void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
+   if( !before )
       return;
-   for( auto i = watched->dependencyIteratorConst(); i; ++i )
+   for( auto i = before->dependencyIteratorConst(); i; ++i ) {
+      if( stage() && stage()->hasDependency( i.key() ) )
+         continue;
       if( Ptr< KivStageStatus > const other = configSm_->stageStatus( i.key() ) )
          other->criticalAncestorDel( String8( key_ ) );
+   }
 }
 
 void KivStageStatus::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
       return;
+   Kiv::detail::InOrder const inOrder;
    StageStatus::Notifiee::hasNotificationActiveIs( active );
    Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { ownReactors( f ); } );
 }
@@ -272,14 +277,16 @@ bool KivStageStatus::criticalAncestorErase( String8 const & name ) {
    return criticalAncestor_.memberDel( name );
 }
 
+void KivStageStatus::criticalAncestorNotify( String8 const & name ) { handleCritical( name ); }
+
 void KivStageStatus::criticalAncestorIs( String8 const & name, bool value ) {
    if( criticalAncestorSet( name, value ) )
-      handleCritical( name );
+      criticalAncestorNotify( name );
 }
 void KivStageStatus::criticalAncestorDel( String8 const & name ) {
    String8 const key = name; // the caller's may belong to the entry
    if( criticalAncestorErase( key ) )
-      handleCritical( key );
+      criticalAncestorNotify( key );
 }
 void KivStageStatus::criticalAncestorDelAll() {
    for( auto i = criticalAncestorIterator(); i; ++i )
@@ -367,6 +374,7 @@ ConfigSm::~ConfigSm() {
 void ConfigSm::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
       return;
+   Kiv::detail::InOrder const inOrder;
    Config::NotifieeConst::hasNotificationActiveIs( active );
    Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { ownReactors( f ); } );
 }
@@ -456,11 +464,17 @@ void ConfigSm::stageStatusDel( Name const & stage ) {
    Ptr< KivStageStatus > const gone = stageStatus_.member( stage );
    if( !gone )
       return;
-   if( !gone->kivMarkedForDeletion() )
-      gone->withdrawLinks();
+   bool const teardown = gone->kivMarkedForDeletion();
+   Ptr< StageStatus > const before = gone->stage();
    gone->kivDoZombieReactors( true );
-   gone->configSm_ = nullptr;
    stageStatus_.memberDel( gone->fwkKey() );
+   // Not before it has left the collection: a stage in a cycle with it would push its flag back
+   // and make it decide anew.
+   if( !teardown ) {
+      gone->notifierIs( Ptr< PtrInterface const >() );
+      gone->withdrawLinks( before );
+   }
+   gone->configSm_ = nullptr;
 }
 void ConfigSm::stageStatusDelAll() {
    for( auto i = stageStatus_.iterator(); i; ++i )

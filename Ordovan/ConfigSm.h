@@ -12,7 +12,7 @@ namespace Stage {
 // every stage name that an agent declares an event for, with the stage's events by agent, the
 // union of their dependencies, the largest of their timeouts, and whether it is critical.
 //
-// Owned by whoever holds a Ptr to it, as the manager does (Manager.h). Reacts while its
+// Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Reacts while its
 // notifications are active; the factories turn them on. What it wrote stays when it goes.
 //
 // Errors: a range exception for a null status or directory ("null ValidPtr"). One ConfigSm writes
@@ -196,6 +196,8 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       // Removes the entry, then runs handleCritical( name ); nothing when there is none.
       void criticalAncestorDel( Kiv::String8 const & name );
       void criticalAncestorDelAll();
+      // Tells of an entry that has changed: runs handleCritical( name ).
+      void criticalAncestorNotify( Kiv::String8 const & name );
       Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
 
       // ---- handlers
@@ -229,7 +231,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );
       bool criticalAncestorErase( Kiv::String8 const & name );
       void reconcileEvents();
-      void withdrawLinks();
+      void withdrawLinks( Kiv::Ptr< StageStatus > const & before );
 
       ConfigSm * configSm_;
       Kiv::Name const key_;

@@ -202,7 +202,7 @@ void KivStageStatus::handleDependency( String8 name ) {
    if( !configSm()->status()->stage( name ) )
       return; // linked when it appears: handleStage
    Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
-   if( !other )
+   if( !other || !other->stage() )
       return; // its reactor is made by the notification that also calls handleStage
    ORDOVAN_TRACE( 8, "  Adjusting criticalAncestor for ", name );
    bool const dep = stage()->hasDependency( name );
@@ -237,12 +237,12 @@ void KivStageStatus::handleCritical( String8 name ) {
 // What the stage's flag has to be.
 bool KivStageStatus::decideCritical() const {
    if( criticalAncestors() != 0 ) {
-      ORDOVAN_TRACE( 8, " Critical because exists a critical ancestor" );
+      ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because exists a critical ancestor" );
       return true;
    }
    for( auto i = notifier()->eventIteratorConst(); i; ++i )
       if( i.ptr()->critical() ) {
-         ORDOVAN_TRACE( 8, " Critical because ", i.ptr()->uid(), " is critical" );
+         ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because ", i.ptr()->uid(), " is critical" );
          return true;
       }
    return false;
@@ -250,11 +250,11 @@ bool KivStageStatus::decideCritical() const {
 
 void KivStageStatus::writeCritical( bool critical ) {
    if( critical != stage()->critical() )
-      ORDOVAN_TRACE( 8, " Setting critical for stage ", fwkKey(), " to ", critical );
+      ORDOVAN_TRACE_IN( "handleCritical", 8, " Setting critical for stage ", fwkKey(), " to ", critical );
    else
-      ORDOVAN_TRACE( 8, fwkKey(), ": No change to critical (", critical, ")." );
+      ORDOVAN_TRACE_IN( "handleCritical", 8, fwkKey(), ": No change to critical (", critical, ")." );
    stage()->criticalIs( critical );
-   ORDOVAN_TRACE( 8, "   Force dependents of ", fwkKey(),
+   ORDOVAN_TRACE_IN( "handleCritical", 8, "   Force dependents of ", fwkKey(),
                   " to recompute based on our critical", critical );
 }
 
@@ -282,7 +282,7 @@ void KivStageStatus::handleCritical() {
       Name const name( frame.dependency.key() );
       ++frame.dependency;
       Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
-      if( !other )
+      if( !other || !other->stage() )
          continue;
       String8 const self( frame.stage->fwkKey() );
       ORDOVAN_TRACE( 9, "  Adjusting criticalAncestor for ", name, " (was ",
@@ -400,11 +400,11 @@ bool StatusSm::criticalStageWaits( Status const & stages ) const {
 // Whether an active stage is not complete.
 bool StatusSm::inProgress( StageStatus const & stage, bool criticalWaiting ) const {
    if( criticalWaiting && !stage.critical() )
-      ORDOVAN_TRACE( 9, "Stage ", stage.name(), " in progress, but now non-critical" );
+      ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(), " in progress, but now non-critical" );
    Ptr< StageSm > const sm = stageSm( stage.name() );
    if( sm && sm->complete() )
       return false;
-   ORDOVAN_TRACE( 9, "Stage ", stage.name(), " in progress, but not yet complete." );
+   ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(), " in progress, but not yet complete." );
    return true;
 }
 
@@ -413,18 +413,18 @@ bool StatusSm::dependenciesSatisfied( Status const & stages, StageStatus const &
    for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
       String8 const name = i.key();
       if( !stages.activeStage( name ) ) {
-         ORDOVAN_TRACE( 9, name, " is not yet ready, which means ", stage.name(),
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, name, " is not yet ready, which means ", stage.name(),
                         " is also unready." );
          return false;
       }
       Ptr< StageSm > const sm = stageSm( name );
       if( !sm ) {
-         ORDOVAN_TRACE( 9, "Unactivated stage SM for ", name, " means ", stage.name(),
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Unactivated stage SM for ", name, " means ", stage.name(),
                         " is unready." );
          return false;
       }
       if( !sm->complete() ) {
-         ORDOVAN_TRACE( 9, "Incomplete dependency ", name, " means ", stage.name(),
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Incomplete dependency ", name, " means ", stage.name(),
                         " is unready." );
          return false;
       }

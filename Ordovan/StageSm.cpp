@@ -164,12 +164,14 @@ template< class Call >
 void StageSm::asOwned( Call call ) {
    Ptr< StatusSm > const keep( mainSm_ && mainSm_->references() ? mainSm_ : nullptr );
    Ptr< StageSm > const keepThis( references() ? this : nullptr );
-   call();
+   if( stage() ) // one that watches no stage any more does not react
+      call();
 }
 
 void StageSm::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
       return;
+   Kiv::detail::InOrder const inOrder;
    StageStatus::NotifieeConst::hasNotificationActiveIs( active );
    Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { ownReactors( f ); } );
 }
@@ -187,6 +189,11 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( !stage || kivMarkedForDeletion() )
       return;
    isRegisteredNotifieeIs( true );
+   // What is incomplete is pending before any event is looked at: else the set could run empty in
+   // between, and the stage complete.
+   for( auto i = this->stage()->eventIteratorConst(); i; ++i )
+      if( !i.ptr()->complete() )
+         pendingEventIs( i.ptr() );
    mirrorEvents();
    // An event that this stage does not have would be pending for ever.
    for( auto i = pendingEventIterator(); i; ++i ) {
@@ -201,8 +208,6 @@ void StageSm::onEvent( String8 agentName ) {
       if( !kivMarkedForDeletion() )
          handleEventDel( agentName );
       // The mirror is brought into line in any case.
-      if( !stage() )
-         return;
       if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
          eventIs( agentName, present );
       else
@@ -212,7 +217,7 @@ void StageSm::onEvent( String8 agentName ) {
 
 void StageSm::onEventkivImmediate() {
    asOwned( [ & ] {
-      if( stage() )
+      if( !kivMarkedForDeletion() )
          mirrorEvents();
    } );
 }

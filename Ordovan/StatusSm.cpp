@@ -118,6 +118,7 @@ StatusSm::~StatusSm() {
 void StatusSm::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
       return;
+   Kiv::detail::InOrder const inOrder;
    PtrInterface::hasNotificationActiveIs( active );
    Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { ownReactors( f ); } );
 }

@@ -103,6 +103,8 @@ void AgentConfig::isNondestructingIs( bool on ) {
 void AgentConfig::eventIs( Name const & stage, Ptr< EventConfig const > const & event ) {
    if( !event )
       Kiv::throwRangeException( "null ValidPtr" );
+   if( stage.empty() )
+      Kiv::throwRangeException( "empty name" );
    // Aggregation takes the stage from the key and the agent from the directory; an event that says
    // otherwise of itself would be pending under one uid and completed under another.
    if( event->agent() != String8( name() ) || event->uid() != stage + ":" + event->agent() )
@@ -247,14 +249,18 @@ void Status::stageDel( Name const & name ) {
    if( !gone )
       return;
    Name const key = name; // the caller's may belong to the stage
-   // Room for both changes, so that the second cannot fail after the first.
-   Kiv::detail::Change( *this, status::rows[ status::stage ], 3 );
+   // Room for all three changes (two of ours), so that none can fail after another was made.
+   Kiv::detail::makeRoom( 2 * Kiv::detail::itemsFor( *this, 1 ) +
+                          Kiv::detail::itemsFor( *gone, 0 ) );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
    gone->ownerIs( nullptr, Kiv::noAttribute );
 }
 void Status::stageDelAll() {
-   Kiv::detail::Change( *this, status::rows[ status::stage ], 3 * stages() );
+   std::size_t items = 2 * stages() * Kiv::detail::itemsFor( *this, 1 );
+   for( auto i = stageIteratorConst(); i; ++i )
+      items += Kiv::detail::itemsFor( *i.ptr(), 0 );
+   Kiv::detail::makeRoom( items );
    for( auto i = stageIterator(); i; ++i )
       stageDel( i.key() );
 }

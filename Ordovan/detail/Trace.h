@@ -18,4 +18,7 @@ inline Kiv::TraceHandle & traceHandle() {
 
 } // namespace Stage
 
-#define ORDOVAN_TRACE( level, ... ) KIV_TRACE( ::Stage::traceHandle(), level, "Ordovan", __VA_ARGS__ )
+#define ORDOVAN_TRACE( level, ... ) ORDOVAN_TRACE_IN( __func__, level, __VA_ARGS__ )
+// In a helper of the handler named.
+#define ORDOVAN_TRACE_IN( handler, level, ... )                                                   \
+   KIV_TRACE_IN( ::Stage::traceHandle(), level, "Ordovan", handler, __VA_ARGS__ )

@@ -8,12 +8,12 @@
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
+#include <list>
 #include <map>
 #include <mutex>
 #include <thread>
 
-#include <unistd.h>
+#include <pthread.h>
 
 #include <Kiv/detail/Guarded.h>
 
@@ -22,6 +22,9 @@ namespace Kiv {
 namespace detail {
 // The manager, once its loop lives in another one, which has to hear of work.
 static ActivityManager * embedded = nullptr;
+// This process was forked from the one that made the manager. It shares the descriptors of the
+// loop's wake-up with its parent, and must not touch them.
+static bool forked = false;
 } // namespace detail
 
 ActivityConfig::ActivityConfig( Name const & name ) : name_( name ) {}
@@ -34,15 +37,14 @@ bool Activity::running() const { return detail::queue().running(); }
 // What comes from outside of the activity, and where it belongs.
 struct ActivityManager::World {
    std::map< int, std::shared_ptr< std::function< void( unsigned ) > > > watches;
-   std::deque< Wakeup::Ready > ready; // seen by the last wait, not yet told
-   std::deque< Task > tasks;          // taken over from `posted`, not yet run
+   std::vector< Wakeup::Ready > ready; // seen by the last wait, not yet told
+   std::list< Task > tasks;            // taken over from `posted`, not yet run
    std::mutex mutex;
    // Guarded by `mutex`. The wake-up is made when the loop first sleeps, watches or is embedded:
    // a process that does none of these spends no descriptors.
-   std::deque< Task > posted;
+   std::list< Task > posted;
    std::unique_ptr< Wakeup > wakeup;
    std::thread::id thread = std::this_thread::get_id();
-   pid_t process = getpid();
 };
 
 Wakeup & ActivityManager::wakeup() {
@@ -57,7 +59,12 @@ Wakeup & ActivityManager::wakeup() {
 
 ActivityManager::ActivityManager()
    : clock_( new Clock ), config_( new ActivityConfig( "activity" ) ),
-     activity_( new Activity( *this ) ), world_( new World ) {}
+     activity_( new Activity( *this ) ), world_( new World ) {
+   pthread_atfork( nullptr, nullptr, [] {
+      detail::forked = true;
+      detail::embedded = nullptr;
+   } );
+}
 ActivityManager::~ActivityManager() = default;
 
 Ptr< ActivityManager > const & activityManager() {
@@ -73,19 +80,28 @@ void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
    detail::timersChanged();
 }
 
+namespace {
+[[noreturn]] void refuse( char const * why ) {
+   IdBitArray const ids( Exception::thread );
+   throw Exception( why, ids, Expect::isExpected( ids ) );
+}
+} // namespace
+
 void ActivityManager::checkNotNested() const {
    detail::checkThread();
    if( detail::queue().running() || inTurn_ )
-      throw Exception( "the activity's loop does not nest: called inside a callback",
-                       IdBitArray( Exception::thread ), false );
+      refuse( "the activity's loop does not nest: called inside a callback" );
+}
+
+void ActivityManager::checkProcess() const {
+   if( detail::forked )
+      refuse( "the activity belongs to the process that made it; a forked child cannot run its "
+              "loop" );
 }
 
 void ActivityManager::checkMayRun() const {
    checkNotNested();
-   if( getpid() != world_->process )
-      throw Exception( "the activity belongs to the process that made it; a forked child cannot "
-                       "run its loop",
-                       IdBitArray( Exception::thread ), false );
+   checkProcess();
 }
 
 namespace {
@@ -102,7 +118,7 @@ struct Turn {
 // Runs a part of a turn, and tells a loop around this one what is left.
 template< class Call >
 auto ActivityManager::byHand( Call call ) {
-   checkNotNested();
+   checkMayRun();
    auto const result = [ & ] {
       Turn const turn( inTurn_ );
       return call();
@@ -150,6 +166,7 @@ void ActivityManager::run() {
    {
       Turn const turn( inTurn_ );
       stopped_ = false;
+      gather( false ); // what an earlier look has left may be out of date
       while( !stopped_ )
          if( !step() )
             sleepUntilDue();
@@ -173,13 +190,14 @@ std::size_t ActivityManager::runDue( std::size_t limit ) {
 void ActivityManager::gather( bool block ) {
    // In place of what was seen before and not told yet: descriptors are level-triggered, so that
    // what is still ready is seen again.
-   std::vector< Wakeup::Ready > const ready = wakeup().wait( block );
-   world_->ready.assign( ready.begin(), ready.end() );
-   std::lock_guard const lock( world_->mutex );
-   while( !world_->posted.empty() ) {
-      world_->tasks.push_back( std::move( world_->posted.front() ) );
-      world_->posted.pop_front();
+   try {
+      world_->ready = wakeup().wait( block );
+   } catch( ... ) {
+      wakeup().wake(); // it may have been taken back already, and tasks wait for it
+      throw;
    }
+   std::lock_guard const lock( world_->mutex );
+   world_->tasks.splice( world_->tasks.end(), world_->posted );
 }
 
 void ActivityManager::sleepUntilDue() {
@@ -192,6 +210,7 @@ void ActivityManager::sleepUntilDue() {
 // timer. Descriptors that are ready keep it readable by themselves.
 void ActivityManager::rearm() {
    gather( false );
+   world_->ready.clear();
    if( dueNow() || !world_->tasks.empty() )
       wakeup().wake();
    wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
@@ -206,7 +225,7 @@ bool ActivityManager::runWorld() {
    } else {
       while( !world_->ready.empty() && !task ) {
          Wakeup::Ready const ready = world_->ready.front();
-         world_->ready.pop_front();
+         world_->ready.erase( world_->ready.begin() );
          auto const watch = world_->watches.find( ready.fd );
          if( watch != world_->watches.end() )
             task = [ call = watch->second, ready ] { ( *call )( ready.events ); };
@@ -227,16 +246,21 @@ void ActivityManager::workArrived() noexcept {
       world_->wakeup->wake();
 }
 
-void ActivityManager::timersChanged() {
+void ActivityManager::timersChanged() noexcept {
    if( inTurn_ )
       return;
    double const delay = clock_->delayUntil( clock_->nextTime() );
    if( delay <= 0 )
       world_->wakeup->wake();
-   world_->wakeup->alarmIs( delay );
+   try {
+      world_->wakeup->alarmIs( delay );
+   } catch( ... ) {
+      world_->wakeup->wake(); // the loop around this one asks when the next timer is due
+   }
 }
 
 int ActivityManager::descriptor() {
+   checkProcess();
    rearm();
    embedded_ = true;
    detail::embedded = this;
@@ -255,6 +279,7 @@ void ActivityManager::post( Task task ) {
 void ActivityManager::descriptorIs( int fd, unsigned events,
                                     std::function< void( unsigned ) > ready ) {
    detail::checkThread();
+   checkProcess();
    auto call = std::make_shared< std::function< void( unsigned ) > >( std::move( ready ) );
    auto const [ place, added ] = world_->watches.try_emplace( fd );
    try {
@@ -275,6 +300,7 @@ void ActivityManager::forgetReady( int fd ) {
 
 void ActivityManager::descriptorDel( int fd ) {
    detail::checkThread();
+   checkProcess();
    if( !world_->watches.erase( fd ) )
       return;
    forgetReady( fd );
@@ -301,7 +327,7 @@ void workArrived() noexcept {
       embedded->workArrived();
 }
 
-void timersChanged() {
+void timersChanged() noexcept {
    if( embedded ) [[unlikely]]
       embedded->timersChanged();
 }

@@ -125,7 +125,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // For the framework: work has come, or the next timer is another, and the loop is embedded;
    // what a debug build checks.
    void workArrived() noexcept;
-   void timersChanged();
+   void timersChanged() noexcept;
    void checkOwnerThread() const;
 
  private:
@@ -137,6 +137,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
 
    Wakeup & wakeup();
    void checkNotNested() const;
+   void checkProcess() const;
    void checkMayRun() const;
    template< class Call >
    auto byHand( Call call );

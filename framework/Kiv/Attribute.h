@@ -51,6 +51,11 @@ class KIV_EXPORT Change {
    Attribute const & attribute_;
 };
 
+// For a writer that changes several things and may not fail in between: makes room for `items`
+// callbacks, and says how many a change can need (`keys` as for Change).
+KIV_EXPORT void makeRoom( std::size_t items );
+KIV_EXPORT std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys );
+
 // Stops a debug build when it is called on another thread than the activity's.
 KIV_EXPORT void checkThread();
 

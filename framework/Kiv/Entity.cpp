@@ -56,7 +56,7 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
    for( Entity const * e = next.get(); e; e = e->parent_ )
       if( e == this )
          throwRangeException( fullName() + String8( " cannot be inside itself" ) );
-   Ptr< Entity > const before = parent_; // let go after the queueing: it may be the last reference
+   Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr; // let go after the queueing: it may be the last reference
    detail::Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = next.get();
@@ -70,9 +70,12 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
 }
 
 void Entity::ownerIs( Entity * parent, AttributeId attribute ) {
+   Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr;
+   detail::Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = parent;
    parentAttrId_ = attribute;
+   change.queue();
 }
 
 String8 Entity::parentAttr() const {

@@ -61,7 +61,7 @@ class KIV_EXPORT Entity : public PtrInterface {
    explicit Entity( Name const & name );
 
    // For collections that own their members: the parent is not held, and the collection's owner
-   // says null before it goes.
+   // says null before it goes. Tells onParent().
    void ownerIs( Entity * parent, AttributeId attribute );
 
    // Queues onIsNondestructing() after isNondestructingIs() changed the flag.

@@ -9,8 +9,9 @@
 
 namespace Kiv {
 
-// A seam: what allocates every entity, reactor, string and table of the framework. Replace it in
-// a test that wants to count allocations or to make one fail.
+// A seam: what allocates every entity, reactor, string, map and queue of the framework (timers'
+// heaps, tasks and the log's entries use the standard library's containers). Replace it in a test
+// that wants to count allocations or to make one fail.
 struct MemoryHooks {
    // Returns `size` bytes aligned for any type, or null when there are none.
    void * ( *allocate )( std::size_t size ) = nullptr;

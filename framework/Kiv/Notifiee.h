@@ -158,6 +158,16 @@ void toOwner( PtrInterface::NotifieeConst const & reactor, Owner * owner, Call c
    call( *owner );
 }
 
+// While it lives, reactors are switched on together: what is pending for them is queued in the
+// order in which it was asked for, as if they had never been off. Objects of this kind nest.
+class KIV_EXPORT InOrder {
+ public:
+   InOrder();
+   ~InOrder();
+   InOrder( InOrder const & ) = delete;
+   InOrder & operator=( InOrder const & ) = delete;
+};
+
 // What hasNotificationActiveIs() passes on: each( f ) calls f( reactor ) for every reactor that is
 // owned, single ones first.
 template< class Each >

@@ -6,6 +6,7 @@
 #include <Kiv/Memory.h>
 
 #include <compare>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -29,7 +30,8 @@ using Kiv_BitSet = std::uint32_t;
 // Base of every counted object: entities, reactors, state machines.
 //
 // Owned by the Ptr's that refer to it; made on the heap and destroyed when the last Ptr goes. An
-// object that never met a Ptr (one on the stack, say) is destroyed by whoever made it. The count
+// object that never met a Ptr (a reactor on the stack, say) is destroyed by whoever made it; state
+// machines and entities refer to themselves while they work and are always held by one. The count
 // is a plain integer: objects belong to the activity thread (Activity.h).
 //
 // Cost: three words and the table of virtual operations. The order of the virtual operations is

@@ -109,9 +109,13 @@ template< class... Pieces >
 
 // A trace point. A macro because it needs the line, and pieces that are evaluated when it is on.
 #define KIV_TRACE( handle, level, source, ... )                                                   \
+   KIV_TRACE_IN( handle, level, source, __func__, __VA_ARGS__ )
+
+// The same, on behalf of the function named.
+#define KIV_TRACE_IN( handle, level, source, function, ... )                                      \
    do {                                                                                           \
       if( ( handle ).enabled( level ) || ::Kiv::coverageStream_ ) [[unlikely]]                    \
-         ::Kiv::detail::trace( handle, level, source, __LINE__, __func__, __VA_ARGS__ );          \
+         ::Kiv::detail::trace( handle, level, source, __LINE__, function, __VA_ARGS__ );          \
    } while( false )
 
 } // namespace Kiv

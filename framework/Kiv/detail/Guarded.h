@@ -37,6 +37,6 @@ struct Ring {
 
 // An embedded loop has to learn of it when work was queued, or when another timer is the next.
 void workArrived() noexcept;
-void timersChanged();
+void timersChanged() noexcept;
 
 } // namespace Kiv::detail

@@ -106,6 +106,7 @@ void Queue::unlink( QueueItem * item ) noexcept {
 
 // Puts an item at the end of its reactor's ring, and of the queue when the reactor is active.
 void Queue::pend( QueueItem * item ) noexcept {
+   item->asked = ++asked_;
    QueueItem *& ring = item->reactor->pending_;
    if( !ring ) {
       ring = item->nextOfReactor = item->previousOfReactor = item;
@@ -202,6 +203,56 @@ void Queue::activate( Reactor & reactor ) noexcept {
             link( item );
          item = item->nextOfReactor;
       } while( item != ring );
+}
+
+void Queue::activationBegins() noexcept {
+   if( activations_++ )
+      return;
+   firstBefore_ = first_.tail;
+   secondBefore_ = second_.tail;
+}
+
+void Queue::activationEnds() noexcept {
+   if( --activations_ )
+      return;
+   sortAfter( first_, firstBefore_ );
+   sortAfter( second_, secondBefore_ );
+}
+
+// Sorts what stands behind `last` (null: all) by the order of asking: a merge sort of the list,
+// runs of doubling length, that needs no memory.
+void Queue::sortAfter( List & list, QueueItem * last ) noexcept {
+   QueueItem * chain = last ? last->next : list.head;
+   for( std::size_t run = 1, merges = 2; chain && merges > 1; run *= 2 ) {
+      QueueItem * rest = chain;
+      QueueItem * sorted = nullptr;
+      QueueItem ** end = &sorted;
+      for( merges = 0; rest; ++merges ) {
+         QueueItem * a = rest;
+         std::size_t inA = 0;
+         for( ; inA != run && rest; ++inA )
+            rest = rest->next;
+         QueueItem * b = rest;
+         std::size_t inB = 0;
+         for( ; inB != run && rest; ++inB )
+            rest = rest->next;
+         while( inA || inB ) {
+            bool const fromA = inA && ( !inB || a->asked < b->asked );
+            QueueItem *& from = fromA ? a : b;
+            --( fromA ? inA : inB );
+            *end = from;
+            end = &from->next;
+            from = from->next;
+         }
+      }
+      *end = nullptr;
+      chain = sorted;
+   }
+   ( last ? last->next : list.head ) = chain;
+   for( QueueItem * before = last; chain; chain = chain->next ) {
+      chain->previous = before;
+      before = list.tail = chain;
+   }
 }
 
 void Queue::deactivate( Reactor & reactor ) noexcept {
@@ -315,16 +366,25 @@ std::size_t notifieeCount( PtrInterface::NotifieeConst * first ) {
 
 } // namespace
 
+// A key needs an item and, the first of them, a group.
+std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys ) {
+   std::size_t const reactors = notifieeCount( Ring::first( notifier ) );
+   return keys ? reactors * ( keys + 1 ) : reactors;
+}
+
+void makeRoom( std::size_t items ) {
+   if( items )
+      queue().reserve( items );
+}
+
 Change::Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
    : notifier_( notifier ), attribute_( attribute ) {
    checkThread();
-   PtrInterface::NotifieeConst * first = Ring::first( notifier );
-   if( !first )
-      return;
-   std::size_t const reactors = notifieeCount( first );
-   // A key needs an item and, the first of them, a group.
-   detail::queue().reserve( keys ? reactors * ( keys + 1 ) : reactors );
+   makeRoom( itemsFor( notifier, keys ) );
 }
+
+InOrder::InOrder() { queue().activationBegins(); }
+InOrder::~InOrder() { queue().activationEnds(); }
 
 void Change::queue() noexcept {
    PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );

@@ -37,6 +37,7 @@ struct QueueItem : KivMemPool {
    PtrInterface::NotifieeConst * reactor = nullptr;
    Attribute const * attribute = nullptr;
    Text key;
+   std::uint64_t asked = 0; // the how many-th it was to be queued
    std::uint32_t hash = 0;
    std::uint32_t pendingKeys = 0; // of a group
    Form form = Form::whole;
@@ -63,6 +64,11 @@ class Queue {
    void drop( Reactor & reactor ) noexcept;
    // The reactor is about to be destroyed.
    void forget( Reactor & reactor ) noexcept;
+
+   // Between these two, which nest, reactors are activated together: what was pending for them
+   // goes to the end in the order in which it was queued, whichever of them it is for.
+   void activationBegins() noexcept;
+   void activationEnds() noexcept;
 
    bool empty() const { return !first_.head && !second_.head; }
    // Delivers the next callback; false when there is none. REQUIRES: none is running.
@@ -91,6 +97,7 @@ class Queue {
    void link( QueueItem * item ) noexcept;
    void unlink( QueueItem * item ) noexcept;
    void pend( QueueItem * item ) noexcept;
+   static void sortAfter( List & list, QueueItem * last ) noexcept;
    void take( QueueItem * item ) noexcept;
    void deliver( QueueItem * item );
    void failed( Reactor & reactor, AttributeId attribute );
@@ -102,6 +109,10 @@ class Queue {
 
    List first_;
    List second_;
+   QueueItem * firstBefore_ = nullptr;  // the ends of both when the activation began
+   QueueItem * secondBefore_ = nullptr;
+   unsigned activations_ = 0; // under way, nested
+   std::uint64_t asked_ = 0;
    QueueItem * pool_ = nullptr;
    std::size_t free_ = 0; // items in the pool
    QueueItem ** table_ = nullptr;
