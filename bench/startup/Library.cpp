@@ -48,22 +48,23 @@ class World : public Stage::Status::NotifieeConst {
    Kiv::Ptr< Stage::Log > log_;
 };
 
-void declare( Declarations const & declared, Kiv::Dir & agents, World & world ) {
-   std::unordered_map< std::string, Kiv::Ptr< Stage::AgentConfig > > agent;
+void declare( Declarations const & declared, Kiv::Dir & agentDir, World & world ) {
+   std::unordered_map< std::string, Kiv::Ptr< Stage::AgentConfig > > agents;
    for( std::string const & name : declared.agent )
-      agent[ name ] = Stage::AgentConfig::AgentConfigIs( name );
+      agents[ name ] = Stage::AgentConfig::AgentConfigIs( name );
    for( Declaration const & d : declared.event ) {
       Kiv::Name const stage = d.stage;
-      auto const event = Stage::EventConfig::EventConfigIs( stage, d.agent );
+      Stage::AgentConfig & agent = *agents[ d.agent ];
+      auto const event = Stage::EventConfig::EventConfigIs( stage, agent.name() );
       event->timeoutIs( d.timeout );
       event->criticalIs( d.critical );
       for( std::uint32_t needed : d.dependency )
          event->dependencyIs( declared.event[ needed ].stage, true );
-      agent[ d.agent ]->eventIs( stage, event );
+      agent.eventIs( stage, event );
       world.eventAdd( event );
    }
-   for( auto const & [ name, config ] : agent )
-      agents.entityPtrIs( config );
+   for( auto const & [ name, config ] : agents )
+      agentDir.entityPtrIs( config );
 }
 
 // What is queued, then the first thing that is due, until there is neither.
