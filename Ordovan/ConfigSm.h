@@ -200,7 +200,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       void criticalAncestorNotify( Kiv::String8 const & name );
       Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
 
-      // ---- handlers
+      // ---- handlers. One that watches no stage any more does not react.
 
       // The stage's own dependency on `name` changed, or stage `name` appeared: makes or removes
       // the link to it.

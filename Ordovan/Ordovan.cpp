@@ -156,6 +156,8 @@ void KivStageStatus::handleDependencyDel( String8 name ) {
                   "void Stage::ConfigSm::KivStageStatus::handleDependencyDel(Kiv::String8)",
                   " for some event in stage ", fwkKey(), " (dependency: ", name, ")" );
    Ptr< StageStatus > const watched = stage();
+   if( !watched )
+      return;
    for( auto i = watched->eventIteratorConst(); i; ++i )
       if( i.ptr()->dependency( name ) ) {
          ORDOVAN_TRACE( 9, "Dependency found in event ", i.ptr()->uid() );
@@ -169,7 +171,8 @@ void KivStageStatus::handleEventDel( String8 agentName ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleEventDel(Kiv::String8) ",
                   fwkKey(), " ", "(event:", agentName, ")" );
    Ptr< StageStatus > const watched = stage();
-   Ptr< EventConfig const > const ec = watched->event( agentName );
+   Ptr< EventConfig const > const ec =
+      watched ? watched->event( agentName ) : Ptr< EventConfig const >();
    if( !ec )
       return;
    double const stageTimeout = watched->timeout();
@@ -192,14 +195,14 @@ void KivStageStatus::handleStage( String8 name ) {
    ORDOVAN_TRACE( 9, "void Stage::ConfigSm::KivStageStatus::handleStage(Kiv::String8)",
                   " for stage ", fwkKey(), " detected stage ", name );
    // A dependency declared before its stage existed had no reactor to link to until now.
-   if( stage()->hasDependency( name ) )
+   if( stage() && stage()->hasDependency( name ) )
       handleDependency( name );
 }
 
 void KivStageStatus::handleDependency( String8 name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleDependency(Kiv::String8)",
                   " for stage ", fwkKey(), " (dependency:", name, ")" );
-   if( !configSm()->status()->stage( name ) )
+   if( !stage() || !configSm()->status()->stage( name ) )
       return; // linked when it appears: handleStage
    Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
    if( !other || !other->stage() )
@@ -263,6 +266,8 @@ void KivStageStatus::writeCritical( bool critical ) {
 // the links to the stages depended upon, which matters when a dependency was added. It ends
 // because setting a link that is set, or removing one that is not there, decides nothing anew.
 void KivStageStatus::handleCritical() {
+   if( !stage() )
+      return;
    detail::CriticalStack stack;
    Ptr< KivStageStatus > next( this );
    do {
@@ -323,6 +328,8 @@ void KivEventConfig::handleTimeout() {
 
 void KivStageStatus::handleTimeout() {
    Ptr< StageStatus > const watched = stage();
+   if( !watched )
+      return;
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleTimeout() ", fwkKey(), " ",
                   " timeout=", watched->timeout() );
    float largest = 0;
@@ -566,6 +573,8 @@ void StageSm::KivEvent::handleComplete() {
 void StageSm::handleEventDel( String8 agentName ) {
    ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", fwkKey(), " ",
                   agentName );
+   if( !stage() )
+      return;
    Ptr< EventConfig const > const ev = stage()->event( agentName );
    String8 const uid = String8( stage()->name() ) + ":" + agentName;
    if( !ev ) {
@@ -602,6 +611,9 @@ void StageSm::handlePendingEvent() {
       ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents." );
       return;
    }
+   if( !stage() )
+      return;
+   Kept const kept( *this );
    String8 const text = "stage " + String8( fwkKey() ) + " is complete";
    if( timedOut() ) {
       ORDOVAN_TRACE( 0, " Stage ", fwkKey(), " completed, but had previously timed out." );
@@ -640,6 +652,9 @@ void StageSm::handleStageUncompleted() {
       ORDOVAN_TRACE( 8, " not yet initialized; ignore initial handler for timeout." );
       return;
    }
+   if( !stage() )
+      return;
+   Kept const kept( *this );
    ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents remaining" );
    ORDOVAN_TRACE( 8, " Incomplete events: ", namesOfPending( *this ) );
    // Also for a critical stage, although that one is not completed.

@@ -104,9 +104,7 @@ void StageSm::KivEvent::notifierIs( Ptr< PtrInterface const > const & event ) {
 }
 
 void StageSm::KivEvent::onComplete() {
-   Kiv::detail::toOwner( *this, stageSm_, [ & ]( StageSm & sm ) {
-      sm.asOwned( [ & ] { handleComplete(); } );
-   } );
+   Kiv::detail::toOwner( *this, stageSm_, [ & ]( StageSm & ) { handleComplete(); } );
 }
 
 void StageSm::KivEvent::kivDoZombieReactors( bool zombie ) {
@@ -129,9 +127,7 @@ StageSm::KivStageUncompleted::KivStageUncompleted( Ptr< Kiv::Clock const > const
 StageSm::KivStageUncompleted::~KivStageUncompleted() { kivDoZombieReactors( true ); }
 
 void StageSm::KivStageUncompleted::onTime() {
-   Kiv::detail::toOwner( *this, stageSm_, []( StageSm & sm ) {
-      sm.asOwned( [ & ] { sm.handleStageUncompleted(); } );
-   } );
+   Kiv::detail::toOwner( *this, stageSm_, []( StageSm & sm ) { sm.handleStageUncompleted(); } );
 }
 
 void StageSm::KivStageUncompleted::kivDoZombieReactors( bool zombie ) {
@@ -158,15 +154,10 @@ StageSm::~StageSm() {
       i.ptr()->stageSm_ = nullptr;
 }
 
-// Runs a reaction that passes through code of others (the sink of log messages), which may let go
-// of the whole state machine: its owner stays until the reaction is over.
-template< class Call >
-void StageSm::asOwned( Call call ) {
-   Ptr< StatusSm > const keep( mainSm_ && mainSm_->references() ? mainSm_ : nullptr );
-   Ptr< StageSm > const keepThis( references() ? this : nullptr );
-   if( stage() ) // one that watches no stage any more does not react
-      call();
-}
+StageSm::Kept::Kept( StageSm & sm )
+   : mainSm_( sm.mainSm_ && sm.mainSm_->references() ? sm.mainSm_ : nullptr ),
+     stageSm_( sm.references() ? &sm : nullptr ) {}
+StageSm::Kept::~Kept() = default;
 
 void StageSm::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
@@ -185,6 +176,7 @@ void StageSm::kivDoZombieReactors( bool zombie ) {
 void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
+   Kept const kept( *this );
    StageStatus::NotifieeConst::notifierIs( stage );
    if( !stage || kivMarkedForDeletion() )
       return;
@@ -204,22 +196,22 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
 }
 
 void StageSm::onEvent( String8 agentName ) {
-   asOwned( [ & ] {
-      if( !kivMarkedForDeletion() )
-         handleEventDel( agentName );
-      // The mirror is brought into line in any case.
-      if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
-         eventIs( agentName, present );
-      else
-         eventDel( agentName );
-   } );
+   Kept const kept( *this );
+   if( !kivMarkedForDeletion() )
+      handleEventDel( agentName );
+   // The mirror is brought into line in any case.
+   if( !stage() )
+      return;
+   if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
+      eventIs( agentName, present );
+   else
+      eventDel( agentName );
 }
 
 void StageSm::onEventkivImmediate() {
-   asOwned( [ & ] {
-      if( !kivMarkedForDeletion() )
-         mirrorEvents();
-   } );
+   Kept const kept( *this );
+   if( stage() && !kivMarkedForDeletion() )
+      mirrorEvents();
 }
 
 void StageSm::mirrorEvents() {
@@ -248,6 +240,7 @@ StageSm::newPendingEvent( Ptr< EventConfig const > const & event ) {
 }
 
 void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
+   Kept const kept( *this );
    String8 const uid = Kiv::valid( event )->uid();
    Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
    if( held && held->pendingEvent() == event )
@@ -261,6 +254,7 @@ void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
 }
 
 void StageSm::pendingEventDel( String8 const & uid ) {
+   Kept const kept( *this );
    String8 const key = uid; // the caller's may belong to what goes
    if( !pendingEvent_.memberDel( key ) )
       return;
@@ -269,6 +263,7 @@ void StageSm::pendingEventDel( String8 const & uid ) {
 }
 
 void StageSm::pendingEventDelAll() {
+   Kept const kept( *this );
    for( auto i = pendingEventIterator(); i; ++i )
       pendingEventDel( i.key() );
 }
@@ -288,6 +283,7 @@ Ptr< StageSm::KivEvent > StageSm::newEvent( String8 const & agentName,
 
 Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
                                            Ptr< EventConfig const > const & event ) {
+   Kept const kept( *this );
    Kiv::valid( event );
    if( Ptr< KivEvent > const held = event_.member( agentName ) ) {
       if( held->event() != event ) {

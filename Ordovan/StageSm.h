@@ -172,7 +172,7 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void stageUncompletedDel();
    Kiv::Ptr< KivStageUncompleted > newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
 
-   // ---- handlers
+   // ---- handlers. One that watches no stage any more does not react.
 
    void handleInitialized();
    void handleEventDel( Kiv::String8 agentName );
@@ -183,6 +183,20 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void handleStageUncompleted();
 
  private:
+   // Keeps a StageSm and its owner while something passes through code of others, the sink of log
+   // messages, which may let go of them all.
+   class Kept {
+    public:
+      explicit Kept( StageSm & sm );
+      ~Kept();
+      Kept( Kept const & ) = delete;
+      Kept & operator=( Kept const & ) = delete;
+
+    private:
+      Kiv::Ptr< StatusSm > mainSm_;
+      Kiv::Ptr< StageSm > stageSm_;
+   };
+
    template< class F >
    void ownReactors( F f ) {
       if( stageUncompleted_ )
@@ -191,8 +205,6 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
          f( *i.ptr() );
    }
    void mirrorEvents();
-   template< class Call >
-   void asOwned( Call call );
 
    Kiv::Ptr< LogSm > logSm_;
    StatusSm * mainSm_;

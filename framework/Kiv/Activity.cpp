@@ -211,7 +211,8 @@ void ActivityManager::sleepUntilDue() {
 void ActivityManager::rearm() {
    gather( false );
    world_->ready.clear();
-   if( dueNow() || !world_->tasks.empty() )
+   woken_ = dueNow() || !world_->tasks.empty();
+   if( woken_ )
       wakeup().wake();
    wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
 }
@@ -242,8 +243,20 @@ bool ActivityManager::runWorld() {
 }
 
 void ActivityManager::workArrived() noexcept {
-   if( !inTurn_ )
-      world_->wakeup->wake();
+   if( inTurn_ )
+      return;
+   woken_ = true;
+   world_->wakeup->wake();
+}
+
+void ActivityManager::workGone() noexcept {
+   if( inTurn_ || !woken_ )
+      return;
+   try {
+      rearm();
+   } catch( ... ) {
+      world_->wakeup->wake(); // once too often does no harm
+   }
 }
 
 void ActivityManager::timersChanged() noexcept {
@@ -251,7 +264,9 @@ void ActivityManager::timersChanged() noexcept {
       return;
    double const delay = clock_->delayUntil( clock_->nextTime() );
    if( delay <= 0 )
-      world_->wakeup->wake();
+      workArrived();
+   else
+      workGone();
    try {
       world_->wakeup->alarmIs( delay );
    } catch( ... ) {
@@ -325,6 +340,11 @@ namespace detail {
 void workArrived() noexcept {
    if( embedded ) [[unlikely]]
       embedded->workArrived();
+}
+
+void workGone() noexcept {
+   if( embedded ) [[unlikely]]
+      embedded->workGone();
 }
 
 void timersChanged() noexcept {

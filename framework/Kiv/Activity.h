@@ -122,9 +122,11 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
 
-   // For the framework: work has come, or the next timer is another, and the loop is embedded;
+   // For the framework: work has come or is gone, or the next timer is another, while the loop is
+   // embedded;
    // what a debug build checks.
    void workArrived() noexcept;
+   void workGone() noexcept;
    void timersChanged() noexcept;
    void checkOwnerThread() const;
 
@@ -155,6 +157,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    std::unique_ptr< World > world_;
    bool embedded_ = false; // descriptor() was asked for
    bool inTurn_ = false;
+   bool woken_ = false; // the descriptor was made readable for work or a timer
    bool stopped_ = false;
 };
 

@@ -35,8 +35,10 @@ struct Ring {
    static void leave( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
 };
 
-// An embedded loop has to learn of it when work was queued, or when another timer is the next.
+// An embedded loop has to learn of it when work was queued, when none is left, or when another
+// timer is the next.
 void workArrived() noexcept;
+void workGone() noexcept;
 void timersChanged() noexcept;
 
 } // namespace Kiv::detail

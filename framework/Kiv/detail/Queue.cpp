@@ -102,6 +102,8 @@ void Queue::unlink( QueueItem * item ) noexcept {
    ( item->next ? item->next->previous : list.tail ) = item->previous;
    item->next = item->previous = nullptr;
    item->linked = false;
+   if( empty() )
+      workGone();
 }
 
 // Puts an item at the end of its reactor's ring, and of the queue when the reactor is active.
