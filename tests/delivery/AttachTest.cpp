@@ -174,6 +174,36 @@ TEST_F( Attaching, WhatWasKeptGoesToTheEndOfTheQueueInOrder ) {
                        "off dependency..." } ) );
 }
 
+TEST_F( Attaching, ReactorsThatAreSwitchedOnTogetherHearAllInTheOrderInWhichItWasSaid ) {
+   auto const a = watch( "a", Watcher::Start::off );
+   auto const b = watch( "b", Watcher::Start::off );
+   auto const on = watch( "on" );
+   b->notifierIs( object( other ) );
+   b->isRegisteredNotifieeIs( true );
+   other->timeoutIs( 1 );
+   event->dependencyIs( "Disk", true );
+   other->dependencyIs( "Gui", true );
+   other->dependencyIs( "Net", true );
+   event->timeoutIs( 2 );
+   event->dependencyIs( "Boot", true );
+   other->criticalIs( true );
+   {
+      Kiv::detail::InOrder const outer;
+      {
+         Kiv::detail::InOrder const inner;
+         a->hasNotificationActiveIs( true );
+      }
+      b->hasNotificationActiveIs( true );
+   }
+   event->criticalIs( true );
+   EXPECT_EQ( delivered(),
+              ( Lines{ "on dependency Disk true", "on timeout 2", "on dependency Boot true",
+                       "b timeout 1", "a dependency Disk true", "b dependency Gui true",
+                       "b dependency Net true", "a timeout 2", "a dependency Boot true",
+                       "b critical true", "a critical true", "on critical true",
+                       "on dependency...", "b dependency...", "a dependency..." } ) );
+}
+
 TEST_F( Attaching, SwitchingOffKeepsWhatStandsInTheQueue ) {
    auto const a = watch( "a" );
    auto const b = watch( "b" );

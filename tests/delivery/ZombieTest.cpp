@@ -225,25 +225,26 @@ TEST_F( ConfigZombies, ReactorsThatAreMadeTakeTheStateOfTheirOwner ) {
    EXPECT_TRUE( configSm->stageStatus( "Gui" )->hasNotificationActive() );
 }
 
-TEST_F( ConfigZombies, SwitchingOnPassesToSingleReactorsFirstThenToMembers ) {
-   // Something for each reactor, the last of them first.
+TEST_F( ConfigZombies, WhatWaitedForItsReactorsIsHeardInTheOrderInWhichItWasSaid ) {
+   // Something for each reactor; for all of them as if none had ever been off.
    configSm->hasNotificationActiveIs( true );
    loop.deliver();
    configSm->hasNotificationActiveIs( false );
    net->timeoutIs( 5 );
-   agent->eventIs( "Gui", Stage::EventConfig::EventConfigIs( "Gui", "dhcp" ) );
    dir->entityPtrIs( Stage::AgentConfig::AgentConfigIs( "late" ) );
+   agent->eventIs( "Gui", Stage::EventConfig::EventConfigIs( "Gui", "dhcp" ) );
    status->stageIs( "Outside" );
    loop.deliver();
    EXPECT_FALSE( configSm->agentConfig( "late" ) );
+   EXPECT_EQ( status->stages(), 2U );
 
    configSm->hasNotificationActiveIs( true );
    testing_support::TraceRecorder recorder;
    for( std::string const handler :
-        { "void Stage::ConfigSm::handleStage(Kiv::Name)",
+        { "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleTimeout()",
           "void Stage::ConfigSm::handleAgent(Kiv::Name)",
           "void Stage::ConfigSm::KivAgentConfig::handleEvent(Kiv::Name)",
-          "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleTimeout()" } ) {
+          "void Stage::ConfigSm::handleStage(Kiv::Name)" } ) {
       EXPECT_TRUE( Kiv::activityManager()->runOne() );
       auto const told = signatures( recorder.taken() );
       EXPECT_EQ( std::count( told.begin(), told.end(), handler ), 1 ) << handler;
