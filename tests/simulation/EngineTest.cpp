@@ -325,10 +325,11 @@ TEST( Engine, OneRunLeavesNothingBehindForTheNext ) {
 
 TEST( Engine, AChainOfThreeHundredStagesTakesTheSumOfItsSeconds ) {
    std::vector< Agent > agents;
+   Lines before;
    for( int i = 0; i < 300; ++i ) {
-      auto const before = i == 0 ? Lines{} : Lines{ "S" + std::to_string( i - 1 ) };
-      agents.push_back( agent( "A" + std::to_string( i ),
-                               { event( "S" + std::to_string( i ), after( 0.5 ), before ) } ) );
+      auto const name = std::to_string( i );
+      agents.push_back( agent( name, { event( name, after( 0.5 ), before ) } ) );
+      before = { name };
    }
    auto const result = run( planOf( agents ) );
    EXPECT_EQ( result.outcome, Outcome::complete );
