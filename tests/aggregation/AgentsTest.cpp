@@ -328,6 +328,7 @@ TEST( AgentTraces, EveryLineNamesItsSourceItsFunctionAndALevelOfHandlers ) {
       EXPECT_EQ( std::string( line.source ), "Ordovan" );
       EXPECT_TRUE( line.level == 8 || line.level == 9 ) << line.level << ": " << line.text;
       EXPECT_GT( line.line, 0 );
+      EXPECT_EQ( std::string( line.function ).substr( 0, 6 ), "handle" ) << line.text;
       // A line that starts with a signature comes from the function of that name.
       if( line.text.view().substr( 0, 5 ) == "void " ) {
          EXPECT_NE( line.text.view().find( std::string( "::" ) + line.function + "(" ),

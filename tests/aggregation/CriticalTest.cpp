@@ -399,6 +399,15 @@ TEST( CriticalAncestors, AllCanBeRemovedAndIteratedOver ) {
    EXPECT_FALSE( s.w.stage( "T" )->critical() );
 }
 
+TEST( CriticalAncestors, TellingOfAnEntryDecides ) {
+   Stages s( Graph{ { "S", {} } } );
+   s.w.stage( "S" )->criticalIs( true );
+   TraceRecorder traces;
+   s.reactor( "S" )->criticalAncestorNotify( "A" );
+   EXPECT_FALSE( s.w.stage( "S" )->critical() );
+   EXPECT_EQ( traces.taken()[ 0 ], ofStage + "handleCritical(Kiv::String8) key A" );
+}
+
 TEST( CriticalAncestors, OneCanBeMadeWithoutStoringIt ) {
    Stages s( Graph{ { "S", {} } } );
    Ptr< ConfigSm::KivStageStatus::KivCriticalAncestor > const made =

@@ -349,6 +349,16 @@ TEST( HandleEventDel, AnEventBelowTheStagesTimeoutBringsNoRecomputation ) {
    EXPECT_EQ( traces.countStarting( ofStage + "handleTimeout()" ), 0U );
 }
 
+TEST( HandleEventDel, AnEventAboveTheStagesTimeoutBringsNoRecomputationEither ) {
+   World w;
+   w.declare( "a", "S", {}, 30 );
+   w.declare( "b", "S", {}, 20 );
+   Ptr< ConfigSm > const machine = silentConfigSm( w );
+   w.stage( "S" )->timeoutIs( 10 );
+   machine->stageStatus( "S" )->handleEventDel( "a" );
+   EXPECT_EQ( w.stage( "S" )->timeout(), 10 );
+}
+
 // The timeout is recomputed by the reactor that the state machine holds under the stage's name.
 TEST( HandleEventDel, AReactorThatIsNotHeldRecomputesNoTimeout ) {
    World w;

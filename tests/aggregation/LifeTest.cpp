@@ -171,6 +171,25 @@ TEST( Mutators, ADetachedStageReactorIsPassedOver ) {
    EXPECT_TRUE( w.stage( "T" ) ) << "the loop works on";
 }
 
+TEST( Mutators, LinksThatChangeWhileAStageReactorIsDetachedHoldWhenItIsAttachedAgain ) {
+   for( bool const critical : { true, false } ) {
+      World w;
+      w.declare( "a", "S" );
+      Ptr< EventConfig > const event = w.declare( "b", "U", { "S" }, 0, !critical );
+      Ptr< ConfigSm > const machine = w.configSm();
+      w.idle();
+      ASSERT_EQ( w.stage( "S" )->critical(), !critical );
+      Ptr< ConfigSm::KivStageStatus > const stage = machine->stageStatus( "S" );
+      stage->notifierIs( nothing );
+      event->criticalIs( critical );
+      w.idle();
+      stage->notifierIs( w.stage( "S" ) );
+      w.idle();
+      EXPECT_EQ( w.stage( "S" )->critical(), critical );
+      EXPECT_EQ( stage->hasCriticalAncestor( "U" ), critical );
+   }
+}
+
 TEST( Mutators, DetachingAnAgentReactorRunsItsFullHandler ) {
    World w;
    w.declare( "a", "S" );

@@ -180,6 +180,12 @@ TEST( MaximumOfTimeouts, StartsAtZero ) {
    EXPECT_EQ( maximumOf( { -1, 5, -1 } ), 5 );
 }
 
+// Seen only by the sign of a zero: 0 is not greater than -0, so -0 is taken.
+TEST( MaximumOfTimeouts, TakesAnEqualValueAgain ) {
+   EXPECT_TRUE( std::signbit( maximumOf( { -0.0 } ) ) );
+   EXPECT_FALSE( std::signbit( maximumOf( { -0.0, 0.0 } ) ) );
+}
+
 TEST( MaximumOfTimeouts, IsNarrowedToSinglePrecision ) {
    EXPECT_EQ( maximumOf( { 0.1 } ), double{ 0.1F } );
    EXPECT_EQ( maximumOf( { 16777217.0 } ), 16777216.0 );
