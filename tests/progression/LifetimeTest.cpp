@@ -199,15 +199,15 @@ TEST_P( CalledSinkTest, ASinkOfAMessageMayDoAnythingWhateverWasCalled ) {
 namespace {
 Road const timer[] = { { "TheTimeIsUp", {} } };
 } // namespace
-INSTANTIATE_TEST_SUITE_P( Slow, SlowSinkTest,
-                          testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( timer ) ),
-                          nameOf );
-INSTANTIATE_TEST_SUITE_P( Late, LateSinkTest,
-                          testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( roads ) ),
-                          nameOf );
-INSTANTIATE_TEST_SUITE_P( Called, CalledSinkTest,
-                          testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( calls ) ),
-                          nameOf );
+INSTANTIATE_TEST_SUITE_P(
+   Slow, SlowSinkTest,
+   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( timer ) ), nameOf );
+INSTANTIATE_TEST_SUITE_P(
+   Late, LateSinkTest,
+   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( roads ) ), nameOf );
+INSTANTIATE_TEST_SUITE_P(
+   Called, CalledSinkTest,
+   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( calls ) ), nameOf );
 
 // ---- observers
 

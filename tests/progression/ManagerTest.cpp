@@ -356,8 +356,10 @@ TEST_F( ManagerTest, AnEnabledStatusSmWithoutAStatusIsRefusedAndTheHeldOneStays 
 TEST_F( ManagerTest, AnEnabledStatusSmWithoutALogIsRefusedAndNothingIsStored ) {
    config->enabledIs( true );
    newEvent( "S", "a" );
-   EXPECT_EQ( thrownBy( [ & ] { manager->statusSmIs( "App", config, status, progress, nullptr ); } ),
-              nullValidPtr );
+   auto const withoutLog = [ & ] {
+      manager->statusSmIs( "App", config, status, progress, nullptr );
+   };
+   EXPECT_EQ( thrownBy( withoutLog ), nullValidPtr );
    EXPECT_FALSE( manager->statusSm() );
    EXPECT_FALSE( config->hasNotifiees() );
    EXPECT_FALSE( status->hasNotifiees() );

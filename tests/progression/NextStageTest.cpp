@@ -208,8 +208,9 @@ TEST_F( NextStageTest, AStageWaitsForADependencyThatHasNoStateMachineYet ) {
    status->activeStageIs( a );
    // Both flags are set at the end: nothing is traced there.
    EXPECT_EQ( decision(),
-              inVisitingOrder( { { "A", { "Stage A in progress, but not yet complete." } },
-                                 { "B", { "Unactivated stage SM for A means B is unready." } } } ) );
+              inVisitingOrder(
+                 { { "A", { "Stage A in progress, but not yet complete." } },
+                   { "B", { "Unactivated stage SM for A means B is unready." } } } ) );
    EXPECT_FALSE( active( "B" ) );
 }
 
@@ -289,7 +290,7 @@ TEST_F( NextStageTest, OneIncompleteActiveStageKeepsProgressionFromBeingComplete
 
 // ---- critical stages first
 
-TEST_F( NextStageTest, WhileACriticalStageWaitsNoOtherIsActivatedAndItsDependenciesAreNotLookedAt ) {
+TEST_F( NextStageTest, WhileACriticalStageWaitsNoOtherIsEvenLookedAt ) {
    newStage( "Critical", { "Nowhere" } )->criticalIs( true );
    newStage( "Free" );
    newStage( "Bound", { "Nowhere" } );
@@ -333,7 +334,8 @@ TEST_F( NextStageTest, AFurtherCriticalStageThatIsNotActiveStillHoldsBack ) {
               inVisitingOrder(
                  { { "First", { "Stage First in progress, but not yet complete." } },
                    { "Second", { "Incomplete dependency First means Second is unready." } },
-                   { "Free", { "Free is ready, but some critical stage hasn't started yet." } } } ) );
+                   { "Free",
+                     { "Free is ready, but some critical stage hasn't started yet." } } } ) );
    EXPECT_FALSE( active( "Free" ) );
 }
 

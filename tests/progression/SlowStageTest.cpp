@@ -248,6 +248,7 @@ TEST_F( SlowStageTest, AStageWhoseStateMachineIsGoneTimesOutNoMore ) {
    pass( 1000 );
    timer->onTime();
    EXPECT_EQ( texts(), Lines() );
+   EXPECT_EQ( timer->stageSm(), nullptr );
 }
 
 // ---- a stage that is not critical

@@ -558,6 +558,38 @@ TEST_F( StageSmTest, AnotherStageIsMirroredAnewWithoutInitialisation ) {
    EXPECT_TRUE( s->complete() );
 }
 
+TEST_F( StageSmTest, AnotherStageIsNotCompletedBecauseNothingIsPendingForAMoment ) {
+   // One agent is done there, the other has yet to start: whichever is looked at first.
+   for( auto const & [ done, fresh ] : { std::pair{ "a", "b" }, std::pair{ "b", "a" } } ) {
+      std::string const name = std::string( "S" ) + done;
+      newEvent( name.c_str(), done );
+      auto const machine = sm->stageSmIs( status->stage( name ), sm->logSm() );
+      auto const other =
+         Stage::Status::StatusIs( "other" )->stageIs( name );
+      auto const doneThere = Stage::EventConfig::EventConfigIs( name, done );
+      doneThere->completeIs( true );
+      other->eventIs( doneThere );
+      other->eventIs( Stage::EventConfig::EventConfigIs( name, fresh ) );
+      machine->notifierIs( other );
+      EXPECT_FALSE( machine->complete() );
+      EXPECT_EQ( machine->pendingEvents(), 1U );
+      EXPECT_TRUE( machine->pendingEvent( name + ":" + fresh ) );
+   }
+}
+
+TEST_F( StageSmTest, AnotherStageWithNothingLeftToDoIsCompletedOnce ) {
+   newEvent( "S", "a" );
+   newEvent( "S", "b" );
+   activate();
+   texts();
+   auto const other = Stage::Status::StatusIs( "other" )->stageIs( "S" );
+   s->notifierIs( other );
+   EXPECT_TRUE( s->complete() );
+   EXPECT_EQ( texts(), ( Lines{ complete } ) );
+   EXPECT_EQ( mirrored(), Lines() );
+   EXPECT_EQ( pending(), Lines() );
+}
+
 TEST_F( StageSmTest, TheSameStageAgainDoesNothing ) {
    newEvent( "S", "a" );
    activate();

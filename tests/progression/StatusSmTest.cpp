@@ -1,6 +1,9 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "ProgressionTest.h"
 
+#include <functional>
+#include <initializer_list>
+
 using namespace testing_support;
 using Kiv::Ptr;
 
@@ -77,20 +80,29 @@ TEST_F( StatusSmTest, NotificationsAreOffUntilTheyAreTurnedOn ) {
       << "what was queued before is lost";
 }
 
-TEST_F( StatusSmTest, NotificationsPassOnToTheSingleReactorsFirst ) {
+TEST_F( StatusSmTest, SwitchingOffAndOnReachesEveryReactorAndKeepsTheOrderOfWhatWaited ) {
    newEvent( "Active", "a" );
    auto const waits = newStage( "Waits", { "Active" } );
    start();
+   auto const all = [ & ]( bool active ) {
+      for( Kiv::PtrInterface const * reactor : std::initializer_list< Kiv::PtrInterface const * >{
+              sm.get(), sm->kivConfig().get(), sm->kivStatus().get(),
+              sm->recalculateNextStage().get(), sm->stageEnableSm( "Waits" ).get(),
+              stageSm( "Active" ).get(), stageSm( "Active" )->event( "a" ).get(),
+              stageSm( "Active" )->stageUncompleted().get() } )
+         EXPECT_EQ( reactor->hasNotificationActive(), active );
+   };
+   all( true );
    sm->hasNotificationActiveIs( false );
-   EXPECT_FALSE( stageSm( "Active" )->hasNotificationActive() );
-   EXPECT_FALSE( sm->stageEnableSm( "Waits" )->hasNotificationActive() );
-   // Queued while nobody listens, the collections' reactors first.
+   all( false );
    newEvent( "Active", "b" );
-   waits->criticalIs( true );
    status->activeStageIs( waits );
    config->enabledIs( false );
    TraceRecorder trace;
+   deliver();
+   EXPECT_EQ( trace.taken(), Lines() );
    sm->hasNotificationActiveIs( true );
+   all( true );
    deliver();
    Lines handlers;
    for( Kiv::TraceLine const & line : trace.lines() ) {
@@ -100,9 +112,9 @@ TEST_F( StatusSmTest, NotificationsPassOnToTheSingleReactorsFirst ) {
           text.rfind( "void Stage::StageSm::handleEventDel(Kiv::String8)", 0 ) == 0 )
          handlers.push_back( text.substr( 0, text.find( '(' ) ) );
    }
-   EXPECT_EQ( handlers, ( Lines{ "void Stage::StatusSm::handleEnabled",
+   EXPECT_EQ( handlers, ( Lines{ "void Stage::StageSm::handleEventDel",
                                  "void Stage::StatusSm::handleActiveStage",
-                                 "void Stage::StageSm::handleEventDel" } ) );
+                                 "void Stage::StatusSm::handleEnabled" } ) );
 }
 
 // ---- enabled
@@ -321,6 +333,14 @@ TEST_F( StatusSmTest, ARequestFromBeforeInitialisationIsMadeGoodByIt ) {
    idle();
    EXPECT_EQ( texts(), ( Lines{ "stage A started", "stage A is complete",
                                 "Stage progression is complete" } ) );
+}
+
+TEST_F( StatusSmTest, InitialisationLeavesTheTimerIdle ) {
+   make();
+   sm->recalculateNextStage()->timeMinIs( 2000 );
+   sm->initializedIs( false );
+   sm->handleInitialized();
+   EXPECT_EQ( sm->recalculateNextStage()->timeMin(), Kiv::infinity );
 }
 
 TEST_F( StatusSmTest, WithoutAPendingRequestInitialisationAsksForNothing ) {
@@ -654,6 +674,31 @@ TEST_F( StatusSmTest, ItsEndDetachesItsReactorsAndReleasesItsChildren ) {
    timer->onTime();
    waits->onCritical();
    EXPECT_EQ( trace.taken(), Lines() );
+}
+
+namespace {
+
+// Says when the last reference to it goes: here that is when the StageSm that has its timer goes.
+struct WatchedClock : Kiv::Clock {
+   explicit WatchedClock( std::function< void() > atEnd ) : atEnd_( std::move( atEnd ) ) {}
+   ~WatchedClock() override { atEnd_(); }
+   std::function< void() > const atEnd_;
+};
+
+} // namespace
+
+TEST_F( StatusSmTest, ItsEndReleasesWaitingStagesFirstThenActiveOnesThenItsOwnReactors ) {
+   newEvent( "A", "a" );
+   newStage( "B", { "A" } );
+   start();
+   Lines left;
+   stageSm( "A" )->stageUncompletedDel();
+   stageSm( "A" )->stageUncompletedIs( new WatchedClock( [ & ] {
+      left.emplace_back( status->stage( "B" )->hasNotifiees() ? "waiting stage" : "" );
+      left.emplace_back( config->hasNotifiees() ? "reactors" : "" );
+   } ) );
+   sm = nullptr;
+   EXPECT_EQ( left, ( Lines{ "", "reactors" } ) );
 }
 
 TEST_F( StatusSmTest, DestructionRunsNoHandler ) {
