@@ -205,7 +205,7 @@ void KivStageStatus::handleDependency( String8 name ) {
    if( !stage() || !configSm()->status()->stage( name ) )
       return; // linked when it appears: handleStage
    Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
-   if( !other || !other->stage() )
+   if( !other )
       return; // its reactor is made by the notification that also calls handleStage
    ORDOVAN_TRACE( 8, "  Adjusting criticalAncestor for ", name );
    bool const dep = stage()->hasDependency( name );
@@ -287,14 +287,14 @@ void KivStageStatus::handleCritical() {
       Name const name( frame.dependency.key() );
       ++frame.dependency;
       Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
-      if( !other || !other->stage() )
+      if( !other )
          continue;
       String8 const self( frame.stage->fwkKey() );
       ORDOVAN_TRACE( 9, "  Adjusting criticalAncestor for ", name, " (was ",
                      other->hasCriticalAncestor( self ), ")" );
       bool const changed = frame.critical ? other->criticalAncestorSet( self, true )
                                           : other->criticalAncestorErase( self );
-      if( !changed )
+      if( !changed || !other->stage() )
          continue;
       ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
                      " key ", self );

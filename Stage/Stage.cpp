@@ -231,7 +231,7 @@ Status::Status( Name const & name ) : Entity( name ) {}
 Status::~Status() {
    // A stage that somebody still holds must not point to a parent that is gone.
    for( auto i = stage_.map().iterator(); i; ++i )
-      i.ptr()->ownerIs( nullptr, Kiv::noAttribute );
+      i.ptr()->ownerGone();
 }
 void Status::isNondestructingIs( bool on ) {
    nondestructingIs( on, status::rows[ status::isNondestructing ] );

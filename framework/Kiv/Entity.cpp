@@ -78,6 +78,15 @@ void Entity::ownerIs( Entity * parent, AttributeId attribute ) {
    change.queue();
 }
 
+void Entity::ownerGone() noexcept {
+   try {
+      ownerIs( nullptr, noAttribute );
+   } catch( ... ) {
+      releaseParent(); // no memory to tell of it
+      parentAttrId_ = noAttribute;
+   }
+}
+
 String8 Entity::parentAttr() const {
    return parent_ ? parent_->attributeString( parentAttrId_ ) : String8();
 }

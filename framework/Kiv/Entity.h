@@ -63,6 +63,8 @@ class KIV_EXPORT Entity : public PtrInterface {
    // For collections that own their members: the parent is not held, and the collection's owner
    // says null before it goes. Tells onParent().
    void ownerIs( Entity * parent, AttributeId attribute );
+   // The same for an owner that is being destroyed: tells as far as there is memory.
+   void ownerGone() noexcept;
 
    // Queues onIsNondestructing() after isNondestructingIs() changed the flag.
    void nondestructingIs( bool nondestructing, Attribute const & row );
