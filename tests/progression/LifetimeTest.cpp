@@ -209,6 +209,18 @@ INSTANTIATE_TEST_SUITE_P(
    Called, CalledSinkTest,
    testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( calls ) ), nameOf );
 
+TEST_F( LifetimeTest, ACallThroughAPlainPointerSurvivesTheEndOfWhatItPointsTo ) {
+   suspend();
+   Stage::StageSm * const plain = stageS().get();
+   Kiv::logSinkIs( [ this ]( Kiv::LogMessage const & ) {
+      manager->statusSm()->stageSmDel( "S" );
+      manager = nullptr;
+   } );
+   plain->pendingEventDel( "S:a" );
+   EXPECT_FALSE( manager );
+   expectALoopThatWorks();
+}
+
 // ---- observers
 
 TEST_F( LifetimeTest, AnObserverOfTheStageSmMayDestroyTheManager ) {

@@ -476,6 +476,18 @@ TEST_F( StageSmTest, AMarkedOneStillBringsItsMirrorIntoLineAndRunsNoHandler ) {
    EXPECT_EQ( texts(), Lines() );
 }
 
+TEST_F( StageSmTest, AMarkedOneDoesNothingInTheDeferredForm ) {
+   newEvent( "S", "a" );
+   activate();
+   s->kivDoZombieReactors( true );
+   newEvent( "S", "late" );
+   stage_->eventDel( "a" );
+   texts();
+   s->onEventkivImmediate();
+   EXPECT_EQ( mirrored(), ( Lines{ "a" } ) );
+   EXPECT_EQ( texts(), Lines() );
+}
+
 TEST_F( StageSmTest, AMarkedEventReactorReactsToNothing ) {
    newEvent( "S", "a", true );
    activate();
@@ -612,7 +624,11 @@ TEST_F( StageSmTest, DetachedItReactsToNothing ) {
    EXPECT_EQ( mirrored(), ( Lines{ "a" } ) );
    newEvent( "S", "late" );
    deliver();
+   s->onEvent( "late" );
+   s->onEventkivImmediate();
+   s->handleEventDel( "a" );
    EXPECT_EQ( mirrored(), ( Lines{ "a" } ) );
+   EXPECT_EQ( pending(), ( Lines{ "S:a" } ) );
    EXPECT_EQ( texts(), Lines() );
 }
 
