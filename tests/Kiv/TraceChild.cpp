@@ -1,13 +1,15 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// Makes the trace handle named by its argument, says how it is switched, and passes a trace point
-// of every level.
+// Applies the settings given as second argument, makes the trace handle named by the first, says
+// how it is switched, and passes a trace point of every level.
 #include <Kiv/Trace.h>
 
 #include <cstdio>
 
 int main( int count, char ** arguments ) {
-   if( count != 2 )
+   if( count < 2 )
       return 2;
+   if( count > 2 )
+      Kiv::tracesIs( arguments[ 2 ] );
    Kiv::TraceHandle handle( arguments[ 1 ], false );
    std::printf( "%d ", handle.master() ? 1 : 0 );
    for( unsigned level = 0; level != 10; ++level )

@@ -38,9 +38,9 @@ std::string refused( std::string const & settings, int character, std::string co
 }
 
 // What the child program prints, standard error included, with KIV_TRACE as given.
-std::string child( std::string const & settings, std::string const & handle ) {
+std::string child( std::string const & settings, std::string const & arguments ) {
    std::string const command =
-      "KIV_TRACE='" + settings + "' '" TRACE_CHILD "' " + handle + " 2>&1";
+      "KIV_TRACE='" + settings + "' '" TRACE_CHILD "' " + arguments + " 2>&1";
    std::FILE * const pipe = popen( command.c_str(), "r" );
    if( !pipe )
       return "popen failed";
@@ -168,6 +168,17 @@ TEST( TraceEnvironment, SwitchesTheHandlesThatItNames ) {
 TEST( TraceEnvironment, SwitchesEveryHandleByAStar ) {
    EXPECT_EQ( child( "*:3", "Whatever" ), "1 0001000000\nWhatever/3 passed 3\n" );
    EXPECT_EQ( child( "*:3;Special:4", "Special" ), "1 0000100000\nSpecial/4 passed 4\n" );
+}
+
+TEST( TraceEnvironment, ComesBeforeWhatTheProgramSays ) {
+   auto const switched = []( std::string const & settings, std::string const & later ) {
+      return child( settings, "A '" + later + "'" ).substr( 0, 12 );
+   };
+   EXPECT_EQ( switched( "A:1", "A:2" ), "1 0010000000" );
+   EXPECT_EQ( switched( "A:1", "*:2" ), "1 0010000000" );
+   EXPECT_EQ( switched( "*:1", "B:2" ), "1 0100000000" );
+   EXPECT_EQ( switched( "A:1", "*:2;A:3" ), "1 0001000000" );
+   EXPECT_EQ( switched( "A:1", "A:3;*:2" ), "1 0010000000" );
 }
 
 TEST( TraceEnvironment, WithAMistakeIsReportedAndIgnored ) {

@@ -1,10 +1,13 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "../support/Loop.h"
+#include "../support/Memory.h"
 
 #include <Stage/Stage.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -152,6 +155,87 @@ TEST_F( StatusEntity, MayBeToldToDeleteAStageByTheNameThatTheStageHolds ) {
    for( auto i = status->stageIterator(); i; ++i )
       status->stageDel( i.ptr()->name() );
    EXPECT_EQ( status->stages(), 0U );
+}
+
+namespace {
+
+class ParentWatcher : public StageStatus::NotifieeConst {
+ public:
+   explicit ParentWatcher( Ptr< StageStatus const > const & stage ) {
+      notifierIs( Ptr< Kiv::PtrInterface const >( stage ) );
+      isRegisteredNotifieeIs( true );
+      hasNotificationActiveIs( true );
+   }
+   void onParent() override { ++parentChanges; }
+   int parentChanges = 0;
+};
+
+// So many that telling them takes memory that nothing has made room for.
+std::vector< Ptr< ParentWatcher > > manyWatchers( Ptr< StageStatus > const & stage ) {
+   std::vector< Ptr< ParentWatcher > > watchers;
+   for( int n = 0; n != 500; ++n )
+      watchers.push_back( new ParentWatcher( stage ) );
+   return watchers;
+}
+
+} // namespace
+
+TEST_F( StatusEntity, TellsThoseWhoWatchAStageThatItHasNoParentAnyMore ) {
+   Ptr< ParentWatcher > const deleted = new ParentWatcher( status->stageIs( "Net" ) );
+   Ptr< ParentWatcher > const left = new ParentWatcher( status->stageIs( "Disk" ) );
+   loop.idle();
+   EXPECT_EQ( deleted->parentChanges, 0 );
+   status->stageDel( "Net" );
+   loop.idle();
+   EXPECT_EQ( deleted->parentChanges, 1 );
+   EXPECT_EQ( left->parentChanges, 0 );
+   recorder = nullptr;
+   status = nullptr;
+   loop.idle();
+   EXPECT_EQ( left->parentChanges, 1 );
+   EXPECT_EQ( deleted->parentChanges, 1 );
+}
+
+TEST_F( StatusEntity, DeletesAStageWhollyOrNotAtAllWhenMemoryRunsOut ) {
+   Ptr< StageStatus > const net = status->stageIs( "Net" );
+   status->activeStageIs( net );
+   told();
+   auto const watchers = manyWatchers( net );
+   testing_support::Memory memory;
+   std::size_t refusals = 0;
+   for( ;; ++refusals ) {
+      memory.failAfter( refusals, testing_support::Memory::Failing::fromThenOn );
+      try {
+         status->stageDel( "Net" );
+         break;
+      } catch( std::bad_alloc const & ) {
+         memory.failNever();
+         ASSERT_EQ( status->stage( "Net" ), net );
+         ASSERT_EQ( status->activeStage( "Net" ), net );
+         ASSERT_EQ( net->parent(), status );
+         ASSERT_TRUE( told().empty() );
+      }
+   }
+   memory.failNever();
+   EXPECT_GT( refusals, 0U ) << "it was never short of memory";
+   EXPECT_EQ( status->stage( "Net" ), nullptr );
+   EXPECT_EQ( net->parent(), nullptr );
+   EXPECT_EQ( told(), ( Trail{ "active Net", "stage Net" } ) );
+}
+
+TEST( StatusDeathTest, GoesWithoutMemoryToo ) {
+   EXPECT_EXIT(
+      {
+         Ptr< Status > status = Status::StatusIs( "status" );
+         Ptr< StageStatus > const net = status->stageIs( "Net" );
+         auto const watchers = manyWatchers( net );
+         testing_support::Memory memory;
+         memory.failAfter( 0, testing_support::Memory::Failing::fromThenOn );
+         status = nullptr;
+         memory.failNever();
+         std::_Exit( net->parent() ? 1 : 0 );
+      },
+      testing::ExitedWithCode( 0 ), "" );
 }
 
 // ------------------------------------------------------------------------------------ active stages
