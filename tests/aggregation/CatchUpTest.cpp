@@ -144,10 +144,18 @@ TEST( CatchUp, AReactorMadeLaterTakesItsOwnersState ) {
    EXPECT_TRUE( machine->agentConfig( "a" )->hasNotificationActive() );
    EXPECT_TRUE( machine->stageStatus( "S" )->hasNotificationActive() );
    EXPECT_TRUE( machine->stageStatus( "S" )->eventConfig( "a" )->hasNotificationActive() );
+   Ptr< EventConfig > const second = w.declare( "b", "S", {}, 30 );
+   w.idle();
+   EXPECT_TRUE( machine->stageStatus( "S" )->eventConfig( "b" )->hasNotificationActive() )
+      << "in a stage that was there before";
+   w.agent( "a" )->eventDel( "S" );
+   second->timeoutIs( 45 );
+   w.idle();
+   EXPECT_EQ( w.stage( "S" )->timeout(), 45 );
    machine->hasNotificationActiveIs( false );
-   w.agent( "b" );
+   w.agent( "c" );
    machine->handleAgent();
-   EXPECT_FALSE( machine->agentConfig( "b" )->hasNotificationActive() );
+   EXPECT_FALSE( machine->agentConfig( "c" )->hasNotificationActive() );
 }
 
 // ---------------------------------------------------------------------------- in every order
