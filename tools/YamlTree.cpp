@@ -2,10 +2,12 @@
 #include <tools/YamlTree.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <sstream>
 #include <unordered_map>
 
+#include <fmt/format.h>
 #include <simulation/detail/Text.h>
 #include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/exceptions.h>
@@ -116,6 +118,57 @@ bool isClosed( std::string_view text, std::size_t open ) {
    return false;
 }
 
+// JSON writes a character beyond U+FFFF as two escapes, \ud83d\ude00, where YAML has one,
+// \U0001f600, and knows no other. This is a text with such pairs joined, and the way back to the
+// places of the one that it was made from.
+class Joined {
+ public:
+   explicit Joined( std::string_view text ) {
+      while( !text.empty() ) {
+         auto const taken = pairAt( text ) ? 2 * escape : text.substr( 0, 2 ) == "\\\\" ? 2U : 1U;
+         if( taken == 2 * escape ) {
+            join( text );
+         } else {
+            text_ += text.substr( 0, taken );
+         }
+         text.remove_prefix( taken );
+      }
+   }
+
+   std::string const & text() const { return text_; }
+   bool hasPairs() const { return !pairEnd_.empty(); }
+   // The offset in the original text.
+   std::size_t original( std::size_t offset ) const {
+      auto const pairs = std::upper_bound( pairEnd_.begin(), pairEnd_.end(), offset );
+      return offset + 2 * static_cast< std::size_t >( pairs - pairEnd_.begin() );
+   }
+
+ private:
+   static unsigned constexpr escape = 6;  // the characters of \ud83d
+
+   static unsigned surrogate( std::string_view text ) {
+      bool const isEscape = text.size() >= escape && text[ 0 ] == '\\' && text[ 1 ] == 'u';
+      unsigned value = 0;
+      return isEscape && std::from_chars( text.data() + 2, text.data() + escape, value, 16 ).ptr ==
+                            text.data() + escape
+                ? value
+                : 0;
+   }
+   static bool pairAt( std::string_view text ) {
+      return ( surrogate( text ) & ~0x3FFU ) == 0xD800 &&
+             ( surrogate( text.substr( escape ) ) & ~0x3FFU ) == 0xDC00;
+   }
+   void join( std::string_view text ) {
+      auto const high = surrogate( text ) & 0x3FFU;
+      auto const low = surrogate( text.substr( escape ) ) & 0x3FFU;
+      text_ += fmt::format( "\\U{:08x}", 0x10000U + ( high << 10 ) + low );
+      pairEnd_.push_back( text_.size() );
+   }
+
+   std::string text_;
+   std::vector< std::size_t > pairEnd_;  // offsets in text_
+};
+
 // The last byte before `offset` that is neither blank nor in a comment, where nothing stands
 // between the two but blanks, comments and indicators.
 std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
@@ -139,8 +192,9 @@ std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
 // Makes nodes from the parser's events.
 class YamlTree::Builder : public YAML::EventHandler {
  public:
-   Builder( YamlTree & tree, std::string_view text )
-      : tree_( tree ), text_( text ), places_( text ) {}
+   // `joined`, if it is not null, is made from `text` and read in its place.
+   Builder( YamlTree & tree, std::string_view text, Joined const * joined )
+      : tree_( tree ), text_( joined ? joined->text() : text ), joined_( joined ), places_( text ) {}
 
    void run();
 
@@ -156,7 +210,7 @@ class YamlTree::Builder : public YAML::EventHandler {
       notAsWritten( offset );
       auto & node = make( anchor );
       node.tag = "?";
-      node.place = places_.at( offset );
+      node.place = placeAt( offset );
       // The parser does not say how a null was written, and places one that was left out at
       // whatever follows it, which may look like a null itself.
       for( auto literal : { "null", "Null", "NULL", "~" } ) {
@@ -212,10 +266,14 @@ class YamlTree::Builder : public YAML::EventHandler {
       std::size_t offset;
    };
 
+   // Offsets are those in the text that is parsed.
    static std::size_t offsetOf( YAML::Mark const & mark ) {
       return mark.is_null() ? 0 : static_cast< std::size_t >( mark.pos );
    }
-   Place placeOf( YAML::Mark const & mark ) { return places_.at( offsetOf( mark ) ); }
+   Place placeAt( std::size_t offset ) {
+      return places_.at( joined_ ? joined_->original( offset ) : offset );
+   }
+   Place placeOf( YAML::Mark const & mark ) { return placeAt( offsetOf( mark ) ); }
 
    YamlNode & make( YAML::anchor_t anchor ) {
       auto & node = tree_.node_.emplace_back();
@@ -279,24 +337,26 @@ class YamlTree::Builder : public YAML::EventHandler {
       }
       if( null.parent->kind == YamlNode::Kind::sequence ) {
          null.parent->item.back().place =
-            places_.at( lastIndicatorBefore( text_, null.offset ) );
+            placeAt( lastIndicatorBefore( text_, null.offset ) );
       } else if( auto & [ key, value ] = null.parent->member.back(); value.node == null.node ) {
          value.place = key.place;
       }
    }
 
+   void parse();
    void checkKeys( YamlNode const & map );
    void mistake( Place at, std::string what ) {
       tree_.mistakes_.push_back( { at, std::move( what ) } );
    }
    void syntaxError( std::size_t offset, std::string const & what ) {
-      tree_.mistakes_ = { { places_.at( offset ), "not YAML: " + what } };
+      tree_.mistakes_ = { { placeAt( offset ), "not YAML: " + what } };
       tree_.root_ = nullptr;
    }
    void secondDocument( std::size_t offset );
 
    YamlTree & tree_;
    std::string_view text_;
+   Joined const * joined_;
    Places places_;
    std::unordered_map< YAML::anchor_t, YamlNode const * > anchor_;
    std::vector< YamlNode * > open_;  // sequences and maps that have not ended
@@ -311,20 +371,24 @@ void YamlTree::Builder::run() {
                         "allowed" );
       return;
    }
-   std::istringstream in{ std::string( text_ ) };
    try {
-      YAML::Parser parser( in );
-      while( parser.HandleNextDocument( *this ) ) {
-      }
-      // The parser lets the end of the file close a quote. Such a scalar is the last one.
-      auto const quote = openingQuote( text_, lastScalar_ );
-      if( quote != std::string_view::npos && !isClosed( text_, quote ) ) {
-         syntaxError( quote, "a quote that is never closed" );
-      }
+      parse();
    } catch( SecondDocument const & second ) {
       secondDocument( second.offset );
    } catch( YAML::Exception const & error ) {
       syntaxError( offsetOf( error.mark ), error.msg );
+   }
+}
+
+void YamlTree::Builder::parse() {
+   std::istringstream in{ std::string( text_ ) };
+   YAML::Parser parser( in );
+   while( parser.HandleNextDocument( *this ) ) {
+   }
+   // The parser lets the end of the file close a quote. Such a scalar is the last one.
+   auto const quote = openingQuote( text_, lastScalar_ );
+   if( quote != std::string_view::npos && !isClosed( text_, quote ) ) {
+      syntaxError( quote, "a quote that is never closed" );
    }
 }
 
@@ -334,7 +398,7 @@ void YamlTree::Builder::secondDocument( std::size_t offset ) {
    bool const ended = end != std::string_view::npos &&
                       lastIndicatorBefore( text_, offset ) <= end + 3;
    if( ended || text_.substr( offset ).starts_with( "---" ) ) {
-      mistake( places_.at( offset ), "a second document begins; a file holds one" );
+      mistake( placeAt( offset ), "a second document begins; a file holds one" );
    } else {
       syntaxError( offset, "text after the end of the document" );
    }
@@ -363,7 +427,15 @@ YamlTree::YamlTree( std::string_view text ) {
    if( text.starts_with( byteOrderMark ) ) {
       text.remove_prefix( byteOrderMark.size() );
    }
-   Builder( *this, text ).run();
+   Builder( *this, text, nullptr ).run();
+   // Outside of double quotes such a pair is plain text, so it is joined only for want of it.
+   bool const refused = !mistakes_.empty() &&
+                        mistakes_.front().text.starts_with( "not YAML: invalid unicode" );
+   if( Joined const joined( refused ? text : std::string_view() ); joined.hasPairs() ) {
+      node_.clear();
+      mistakes_.clear();
+      Builder( *this, text, &joined ).run();
+   }
 }
 
 }  // namespace Tools

@@ -54,6 +54,20 @@ TEST( YamlTree, ColumnsCountCharactersAndLinesEndInAnyWay ) {
    EXPECT_EQ( members[ 2 ].first.place, ( Place{ 3, 1 } ) );
 }
 
+TEST( YamlTree, JsonsPairsOfEscapesAreOneCharacter ) {
+   YamlTree const tree( R"({"\ud83d\uDE00": "a\uD83D\uDE00\\ud83d\\ude00", "b": 1})" );
+   ASSERT_TRUE( tree.root() );
+   auto const & members = tree.root()->member;
+   EXPECT_EQ( members[ 0 ].first.node->text, "\U0001F600" );
+   EXPECT_EQ( members[ 0 ].second.node->text, "a\U0001F600\\ud83d\\ude00" );
+   // Places are those of the file.
+   EXPECT_EQ( members[ 0 ].second.place, ( Place{ 1, 18 } ) );
+   EXPECT_EQ( members[ 1 ].first.place, ( Place{ 1, 49 } ) );
+   EXPECT_TRUE( startsWith( mistake( R"({"\ud83d\ude00": "\ud83d"})" ), "1:2" ) );
+   EXPECT_TRUE( startsWith( mistake( R"({"\ude00": 1})" ), "1:" ) );
+   EXPECT_EQ( YamlTree( R"(\ud83d\ude00)" ).root()->text, R"(\ud83d\ude00)" );
+}
+
 TEST( YamlTree, AByteOrderMarkCountsForNothing ) {
    YamlTree const tree( "\xEF\xBB\xBF" "a: 1\n" );
    ASSERT_TRUE( tree.root() );
