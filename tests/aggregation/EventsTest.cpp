@@ -406,6 +406,25 @@ TEST( OutsideStages, AStageThatTheOutsideRemovesLosesItsReactorAndTheOthersAreTo
                        ofStage + "handleStage(Kiv::String8) for stage T detected stage S" } ) );
 }
 
+TEST( OutsideStages, AStageReplacedByOneThatHasTheSameReasonsKeepsItsLinks ) {
+   World w;
+   Ptr< ConfigSm > const machine = w.configSm();
+   Ptr< EventConfig > const event = w.declare( "a", "S", { "T", "U" }, 0, true );
+   w.declare( "a", "T" );
+   w.declare( "a", "U" );
+   w.idle();
+   event->dependencyDel( "U" );
+   w.idle();
+   w.status->stageDel( "S" );
+   Ptr< StageStatus > const next = w.status->stageIs( "S" );
+   next->eventIs( event );
+   next->dependencyIs( "T", true );
+   w.idle();
+   EXPECT_TRUE( machine->stageStatus( "T" )->criticalAncestor( "S" ) );
+   EXPECT_TRUE( w.stage( "T" )->critical() );
+   EXPECT_FALSE( w.stage( "U" )->critical() );
+}
+
 TEST( OutsideStages, AStageRemovedAndCreatedAgainInOneBatchIsWatchedAsTheNewObject ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();

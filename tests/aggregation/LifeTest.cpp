@@ -171,6 +171,30 @@ TEST( Mutators, ADetachedStageReactorIsPassedOver ) {
    EXPECT_TRUE( w.stage( "T" ) ) << "the loop works on";
 }
 
+// The event's own reactor is attached still, and tells of what it hears.
+TEST( Mutators, EventsOfADetachedStageReactorChangeNothing ) {
+   World w;
+   Ptr< EventConfig > const event = w.declare( "a", "S", { "T", "Y" }, 30 );
+   Ptr< ConfigSm > const machine = w.configSm();
+   w.idle();
+   Ptr< ConfigSm::KivStageStatus > const stage = machine->stageStatus( "S" );
+   stage->notifierIs( nothing );
+   event->criticalIs( true );
+   event->timeoutIs( 60 );
+   event->dependencyIs( "X", true );
+   event->dependencyDel( "Y" );
+   w.idle();
+   EXPECT_FALSE( w.stage( "S" )->critical() );
+   EXPECT_EQ( w.stage( "S" )->timeout(), 30 );
+   EXPECT_EQ( dependenciesOf( w.stage( "S" ) ), ( Names{ "T", "Y" } ) );
+   stage->handleCritical();
+   stage->handleTimeout();
+   stage->handleDependency( "T" );
+   stage->handleDependencyDel( "T" );
+   stage->handleEventDel( "a" );
+   EXPECT_EQ( agentsOf( w.stage( "S" ) ), ( Names{ "a" } ) );
+}
+
 TEST( Mutators, LinksThatChangeWhileAStageReactorIsDetachedHoldWhenItIsAttachedAgain ) {
    for( bool const critical : { true, false } ) {
       World w;
