@@ -98,6 +98,9 @@ void Queue::link( QueueItem * item ) noexcept {
 
 void Queue::unlink( QueueItem * item ) noexcept {
    List & list = listOf( *item );
+   QueueItem *& before = item->form == Form::group ? secondBefore_ : firstBefore_;
+   if( before == item )
+      before = item->previous;
    ( item->previous ? item->previous->next : list.head ) = item->next;
    ( item->next ? item->next->previous : list.tail ) = item->previous;
    item->next = item->previous = nullptr;
