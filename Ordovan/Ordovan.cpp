@@ -126,6 +126,8 @@ using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 void KivEventConfig::handleDependency() {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency() ",
                   notifier()->uid() );
+   if( !kivStageStatus()->stage() )
+      return;
    // A name in both is handled twice; the second time changes nothing.
    for( auto i = kivStageStatus()->stage()->dependencyIteratorConst(); i; ++i )
       handleDependency( i.key() );
@@ -140,6 +142,8 @@ void KivEventConfig::handleDependency( String8 name ) {
                   "Kiv::String8) ",
                   event->uid(), " ", "(dependency:", name, ")" );
    Ptr< StageStatus > const stage = kivStageStatus()->stage();
+   if( !stage )
+      return;
    if( event->dependency( name ) && !stage->hasDependency( name ) ) {
       // An event that has left its stage meanwhile brings nothing.
       if( stage->event( fwkKey() ) == event )
