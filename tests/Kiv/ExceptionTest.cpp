@@ -3,8 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <string_view>
+#include <csignal>
 #include <thread>
 
 using Kiv::Exception;
