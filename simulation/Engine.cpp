@@ -93,13 +93,16 @@ class Run {
 
    // When the next thing is due; at an instant that is over, that lies in the future.
    double nextTime() {
-      double const written = next_ < order_.size() ? plan_.timeline[ order_[ next_ ] ].at : infinity;
-      return std::min( { written, reports_.nextTime(), Kiv::activityManager()->nextTime() } );
+      return std::min( { nextWrite(), reports_.nextTime(), Kiv::activityManager()->nextTime() } );
+   }
+
+   double nextWrite() const {
+      return next_ < order_.size() ? plan_.timeline[ order_[ next_ ] ].at : infinity;
    }
 
    void instant() {
       double const now = clock_->now();
-      for( ; next_ < order_.size() && plan_.timeline[ order_[ next_ ] ].at <= now; ++next_ ) {
+      for( ; nextWrite() <= now; ++next_ ) {
          outside_.write( plan_.timeline[ order_[ next_ ] ].operation );
          lastDue_ = now;
       }

@@ -149,8 +149,11 @@ std::string criticalWaiting( Result const & result ) {
    if( count > named ) {
       names.push_back( std::to_string( count - named ) + " more" );
    }
-   return names.empty() ? "" : ( count == 1 ? "critical stage " : "critical stages " ) + listed( names ) +
-                               ( count == 1 ? " has started" : " have started" );
+   if( count == 0 ) {
+      return {};
+   }
+   return count == 1 ? "critical stage " + listed( names ) + " has started"
+                     : "critical stages " + listed( names ) + " have started";
 }
 
 std::string waitingText( Result const & result, Cycles const & cycles, std::string const & critical,

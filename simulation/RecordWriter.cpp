@@ -47,7 +47,9 @@ std::string arrayOf( std::vector< std::string > const & names ) {
    return '[' + text + ']';
 }
 
-std::string eventJson( bool complete ) { return Object().add( "complete", json( complete ) ).text(); }
+std::string eventJson( bool complete ) {
+   return Object().add( "complete", json( complete ) ).text();
+}
 
 std::string stageJson( StageResult const & stage ) {
    std::vector< std::string > pending;

@@ -109,7 +109,8 @@ class Directory {
          return true;
       }
       mistake( entry_->stagePlace, "agent " + quoted( agent ) + " has no event for stage " +
-               quoted( stage ) + moment() + "; only an event that is there can be set or withdrawn" );
+               quoted( stage ) + moment() +
+               "; only an event that is there can be set or withdrawn" );
       return false;
    }
 

@@ -48,11 +48,11 @@ std::string slowest( Result const & result ) {
                                           duration( end - stage.activeSince ), incomplete ) } );
       }
    }
-   auto const last = stages.begin() + static_cast< std::ptrdiff_t >( std::min( shown, stages.size() ) );
-   std::partial_sort( stages.begin(), last, stages.end() );
+   std::sort( stages.begin(), stages.end() );
+   stages.resize( std::min( shown, stages.size() ) );
    std::string text;
-   for( auto stage = stages.begin(); stage != last; ++stage ) {
-      text += ( text.empty() ? "" : ", " ) + stage->second;
+   for( auto const & stage : stages ) {
+      text += ( text.empty() ? "" : ", " ) + stage.second;
    }
    return text.empty() ? "none took any time" : text;
 }
@@ -127,13 +127,15 @@ void Display::onEnd( Result const & result ) {
 
 void Display::line( double t, Colour colour, std::string_view what, std::string_view name,
                     std::string_view detail ) {
+   auto const more = detail.empty() ? std::string() : fmt::format( "  {}", detail );
    print( fmt::format( "{} {}  {}{}\n", coloured( Colour::dim, fmt::format( "{:>10.3f}", t ) ),
                        coloured( colour, fmt::format( "{:<9}", what ) ), printable( name ),
-                       detail.empty() ? "" : coloured( Colour::dim, fmt::format( "  {}", detail ) ) ) );
+                       coloured( Colour::dim, more ) ) );
 }
 
 void Display::summaryLine( std::string_view what, std::string const & text ) {
-   print( fmt::format( "  {}  {}\n", coloured( Colour::dim, fmt::format( "{:<9}", what ) ), text ) );
+   auto const heading = coloured( Colour::dim, fmt::format( "{:<9}", what ) );
+   print( fmt::format( "  {}  {}\n", heading, text ) );
 }
 
 void Display::print( std::string_view text ) {
@@ -143,7 +145,7 @@ void Display::print( std::string_view text ) {
 }
 
 std::string Display::coloured( Colour colour, std::string_view text ) const {
-   if( !style_.colour || colour == Colour::none ) {
+   if( !style_.colour || colour == Colour::none || text.empty() ) {
       return std::string( text );
    }
    int constexpr codes[] = { 0, 2, 32, 33, 31 };  // in the order of Colour

@@ -101,7 +101,8 @@ class Reader {
       mistakes_.push_back( { place, std::move( text ) } );
    }
    void wrong( Use const & use, std::string const & what, std::string const & allowed ) {
-      mistake( use.place, fmt::format( "{} is {}; it must be {}", what, described( use ), allowed ) );
+      mistake( use.place,
+               fmt::format( "{} is {}; it must be {}", what, described( use ), allowed ) );
    }
    void visit( Use const & use ) {
       if( visitsLeft_-- == 0 ) {
@@ -222,7 +223,8 @@ bool Reader::isTrue( Use const & use, std::string const & what ) {
 }
 
 void Reader::agents( Use const & use ) {
-   members( use, "\"agents\"", [ & ]( std::string const & name, Use const & key, Use const & value ) {
+   members( use, "\"agents\"",
+            [ & ]( std::string const & name, Use const & key, Use const & value ) {
       plan_.agent.push_back( { name, events( value, "agent " + quoted( name ) ), key.place } );
    } );
 }

@@ -43,7 +43,8 @@ class Places {
       bool const onward = *line == line_ && offset >= offset_;
       auto at = onward ? offset_ : *line;
       auto column = onward ? column_ : 1U;
-      for( ; at < offset; at += std::max< std::size_t >( 1, characterLength( text_.substr( at, 4 ) ) ) ) {
+      while( at < offset ) {
+         at += std::max< std::size_t >( 1, characterLength( text_.substr( at, 4 ) ) );
          ++column;
       }
       line_ = *line;
@@ -194,7 +195,10 @@ class YamlTree::Builder : public YAML::EventHandler {
  public:
    // `joined`, if it is not null, is made from `text` and read in its place.
    Builder( YamlTree & tree, std::string_view text, Joined const * joined )
-      : tree_( tree ), text_( joined ? joined->text() : text ), joined_( joined ), places_( text ) {}
+      : tree_( tree )
+      , text_( joined ? joined->text() : text )
+      , joined_( joined )
+      , places_( text ) {}
 
    void run();
 

@@ -68,7 +68,9 @@ void StageWatch::look() {
    } else if( timedOut && completionTime != completionTime_ && !completeAfterAll_ ) {
       tell( Kind::completedLate );
    }
-   completeAfterAll_ = completeAfterAll_ || ( timedOut_ && complete && completionTime != completionTime_ );
+   if( timedOut_ && complete && completionTime != completionTime_ ) {
+      completeAfterAll_ = true;
+   }
    complete_ = complete;
    timedOut_ = timedOut;
    completionTime_ = completionTime;
