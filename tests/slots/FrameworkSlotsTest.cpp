@@ -19,6 +19,7 @@ using Reactor = PtrInterface::NotifieeConst;
 struct Destroyed : PtrInterface {
    explicit Destroyed( int & count ) : count_( count ) {}
    ~Destroyed() override { ++count_; }
+   static void * operator new( std::size_t size ) { return PtrInterface::operator new( size ); }
    static void operator delete( void * memory, std::size_t size ) {
       ++deletions;
       PtrInterface::operator delete( memory, size );
@@ -56,11 +57,12 @@ TEST( VirtualOperations, OfACountedObjectStandInOrder ) {
 TEST( VirtualOperations, TheDestructorOfACountedObjectTakesTwoSlotsCompleteAndDeleting ) {
    int destroyed = 0;
    Destroyed::deletions = 0;
-   auto * const complete = new Destroyed( destroyed );
+   void * const memory = PtrInterface::operator new( sizeof( Destroyed ) );
+   auto * const complete = ::new( memory ) Destroyed( destroyed );
    call( *complete, 6 );
    EXPECT_EQ( destroyed, 1 );
    EXPECT_EQ( Destroyed::deletions, 0 ) << "the memory is the caller's";
-   PtrInterface::operator delete( complete, sizeof( Destroyed ) );
+   PtrInterface::operator delete( memory, sizeof( Destroyed ) );
 
    call( *new Destroyed( destroyed ), 7 );
    EXPECT_EQ( destroyed, 2 );
