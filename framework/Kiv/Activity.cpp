@@ -44,7 +44,7 @@ struct ActivityManager::World {
    // a process that does none of these spends no descriptors.
    std::list< Task > posted;
    std::unique_ptr< Wakeup > wakeup;
-   std::thread::id thread = std::this_thread::get_id();
+   std::thread::id thread; // the owner: the first that does more than post
 };
 
 Wakeup & ActivityManager::wakeup() {
@@ -361,6 +361,8 @@ void checkThread() {
 } // namespace detail
 
 void ActivityManager::checkOwnerThread() const {
+   if( world_->thread == std::thread::id() )
+      world_->thread = std::this_thread::get_id();
    if( std::this_thread::get_id() == world_->thread )
       return;
    std::fputs( "kiv: an entity was touched outside of the activity's thread; other threads may "
