@@ -138,7 +138,8 @@ class Maker {
    std::vector< Event > events( std::string const & agent ) {
       std::vector< Event > made;
       auto & declared = declared_[ agent ];
-      unsigned count = below( 2 + stages_ / 2 + stages_ / 4 ) + below( 2 );
+      unsigned count = below( 2 + stages_ / 2 + stages_ / 4 );
+      count += below( 2 );
       for( ; count != 0; --count ) {
          auto const stage = anyStage();
          if( declared.insert( stage ).second ) {
