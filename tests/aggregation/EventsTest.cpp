@@ -347,6 +347,25 @@ TEST( OutsideStages, AStageThatGoesIsNobodysCriticalAncestorAlsoWithinACycle ) {
    }
 }
 
+// The stage has lost the dependency by the time it is heard to be gone, but not the link.
+TEST( OutsideStages, AStageThatGoesTakesALinkAlongWhoseDependencyWentInTheSameBatch ) {
+   for( bool const replaced : { false, true } ) {
+      World w;
+      Ptr< ConfigSm > const machine = w.configSm();
+      Ptr< EventConfig > const event = w.declare( "a", "S", { "T" }, 0, true );
+      w.declare( "a", "T" );
+      w.idle();
+      ASSERT_TRUE( w.stage( "T" )->critical() );
+      event->dependencyDel( "T" );
+      w.status->stageDel( "S" );
+      if( replaced )
+         w.status->stageIs( "S" );
+      w.idle();
+      EXPECT_EQ( machine->stageStatus( "T" )->criticalAncestors(), 0U ) << replaced;
+      EXPECT_FALSE( w.stage( "T" )->critical() ) << replaced;
+   }
+}
+
 TEST( OutsideStages, AStageThatIsReplacedTakesItsLinksAlong ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();

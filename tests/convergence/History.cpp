@@ -523,7 +523,7 @@ Picture History::picture() const {
       text = "events " + list( testing_support::agentsOf( i.ptr() ) ) + " dependencies " +
              list( testing_support::dependenciesOf( i.ptr() ) ) + " timeout " +
              Kiv::valueToString( i.ptr()->timeout() ).str() +
-             ( i.ptr()->critical() ? " critical" : "" );
+             ( kind_.acyclic && i.ptr()->critical() ? " critical" : "" );
    }
    return shown;
 }

@@ -69,6 +69,8 @@ class History {
    std::optional< std::string > play();
    // The writes so far, one a line.
    std::string told() const;
+   // Without critical flags for dependencies with cycles: whether a cycle catches a reason that
+   // passes within one batch, and then stays critical, depends on who is told of it first.
    Picture picture() const;
 
  private:
