@@ -444,6 +444,38 @@ TEST( OutsideStages, AStageReplacedByOneThatHasTheSameReasonsKeepsItsLinks ) {
    EXPECT_FALSE( w.stage( "U" )->critical() );
 }
 
+// The reactor of the stage finds the very event that it watches already, in another stage.
+TEST( OutsideStages, AStageReplacedByOneWithTheSameEventGetsWhatTheEventSays ) {
+   for( bool const declared : { false, true } ) {
+      World w;
+      Ptr< ConfigSm > const machine = w.configSm();
+      Ptr< EventConfig > const event = w.declare( "a", "S", { "T" }, 30, true );
+      w.declare( "a", "T" );
+      w.idle();
+      Ptr< StageStatus > const before = w.stage( "S" );
+      if( declared ) {
+         // Heard after the stage has gone and before that is heard: the agent's event makes it.
+         w.agent( "a" )->eventDel( "S" );
+         w.agent( "a" )->eventIs( "S", event );
+         w.status->stageDel( "S" );
+      } else {
+         w.status->stageDel( "S" );
+         w.status->stageIs( "S" )->eventIs( event );
+      }
+      w.idle();
+      ASSERT_TRUE( w.stage( "S" ) );
+      EXPECT_NE( w.stage( "S" ), before );
+      EXPECT_EQ( w.stage( "S" )->event( "a" ), event );
+      EXPECT_EQ( dependenciesOf( w.stage( "S" ) ), ( Names{ "T" } ) ) << declared;
+      EXPECT_EQ( w.stage( "S" )->timeout(), 30 ) << declared;
+      EXPECT_TRUE( w.stage( "S" )->critical() ) << declared;
+      EXPECT_TRUE( w.stage( "T" )->critical() ) << declared;
+      event->dependencyDel( "T" );
+      w.idle();
+      EXPECT_FALSE( w.stage( "T" )->critical() ) << declared;
+   }
+}
+
 TEST( OutsideStages, AStageRemovedAndCreatedAgainInOneBatchIsWatchedAsTheNewObject ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();
