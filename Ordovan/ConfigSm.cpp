@@ -151,6 +151,7 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
       return;
    if( stage ) {
       isRegisteredNotifieeIs( true );
+      eventConfigDelAll();
       reconcileEvents();
       handleCritical();
    }
@@ -161,10 +162,10 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
 void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
    if( !before )
       return;
-   for( auto i = before->dependencyIteratorConst(); i; ++i ) {
-      if( stage() && stage()->hasDependency( i.key() ) )
+   for( auto i = configSm_->stageStatusIterator(); i; ++i ) {
+      if( stage() && stage()->hasDependency( String8( i.key() ) ) )
          continue;
-      if( Ptr< KivStageStatus > const other = configSm_->stageStatus( i.key() ) )
+      if( Ptr< KivStageStatus > const other = i.ptr() )
          other->criticalAncestorDel( String8( key_ ) );
    }
 }
