@@ -21,7 +21,8 @@ class Maker {
       stages_ = large ? 7 + below( 6 ) : 1 + below( 12 );
       agents_ = large ? 3 + below( 4 ) : 1 + below( 6 );
       critical_ = below( 4 );
-      acyclic_ = below( 5 ) != 0;
+      dense_ = below( 4 ) == 0;
+      acyclic_ = below( 5 ) != 0 && !dense_;
       Plan plan;
       plan.application = "App";
       plan.enabled = below( 8 ) != 0;
@@ -31,8 +32,8 @@ class Maker {
       }
       auto const entries = below( 11 );
       instants_.clear();
-      for( unsigned i = 0; i != 1 + entries / 2; ++i ) {
-         instants_.push_back( 0.5 * below( 16 ) );
+      for( unsigned i = 0; i != ( dense_ ? 2 : 1 + entries / 2 ); ++i ) {
+         instants_.push_back( 0.5 * below( dense_ ? 4 : 16 ) );
       }
       std::vector< double > when;
       for( unsigned i = 0; i != entries; ++i ) {
@@ -77,7 +78,7 @@ class Maker {
    std::string anyStage() { return below( 60 ) ? stageName( below( stages_ ) ) : "agent0"; }
 
    double timeout() {
-      switch( below( 8 ) ) {
+      switch( below( dense_ ? 5 : 8 ) ) {
       case 0:
          return 0;
       case 1:
@@ -105,7 +106,7 @@ class Maker {
       case 5:
          return { Behaviour::Kind::afterSeconds, 0.1 * ( 1 + below( 20 ) ) };
       default:
-         return { Behaviour::Kind::afterSeconds, 0.5 * below( 7 ) };
+         return { Behaviour::Kind::afterSeconds, 0.5 * below( dense_ ? 3 : 7 ) };
       }
    }
 
@@ -209,6 +210,7 @@ class Maker {
    unsigned agents_ = 0;
    unsigned critical_ = 0; // eighths of the events
    bool acyclic_ = true;
+   bool dense_ = false; // much falls together
    std::vector< double > instants_;
    std::map< std::string, std::set< std::string > > declared_; // stages, by agent
 };
