@@ -5,6 +5,7 @@
 #include <Kiv/detail/OneLine.h>
 #include <Kiv/detail/Queue.h>
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -118,6 +119,16 @@ TraceHandle & kivTrace() {
 
 } // namespace
 
+std::string traceText( TraceLine const & line ) {
+   // Not printf: its decimal point follows the user's locale.
+   char time[ 400 ]; // the largest double has 309 digits before the point
+   char * const end =
+      std::to_chars( time, time + sizeof time, line.time, std::chars_format::fixed, 6 ).ptr;
+   return std::string( time, end ) + ' ' + detail::oneLine( line.handle.view() ) + '/' + std::to_string( line.level ) + ' ' +
+          detail::oneLine( line.source ) + ':' + std::to_string( line.line ) + ' ' +
+          detail::oneLine( line.function ) + ": " + detail::oneLine( line.text.view() );
+}
+
 TraceSink traceSinkIs( TraceSink next ) {
    std::swap( sink(), next );
    return next;
@@ -169,9 +180,7 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
       current( traced );
       return;
    }
-   std::fprintf( stderr, "%.6f %s/%u %s:%d %s: %s\n", traced.time, handle.charPtr(), level, source,
-                 line, function,
-                 detail::oneLine( text ).c_str() );
+   std::fprintf( stderr, "%s\n", traceText( traced ).c_str() );
 }
 
 namespace detail {

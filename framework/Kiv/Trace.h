@@ -18,6 +18,7 @@
 #include <functional>
 #include <iosfwd>
 #include <sstream>
+#include <string>
 #include <type_traits>
 
 namespace Kiv {
@@ -33,11 +34,15 @@ struct TraceLine {
    String8 text;
 };
 
+// The line as the default sink writes it, without the line end; control characters as \xNN:
+//    TIME HANDLE/LEVEL SOURCE:LINE FUNCTION: TEXT
+KIV_EXPORT std::string traceText( TraceLine const & line );
+
 using TraceSink = std::function< void( TraceLine const & ) >;
 
-// Where text traces go from now on; an empty function stands for the default, standard error, a
-// line each (control characters as \xNN):  TIME HANDLE/LEVEL SOURCE:LINE FUNCTION: TEXT
-// Returns what was there before. The sink must not touch entities.
+// Where text traces go from now on; an empty function stands for the default, which writes each
+// line (traceText) to standard error. Returns what was there before. The sink must not touch
+// entities.
 KIV_EXPORT TraceSink traceSinkIs( TraceSink sink );
 
 // When not null, the text of every trace point is written here too, whatever the switches say: for
