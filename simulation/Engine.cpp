@@ -66,13 +66,18 @@ class Run {
       outside_.declarationIs( [ this ]( auto const & event ) { reports_.declared( event ); } );
    }
 
-   Result run() {
+   Result run( double until ) {
       start();
-      for( double t = 0; t != infinity; t = nextTime() ) {
+      double t = 0;
+      for( ; t <= until && t != infinity; t = nextTime() ) {
          clock_->nowIs( std::max( t, clock_->now() ) );
          instant();
       }
-      auto const result = ended();
+      if( t != infinity ) {
+         clock_->nowIs( until );
+      }
+      auto result = ended();
+      result.exhausted = t == infinity;
       chronicle_.end( result );
       return result;
    }
@@ -123,6 +128,7 @@ class Run {
    Result ended() const {
       auto result = watch_->result();
       result.t = lastDue_;
+      result.now = clock_->now();
       result.started = chronicle_.started();
       result.enabled = outside_.config()->enabled();
       for( auto i = progress_->stageIteratorConst(); i; ++i ) {
@@ -154,9 +160,12 @@ class Run {
 
 }  // namespace
 
-Result run( Plan const & plan, std::vector< Observer * > const & observers ) {
+Result run( Plan const & plan, std::vector< Observer * > const & observers, double until ) {
    requireRunnable( plan );
-   return Run( plan, observers ).run();
+   if( !( until >= 0 ) ) {
+      throw std::invalid_argument( "the time at which a run ends is a number of seconds from 0" );
+   }
+   return Run( plan, observers ).run( until );
 }
 
 }  // namespace Simulation

@@ -10,8 +10,9 @@
 namespace Simulation {
 
 // Runs `plan` through the real library on a manual clock that starts at 0 and jumps from one due
-// time to the next, until nothing is due any more; the same plan gives the same run, always. The
-// observers are told in the order given; none may be null.
+// time to the next, until nothing is due any more; the same plan gives the same run, always. With
+// `until`, in seconds, what is due later than that does not happen: the result is how things stand
+// then. The observers are told in the order given; none may be null.
 //
 // First the agents are filed, then the state machines are made, then callbacks run until none is
 // left. At each instant, from 0 on:
@@ -27,9 +28,10 @@ namespace Simulation {
 //
 // Uses the activity manager, its clock and the sink of log messages of this process, gives clock
 // and sink back as they were, and runs whatever else is queued. REQUIRES: no callback is running.
-// Throws std::invalid_argument for a plan with mistakes (Timeline.h) or values out of range,
-// before anything runs, and passes on what an observer throws.
+// Throws std::invalid_argument for a plan with mistakes (Timeline.h) or values out of range, a
+// negative `until` among them, before anything runs, and passes on what an observer throws.
 // Cost: that of the library, plus a logarithmic step for each event.
-Result run( Plan const & plan, std::vector< Observer * > const & observers = {} );
+Result run( Plan const & plan, std::vector< Observer * > const & observers = {},
+            double until = infinity );
 
 }  // namespace Simulation

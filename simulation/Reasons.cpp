@@ -2,6 +2,7 @@
 #include <simulation/Reasons.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <string_view>
 
@@ -156,6 +157,36 @@ std::string criticalWaiting( Result const & result ) {
                      : "critical stages " + listed( names ) + " have started";
 }
 
+bool isLimited( double seconds ) { return seconds < infinity; }  // false for NaN
+
+// When the time of a stage that has not started will run.
+std::string timeToCome( StageResult const & stage ) {
+   return isLimited( stage.timeout )
+             ? "; its time of " + seconds( stage.timeout ) + " does not run before it has started"
+             : "; it has no time limit";
+}
+
+// What happens when the time of an active stage is up.
+std::string timeRunning( Result const & result, StageResult const & stage ) {
+   if( stage.timedOut ) {
+      return std::string( ", with no time limit any more" ) +
+             ( stage.critical ? "" : "; that it has ceased to be critical does not release it" );
+   }
+   // The present timeout may be another than the one that the timer was armed with.
+   bool const changed = stage.activeSince + stage.timeout != stage.timeIsUp &&
+                        ( isLimited( stage.timeout ) || isLimited( stage.timeIsUp ) );
+   std::string const whatever = changed ? ", whatever its timeout is now" : "";
+   if( !isLimited( stage.timeIsUp ) ) {
+      return "; it has no time limit and waits for ever" + whatever;
+   }
+   auto const left = std::round( ( stage.timeIsUp - result.now ) * 1000 ) / 1000;
+   return "; its time is up at " + seconds( stage.timeIsUp ) + ", in " + seconds( left ) +
+          whatever +
+          ( stage.critical ? ", and it would then be suspended, with the message "
+                             "ORDOVAN_STAGE_SLOW"
+                           : ", and it would then be declared complete all the same" );
+}
+
 std::string waitingText( Result const & result, Cycles const & cycles, std::string const & critical,
                          std::string const & name, StageResult const & stage ) {
    if( !result.started ) {
@@ -183,7 +214,8 @@ std::string waitingText( Result const & result, Cycles const & cycles, std::stri
                        : text;
 }
 
-std::string activeText( std::string const & name, StageResult const & stage ) {
+std::string activeText( Result const & result, std::string const & name,
+                        StageResult const & stage ) {
    std::vector< std::string > agents;
    for( auto const & [ uid, since ] : stage.pending ) {
       auto const agent = std::string_view( uid ).substr( std::min( name.size() + 1, uid.size() ) );
@@ -193,7 +225,7 @@ std::string activeText( std::string const & name, StageResult const & stage ) {
       stage.timedOut ? "timed out at " + seconds( stage.timedOutAt ) + " and is suspended; it "
                      : "is active and ";
    return state + "waits for the event" + ( agents.size() == 1 ? "" : "s" ) + " of " +
-          listed( agents );
+          listed( agents ) + timeRunning( result, stage );
 }
 
 }  // namespace
@@ -206,8 +238,10 @@ std::vector< Reason > reasons( Result const & result ) {
       if( stage.finished() ) {
          continue;
       }
-      auto const text = stage.active ? activeText( name, stage )
-                                     : waitingText( result, cycles, critical, name, stage );
+      auto const text = stage.active
+                           ? activeText( result, name, stage )
+                           : waitingText( result, cycles, critical, name, stage ) +
+                                timeToCome( stage );
       found.push_back( { name, ( stage.critical ? "critical stage " : "stage " ) + quoted( name ) +
                                   ' ' + text + '.' } );
    }

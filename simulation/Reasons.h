@@ -16,7 +16,8 @@ struct Reason {
 
 // For every stage that is not both active and complete, what it is waiting for: the stages that it
 // depends on and what each of them lacks, the critical stages that hold it back, or the agents
-// whose events are pending and since when. By name of stage; reads `result` and nothing else.
+// whose events are pending and since when; and what will happen when its time is up, if that is
+// ever. By name of stage; reads `result` and nothing else.
 // Cost: linear in the stages and their dependencies.
 std::vector< Reason > reasons( Result const & result );
 

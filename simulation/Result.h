@@ -39,12 +39,18 @@ struct StageResult {
    // Seen by the engine while it ran, for people.
    double activeSince = 0;  // of an active stage
    double timedOutAt = 0;   // of a stage that timed out
+   // Of an active stage that is not complete: when its timer goes off, as it was armed when the
+   // stage became active; a timeout that was changed since moves nothing. Infinite without a time
+   // limit, and after the timer has gone off.
+   double timeIsUp = infinity;
 
    bool finished() const { return active && complete; }
 };
 
 struct Result {
    double t = 0;  // of the last thing that was due; 0 if nothing was
+   double now = 0;         // on the clock at the end
+   bool exhausted = true;  // nothing was due any more; else the run was ended before
    Outcome outcome = Outcome::stalled;
    bool complete = false;  // what the status says
    bool started = false;   // progression was started

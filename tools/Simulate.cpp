@@ -33,6 +33,7 @@ using Simulation::Detail::printable;
 struct Options {
    std::string plan;
    std::optional< std::string > record;
+   double until = Simulation::infinity;
    bool quiet = false;
    bool noColor = false;
 };
@@ -67,11 +68,20 @@ void refuseToOverwrite( Options const & options ) {
    }
 }
 
+double timeFromStart( double seconds ) {
+   if( !( seconds >= 0 ) ) {
+      throw CLI::ValidationError( "--until", "SECONDS is a number from 0 on" );
+   }
+   return seconds;
+}
+
 // Says what every unfinished stage is waiting for.
 void explain( Options const & options, Simulation::Result const & result ) {
    std::fflush( stdout );
-   complain( fmt::format( "{}: the start-up did not complete: {}", printable( options.plan ),
-                          Simulation::outcomeName( result.outcome ) ) );
+   auto const so = result.exhausted ? std::string( Simulation::outcomeName( result.outcome ) )
+                                    : fmt::format( "ended at {} s", result.now );
+   complain(
+      fmt::format( "{}: the start-up did not complete: {}", printable( options.plan ), so ) );
    auto const reasons = Simulation::reasons( result );
    for( auto const & reason : reasons ) {
       complain( reason.sentence );
@@ -97,7 +107,7 @@ Status simulate( Options const & options ) {
       writer.emplace( [ & ]( std::string_view line ) { record->write( line ); } );
       observers.push_back( &*writer );
    }
-   auto const result = Simulation::run( *plan, observers );
+   auto const result = Simulation::run( *plan, observers, options.until );
    if( record ) {
       record->close();
    }
@@ -117,6 +127,11 @@ void addSimulate( CLI::App & app, Status & status ) {
    command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
    command->add_option( "--record", options->record, "Write what happens to FILE, as JSON Lines" )
       ->type_name( "FILE" );
+   command
+      ->add_option_function< double >(
+         "--until", [ options ]( double seconds ) { options->until = timeFromStart( seconds ); },
+         "End at this time and tell how things stand, though more would be due" )
+      ->type_name( "SECONDS" );
    command->add_flag( "--quiet", options->quiet, "Show nothing but errors" );
    command->add_flag( "--no-color", options->noColor,
                       "Show no colours on a terminal; so does NO_COLOR in the environment" );

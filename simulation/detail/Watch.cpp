@@ -53,6 +53,9 @@ void StageWatch::addTo( StageResult & result ) const {
    }
    result.activeSince = activeSince_;
    result.timedOutAt = timedOutAt_;
+   if( auto const timer = stageSm_->stageUncompleted(); timer && !result.complete ) {
+      result.timeIsUp = timer->timeMin();
+   }
 }
 
 void StageWatch::look() {

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <stdexcept>
+
 namespace {
 
 using namespace Simulation;
@@ -57,7 +60,8 @@ TEST( EngineOutcome, ARunThatIsNeverEnabledIsDisabled ) {
    EXPECT_EQ( result.outcome, Outcome::disabled );
    EXPECT_EQ( result.t, 0 );
    EXPECT_TRUE( result.progress.empty() );
-   EXPECT_EQ( reasonFor( result, "Boot" ), "stage \"Boot\" waits for progression to be enabled." );
+   EXPECT_EQ( reasonFor( result, "Boot" ),
+              "stage \"Boot\" waits for progression to be enabled; it has no time limit." );
 }
 
 TEST( EngineOutcome, AnEventThatIsNeverReportedStallsTheRun ) {
@@ -68,9 +72,11 @@ TEST( EngineOutcome, AnEventThatIsNeverReportedStallsTheRun ) {
    EXPECT_EQ( result.t, 1 );
    EXPECT_FALSE( result.stage.at( "Net" ).active );
    EXPECT_EQ( reasonFor( result, "Boot" ), "stage \"Boot\" is active and waits for the event of "
-                                           "agent \"B\" (pending since 0 s)." );
+                                           "agent \"B\" (pending since 0 s); it has no time limit "
+                                           "and waits for ever." );
    EXPECT_EQ( reasonFor( result, "Net" ),
-              "stage \"Net\" waits for stage \"Boot\", which is not complete." );
+              "stage \"Net\" waits for stage \"Boot\", which is not complete; it has no time "
+              "limit." );
 }
 
 TEST( EngineOutcome, APendingEventCountsFromWhenItWasDeclared ) {
@@ -87,7 +93,8 @@ TEST( EngineOutcome, ADependencyThatNobodyDeclaresStallsTheRun ) {
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_EQ( result.stage.count( "Gone" ), 0U );
    EXPECT_EQ( reasonFor( result, "Net" ),
-              "stage \"Net\" waits for stage \"Gone\", which no agent has declared." );
+              "stage \"Net\" waits for stage \"Gone\", which no agent has declared; it has no time "
+              "limit." );
 }
 
 TEST( EngineOutcome, ACycleStallsTheRun ) {
@@ -104,7 +111,8 @@ TEST( EngineOutcome, ACriticalStageThatCannotStartHoldsTheOthersBack ) {
                      agent( "B", { event( "Net" ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_EQ( reasonFor( result, "Net" ),
-              "stage \"Net\" is held back until critical stage \"Vital\" has started." );
+              "stage \"Net\" is held back until critical stage \"Vital\" has started; it has no time "
+              "limit." );
 }
 
 TEST( EngineOutcome, ACriticalStageThatTimesOutSuspendsTheRun ) {
@@ -119,7 +127,63 @@ TEST( EngineOutcome, ACriticalStageThatTimesOutSuspendsTheRun ) {
    EXPECT_EQ( boot.timeout, 5 );
    EXPECT_EQ( reasonFor( result, "Boot" ),
               "critical stage \"Boot\" timed out at 5 s and is suspended; it waits for the event "
-              "of agent \"A\" (pending since 0 s)." );
+              "of agent \"A\" (pending since 0 s), with no time limit any more." );
+}
+
+// Boot's time runs from 2 s on, when it starts; nobody reports its event.
+Plan slowBoot( std::vector< Write > const & at5 ) {
+   return planOf( { agent( "A", { event( "First", after( 2 ) ),
+                                  withTimeout( 30, event( "Boot", never(), { "First" } ) ),
+                                  withTimeout( 7, event( "Net", never(), { "Boot" } ) ) } ) },
+                  { at( 5, Set{ "A", "Boot", at5 } ) } );
+}
+
+TEST( EngineOutcome, ARunThatIsEndedShowsHowThingsStand ) {
+   auto const result = run( slowBoot( {} ), {}, 12.5 );
+   EXPECT_EQ( result.outcome, Outcome::stalled );
+   EXPECT_EQ( result.t, 5 );
+   EXPECT_EQ( result.now, 12.5 );
+   EXPECT_FALSE( result.exhausted );
+   EXPECT_EQ( result.stage.at( "Boot" ).timeIsUp, 32 );
+   EXPECT_EQ( reasonFor( result, "Boot" ),
+              "stage \"Boot\" is active and waits for the event of agent \"A\" (pending since "
+              "2 s); its time is up at 32 s, in 19.5 s, and it would then be declared complete all the "
+              "same." );
+   EXPECT_EQ( reasonFor( result, "Net" ),
+              "stage \"Net\" waits for stage \"Boot\", which is not complete; its time of 7 s does "
+              "not run before it has started." );
+}
+
+TEST( EngineOutcome, AnEndedRunKnowsTheTimersAsTheyWereArmed ) {
+   auto const longer = run( slowBoot( { TimeoutWrite{ 60 } } ), {}, 12 );
+   EXPECT_EQ( longer.stage.at( "Boot" ).timeout, 60 );
+   EXPECT_EQ( longer.stage.at( "Boot" ).timeIsUp, 32 );
+   EXPECT_NE( reasonFor( longer, "Boot" ).find( "at 32 s, in 20 s, whatever its timeout is now" ),
+              std::string::npos );
+   auto const critical = run( slowBoot( { CriticalWrite{ true } } ), {}, 12 );
+   EXPECT_NE( reasonFor( critical, "Boot" ).find( "would then be suspended" ), std::string::npos );
+}
+
+TEST( EngineOutcome, WhatIsDueWhenARunIsEndedStillHappens ) {
+   auto const result = run( slowBoot( {} ), {}, 32 );
+   EXPECT_TRUE( result.stage.at( "Boot" ).timedOut );
+   EXPECT_TRUE( result.stage.at( "Net" ).active );
+   EXPECT_EQ( result.stage.at( "Boot" ).timeIsUp, infinity );
+   EXPECT_EQ( result.stage.at( "Net" ).timeIsUp, 39 );
+}
+
+TEST( EngineOutcome, ARunThatEndsByItselfBeforeItIsEndedIsTheSame ) {
+   auto const result = run( slowBoot( {} ), {}, 1000 );
+   EXPECT_TRUE( result.exhausted );
+   EXPECT_EQ( result.outcome, Outcome::complete );
+   EXPECT_EQ( result.t, 39 );
+   EXPECT_EQ( result.now, 39 );
+}
+
+TEST( EngineOutcome, ARunCannotBeEndedBeforeItBegins ) {
+   EXPECT_THROW( run( slowBoot( {} ), {}, -1 ), std::invalid_argument );
+   EXPECT_THROW( run( slowBoot( {} ), {}, std::numeric_limits< double >::quiet_NaN() ),
+                 std::invalid_argument );
 }
 
 TEST( EngineOutcome, AStageThatIsCriticalNoMoreAtTheEndDoesNotSuspend ) {
@@ -154,7 +218,7 @@ TEST( EngineOutcome, AStageThatIsDeclaredTooLateIsNotStarted ) {
    EXPECT_FALSE( result.stage.at( "Late" ).active );
    EXPECT_EQ( reasonFor( result, "Late" ),
               "stage \"Late\" waits for nothing but the next decision, which only a change "
-              "elsewhere brings about." );
+              "elsewhere brings about; it has no time limit." );
 }
 
 }  // namespace

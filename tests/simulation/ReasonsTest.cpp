@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace {
 
 using namespace Simulation;
@@ -57,7 +59,7 @@ TEST_F( Reasons, NameEachDependencyAndWhatItLacks ) {
    EXPECT_EQ( sentence( "Net" ),
               "stage \"Net\" waits for stage \"Boot\", which has not started, stage \"Disk\", "
               "which is not complete, stage \"Gone\", which no agent has declared and stage "
-              "\"Slow\", which timed out and is suspended." );
+              "\"Slow\", which timed out and is suspended; it has no time limit." );
 }
 
 TEST_F( Reasons, NameTheCriticalStagesThatHoldAStageBack ) {
@@ -65,9 +67,11 @@ TEST_F( Reasons, NameTheCriticalStagesThatHoldAStageBack ) {
    waiting( "Disk", { "Boot" } ).critical = true;
    active( "Boot" ).critical = true;
    EXPECT_EQ( sentence( "Net" ),
-              "stage \"Net\" is held back until critical stage \"Disk\" has started." );
+              "stage \"Net\" is held back until critical stage \"Disk\" has started; "
+              "it has no time limit." );
    EXPECT_EQ( sentence( "Disk" ),
-              "critical stage \"Disk\" waits for stage \"Boot\", which is not complete." );
+              "critical stage \"Disk\" waits for stage \"Boot\", which is not complete; it "
+              "has no time limit." );
 }
 
 TEST_F( Reasons, NameBothWhatHoldsBackAndWhatIsMissing ) {
@@ -76,7 +80,7 @@ TEST_F( Reasons, NameBothWhatHoldsBackAndWhatIsMissing ) {
    waiting( "C2" ).critical = true;
    EXPECT_EQ( sentence( "Net" ), "stage \"Net\" is held back until critical stages \"C1\" and "
                                  "\"C2\" have started, and waits for stage \"Boot\", which no "
-                                 "agent has declared." );
+                                 "agent has declared; it has no time limit." );
 }
 
 TEST_F( Reasons, NameThreeCriticalStagesAndCountTheRest ) {
@@ -85,7 +89,8 @@ TEST_F( Reasons, NameThreeCriticalStagesAndCountTheRest ) {
       waiting( name, { "Net" } ).critical = true;
    }
    EXPECT_EQ( sentence( "Net" ), "stage \"Net\" is held back until critical stages \"C1\", "
-                                 "\"C2\", \"C3\" and 2 more have started." );
+                                 "\"C2\", \"C3\" and 2 more have started; it has no time "
+                                 "limit." );
 }
 
 TEST_F( Reasons, SayThatAStageDependsOnItself ) {
@@ -95,10 +100,13 @@ TEST_F( Reasons, SayThatAStageDependsOnItself ) {
    waiting( "D", { "A" } );
    waiting( "E", { "E" } );
    EXPECT_EQ( sentence( "A" ), "stage \"A\" waits for stage \"C\", which has not started; it "
-                               "depends on itself by way of stage \"C\"." );
-   EXPECT_EQ( sentence( "D" ), "stage \"D\" waits for stage \"A\", which has not started." );
+                               "depends on itself by way of stage \"C\"; it has no time "
+                               "limit." );
+   EXPECT_EQ( sentence( "D" ), "stage \"D\" waits for stage \"A\", which has not started; it has "
+                               "no time limit." );
    EXPECT_EQ( sentence( "E" ),
-              "stage \"E\" waits for stage \"E\", which has not started; it depends on itself." );
+              "stage \"E\" waits for stage \"E\", which has not started; it depends on itself; it "
+              "has no time limit." );
 }
 
 TEST_F( Reasons, TellTwoCyclesThatTouchFromOneThatLeadsToAnother ) {
@@ -114,7 +122,7 @@ TEST_F( Reasons, NameThePendingEventsOfAnActiveStageAndSinceWhen ) {
    active( "Boot" ).pending[ "Boot:Y" ] = 4;
    EXPECT_EQ( sentence( "Boot" ), "stage \"Boot\" is active and waits for the events of agent "
                                   "\"X\" (pending since 2.5 s) and agent \"Y\" (pending since "
-                                  "4 s)." );
+                                  "4 s); it has no time limit and waits for ever." );
 }
 
 TEST_F( Reasons, SayThatACriticalStageTimedOutAndIsSuspended ) {
@@ -122,20 +130,86 @@ TEST_F( Reasons, SayThatACriticalStageTimedOutAndIsSuspended ) {
    stage.critical = stage.timedOut = true;
    stage.timedOutAt = 30;
    EXPECT_EQ( sentence( "Boot" ), "critical stage \"Boot\" timed out at 30 s and is suspended; it "
-                                  "waits for the event of agent \"X\" (pending since 2.5 s)." );
+                                  "waits for the event of agent \"X\" (pending since 2.5 s), "
+                                  "with no time limit any more." );
+   stage.critical = false;
+   EXPECT_EQ( sentence( "Boot" ), "stage \"Boot\" timed out at 30 s and is suspended; it waits for "
+                                  "the event of agent \"X\" (pending since 2.5 s), with no time "
+                                  "limit any more; that it has ceased to be critical does not "
+                                  "release it." );
+}
+
+TEST_F( Reasons, SayWhenTheTimeOfAnActiveStageIsUpAndThatItWouldBeDeclaredComplete ) {
+   auto & stage = active( "Boot" );
+   stage.activeSince = 2.5;
+   stage.timeout = 30;
+   stage.timeIsUp = 32.5;
+   result.now = 12.25;
+   EXPECT_EQ( sentence( "Boot" ), "stage \"Boot\" is active and waits for the event of agent "
+                                  "\"X\" (pending since 2.5 s); its time is up at 32.5 s, in "
+                                  "20.25 s, and it would then be declared complete all the same." );
+}
+
+TEST_F( Reasons, SayThatACriticalStageWouldBeSuspendedWhenItsTimeIsUp ) {
+   auto & stage = active( "Boot" );
+   stage.critical = true;
+   stage.activeSince = 2.5;
+   stage.timeout = 30;
+   stage.timeIsUp = 32.5;
+   result.now = 12.5;
+   EXPECT_EQ( sentence( "Boot" ), "critical stage \"Boot\" is active and waits for the event of "
+                                  "agent \"X\" (pending since 2.5 s); its time is up at 32.5 s, in "
+                                  "20 s, and it would then be suspended, with the message "
+                                  "ORDOVAN_STAGE_SLOW." );
+}
+
+TEST_F( Reasons, SayThatATimeoutChangedSinceMovesNothing ) {
+   auto & stage = active( "Boot" );
+   stage.timeout = 60;
+   stage.timeIsUp = 30;
+   EXPECT_NE( sentence( "Boot" ).find( "its time is up at 30 s, in 30 s, whatever its timeout is "
+                                       "now, and it would then" ),
+              std::string::npos )
+      << sentence( "Boot" );
+   stage.timeIsUp = infinity;
+   EXPECT_NE( sentence( "Boot" ).find( "; it has no time limit and waits for ever, whatever its "
+                                       "timeout is now." ),
+              std::string::npos )
+      << sentence( "Boot" );
+   stage.timeout = infinity;
+   stage.timeIsUp = 30;
+   EXPECT_NE( sentence( "Boot" ).find( "in 30 s, whatever its timeout is now" ), std::string::npos )
+      << sentence( "Boot" );
+}
+
+TEST_F( Reasons, SayThatATimeWhichIsNoNumberIsNoLimit ) {
+   auto & stage = active( "Boot" );
+   stage.timeout = stage.timeIsUp = std::numeric_limits< double >::quiet_NaN();
+   EXPECT_NE( sentence( "Boot" ).find( "; it has no time limit and waits for ever." ),
+              std::string::npos )
+      << sentence( "Boot" );
+   waiting( "Net" ).timeout = stage.timeout;
+   EXPECT_NE( sentence( "Net" ).find( "; it has no time limit." ), std::string::npos );
+}
+
+TEST_F( Reasons, SayThatTheTimeOfAStageThatWaitsDoesNotRun ) {
+   waiting( "Net", { "Gone" } ).timeout = 30;
+   EXPECT_EQ( sentence( "Net" ), "stage \"Net\" waits for stage \"Gone\", which no agent has "
+                                 "declared; its time of 30 s does not run before it has started." );
 }
 
 TEST_F( Reasons, SayThatProgressionWasNotEnabled ) {
    result.started = false;
    waiting( "Boot", { "Net" } );
-   EXPECT_EQ( sentence( "Boot" ), "stage \"Boot\" waits for progression to be enabled." );
+   EXPECT_EQ( sentence( "Boot" ), "stage \"Boot\" waits for progression to be enabled; it has no time "
+                                  "limit." );
 }
 
 TEST_F( Reasons, SayThatAStageLacksNothingButADecision ) {
    waiting( "Late", { "Boot" } );
    finished( "Boot" );
    EXPECT_EQ( sentence( "Late" ), "stage \"Late\" waits for nothing but the next decision, which "
-                                  "only a change elsewhere brings about." );
+                                  "only a change elsewhere brings about; it has no time limit." );
 }
 
 TEST_F( Reasons, NamesThatCouldSteerATerminalAreEscaped ) {

@@ -49,9 +49,30 @@ TEST_F( Command, SaysWhatEachUnfinishedStageWaitsFor ) {
    EXPECT_TRUE( contains( run.out, "application: stalled after 0 s\n" ) );
    EXPECT_EQ( run.err, "stalled.yaml: the start-up did not complete: stalled\n"
                        "stage \"Boot\" is active and waits for the event of agent \"A\" (pending "
-                       "since 0 s).\n"
+                       "since 0 s); it has no time limit and waits for ever.\n"
                        "stage \"Net\" waits for stage \"Boot\", which is not complete and stage "
-                       "\"Gone\", which no agent has declared.\n" );
+                       "\"Gone\", which no agent has declared; it has no time limit.\n" );
+}
+
+TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
+   file( "p.yaml", "agents: {A: {Boot: {critical: true, timeout: 30, complete: 40}}}\n" );
+   auto const run = ordovan( "simulate --quiet --until 12 p.yaml" );
+   EXPECT_EQ( run.status, 1 );
+   EXPECT_EQ( run.out, "" );
+   EXPECT_EQ( run.err, "p.yaml: the start-up did not complete: ended at 12 s\n"
+                       "critical stage \"Boot\" is active and waits for the event of agent \"A\" "
+                       "(pending since 0 s); its time is up at 30 s, in 18 s, and it would then be "
+                       "suspended, with the message ORDOVAN_STAGE_SLOW.\n" );
+   EXPECT_EQ( ordovan( "simulate --quiet --until 40 p.yaml" ).status, 0 );
+}
+
+TEST_F( Command, EndsAtNoTimeBeforeTheStart ) {
+   file( "p.yaml", "agents: {}\n" );
+   for( auto const * time : { "-1", "nan", "soon" } ) {
+      auto const run = ordovan( std::string( "simulate p.yaml --until " ) + time );
+      EXPECT_EQ( run.status, 2 ) << time;
+      EXPECT_TRUE( contains( run.err, "--until" ) ) << run.err;
+   }
 }
 
 TEST_F( Command, ShowsASuspensionWhenItHappensAndOnALineOfItsOwn ) {
