@@ -1,15 +1,160 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// Binary traces in a ring buffer: the library's frame.
+// Binary traces in a ring: a file in memory that outlives its process, however that ends.
+//
+//    auto const file = Flitlog::TraceFile::TraceFileIs( "/run/agent.trace" );
+//    int id = ( Flitlog::MsgDesc( file.get(), "Source", __LINE__ ) << "count " << Varg{ "i" } ).finish();
+//    file->msgIdArrIs( &id );
+//    RingBuf & record = RingBuf::startMsg( file.get(), id );
+//    put( record, 7 );
+//    record.endMsg();
+//
+// Flitlog/Reader.h reads such files, also while they are written; so does the command flitlog.
 #pragma once
 
+#include <Flitlog/Error.h>
 #include <Flitlog/Export.h>
+#include <Flitlog/MsgDesc.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
 
 namespace Flitlog {
 
-// A trace file in use. Its contents and the ring come with the first recorder.
 class TraceFile;
 
-// Where binary traces go; null, as it is now, while nothing records.
+// Where binary traces go; null while nothing records. Whoever makes a TraceFile sets it. The ids of
+// trace points belong to one file, so it changes only to null, or from null once the file before
+// is gone.
 FLITLOG_EXPORT extern TraceFile * theTraceFile;
+
+inline constexpr std::uint64_t defaultRingBytes = 8 << 20;
+inline constexpr std::uint64_t defaultDescriptorBytes = 256 << 10;
+
+// The record that a file is being given. One per file: values are computed before startMsg(), so
+// that no other record begins before endMsg(). If one does, the outer record is dropped and
+// counted. A record that is never ended is as if it had not begun. For one thread, and not for
+// signal handlers.
+class FLITLOG_EXPORT RingBuf {
+ public:
+   // Takes the time. An id that is none of the file's gives a record that is dropped and counted.
+   static RingBuf & startMsg( TraceFile * file, int id );
+   // Publishes: when this returns, the record survives the process.
+   void endMsg();
+
+   RingBuf( RingBuf const & ) = delete;
+   RingBuf & operator=( RingBuf const & ) = delete;
+
+   // For put().
+   template< class T >
+   void value( T v ) {
+      if( static_cast< std::size_t >( end_ - at_ ) < sizeof v ) [[unlikely]] {
+         tooLong_ = true;
+         return;
+      }
+      std::memcpy( at_, &v, sizeof v );
+      at_ += sizeof v;
+   }
+   void string( std::string_view bytes ) {
+      if( bytes.size() > spare_ ) [[unlikely]] {
+         shortened( bytes );
+         return;
+      }
+      value( static_cast< std::uint32_t >( bytes.size() ) );
+      text( bytes );
+   }
+
+ private:
+   friend class TraceFile;
+   RingBuf() = default;
+   void shortened( std::string_view bytes );
+   void text( std::string_view bytes ) {
+      if( static_cast< std::size_t >( end_ - at_ ) < bytes.size() ) [[unlikely]] {
+         tooLong_ = true;
+         return;
+      }
+      std::copy( bytes.begin(), bytes.end(), at_ );
+      at_ += bytes.size();
+      spare_ -= bytes.size();
+   }
+
+   TraceFile * file_ = nullptr;
+   char * at_ = nullptr;   // where the next value goes
+   char * end_ = nullptr;  // of the room for a record
+   std::size_t spare_ = 0; // of that room, what strings may fill: the other values have theirs
+   std::uint32_t id_ = 0;
+   double time_ = 0;
+   bool open_ = false;
+   bool tooLong_ = false;
+};
+
+// Values, in the order and of the types that the descriptor says. A string for which a record has no
+// room is shortened, and the reader says by how much.
+inline void put( RingBuf & record, bool v ) { record.value( static_cast< unsigned char >( v ) ); }
+inline void put( RingBuf & record, std::int32_t v ) { record.value( v ); }
+inline void put( RingBuf & record, std::uint32_t v ) { record.value( v ); }
+inline void put( RingBuf & record, std::int64_t v ) { record.value( v ); }
+inline void put( RingBuf & record, std::uint64_t v ) { record.value( v ); }
+inline void put( RingBuf & record, double v ) { record.value( v ); }
+inline void put( RingBuf & record, std::string_view v ) { record.string( v ); }
+// Without it a literal would become a bool.
+inline void put( RingBuf & record, char const * v ) { record.string( v ); }
+
+struct TraceFileOptions {
+   std::uint64_t ringBytes = defaultRingBytes; // rounded up to a multiple of 8; 4096 at least
+   double ( *clock )() = nullptr;              // seconds; null: the wall clock
+   // For descriptors, rounded up likewise; 1024 at least. A trace point takes some 100 bytes.
+   std::uint64_t descriptorBytes = defaultDescriptorBytes;
+};
+
+// A trace file in use by this process. Its owner keeps it as long as records may come. A trace file
+// that was at the path is kept as PATH.old, in place of an older one, so that a process that is
+// started again does not destroy what the one before it left.
+//
+// The file is in memory that it shares with the system: whatever ends the process, all records
+// whose endMsg() has returned can be read; they reach the disk when the system writes them there,
+// so they do not outlive a loss of power. All of the disk space is taken at once.
+//
+// A child made by fork() does not write into its parent's file: theTraceFile is null there, the
+// points' ids are 0, and what it still writes to the object is lost. (A child of vfork() or a bare
+// clone() does not count as made by fork(); it must not trace.)
+//
+// Cost: a record of three values is some tens of nanoseconds, most of it the clock's.
+class FLITLOG_EXPORT TraceFile {
+ public:
+   using Options = TraceFileOptions;
+
+   // Throws FileError, having done nothing, when the size is out of range, when there is no room,
+   // when another process writes the file or anything but a trace file is at the path. Between
+   // the renaming of a file that was there and the appearance of the new one the path is vacant
+   // for a moment; nobody ever sees a file that is not complete.
+   static std::unique_ptr< TraceFile > TraceFileIs( std::string const & path,
+                                                    Options const & options = {} );
+   // Sets every registered id to 0, and theTraceFile to null when it is this one.
+   ~TraceFile();
+   TraceFile( TraceFile const & ) = delete;
+   TraceFile & operator=( TraceFile const & ) = delete;
+
+   // Registers the variable that holds a point's id: it becomes 0 when this file closes, and the
+   // point then gives its descriptor to the next one. REQUIRES: it outlives this file.
+   void msgIdArrIs( int * id );
+
+   std::string const & path() const;
+
+ private:
+   friend class MsgDesc;
+   friend class RingBuf;
+   struct State;
+   explicit TraceFile( std::unique_ptr< State > state );
+   int descriptorIs( std::string bytes, std::uint32_t leastValueBytes );
+   static void afterForkInChild();
+
+   std::unique_ptr< State > state_;
+   RingBuf record_;
+};
 
 } // namespace Flitlog
