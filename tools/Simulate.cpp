@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <tools/Simulate.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +15,8 @@
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <Kiv/Exception.h>
+#include <Kiv/Trace.h>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
 #include <simulation/Reasons.h>
@@ -34,6 +37,8 @@ struct Options {
    std::string plan;
    std::optional< std::string > record;
    double until = Simulation::infinity;
+   std::optional< std::string > ring;
+   std::uint64_t ringBytes = Flitlog::defaultRingBytes;
    bool quiet = false;
    bool noColor = false;
 };
@@ -75,6 +80,45 @@ double timeFromStart( double seconds ) {
    return seconds;
 }
 
+// Switches the state machines' traces on.
+void traceLevelsAre( std::string const & levels ) {
+   try {
+      Kiv::tracesIs( "Ordovan:" + Kiv::String8( levels ) );
+   } catch( Kiv::Exception const & ) {
+      throw CLI::ValidationError(
+         "--trace", fmt::format( "\"{}\": expected levels from 0 to 9, such as 8 or 7-9,0",
+                                 printable( levels ) ) );
+   }
+}
+
+std::uint64_t ringBytes( std::string const & text ) {
+   try {
+      return Kiv::ringBytes( text );
+   } catch( Kiv::Exception const & error ) {
+      throw CLI::ValidationError( "--ring-size", error.what() );
+   }
+}
+
+// Records all traces into a file while it lives.
+class Ring {
+ public:
+   explicit Ring( Options const & options ) : on_( options.ring.has_value() ) {
+      if( on_ ) {
+         Kiv::traceRingIs( *options.ring, options.ringBytes );
+      }
+   }
+   ~Ring() {
+      if( on_ ) {
+         Kiv::traceRingIs( "" );
+      }
+   }
+   Ring( Ring const & ) = delete;
+   Ring & operator=( Ring const & ) = delete;
+
+ private:
+   bool on_;
+};
+
 // Says what every unfinished stage is waiting for.
 void explain( Options const & options, Simulation::Result const & result ) {
    std::fflush( stdout );
@@ -107,6 +151,7 @@ Status simulate( Options const & options ) {
       writer.emplace( [ & ]( std::string_view line ) { record->write( line ); } );
       observers.push_back( &*writer );
    }
+   Ring const ring( options );
    auto const result = Simulation::run( *plan, observers, options.until );
    if( record ) {
       record->close();
@@ -132,6 +177,23 @@ void addSimulate( CLI::App & app, Status & status ) {
          "--until", [ options ]( double seconds ) { options->until = timeFromStart( seconds ); },
          "End at this time and tell how things stand, though more would be due" )
       ->type_name( "SECONDS" );
+   command
+      ->add_option_function< std::string >(
+                    "--trace", traceLevelsAre,
+                    "Write the traces of these levels, such as 8 or 7-9,0, to standard error" )
+      ->type_name( "LEVELS" );
+   auto * const ring =
+      command
+         ->add_option( "--ring", options->ring,
+                       "Record all traces into FILE, which flitlog reads; a trace file that is "
+                       "there is kept as FILE.old" )
+         ->type_name( "FILE" );
+   command
+      ->add_option_function< std::string >(
+         "--ring-size", [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); },
+         "How much of the latest traces the ring holds, 8M if not said otherwise" )
+      ->type_name( "BYTES" )
+      ->needs( ring );
    command->add_flag( "--quiet", options->quiet, "Show nothing but errors" );
    command->add_flag( "--no-color", options->noColor,
                       "Show no colours on a terminal; so does NO_COLOR in the environment" );

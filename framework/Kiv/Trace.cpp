@@ -9,9 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <list>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 namespace Kiv {
 
@@ -183,7 +186,178 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
    std::fprintf( stderr, "%s\n", traceText( traced ).c_str() );
 }
 
+namespace {
+
+// The process's trace file; never destroyed, because traces may come until the very end.
+std::unique_ptr< Flitlog::TraceFile > & traceFile() {
+   static auto & file = *new std::unique_ptr< Flitlog::TraceFile >;
+   return file;
+}
+
+std::string withProcessId( std::string_view path ) {
+   std::string text;
+   for( std::size_t i = 0; i != path.size(); ++i ) {
+      bool const escape = path[ i ] == '%' && i + 1 != path.size();
+      if( escape && path[ i + 1 ] == 'p' ) {
+         text += std::to_string( getpid() );
+         ++i;
+      } else {
+         text += path[ i ];
+         i += escape && path[ i + 1 ] == '%';
+      }
+   }
+   return text;
+}
+
+// Opens the file that the environment asks for. An environment that asks for the impossible must
+// not keep a program from starting.
+void ringFromEnvironment() {
+   char const * const path = secure_getenv( "KIV_TRACE_RING" );
+   if( !path || !*path )
+      return;
+   try {
+      std::uint64_t bytes = Flitlog::defaultRingBytes;
+      if( char const * size = secure_getenv( "KIV_TRACE_RING_SIZE" ) ) {
+         try {
+            bytes = ringBytes( size );
+         } catch( Exception const & e ) {
+            std::fprintf( stderr, "kiv: KIV_TRACE_RING_SIZE ignored: %s\n", e.what() );
+         }
+      }
+      traceRingIs( path, bytes );
+   } catch( std::exception const & e ) {
+      std::fprintf( stderr, "kiv: KIV_TRACE_RING ignored: %s\n", e.what() );
+   }
+}
+
+struct AtLoad {
+   AtLoad() { ringFromEnvironment(); }
+} const atLoad;
+
+} // namespace
+
+std::uint64_t ringBytes( String8 const & text ) {
+   std::string_view const view = text.view();
+   std::uint64_t value = 0;
+   auto const [ end, error ] = std::from_chars( view.data(), view.data() + view.size(), value );
+   auto const suffix = view.substr( static_cast< std::size_t >( end - view.data() ) );
+   unsigned const shift = suffix == "K" ? 10 : suffix == "M" ? 20 : suffix == "G" ? 30 : 0;
+   if( error != std::errc() || ( shift == 0 && !suffix.empty() ) || value == 0 ||
+       value > UINT64_MAX >> shift )
+      throwRangeException( String8( "size \"" + std::string( view ) +
+                                    "\": expected a number of bytes above 0, which may end in K, "
+                                    "M or G" ) );
+   return value << shift;
+}
+
+void traceRingIs( String8 const & path, std::uint64_t bytes ) {
+   if( path.empty() ) {
+      Flitlog::theTraceFile = nullptr;
+      traceFile().reset();
+      return;
+   }
+   auto file = Flitlog::TraceFile::TraceFileIs( withProcessId( path.view() ), { bytes, &now } );
+   // The old one first: it forgets the numbers of the points' messages, which are its own.
+   traceFile().reset();
+   traceFile() = std::move( file );
+   Flitlog::theTraceFile = traceFile().get();
+}
+
 namespace detail {
+
+void TracePiece::print( std::ostream & out ) const {
+   switch( kind_ ) {
+   case Kind::literal:
+   case Kind::text: out << bytes_; break;
+   case Kind::boolean: out << valueToString( boolean_ ); break;
+   case Kind::integer:
+   case Kind::wideInteger: out << std::to_string( integer_ ); break;
+   case Kind::unsignedInteger:
+   case Kind::wideUnsigned: out << std::to_string( unsigned_ ); break;
+   case Kind::real: out << valueToString( real_ ); break;
+   case Kind::object: out << valueToString( object_ ); break;
+   }
+}
+
+void TracePiece::describe( Flitlog::MsgDesc & message ) const {
+   switch( kind_ ) {
+   case Kind::literal: message << bytes_.data(); break;
+   case Kind::text: message << Flitlog::Varg{ "s" }; break;
+   case Kind::boolean: message << Flitlog::Varg{ "b" }; break;
+   case Kind::integer: message << Flitlog::Varg{ "i" }; break;
+   case Kind::wideInteger: message << Flitlog::Varg{ "l" }; break;
+   case Kind::unsignedInteger: message << Flitlog::Varg{ "u" }; break;
+   case Kind::wideUnsigned: message << Flitlog::Varg{ "m" }; break;
+   case Kind::real: message << Flitlog::Varg{ "d" }; break;
+   case Kind::object: message << Flitlog::Varg{ "p" }; break;
+   }
+}
+
+void TracePiece::record( Flitlog::RingBuf & ring ) const {
+   switch( kind_ ) {
+   case Kind::literal: break;
+   case Kind::text: put( ring, bytes_ ); break;
+   case Kind::boolean: put( ring, boolean_ ); break;
+   case Kind::integer: put( ring, static_cast< std::int32_t >( integer_ ) ); break;
+   case Kind::wideInteger: put( ring, integer_ ); break;
+   case Kind::unsignedInteger: put( ring, static_cast< std::uint32_t >( unsigned_ ) ); break;
+   case Kind::wideUnsigned: put( ring, unsigned_ ); break;
+   case Kind::real: put( ring, real_ ); break;
+   case Kind::object: put( ring, valueToString( object_ ).view() ); break;
+   }
+}
+
+namespace {
+
+// The point's message in the trace file, described there on the first pass.
+int messageOf( TraceHandle const & handle, TracePoint & point,
+               std::initializer_list< TracePiece > pieces ) {
+   if( point.message == 0 ) {
+      Flitlog::MsgDesc message( Flitlog::theTraceFile, point.source, point.line );
+      message.handleIs( handle.name().view() );
+      message.levelIs( point.level );
+      message.functionIs( point.function );
+      for( TracePiece const & piece : pieces )
+         piece.describe( message );
+      Flitlog::theTraceFile->msgIdArrIs( &point.message );
+      point.message = message.finish();
+   }
+   return point.message;
+}
+
+void recordTrace( TraceHandle const & handle, TracePoint & point,
+                  std::initializer_list< TracePiece > pieces ) {
+   int const message = messageOf( handle, point, pieces );
+   if( message < 0 )
+      return;
+   Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( Flitlog::theTraceFile, message );
+   for( TracePiece const & piece : pieces )
+      piece.record( ring );
+   ring.endMsg();
+}
+
+} // namespace
+
+void trace( TraceHandle const & handle, TracePoint & point,
+            std::initializer_list< TracePiece > pieces ) noexcept {
+   try {
+      bool const enabled = handle.enabled( point.level );
+      if( enabled || coverageStream_ ) {
+         std::ostringstream stream;
+         for( TracePiece const & piece : pieces )
+            piece.print( stream );
+         traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
+                      point.function );
+      }
+      if( Flitlog::theTraceFile )
+         recordTrace( handle, point, pieces );
+   } catch( std::exception const & e ) {
+      std::fprintf( stderr, "kiv: a trace of %s was lost: %s\n", point.function,
+                    oneLine( e.what() ).c_str() );
+   } catch( ... ) {
+      std::fprintf( stderr, "kiv: a trace of %s was lost\n", point.function );
+   }
+}
 
 void reportException( char const * where, String8 const & what ) noexcept {
    try {

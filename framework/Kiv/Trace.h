@@ -3,7 +3,9 @@
 //
 //    KIV_TRACE( handle, 8, "Ordovan", "Stage ", name, " in progress, but not yet complete." );
 //
-// A trace point that is switched off costs loads and branches: its pieces are not evaluated.
+// A trace point writes to two sinks: lines of text, for handles and levels that are switched on,
+// and the binary ring of a trace file (Flitlog), which takes all of them while there is one. A point
+// that has nowhere to write to costs loads and branches: its pieces are not evaluated.
 //
 // Switches are set in code (levelIs, tracesIs) or by the environment variable KIV_TRACE, which is
 // read when a handle is made: entries separated by ";", each a handle's name (or "*" for all), ":"
@@ -15,10 +17,16 @@
 #include <Kiv/Export.h>
 #include <Kiv/Text.h>
 
+#include <Flitlog/MsgDesc.h>
+#include <Flitlog/Ring.h>
+
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <iosfwd>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace Kiv {
@@ -87,40 +95,121 @@ KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & 
                              unsigned level, bool enabled, char const * source, int line,
                              char const * function );
 
+// Records every trace point, whatever the switches say, into a ring of `bytes` in this file from
+// now on; an empty path ends recording. "%p" in the path stands for the process id, "%%" for "%".
+// The environment does the same when the library is loaded: KIV_TRACE_RING names the file,
+// KIV_TRACE_RING_SIZE the bytes, as a number that may end in K, M or G (of 1,024 each). Both are
+// ignored in programs with raised privileges. Throws Flitlog::FileError, and goes on as before then.
+KIV_EXPORT void traceRingIs( String8 const & path,
+                             std::uint64_t bytes = Flitlog::defaultRingBytes );
+// The number in that grammar; a range exception that says what was expected.
+KIV_EXPORT std::uint64_t ringBytes( String8 const & text );
+
 namespace detail {
 
-template< class T >
-void tracePiece( std::ostream & out, T const & piece ) {
-   if constexpr( std::is_same_v< T, bool > || std::is_same_v< T, double > )
-      out << valueToString( piece );
-   else
-      out << piece;
-}
-template< class T >
-void tracePiece( std::ostream & out, Ptr< T > const & piece ) {
-   out << valueToString( piece );
-}
+// One piece of a trace point's list. Both sinks are written from the same pieces, so that they
+// cannot disagree. It refers to what it was made from, and lives as long as the call that it is
+// made for.
+class TracePiece {
+ public:
+   // An array of characters is a literal part of the message, everything else a variable one.
+   template< class T >
+   TracePiece( T const & piece ) { // NOLINT: conversion is the purpose
+      if constexpr( std::is_array_v< T > ) {
+         kind_ = Kind::literal;
+         bytes_ = std::string_view( piece );
+      } else if constexpr( std::is_same_v< T, bool > ) {
+         kind_ = Kind::boolean;
+         boolean_ = piece;
+      } else if constexpr( std::is_floating_point_v< T > ) {
+         kind_ = Kind::real;
+         real_ = piece;
+      } else if constexpr( std::is_integral_v< T > && std::is_signed_v< T > ) {
+         kind_ = sizeof( T ) > 4 ? Kind::wideInteger : Kind::integer;
+         integer_ = piece;
+      } else if constexpr( std::is_integral_v< T > ) {
+         kind_ = sizeof( T ) > 4 ? Kind::wideUnsigned : Kind::unsignedInteger;
+         unsigned_ = piece;
+      } else if constexpr( std::is_same_v< T, char const * > || std::is_same_v< T, char * > ) {
+         kind_ = Kind::text;
+         bytes_ = piece ? std::string_view( piece ) : std::string_view( "null" );
+      } else if constexpr( std::is_convertible_v< T const &, PtrInterface const * > ) {
+         object_ = piece;
+      } else if constexpr( std::is_base_of_v< PtrInterface, T > ) {
+         object_ = &piece;
+      } else if constexpr( std::is_convertible_v< T const &, std::string_view > ) {
+         kind_ = Kind::text;
+         bytes_ = piece;
+      } else if constexpr( std::is_base_of_v< Text, T > ) {
+         kind_ = Kind::text;
+         bytes_ = piece.view();
+      } else {
+         object_ = piece.get(); // a Ptr
+      }
+   }
 
-template< class... Pieces >
-[[gnu::cold, gnu::noinline]] void trace( TraceHandle const & handle, unsigned level,
-                                         char const * source, int line, char const * function,
-                                         Pieces const &... pieces ) {
-   std::ostringstream stream;
-   ( tracePiece( stream, pieces ), ... );
-   traceHelper( handle.name(), stream, level, handle.enabled( level ), source, line, function );
-}
+   void print( std::ostream & out ) const;
+   void describe( Flitlog::MsgDesc & message ) const;
+   void record( Flitlog::RingBuf & ring ) const;
+
+ private:
+   enum class Kind : unsigned char {
+      literal,
+      text,
+      boolean,
+      integer,
+      wideInteger,
+      unsignedInteger,
+      wideUnsigned,
+      real,
+      object
+   };
+
+   Kind kind_ = Kind::object;
+   union {
+      PtrInterface const * object_ = nullptr;
+      bool boolean_;
+      std::int64_t integer_;
+      std::uint64_t unsigned_;
+      double real_;
+   };
+   std::string_view bytes_; // of a literal or text
+};
+
+// Where a trace point stands, and the number of its message in the trace file: 0 before its first
+// pass, negative when the file had no room for it.
+struct TracePoint {
+   unsigned level;
+   char const * source;
+   int line;
+   char const * function;
+   int message = 0;
+};
+
+// Writes to every sink that is on. Never throws: a trace that cannot be written is reported on
+// standard error and changes nothing.
+KIV_EXPORT void trace( TraceHandle const & handle, TracePoint & point,
+                       std::initializer_list< TracePiece > pieces ) noexcept;
 
 } // namespace detail
 
-// A trace point. A macro because it needs the line, and pieces that are evaluated when it is on.
+// A trace point. A macro because it needs the line, a number of its own for the trace file, and
+// pieces that are evaluated only when something is on. Level, source and function are constants.
+// A piece is text, a bool, a number, or an entity or Ptr, which shows its full name. A library with
+// trace points must stay loaded (link it with -z nodelete): the trace file knows the points that
+// have written to it.
 #define KIV_TRACE( handle, level, source, ... )                                                   \
    KIV_TRACE_IN( handle, level, source, __func__, __VA_ARGS__ )
 
 // The same, on behalf of the function named.
 #define KIV_TRACE_IN( handle, level, source, function, ... )                                      \
    do {                                                                                           \
-      if( ( handle ).enabled( level ) || ::Kiv::coverageStream_ ) [[unlikely]]                    \
-         ::Kiv::detail::trace( handle, level, source, __LINE__, function, __VA_ARGS__ );          \
+      if( ( handle ).enabled( level ) || ::Kiv::coverageStream_ || ::Flitlog::theTraceFile )      \
+         [[unlikely]] {                                                                           \
+         static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,       \
+                                                                   function };                    \
+         ::Kiv::detail::trace( handle, kivTracePoint, { __VA_ARGS__ } );                          \
+      }                                                                                           \
    } while( false )
 
 } // namespace Kiv

@@ -4,6 +4,17 @@
 #include <Kiv/Trace.h>
 
 #include <cstdio>
+#include <utility>
+
+namespace {
+
+// A trace point's level is a constant.
+template< unsigned... levels >
+void passAll( Kiv::TraceHandle const & handle, std::integer_sequence< unsigned, levels... > ) {
+   ( [ & ] { KIV_TRACE( handle, levels, "TraceChild", "passed ", levels ); }(), ... );
+}
+
+} // namespace
 
 int main( int count, char ** arguments ) {
    if( count < 2 )
@@ -18,6 +29,5 @@ int main( int count, char ** arguments ) {
    Kiv::traceSinkIs( []( Kiv::TraceLine const & line ) {
       std::printf( "%s/%u %s\n", line.handle.charPtr(), line.level, line.text.charPtr() );
    } );
-   for( unsigned level = 0; level != 10; ++level )
-      KIV_TRACE( handle, level, "TraceChild", "passed ", level );
+   passAll( handle, std::make_integer_sequence< unsigned, 10 >() );
 }

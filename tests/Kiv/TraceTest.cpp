@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -232,6 +233,19 @@ TEST( TraceSink, ByDefaultWritesOneLineAlsoForAPieceWithANewLineOrANul ) {
    std::string const written = testing::internal::GetCapturedStderr();
    Kiv::traceSinkIs( before );
    EXPECT_EQ( written.substr( written.find( "TestBody: " ) ), "TestBody: a\\x0ab|\\x00|end\n" );
+}
+
+TEST( TraceSink, ThatThrowsLosesTheTraceAndDisturbsNobody ) {
+   Loop loop;
+   TraceHandle handle( "Throwing", true );
+   handle.levelIs( 1, true );
+   Kiv::TraceSink const before =
+      Kiv::traceSinkIs( []( TraceLine const & ) { throw std::runtime_error( "no\npaper" ); } );
+   testing::internal::CaptureStderr();
+   KIV_TRACE( handle, 1, "S", "to nobody" );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(),
+              "kiv: a trace of TestBody was lost: no\\x0apaper\n" );
+   Kiv::traceSinkIs( before );
 }
 
 // -------------------------------------------------------------------------------------- coverage
