@@ -3,6 +3,7 @@
 //
 // ORDOVAN_TEST_SEEDS       how many plans, 500 if not said otherwise
 // ORDOVAN_TEST_FIRST_SEED  the seed of the first, to play one again
+// ORDOVAN_TEST_SHOW        if set, plans that end in more than one way are shown, with the ways
 #include "Model.h"
 #include "RandomPlan.h"
 
@@ -191,6 +192,29 @@ std::size_t waysApartFromMessages( std::set< std::string > const & ways ) {
    return left.size();
 }
 
+std::set< std::string > linesOf( std::string const & text ) {
+   std::istringstream lines( text );
+   std::set< std::string > all;
+   for( std::string line; std::getline( lines, line ); )
+      all.insert( line );
+   return all;
+}
+
+// A plan, and of each way the lines that another lacks.
+void show( std::uint64_t seed, Plan const & plan, std::set< std::string > const & ways ) {
+   std::cout << "seed " << seed << ", " << ways.size() << " ways\n" << model::yamlOf( plan );
+   unsigned number = 0;
+   for( auto const & way : ways ) {
+      std::cout << "way " << ++number << "\n";
+      for( auto const & line : linesOf( way ) )
+         if( !std::all_of( ways.begin(), ways.end(), [ & ]( auto const & other ) {
+                return linesOf( other ).contains( line );
+             } ) )
+            std::cout << "   " << line << "\n";
+   }
+   std::cout << "\n";
+}
+
 TEST( Model, TheLibraryDoesWhatTheRulesSayInEveryOrderOfItsTables ) {
    auto const first = fromEnvironment( "ORDOVAN_TEST_FIRST_SEED", 1 );
    auto const count = fromEnvironment( "ORDOVAN_TEST_SEEDS", 500 );
@@ -202,6 +226,8 @@ TEST( Model, TheLibraryDoesWhatTheRulesSayInEveryOrderOfItsTables ) {
       auto const ways = waysOf( plan, "seed " + std::to_string( seed ) );
       undecided += ways.size() > 1;
       undecidedState += waysApartFromMessages( ways ) > 1;
+      if( ways.size() > 1 && std::getenv( "ORDOVAN_TEST_SHOW" ) )
+         show( seed, plan, ways );
       failures += testing::Test::HasFailure();
    }
    auto const played = seed - first;
