@@ -284,7 +284,11 @@ void KivStageStatus::handleCritical() {
          next = nullptr;
       }
       detail::CriticalFrame & frame = stack.back();
-      if( !frame.dependency ) {
+      // In a cycle the push may have come back and made a stage critical whose flag was being taken
+      // back. That later decision has been pushed on already; the rest of the earlier one would cut
+      // links that hold now.
+      bool const overtaken = frame.critical != frame.stage->notifier()->critical();
+      if( !frame.dependency || overtaken ) {
          stack.pop_back();
          continue;
       }

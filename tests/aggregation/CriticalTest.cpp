@@ -118,6 +118,25 @@ TEST( Critical, ACycleStaysCriticalAfterTheEventThatStartedItIsNotAnyMore ) {
    EXPECT_EQ( criticalStages( w ), ( Names{ "A", "B", "C", "D" } ) );
 }
 
+// First is released; it takes its link back from Loop, which is critical itself and by now depends
+// on First, so that First is critical again before its link to the other stage is looked at. Under
+// some names Loop comes first in the order of First's dependencies, under others the other one does.
+TEST( Critical, AReleaseThatACycleTakesBackCutsNoLinks ) {
+   for( char const * other : { "D", "E", "F", "G", "H", "I", "J", "K" } ) {
+      World w;
+      Ptr< ConfigSm > const machine = w.configSm();
+      Ptr< EventConfig > const first = w.declare( "x", "First", { "Loop", other }, 0, true );
+      Ptr< EventConfig > const loop = w.declare( "x", "Loop", {}, 0, true );
+      w.declare( "x", other );
+      w.idle();
+      loop->dependencyIs( "First", true );
+      first->criticalIs( false );
+      w.idle();
+      EXPECT_EQ( criticalStages( w ), ( Names{ "First", "Loop", other } ) );
+      EXPECT_EQ( ancestorsOf( machine, other ), ( Names{ "First" } ) );
+   }
+}
+
 TEST( Critical, ACycleThatIsOpenedIsReleased ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();

@@ -21,5 +21,9 @@ TEST( Cycles, TheSameHoldsWhenStagesAndTheAggregationComeAndGo ) {
    playMany( { .acyclic = false, .remade = true, .stagesGo = true }, 1000 );
 }
 
+TEST( Cycles, TheSameHoldsWhenLittleButLinksChanges ) {
+   playMany( { .acyclic = false, .links = true }, 2000 );
+}
+
 } // namespace
 } // namespace convergence

@@ -54,6 +54,11 @@ History::History( std::uint64_t seed, Kind const & kind ) : random_( seed ), kin
    // The order in which stages may depend on each other is not that of their names.
    for( unsigned i = stages; i > 1; --i )
       std::swap( stages_[ i - 1 ], stages_[ random_.below( i ) ] );
+   if( kind_.links ) {
+      join( agents_[ 0 ] );
+      for( std::string const & stage : stages_ )
+         declare( agents_[ 0 ], stage );
+   }
    // Some of it may be there before the aggregation is.
    unsigned const early = random_.below( 6 );
    for( unsigned i = 0; i != early; ++i )
@@ -81,7 +86,7 @@ std::optional< std::string > History::play() {
 
 void History::batch() {
    remember();
-   unsigned const writes = kind_.single ? 1 : 1 + random_.below( 6 );
+   unsigned const writes = kind_.single ? 1 : 1 + random_.below( kind_.links ? 12 : 6 );
    for( unsigned i = 0; i != writes; ++i ) {
       write();
       if( kind_.partial && random_.oneIn( 3 ) )
@@ -115,6 +120,10 @@ void History::remake() {
 // --------------------------------------------------------------------------------------- writes
 
 void History::write() {
+   if( kind_.links && !random_.oneIn( 20 ) ) {
+      changeEvent();
+      return;
+   }
    std::string const agent = agents_[ random_.below( static_cast< unsigned >( agents_.size() ) ) ];
    std::string const stage = stages_[ random_.below( static_cast< unsigned >( stages_.size() ) ) ];
    switch( random_.below( 16 ) ) {

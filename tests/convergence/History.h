@@ -54,6 +54,8 @@ struct Kind {
    bool remade = false;
    // The outside also removes stages from the status.
    bool stagesGo = false;
+   // Nearly all writes change flags and dependencies of events that are there.
+   bool links = false;
    // Timeouts that single precision cannot hold, that are below zero or no numbers.
    bool oddTimeouts = false;
 };

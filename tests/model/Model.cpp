@@ -619,7 +619,11 @@ class Model {
          std::any_of( stage.event.begin(), stage.event.end(),
                       [ & ]( auto const & held ) { return event( held.second ).critical; } );
       stageCriticalIs( id, critical );
-      walk( stage.dependency, [ & ]( Id on ) { linkIs( id, on, critical ); } );
+      // A cycle may bring another decision about, which is the one that holds.
+      walk( stage.dependency, [ & ]( Id on ) {
+         if( stage.critical == critical )
+            linkIs( id, on, critical );
+      } );
    }
 
    // ---------------------------------------------------------------------- progression: decisions
