@@ -15,12 +15,15 @@ using Kiv::Attribute;
 using Kiv::changes;
 using Kiv::Delivery;
 using Kiv::firstOwnAttribute;
+using Kiv::keyed;
 using Kiv::members;
 using Kiv::Name;
 using Kiv::numbered;
 using Kiv::Ptr;
+using Kiv::reads;
 using Kiv::Role;
 using Kiv::String8;
+using Kiv::value;
 
 namespace {
 
@@ -28,6 +31,8 @@ constexpr Kiv::AttributeId id( unsigned row ) {
    return static_cast< Kiv::AttributeId >( firstOwnAttribute + row );
 }
 constexpr Role tells = Role::value | Role::notifying;
+constexpr Kiv::Access nondestructing =
+   Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >();
 constexpr Role keyedTells = Role::collection | Role::notifying;
 
 } // namespace
@@ -40,9 +45,11 @@ using N = Config::NotifieeConst;
 enum { isNondestructing, agentDir, enabled };
 constexpr Attribute rows[] = {
    { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >() },
-   { id( agentDir ), "agentDir", "Kiv::Ptr<Kiv::Dir>", "", tells, changes< &N::onAgentDir >() },
-   { id( enabled ), "enabled", "bool", "", tells, changes< &N::onEnabled >() },
+     changes< &N::onIsNondestructing >(), nondestructing },
+   { id( agentDir ), "agentDir", "Kiv::Ptr<Kiv::Dir>", "", tells, changes< &N::onAgentDir >(),
+     value< &Config::agentDir, &Config::agentDirIs >() },
+   { id( enabled ), "enabled", "bool", "", tells, changes< &N::onEnabled >(),
+     value< &Config::enabled, &Config::enabledIs >() },
 };
 static_assert( numbered( rows ) );
 } // namespace config
@@ -79,9 +86,12 @@ using N = AgentConfig::NotifieeConst;
 enum { isNondestructing, event };
 constexpr Attribute rows[] = {
    { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >() },
+     changes< &N::onIsNondestructing >(), nondestructing },
    { id( event ), "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >() },
+     members< Name, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+     keyed< &AgentConfig::event, &AgentConfig::events, &AgentConfig::eventIteratorConst >()
+        .memberWrites< &AgentConfig::eventIs >()
+        .memberDeletes< &AgentConfig::eventDel, &AgentConfig::eventDelAll >() },
 };
 static_assert( numbered( rows ) );
 } // namespace agentConfig
@@ -133,14 +143,23 @@ using N = EventConfig::NotifieeConst;
 enum { isNondestructing, uid, agent, dependency, timeout, critical, complete };
 constexpr Attribute rows[] = {
    { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >() },
-   { id( uid ), "uid", "Kiv::String8", "", Role::constructorArgument, {} },
-   { id( agent ), "agent", "Kiv::String8", "", Role::constructorArgument, {} },
+     changes< &N::onIsNondestructing >(), nondestructing },
+   { id( uid ), "uid", "Kiv::String8", "", Role::constructorArgument, {},
+     reads< &EventConfig::uid >() },
+   { id( agent ), "agent", "Kiv::String8", "", Role::constructorArgument, {},
+     reads< &EventConfig::agent >() },
    { id( dependency ), "dependency", "bool", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >() },
-   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >() },
-   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >() },
-   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >() },
+     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
+     keyed< &EventConfig::dependency, &EventConfig::dependencys,
+            &EventConfig::dependencyIteratorConst, &EventConfig::hasDependency >()
+        .memberWrites< &EventConfig::dependencyIs >()
+        .memberDeletes< &EventConfig::dependencyDel, &EventConfig::dependencyDelAll >() },
+   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >(),
+     value< &EventConfig::timeout, &EventConfig::timeoutIs >() },
+   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >(),
+     value< &EventConfig::critical, &EventConfig::criticalIs >() },
+   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >(),
+     value< &EventConfig::complete, &EventConfig::completeIs >() },
 };
 static_assert( numbered( rows ) );
 } // namespace eventConfig
@@ -201,15 +220,24 @@ using N = Status::NotifieeConst;
 enum { isNondestructing, stage, activeStage, complete, progress, sorted };
 constexpr Attribute rows[] = {
    { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >() },
+     changes< &N::onIsNondestructing >(), nondestructing },
    { id( stage ), "stage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onStage, &N::onStagekivImmediate, &N::onStage >() },
+     members< Name, N, &N::onStage, &N::onStagekivImmediate, &N::onStage >(),
+     keyed< &Status::stage, &Status::stages, &Status::stageIteratorConst >()
+        .memberMakes< &Status::stageIs >()
+        .memberDeletes< &Status::stageDel, &Status::stageDelAll >() },
    { id( activeStage ), "activeStage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onActiveStage, &N::onActiveStagekivImmediate, &N::onActiveStage >() },
-   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >() },
+     members< Name, N, &N::onActiveStage, &N::onActiveStagekivImmediate, &N::onActiveStage >(),
+     keyed< &Status::activeStage, &Status::activeStages, &Status::activeStageIteratorConst >()
+        .memberWritesUnder< &Status::activeStageIs, &StageStatus::name >()
+        .memberDeletes< &Status::activeStageDel, &Status::activeStageDelAll >() },
+   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >(),
+     value< &Status::complete, &Status::completeIs >() },
    { id( progress ), "progress", "Kiv::Ptr<Stage::Progress>", "", tells,
-     changes< &N::onProgress >() },
-   { id( sorted ), "sorted", "bool", "", tells, changes< &N::onSorted >() },
+     changes< &N::onProgress >(),
+     value< &Status::progress, &Status::progressIs >() },
+   { id( sorted ), "sorted", "bool", "", tells, changes< &N::onSorted >(),
+     value< &Status::sorted, &Status::sortedIs >() },
 };
 static_assert( numbered( rows ) );
 } // namespace status
@@ -299,14 +327,24 @@ using N = StageStatus::NotifieeConst;
 enum { isNondestructing, name, event, dependency, timeout, critical };
 constexpr Attribute rows[] = {
    { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >() },
-   { id( name ), "name", "Kiv::Name", "", Role::constructorArgument, {} },
+     changes< &N::onIsNondestructing >(), nondestructing },
+   { id( name ), "name", "Kiv::Name", "", Role::constructorArgument, {},
+     reads< &StageStatus::name >() },
    { id( event ), "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >() },
+     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+     keyed< &StageStatus::event, &StageStatus::events, &StageStatus::eventIteratorConst >()
+        .memberWritesUnder< &StageStatus::eventIs, &EventConfig::agent >()
+        .memberDeletes< &StageStatus::eventDel, &StageStatus::eventDelAll >() },
    { id( dependency ), "dependency", "bool", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >() },
-   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >() },
-   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >() },
+     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
+     keyed< &StageStatus::dependency, &StageStatus::dependencys,
+            &StageStatus::dependencyIteratorConst, &StageStatus::hasDependency >()
+        .memberWrites< &StageStatus::dependencyIs >()
+        .memberDeletes< &StageStatus::dependencyDel, &StageStatus::dependencyDelAll >() },
+   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >(),
+     value< &StageStatus::timeout, &StageStatus::timeoutIs >() },
+   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >(),
+     value< &StageStatus::critical, &StageStatus::criticalIs >() },
 };
 static_assert( numbered( rows ) );
 } // namespace stageStatus
@@ -366,8 +404,12 @@ namespace {
 namespace progress {
 constexpr Attribute rows[] = {
    { id( 0 ), "isNondestructing", "bool", "", tells,
-     changes< &Progress::NotifieeConst::onIsNondestructing >() },
-   { id( 1 ), "stage", "bool", "Kiv::String8", Role::collection, {} },
+     changes< &Progress::NotifieeConst::onIsNondestructing >(), nondestructing },
+   { id( 1 ), "stage", "bool", "Kiv::String8", Role::collection, {},
+     keyed< &Progress::stage, &Progress::stages, &Progress::stageIteratorConst,
+            &Progress::hasStage >()
+        .memberWrites< &Progress::stageIs >()
+        .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >() },
 };
 static_assert( numbered( rows ) );
 } // namespace progress
@@ -402,10 +444,64 @@ Kiv::KivType const & Progress::_fwkType() {
 
 namespace {
 namespace logRows {
+
+// An entry by name is a list of its two parts; the entries are read by their places, the oldest
+// first, and written at the end.
+Kiv::Value entryValue( LogEntry const & entry ) {
+   return Kiv::List_{ { "time", entry.time }, { "msg", entry.msg } };
+}
+Log const & logOf( Kiv::PtrInterface const & object ) {
+   return static_cast< Log const & >( object );
+}
+
+Kiv::Value entryAt( Kiv::PtrInterface const & object, Kiv::Text const & place ) {
+   Log const & log = logOf( object );
+   auto const number = Kiv::valueFromString< unsigned int >( String8( place ) );
+   return number < log.logs() ? entryValue( log.log( number ) ) : Kiv::Value();
+}
+
+void append( Kiv::PtrInterface & object, String8 const & name, Kiv::Value const & value ) {
+   if( !value.is( Kiv::Value::Kind::list ) )
+      Kiv::detail::throwWrongObject( name, value );
+   Kiv::Value const * const time = value.list().value( "time" );
+   Kiv::Value const * const msg = value.list().value( "msg" );
+   if( !time || !msg || value.list().size() != 2 )
+      Kiv::GenericIf::throwUnknownArgException( name, "an entry has time and msg" );
+   LogEntry const entry{ Kiv::detail::toDouble( "time", *time ),
+                         Kiv::detail::toText( "msg", *msg ) };
+   static_cast< Log & >( object ).logEnq( entry );
+}
+
+class PlaceWalk : public Kiv::detail::KeyWalk {
+ public:
+   explicit PlaceWalk( Log const & log ) : log_( &log ) {}
+   bool stands() const override { return place_ < log_->logs(); }
+   String8 key() const override { return Kiv::valueToString( place_ ); }
+   void advance() override { ++place_; }
+   void reset() override { place_ = 0; }
+
+ private:
+   Ptr< Log const > log_;
+   unsigned int place_ = 0;
+};
+
+constexpr Kiv::Access entries() {
+   Kiv::Access access;
+   access.member = &entryAt;
+   access.write = &append;
+   access.count = []( Kiv::PtrInterface const & object ) {
+      return static_cast< std::uint32_t >( logOf( object ).logs() );
+   };
+   access.walk = []( Kiv::PtrInterface const & object ) -> Kiv::detail::KeyWalk * {
+      return new PlaceWalk( logOf( object ) );
+   };
+   return access;
+}
+
 constexpr Attribute rows[] = {
    { id( 0 ), "isNondestructing", "bool", "", tells,
-     changes< &Log::NotifieeConst::onIsNondestructing >() },
-   { id( 1 ), "log", "Stage::LogEntry", "", Role::queue, {} },
+     changes< &Log::NotifieeConst::onIsNondestructing >(), nondestructing },
+   { id( 1 ), "log", "Stage::LogEntry", "", Role::queue, {}, entries() },
 };
 static_assert( numbered( rows ) );
 } // namespace logRows
@@ -435,5 +531,20 @@ Kiv::KivType const & Log::_fwkType() {
       *new Kiv::KivType( "Stage::Log", &Entity::_fwkType(), logRows::rows );
    return type;
 }
+
+// ----------------------------------------------------------------------------- registration
+
+namespace {
+
+// When the library is loaded. Types are never destroyed.
+[[maybe_unused]] bool const registered = [] {
+   for( Kiv::KivType const * type :
+        { &Config::_fwkType(), &AgentConfig::_fwkType(), &EventConfig::_fwkType(),
+          &Status::_fwkType(), &StageStatus::_fwkType(), &Progress::_fwkType(), &Log::_fwkType() } )
+      Kiv::typeNodeIs( *type );
+   return true;
+}();
+
+} // namespace
 
 } // namespace Stage

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Clock.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Activity.h>
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
@@ -17,7 +18,7 @@ namespace {
 
 constexpr Attribute rows[] = {
    { timeAttribute, "time", "double", "", Role::notifying,
-     changes< &Clock::NotifieeConst::onTime >() },
+     changes< &Clock::NotifieeConst::onTime >(), reads< &Clock::now >() },
 };
 
 double seconds( std::chrono::nanoseconds d ) { return std::chrono::duration< double >( d ).count(); }

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Dir.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
 namespace Kiv {
@@ -11,7 +12,10 @@ using N = Dir::NotifieeConst;
 constexpr Attribute rows[] = {
    { firstOwnAttribute, "entityPtr", "Kiv::Ptr<Kiv::Entity>", "Kiv::Name",
      Role::collection | Role::notifying,
-     members< Name, N, &N::onEntityPtr, &N::onEntityPtrkivImmediate, &N::onEntityPtr >() },
+     members< Name, N, &N::onEntityPtr, &N::onEntityPtrkivImmediate, &N::onEntityPtr >(),
+     keyed< &Dir::entityPtr, &Dir::entityPtrs, &Dir::entityPtrIteratorConst >()
+        .memberWritesUnder< &Dir::entityPtrIs, &Entity::name >()
+        .memberDeletes< &Dir::entityPtrDel, &Dir::entityPtrDelAll >() },
 };
 static_assert( numbered( rows ) );
 

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/Entity.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
 
@@ -12,7 +13,8 @@ namespace {
 
 constexpr Attribute rows[] = {
    { parentAttribute, "parent", "Kiv::Ptr<Kiv::Entity>", "", Role::notifying,
-     changes< &Entity::NotifieeConst::onParent >() },
+     changes< &Entity::NotifieeConst::onParent >(),
+     reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() },
    { versionAttribute, "version", "", "", Role::notifying,
      changes< &Entity::NotifieeConst::onVersion >() },
 };

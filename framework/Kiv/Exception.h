@@ -30,7 +30,19 @@ class IdBitArray {
 // A caller broke a rule of the framework. what() is the text.
 class KIV_EXPORT Exception : public std::exception {
  public:
-   enum Id : unsigned { general = 0, range = 1, nameInUse = 2, thread = 3 };
+   enum Id : unsigned {
+      general = 0,
+      range = 1,
+      nameInUse = 2,
+      thread = 3,
+      // of access by name, see GenericIf.h
+      constInstance = 4,
+      type = 5,
+      unknownArgument = 6,
+      operationNotSupported = 7,
+      badIndex = 8,
+      unknownAttribute = 9
+   };
 
    // `ids` say what kind of error it is; `expected`: an Expect region was waiting for it, so it is
    // not worth a report.

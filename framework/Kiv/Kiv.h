@@ -2,13 +2,16 @@
 // The reactive entity framework: everything that its users need.
 #pragma once
 
+#include <Kiv/Access.h>
 #include <Kiv/Activity.h>
 #include <Kiv/Attribute.h>
 #include <Kiv/Clock.h>
 #include <Kiv/Dir.h>
 #include <Kiv/Entity.h>
 #include <Kiv/Exception.h>
+#include <Kiv/GenericIf.h>
 #include <Kiv/HashMap.h>
+#include <Kiv/Introspection.h>
 #include <Kiv/Log.h>
 #include <Kiv/Memory.h>
 #include <Kiv/Notifiee.h>
@@ -16,3 +19,4 @@
 #include <Kiv/Text.h>
 #include <Kiv/Trace.h>
 #include <Kiv/Type.h>
+#include <Kiv/Value.h>

@@ -2,10 +2,14 @@
 #include <Kiv/Type.h>
 
 #include <Kiv/Entity.h>
+#include <Kiv/Exception.h>
 #include <Kiv/Notifiee.h>
 
 #include <charconv>
 #include <cmath>
+#include <limits>
+
+#include <Kiv/detail/OneLine.h>
 
 namespace Kiv {
 
@@ -49,6 +53,59 @@ String8 valueToString( double value ) {
 
 String8 valueToString( bool value ) { return value ? "true" : "false"; }
 String8 valueToString( unsigned int value ) { return std::to_string( value ); }
+
+namespace {
+
+[[noreturn]] void throwNoValue( String8 const & text, char const * expected ) {
+   std::string shown = detail::oneLine( text.view().substr( 0, 60 ) );
+   if( text.length() > 60 )
+      shown += "...";
+   throwRangeException( "\"" + shown + "\" is no value here: " + expected + " was expected" );
+}
+
+// The number that the whole of the text spells.
+template< class T >
+bool spells( String8 const & text, T & value ) {
+   char const * const end = text.charPtr() + text.length();
+   auto const [ stop, error ] = std::from_chars( text.charPtr(), end, value );
+   return error == std::errc() && stop == end;
+}
+
+} // namespace
+
+template<>
+bool valueFromString< bool >( String8 const & text ) {
+   if( text == "true" )
+      return true;
+   if( text != "false" )
+      throwNoValue( text, "true or false" );
+   return false;
+}
+
+template<>
+double valueFromString< double >( String8 const & text ) {
+   using Limits = std::numeric_limits< double >;
+   if( text == "inf" )
+      return Limits::infinity();
+   if( text == "-inf" )
+      return -Limits::infinity();
+   if( text == "nan" )
+      return Limits::quiet_NaN();
+   double value = 0;
+   // Words are known to the conversion too, in more spellings than ours.
+   if( !spells( text, value ) || !std::isfinite( value ) )
+      throwNoValue( text, "a number such as 30, 0.1 or 1e+300 in the range of a double, inf, -inf "
+                          "or nan" );
+   return value;
+}
+
+template<>
+unsigned int valueFromString< unsigned int >( String8 const & text ) {
+   unsigned int value = 0;
+   if( !spells( text, value ) )
+      throwNoValue( text, "a whole number from 0 to 4294967295" );
+   return value;
+}
 
 String8 valueToString( PtrInterface const * object ) {
    if( !object )

@@ -7,9 +7,17 @@
 #include <Kiv/Text.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 namespace Kiv {
+
+class KivAttr;
+class Value;
+
+namespace detail {
+class KeyWalk;
+} // namespace detail
 
 // What an attribute is, besides its type. Roles are combined.
 enum class Role : unsigned {
@@ -39,6 +47,53 @@ struct Delivery {
    void ( *deferred )( PtrInterface::NotifieeConst & ) = nullptr; // on<Attr>kivImmediate()
 };
 
+// How one attribute is read, written and called by name (GenericIf.h): a function for each thing
+// that can be done to it, null for what cannot. Made from the typed accessors, see Access.h.
+//
+// REQUIRES of each function: the object is of the class that the accessors belong to, which holds
+// for an object whose fwkType() has the row. `name` is what an error calls the value.
+struct Access {
+   using Object = PtrInterface;
+
+   Value ( *read )( Object const & ) = nullptr;
+   void ( *write )( Object &, String8 const & name, Value const & ) = nullptr;
+   void ( *del )( Object & ) = nullptr;
+   // Runs a handler or operation; `argument` is null when none was given.
+   void ( *call )( Object &, Value const * argument ) = nullptr;
+   char const * argument = nullptr; // the name of what `call` takes, null for nothing
+   bool argumentMayMiss = false;    // the handler also exists for all keys at once
+
+   // Of a collection. A member that is absent reads as nothing.
+   Value ( *member )( Object const &, Text const & key ) = nullptr;
+   void ( *memberIs )( Object &, Text const & key, String8 const & name, Value const & ) = nullptr;
+   void ( *memberDel )( Object &, Text const & key ) = nullptr;
+   void ( *memberDelAll )( Object & ) = nullptr;
+   std::uint32_t ( *count )( Object const & ) = nullptr;
+   detail::KeyWalk * ( *walk )( Object const & ) = nullptr; // the caller's
+
+   // Whether what runs handlers (calls, changes of members) may be done now; null: always.
+   bool ( *ready )( Object const & ) = nullptr;
+
+   // What else the attribute can do; see Access.h.
+   template< auto set >
+   constexpr Access writes() const;
+   template< auto gone >
+   constexpr Access deletes() const;
+   template< auto set >
+   constexpr Access memberWrites() const;
+   template< auto set, auto keyOf >
+   constexpr Access memberWritesUnder() const;
+   template< auto make >
+   constexpr Access memberMakes() const;
+   template< auto del, auto delAll >
+   constexpr Access memberDeletes() const;
+   constexpr Access whenever( bool ( *test )( Object const & ) ) const {
+      Access more = *this;
+      more.ready = test;
+      return more;
+   }
+};
+
 // One row of a type's table of attributes.
 struct Attribute {
    AttributeId id;
@@ -47,6 +102,7 @@ struct Attribute {
    char const * key;  // type of the key of a collection, of the argument of a handler; else ""
    Role role;
    Delivery delivery;
+   Access access = {};
 };
 
 // Numbers of the framework's own attributes. A type's own rows start at firstOwnAttribute.
@@ -86,6 +142,9 @@ class KIV_EXPORT KivType {
    // The row of that name or number, here or in a base; null when there is none.
    Attribute const * attribute( String8 const & name ) const;
    Attribute const * attribute( AttributeId id ) const;
+   // The descriptor of the attribute of that name, here or in a base: the same object each time,
+   // kept for the life of the process. Null when there is none.
+   Ptr< KivAttr const > attr( String8 const & name ) const;
 
  private:
    char const * name_;
@@ -124,6 +183,26 @@ KIV_EXPORT String8 valueToString( unsigned int value );
 inline String8 valueToString( String8 const & value ) { return value; }
 inline String8 valueToString( Name const & value ) { return value; }
 inline String8 valueToString( char const * value ) { return value; }
+// The value that valueToString() gives that text for, exactly. A range exception, which says the
+// text and what was expected, for any other: nothing is skipped, rounded to infinity or guessed,
+// and the locale has no say. Other spellings of a double's value are accepted ("0.50", "1E3").
+template< class T >
+T valueFromString( String8 const & text );
+template<>
+KIV_EXPORT bool valueFromString< bool >( String8 const & text );
+template<>
+KIV_EXPORT double valueFromString< double >( String8 const & text );
+template<>
+KIV_EXPORT unsigned int valueFromString< unsigned int >( String8 const & text );
+template<>
+inline String8 valueFromString< String8 >( String8 const & text ) {
+   return text;
+}
+template<>
+inline Name valueFromString< Name >( String8 const & text ) {
+   return text;
+}
+
 // The full name of an entity, of what a reactor watches, else the type's name; "null" for null.
 KIV_EXPORT String8 valueToString( PtrInterface const * object );
 template< class T >

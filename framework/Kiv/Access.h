@@ -1,0 +1,316 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// What a row of a type's table needs for access by name, made from the typed accessors:
+//
+//    value< &EventConfig::timeout, &EventConfig::timeoutIs >()
+//    reads< &EventConfig::uid >()                                    fixed
+//    keyed< &Progress::stage, &Progress::stages, &Progress::stageIteratorConst,
+//           &Progress::hasStage >()
+//       .memberWrites< &Progress::stageIs >()
+//       .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >()
+//    calls< &LogSm::logIs >( "msg" )
+//
+// So a write by name does what the setter does: the same order, the same notifications, the same
+// errors.
+#pragma once
+
+#include <Kiv/Attribute.h>
+#include <Kiv/Export.h>
+#include <Kiv/Type.h>
+#include <Kiv/Value.h>
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace Kiv {
+
+namespace detail {
+
+template< class M >
+struct MemberFunction;
+template< class R, class C, class... A >
+struct MemberFunction< R ( C::* )( A... ) > {
+   using Result = R;
+   using Class = C;
+   static constexpr std::size_t arguments = sizeof...( A );
+   template< std::size_t n >
+   using Argument = std::remove_cvref_t< std::tuple_element_t< n, std::tuple< A... > > >;
+};
+template< class R, class C, class... A >
+struct MemberFunction< R ( C::* )( A... ) const > : MemberFunction< R ( C::* )( A... ) > {};
+
+template< auto member >
+using ClassOf = typename MemberFunction< decltype( member ) >::Class;
+template< auto member, std::size_t n >
+using ArgumentOf = typename MemberFunction< decltype( member ) >::template Argument< n >;
+
+template< class T >
+struct Pointee;
+template< class T >
+struct Pointee< Ptr< T > > {
+   using type = T;
+};
+template< class T >
+concept Pointer = requires { typename Pointee< T >::type; };
+
+// A walk over the keys of a collection; keeps the collection's owner alive.
+class KIV_EXPORT KeyWalk : public KivMemPool {
+ public:
+   KeyWalk() = default;
+   virtual ~KeyWalk();
+   KeyWalk( KeyWalk const & ) = delete;
+   KeyWalk & operator=( KeyWalk const & ) = delete;
+   virtual bool stands() const = 0;
+   virtual String8 key() const = 0;
+   virtual void advance() = 0;
+   virtual void reset() = 0;
+};
+
+template< class Iterator >
+class IteratorWalk : public KeyWalk {
+ public:
+   explicit IteratorWalk( Iterator iterator ) : iterator_( std::move( iterator ) ) {}
+   bool stands() const override { return iterator_.hasBookmark(); }
+   String8 key() const override { return String8( iterator_.key() ); }
+   void advance() override { iterator_.advance(); }
+   void reset() override { iterator_.reset(); }
+
+ private:
+   Iterator iterator_;
+};
+
+// ---- from a value to what a setter takes. Text is converted; a value that fits no other way is
+// refused with the type exception for `name`.
+
+KIV_EXPORT bool toBool( String8 const & name, Value const & value );
+KIV_EXPORT double toDouble( String8 const & name, Value const & value );
+KIV_EXPORT unsigned int toNumber( String8 const & name, Value const & value );
+KIV_EXPORT String8 toText( String8 const & name, Value const & value );
+// Nothing is null. With `toChange`, an object that may only be read is refused.
+KIV_EXPORT PtrInterface const * toObject( String8 const & name, Value const & value,
+                                          bool toChange );
+[[noreturn]] KIV_EXPORT void throwWrongObject( String8 const & name, Value const & value );
+
+template< class T >
+T fromValue( String8 const & name, Value const & value ) {
+   if constexpr( std::same_as< T, bool > )
+      return toBool( name, value );
+   else if constexpr( std::same_as< T, double > )
+      return toDouble( name, value );
+   else if constexpr( std::same_as< T, unsigned int > )
+      return toNumber( name, value );
+   else if constexpr( Pointer< T > ) {
+      using U = typename Pointee< T >::type;
+      PtrInterface const * const object = toObject( name, value, !std::is_const_v< U > );
+      auto const * const typed = dynamic_cast< U const * >( object );
+      if( object && !typed )
+         throwWrongObject( name, value );
+      return T( const_cast< U * >( typed ) ); // asked above whether it may be changed
+   } else
+      return T( toText( name, value ) );
+}
+
+template< class T >
+Value toValue( T const & value ) {
+   return Value( value );
+}
+// A plain pointer to an owner, which may be under construction: nothing then.
+template< class T >
+Value toValue( T * const & owner ) {
+   return owner && owner->references() ? Value( Ptr< T >( owner ) ) : Value();
+}
+
+template< auto get >
+Value readWith( PtrInterface const & object ) {
+   return toValue( ( static_cast< ClassOf< get > const & >( object ).*get )() );
+}
+template< auto set >
+void writeWith( PtrInterface & object, String8 const & name, Value const & value ) {
+   ( static_cast< ClassOf< set > & >( object ).*
+     set )( fromValue< ArgumentOf< set, 0 > >( name, value ) );
+}
+template< auto operation >
+void callWith( PtrInterface & object, Value const * argument ) {
+   auto & typed = static_cast< ClassOf< operation > & >( object );
+   if constexpr( MemberFunction< decltype( operation ) >::arguments == 0 )
+      ( typed.*operation )();
+   else // the dispatch has looked at the argument's type
+      ( typed.*operation )( ArgumentOf< operation, 0 >( argument->text() ) );
+}
+template< auto operation, auto whole >
+void callEither( PtrInterface & object, Value const * argument ) {
+   return argument ? callWith< operation >( object, argument ) : callWith< whole >( object, nullptr );
+}
+
+template< auto get, auto has >
+Value memberWith( PtrInterface const & object, Text const & key ) {
+   auto const & typed = static_cast< ClassOf< get > const & >( object );
+   using K = ArgumentOf< get, 0 >;
+   if constexpr( !std::same_as< decltype( has ), std::nullptr_t > )
+      if( !( typed.*has )( K( key ) ) )
+         return Value();
+   return toValue( ( typed.*get )( K( key ) ) );
+}
+template< auto count >
+std::uint32_t countWith( PtrInterface const & object ) {
+   return ( static_cast< ClassOf< count > const & >( object ).*count )();
+}
+template< auto iterator >
+KeyWalk * walkWith( PtrInterface const & object ) {
+   using Iterator = typename MemberFunction< decltype( iterator ) >::Result;
+   return new IteratorWalk< Iterator >(
+      ( static_cast< ClassOf< iterator > const & >( object ).*iterator )() );
+}
+template< auto set >
+void memberIsWith( PtrInterface & object, Text const & key, String8 const & name,
+                   Value const & value ) {
+   ( static_cast< ClassOf< set > & >( object ).*
+     set )( ArgumentOf< set, 0 >( key ), fromValue< ArgumentOf< set, 1 > >( name, value ) );
+}
+[[noreturn]] KIV_EXPORT void throwOtherKey( Text const & given, Text const & own );
+template< auto set, auto keyOf >
+void memberIsUnder( PtrInterface & object, Text const & key, String8 const & name,
+                    Value const & value ) {
+   auto const member = fromValue< ArgumentOf< set, 0 > >( name, value );
+   if( member && !( ( member.get()->*keyOf )() == key ) )
+      throwOtherKey( key, ( member.get()->*keyOf )() );
+   ( static_cast< ClassOf< set > & >( object ).*set )( member );
+}
+template< auto make >
+void memberMake( PtrInterface & object, Text const & key, String8 const & name,
+                 Value const & value ) {
+   if( !value.is( Value::Kind::nothing ) )
+      throwWrongObject( name, value );
+   ( static_cast< ClassOf< make > & >( object ).*make )( ArgumentOf< make, 0 >( key ) );
+}
+template< auto del >
+void memberDelWith( PtrInterface & object, Text const & key ) {
+   ( static_cast< ClassOf< del > & >( object ).*del )( ArgumentOf< del, 0 >( key ) );
+}
+template< auto delAll >
+void memberDelAllWith( PtrInterface & object ) {
+   ( static_cast< ClassOf< delAll > & >( object ).*delAll )();
+}
+
+} // namespace detail
+
+// One of several operations of a name: overload< void( Name ) >( &ConfigSm::handleAgent ).
+template< class Signature, class C >
+constexpr auto overload( Signature C::*member ) {
+   return member;
+}
+
+// An attribute that can only be read.
+template< auto get >
+constexpr Access reads() {
+   Access access;
+   access.read = &detail::readWith< get >;
+   return access;
+}
+template< auto get, auto set >
+constexpr Access value() {
+   return reads< get >().template writes< set >();
+}
+// A handler or operation; `argument` is the name of what it takes.
+template< auto operation >
+constexpr Access calls( char const * argument = nullptr ) {
+   Access access;
+   access.call = &detail::callWith< operation >;
+   access.argument = argument;
+   return access;
+}
+// One that is called for one key, or without it for all.
+template< auto operation, auto whole >
+constexpr Access callsEither( char const * argument ) {
+   Access access;
+   access.call = &detail::callEither< operation, whole >;
+   access.argument = argument;
+   access.argumentMayMiss = true;
+   return access;
+}
+// A collection, by its getter, count and iterator; `has` tells an absent member from one that has
+// its type's first value, where the getter cannot.
+template< auto get, auto count, auto iterator, auto has = nullptr >
+constexpr Access keyed() {
+   Access access;
+   access.member = &detail::memberWith< get, has >;
+   access.count = &detail::countWith< count >;
+   access.walk = &detail::walkWith< iterator >;
+   return access;
+}
+
+template< auto set >
+constexpr Access Access::writes() const {
+   Access more = *this;
+   more.write = &detail::writeWith< set >;
+   return more;
+}
+template< auto gone >
+constexpr Access Access::deletes() const {
+   Access more = *this;
+   more.del = &detail::memberDelAllWith< gone >;
+   return more;
+}
+// By a setter that takes key and value,
+template< auto set >
+constexpr Access Access::memberWrites() const {
+   Access more = *this;
+   more.memberIs = &detail::memberIsWith< set >;
+   return more;
+}
+// one that takes the key from the member: it has to be the one that was given,
+template< auto set, auto keyOf >
+constexpr Access Access::memberWritesUnder() const {
+   Access more = *this;
+   more.memberIs = &detail::memberIsUnder< set, keyOf >;
+   return more;
+}
+// or one that takes the key and makes the member: nothing is the only value.
+template< auto make >
+constexpr Access Access::memberMakes() const {
+   Access more = *this;
+   more.memberIs = &detail::memberMake< make >;
+   return more;
+}
+template< auto del, auto delAll >
+constexpr Access Access::memberDeletes() const {
+   Access more = *this;
+   more.memberDel = &detail::memberDelWith< del >;
+   more.memberDelAll = &detail::memberDelAllWith< delAll >;
+   return more;
+}
+
+// ---- what every state machine has
+
+namespace detail {
+
+template< class Machine >
+void markWith( PtrInterface & object, String8 const & name, Value const & value ) {
+   static_cast< Machine & >( object ).kivDoZombieReactors( toBool( name, value ) );
+}
+KIV_EXPORT Value readActivity( PtrInterface const & object );
+
+} // namespace detail
+
+// hasNotificationActiveIs: whether notifications are delivered.
+constexpr Access notificationSwitch() {
+   return value< &PtrInterface::hasNotificationActive, &PtrInterface::hasNotificationActiveIs >();
+}
+// kivDoZombieReactors: whether it and its reactors are marked for deletion.
+template< class Machine >
+constexpr Access zombieSwitch() {
+   Access access = reads< &PtrInterface::kivMarkedForDeletion >();
+   access.write = &detail::markWith< Machine >;
+   return access;
+}
+// kivFwkActivity: where the handlers run.
+constexpr Access activity() {
+   Access access;
+   access.read = &detail::readActivity;
+   return access;
+}
+
+} // namespace Kiv
