@@ -4,13 +4,16 @@
 
 #include <Ordovan/ConfigSm.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
 namespace Stage {
 
+using Kiv::keyed;
 using Kiv::Name;
 using Kiv::Ptr;
 using Kiv::PtrInterface;
+using Kiv::reads;
 using Kiv::Role;
 using Kiv::String8;
 
@@ -20,18 +23,125 @@ using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 namespace {
 
 constexpr Kiv::Attribute rows[] = {
-   { 8, "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument, {} },
-   { 9, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument, {} },
-   { 10, "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument, {} },
-   { 11, "handleAgent", "", "Kiv::Name", Role::handler, {} },
-   { 12, "agentConfig", "Stage::AgentConfig", "Kiv::Name", Role::collection | Role::reactor, {} },
-   { 13, "stageStatus", "Stage::StageStatus", "Kiv::Name", Role::collection | Role::reactor, {} },
-   { 14, "handleStage", "", "Kiv::Name", Role::handler, {} },
-   { 15, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
-   { 16, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
-   { 17, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+   { 8, "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument, {},
+     reads< &ConfigSm::config >() },
+   { 9, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument, {},
+     reads< &ConfigSm::status >() },
+   { 10, "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument, {},
+     reads< &ConfigSm::agentDir >() },
+   { 11, "handleAgent", "", "Kiv::Name", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( Name ) >( &ConfigSm::handleAgent ),
+                       Kiv::overload< void() >( &ConfigSm::handleAgent ) >( "name" ) },
+   { 12, "agentConfig", "Stage::AgentConfig", "Kiv::Name", Role::collection | Role::reactor, {},
+     keyed< &ConfigSm::agentConfig, &ConfigSm::agentConfigs, &ConfigSm::agentConfigIteratorConst >()
+        .memberWritesUnder< &ConfigSm::agentConfigIs, &AgentConfig::name >()
+        .memberDeletes< &ConfigSm::agentConfigDel, &ConfigSm::agentConfigDelAll >() },
+   { 13, "stageStatus", "Stage::StageStatus", "Kiv::Name", Role::collection | Role::reactor, {},
+     keyed< &ConfigSm::stageStatus, &ConfigSm::stageStatuss, &ConfigSm::stageStatusIteratorConst >()
+        .memberWritesUnder< &ConfigSm::stageStatusIs, &StageStatus::name >()
+        .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() },
+   { 14, "handleStage", "", "Kiv::Name", Role::handler, {},
+     Kiv::calls< &ConfigSm::handleStage >( "name" ) },
+   { 15, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
+     Kiv::activity() },
+   { 16, "hasNotificationActiveIs", "bool", "", Role::framework, {},
+     Kiv::notificationSwitch() },
+   { 17, "kivDoZombieReactors", "bool", "", Role::framework, {},
+     Kiv::zombieSwitch< ConfigSm >() },
 };
 static_assert( Kiv::numbered( rows ) );
+
+// ---- the nested reactors that can be reached by name
+
+namespace agentConfigRows {
+
+using Reactor = ConfigSm::KivAgentConfig;
+bool works( PtrInterface const & object ) {
+   return static_cast< Reactor const & >( object ).configSm() != nullptr;
+}
+constexpr Kiv::Attribute rows[] = {
+   { 8, "agentConfig", "Kiv::Ptr<Stage::AgentConfig const>", "", Role::constructorArgument, {},
+     reads< &Reactor::notifier >() },
+   { 9, "handleEvent", "", "Kiv::Name", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( Name ) >( &Reactor::handleEvent ),
+                       Kiv::overload< void() >( &Reactor::handleEvent ) >( "stageName" )
+        .whenever( &works ) },
+   { 10, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
+   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace agentConfigRows
+
+namespace stageStatusRows {
+
+using Reactor = KivStageStatus;
+bool works( PtrInterface const & object ) {
+   auto const & reactor = static_cast< Reactor const & >( object );
+   return reactor.configSm() && reactor.stage();
+}
+constexpr Kiv::Attribute rows[] = {
+   { 8, "stageStatus", "Kiv::Ptr<Stage::StageStatus>", "", Role::constructorArgument, {},
+     reads< &Reactor::stage >() },
+   { 9, "eventConfig", "Stage::EventConfig", "Kiv::String8", Role::collection | Role::reactor, {},
+     keyed< &Reactor::eventConfig, &Reactor::eventConfigs, &Reactor::eventConfigIteratorConst >()
+        .memberWritesUnder< &Reactor::eventConfigIs, &EventConfig::agent >()
+        .memberDeletes< &Reactor::eventConfigDel, &Reactor::eventConfigDelAll >()
+        .whenever( &works ) },
+   { 10, "criticalAncestor", "bool", "Kiv::String8", Role::collection, {},
+     keyed< &Reactor::criticalAncestor, &Reactor::criticalAncestors,
+            &Reactor::criticalAncestorIteratorConst, &Reactor::hasCriticalAncestor >()
+        .memberWrites< &Reactor::criticalAncestorIs >()
+        .memberDeletes< &Reactor::criticalAncestorDel, &Reactor::criticalAncestorDelAll >()
+        .whenever( &works ) },
+   { 11, "handleDependency", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &Reactor::handleDependency >( "name" ).whenever( &works ) },
+   { 12, "handleDependencyDel", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &Reactor::handleDependencyDel >( "name" ).whenever( &works ) },
+   { 13, "handleEventDel", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &Reactor::handleEventDel >( "agentName" ).whenever( &works ) },
+   { 14, "handleStage", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &Reactor::handleStage >( "name" ).whenever( &works ) },
+   { 15, "handleCritical", "", "Kiv::String8", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleCritical ),
+                       Kiv::overload< void() >( &Reactor::handleCritical ) >( "name" )
+        .whenever( &works ) },
+   { 16, "handleTimeout", "", "", Role::handler, {},
+     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) },
+   { 17, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
+   { 18, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 19, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace stageStatusRows
+
+namespace eventConfigRows {
+
+using Reactor = KivEventConfig;
+bool works( PtrInterface const & object ) {
+   auto const & reactor = static_cast< Reactor const & >( object );
+   return reactor.notifier() && reactor.kivStageStatus() && reactor.kivStageStatus()->configSm();
+}
+constexpr Kiv::Attribute rows[] = {
+   { 8, "eventConfig", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
+     reads< &Reactor::notifier >() },
+   { 9, "handleDependency", "", "Kiv::String8", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleDependency ),
+                       Kiv::overload< void() >( &Reactor::handleDependency ) >( "name" )
+        .whenever( &works ) },
+   { 10, "handleTimeout", "", "", Role::handler, {},
+     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) },
+   { 11, "handleCritical", "", "", Role::handler, {},
+     Kiv::calls< &Reactor::handleCritical >().whenever( &works ) },
+   { 12, "fwkKey", "Kiv::String8", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
+   { 13, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 14, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace eventConfigRows
 
 template< class T >
 Ptr< T > const & notNull( Ptr< T > const & entity, char const * text ) {
@@ -397,6 +507,27 @@ Kiv::KivType const & ConfigSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & ConfigSm::_fwkType() {
    static auto const & type =
       *new Kiv::KivType( "Stage::ConfigSm", &PtrInterface::_fwkType(), rows );
+   return type;
+}
+
+Kiv::KivType const & ConfigSm::KivAgentConfig::fwkType() const { return _fwkType(); }
+Kiv::KivType const & ConfigSm::KivAgentConfig::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::ConfigSm::KivAgentConfig", &PtrInterface::_fwkType(), agentConfigRows::rows );
+   return type;
+}
+
+Kiv::KivType const & KivStageStatus::fwkType() const { return _fwkType(); }
+Kiv::KivType const & KivStageStatus::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus", &PtrInterface::_fwkType(), stageStatusRows::rows );
+   return type;
+}
+
+Kiv::KivType const & KivEventConfig::fwkType() const { return _fwkType(); }
+Kiv::KivType const & KivEventConfig::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus::KivEventConfig", &PtrInterface::_fwkType(), eventConfigRows::rows );
    return type;
 }
 

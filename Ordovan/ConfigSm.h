@@ -51,6 +51,8 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       // Runs handleEvent().
       KivAgentConfig( Kiv::Ptr< AgentConfig const > const & agent, ConfigSm * configSm );
       ~KivAgentConfig() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       ConfigSm * configSm() const { return configSm_; }
       // The agent's name, also when nothing is watched.
       Kiv::Name fwkKey() const { return key_; }
@@ -98,6 +100,8 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
          KivEventConfig( Kiv::Ptr< EventConfig const > const & event,
                          KivStageStatus * kivStageStatus );
          ~KivEventConfig() override;
+         Kiv::KivType const & fwkType() const override;
+         static Kiv::KivType const & _fwkType();
          KivStageStatus * kivStageStatus() const { return kivStageStatus_; }
          // The agent's name.
          Kiv::String8 fwkKey() const { return key_; }
@@ -149,6 +153,8 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       // Makes a reactor for every event that the stage has, then runs handleCritical().
       KivStageStatus( Kiv::Ptr< StageStatus > const & stage, ConfigSm * configSm );
       ~KivStageStatus() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       ConfigSm * configSm() const { return configSm_; }
       Kiv::Name fwkKey() const { return key_; }
       Kiv::Ptr< StageStatus > stage() const { return notifier(); }

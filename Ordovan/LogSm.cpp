@@ -1,20 +1,37 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Ordovan/LogSm.h>
 
+#include <Ordovan/detail/Types.h>
+
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
 namespace Stage {
 
+using Kiv::Role;
+
 namespace {
 
 constexpr Kiv::Attribute rows[] = {
-   { 8, "stageLog", "Kiv::Ptr<Stage::Log>", "", Kiv::Role::constructorArgument, {} },
-   { 9, "logIs", "", "Kiv::String8", Kiv::Role::operation, {} },
-   { 10, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Kiv::Role::framework, {} },
-   { 11, "hasNotificationActiveIs", "bool", "", Kiv::Role::framework, {} },
-   { 12, "kivDoZombieReactors", "bool", "", Kiv::Role::framework, {} },
+   { 8, "stageLog", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, {},
+     Kiv::reads< &LogSm::stageLog >() },
+   { 9, "logIs", "", "Kiv::String8", Role::operation, {},
+     Kiv::calls< &LogSm::logIs >( "msg" ) },
+   { 10, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
+     Kiv::activity() },
+   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {},
+     Kiv::notificationSwitch() },
+   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {},
+     Kiv::zombieSwitch< LogSm >() },
 };
 static_assert( Kiv::numbered( rows ) );
+
+} // namespace
+
+namespace {
+
+// Initialised before what follows: a message that is declared finds every type registered.
+[[maybe_unused]] bool const typesAreRegistered = ( detail::registerTypes(), true );
 
 } // namespace
 

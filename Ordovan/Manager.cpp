@@ -1,7 +1,11 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Ordovan/Manager.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
+#include <Kiv/GenericIf.h>
+
+#include <initializer_list>
 
 namespace Stage {
 
@@ -11,10 +15,74 @@ using Kiv::String8;
 
 namespace {
 
+// By name a state machine is asked for with a list of the arguments that its mutator takes. All of
+// them have to be there: without its objects a state machine cannot work.
+class Arguments {
+ public:
+   Arguments( String8 const & attribute, Kiv::Value const & value,
+              std::initializer_list< char const * > names )
+      : list_( listOf( attribute, value ) ) {
+      std::size_t known = 0;
+      for( char const * name : names )
+         known += list_.value( name ) != nullptr;
+      if( known != names.size() || list_.size() != known )
+         Kiv::GenericIf::throwUnknownArgException( attribute, wanted( names ) );
+   }
+   template< class T >
+   T get( char const * name ) const {
+      T const value = Kiv::detail::fromValue< T >( name, *list_.value( name ) );
+      if constexpr( Kiv::detail::Pointer< T > )
+         Kiv::valid( value );
+      return value;
+   }
+
+ private:
+   static Kiv::List_ const & listOf( String8 const & attribute, Kiv::Value const & value ) {
+      if( !value.is( Kiv::Value::Kind::list ) )
+         Kiv::detail::throwWrongObject( attribute, value );
+      return value.list();
+   }
+   static String8 wanted( std::initializer_list< char const * > names ) {
+      String8 text( "it takes each of" );
+      for( char const * name : names )
+         text += String8( " " ) + name;
+      return text;
+   }
+
+   Kiv::List_ const & list_;
+};
+
+void configSmWith( Kiv::PtrInterface & object, String8 const & attribute,
+                   Kiv::Value const & value ) {
+   Arguments const a( attribute, value, { "config", "status", "agentDir" } );
+   static_cast< Ordovan & >( object ).configSmIs( a.get< Ptr< Config const > >( "config" ),
+                                                  a.get< Ptr< Status > >( "status" ),
+                                                  a.get< Ptr< Kiv::Dir const > >( "agentDir" ) );
+}
+void statusSmWith( Kiv::PtrInterface & object, String8 const & attribute,
+                   Kiv::Value const & value ) {
+   Arguments const a( attribute, value, { "application", "config", "status", "progress", "log" } );
+   static_cast< Ordovan & >( object ).statusSmIs(
+      a.get< String8 >( "application" ), a.get< Ptr< Config const > >( "config" ),
+      a.get< Ptr< Status > >( "status" ), a.get< Ptr< Progress > >( "progress" ),
+      a.get< Ptr< Log > >( "log" ) );
+}
+
+template< auto get, auto del >
+constexpr Kiv::Access machine( void ( *make )( Kiv::PtrInterface &, String8 const &,
+                                               Kiv::Value const & ) ) {
+   Kiv::Access access = Kiv::reads< get >().template deletes< del >();
+   access.write = make;
+   return access;
+}
+
 constexpr Kiv::Attribute rows[] = {
-   { 8, "isNondestructing", "bool", "", Role::value, {} },
-   { 9, "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value, {} },
-   { 10, "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value, {} },
+   { 8, "isNondestructing", "bool", "", Role::value, {},
+     Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >() },
+   { 9, "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value, {},
+     machine< &Ordovan::configSm, &Ordovan::configSmDel >( &configSmWith ) },
+   { 10, "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value, {},
+     machine< &Ordovan::statusSm, &Ordovan::statusSmDel >( &statusSmWith ) },
 };
 static_assert( Kiv::numbered( rows ) );
 

@@ -270,7 +270,7 @@ void KivStageStatus::writeCritical( bool critical ) {
 // the links to the stages depended upon, which matters when a dependency was added. It ends
 // because setting a link that is set, or removing one that is not there, decides nothing anew.
 void KivStageStatus::handleCritical() {
-   if( !stage() )
+   if( !stage() || !configSm() )
       return;
    detail::CriticalStack stack;
    Ptr< KivStageStatus > next( this );
@@ -619,7 +619,8 @@ void StageSm::handlePendingEvent() {
       ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents." );
       return;
    }
-   if( !stage() )
+   StatusSm * const owner = mainSm(); // what the message sets off may take it from us
+   if( !stage() || !owner )
       return;
    Kept const kept( *this );
    String8 const text = "stage " + String8( fwkKey() ) + " is complete";
@@ -633,7 +634,7 @@ void StageSm::handlePendingEvent() {
    completionTimeIs( Kiv::now() );
    completeIs( true );
    logSm()->logIs( text );
-   mainSm()->doNextStage();
+   owner->doNextStage();
 }
 
 // =============================================================================================
@@ -660,7 +661,7 @@ void StageSm::handleStageUncompleted() {
       ORDOVAN_TRACE( 8, " not yet initialized; ignore initial handler for timeout." );
       return;
    }
-   if( !stage() )
+   if( !stage() || !mainSm() )
       return;
    Kept const kept( *this );
    ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents remaining" );

@@ -3,6 +3,8 @@
 
 #include <Ordovan/StatusSm.h>
 
+#include <Kiv/Access.h>
+
 namespace Stage {
 
 using Kiv::Ptr;
@@ -11,16 +13,29 @@ using Kiv::String8;
 
 namespace {
 
+// Whether the handlers have what they need: an object that somebody kept can have lost both.
+bool works( Kiv::PtrInterface const & object ) {
+   auto const & sm = static_cast< StageEnableSm const & >( object );
+   return sm.mainSm() && sm.stage();
+}
+
 constexpr Kiv::Attribute rows[] = {
-   { 8, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {} },
-   { 9, "name", "Kiv::Name", "", Role::value, {} },
-   { 10, "handleDependencyDel", "", "Kiv::String8", Role::handler, {} },
-   { 11, "handleCritical", "", "", Role::handler, {} },
-   { 12, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {} },
-   { 13, "fwkKey", "Kiv::Name", "", Role::framework, {} },
-   { 14, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
-   { 15, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
-   { 16, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+   { 8, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {},
+     Kiv::reads< &StageEnableSm::stage >() },
+   { 9, "name", "Kiv::Name", "", Role::value, {}, Kiv::reads< &StageEnableSm::name >() },
+   { 10, "handleDependencyDel", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) },
+   { 11, "handleCritical", "", "", Role::handler, {},
+     Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) },
+   { 12, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {},
+     Kiv::reads< &StageEnableSm::mainSm >() },
+   { 13, "fwkKey", "Kiv::Name", "", Role::framework, {}, Kiv::reads< &StageEnableSm::fwkKey >() },
+   { 14, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
+     Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() },
+   { 15, "hasNotificationActiveIs", "bool", "", Role::framework, {},
+     Kiv::notificationSwitch() },
+   { 16, "kivDoZombieReactors", "bool", "", Role::framework, {},
+     Kiv::zombieSwitch< StageEnableSm >() },
 };
 static_assert( Kiv::numbered( rows ) );
 

@@ -5,14 +5,17 @@
 
 #include <Ordovan/StatusSm.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
 namespace Stage {
 
 using Kiv::changes;
+using Kiv::keyed;
 using Kiv::members;
 using Kiv::Ptr;
 using Kiv::PtrInterface;
+using Kiv::reads;
 using Kiv::Role;
 using Kiv::String8;
 
@@ -36,32 +39,110 @@ enum : Kiv::AttributeId {
    handleStageUncompleted,
    initialized,
 };
+
+// Whether the handlers have what they need: an object that somebody kept can have lost both.
+bool works( PtrInterface const & object ) {
+   auto const & sm = static_cast< StageSm const & >( object );
+   return sm.mainSm() && sm.stage();
+}
+
 constexpr Kiv::Attribute rows[] = {
-   { stage, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {} },
-   { logSm, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument, {} },
-   { name, "name", "Kiv::Name", "", Role::value, {} },
-   { complete, "complete", "bool", "", tells, changes< &N::onComplete >() },
-   { timedOut, "timedOut", "bool", "", tells, changes< &N::onTimedOut >() },
-   { completionTime, "completionTime", "double", "", tells, changes< &N::onCompletionTime >() },
+   { stage, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {},
+     reads< &StageSm::stage >() },
+   { logSm, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument, {},
+     reads< &StageSm::logSm >() },
+   { name, "name", "Kiv::Name", "", Role::value, {}, reads< &StageSm::name >() },
+   { complete, "complete", "bool", "", tells, changes< &N::onComplete >(),
+     Kiv::value< &StageSm::complete, &StageSm::completeIs >() },
+   { timedOut, "timedOut", "bool", "", tells, changes< &N::onTimedOut >(),
+     Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() },
+   { completionTime, "completionTime", "double", "", tells, changes< &N::onCompletionTime >(),
+     Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() },
    { pendingEvent, "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
-              &N::onPendingEvent >() },
-   { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {} },
-   { handleEventDel, "handleEventDel", "", "Kiv::String8", Role::handler, {} },
+              &N::onPendingEvent >(),
+     keyed< &StageSm::pendingEvent, &StageSm::pendingEvents, &StageSm::pendingEventIteratorConst >()
+        .memberWritesUnder< &StageSm::pendingEventIs, &EventConfig::uid >()
+        .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
+        .whenever( &works ) },
+   { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( String8 ) >( &StageSm::handlePendingEvent ),
+                       Kiv::overload< void() >( &StageSm::handlePendingEvent ) >( "uid" )
+        .whenever( &works ) },
+   { handleEventDel, "handleEventDel", "", "Kiv::String8", Role::handler, {},
+     Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) },
    { event, "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >() },
+     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+     keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
+        .memberWrites< &StageSm::eventIs >()
+        .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
+        .whenever( &works ) },
    { stageUncompleted, "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
-     changes< &N::onStageUncompleted >() },
-   { handleStageUncompleted, "handleStageUncompleted", "", "", Role::handler, {} },
-   { initialized, "initialized", "bool", "", tells, changes< &N::onInitialized >() },
-   { 21, "handleInitialized", "", "", Role::handler, {} },
-   { 22, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {} },
-   { 23, "fwkKey", "Kiv::Name", "", Role::framework, {} },
-   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
-   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
-   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+     changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() },
+   { handleStageUncompleted, "handleStageUncompleted", "", "", Role::handler, {},
+     Kiv::calls< &StageSm::handleStageUncompleted >().whenever( &works ) },
+   { initialized, "initialized", "bool", "", tells, changes< &N::onInitialized >(),
+     Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() },
+   { 21, "handleInitialized", "", "", Role::handler, {},
+     Kiv::calls< &StageSm::handleInitialized >().whenever( &works ) },
+   { 22, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {},
+     reads< &StageSm::mainSm >() },
+   { 23, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &StageSm::fwkKey >() },
+   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
+     Kiv::activity() },
+   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {},
+     Kiv::notificationSwitch() },
+   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {},
+     Kiv::zombieSwitch< StageSm >() },
 };
 static_assert( Kiv::numbered( rows ) );
+
+// ---- the nested reactors
+
+namespace eventRows {
+
+using Reactor = StageSm::KivEvent;
+bool reports( PtrInterface const & object ) {
+   auto const & reactor = static_cast< Reactor const & >( object );
+   return reactor.stageSm() && reactor.event();
+}
+constexpr Kiv::Attribute rows[] = {
+   { 8, "event", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
+     reads< &Reactor::event >() },
+   { 9, "handleComplete", "", "", Role::handler, {},
+     Kiv::calls< &Reactor::handleComplete >().whenever( &reports ) },
+   { 10, "fwkKey", "Kiv::String8", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
+   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace eventRows
+
+namespace pendingEventRows {
+
+constexpr Kiv::Attribute rows[] = {
+   { 8, "pendingEvent", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
+     reads< &StageSm::KivPendingEvent::pendingEvent >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace pendingEventRows
+
+namespace timerRows {
+
+using Reactor = StageSm::KivStageUncompleted;
+constexpr Kiv::Attribute rows[] = {
+   { 8, "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument, {},
+     reads< &Reactor::notifier >() },
+   { 9, "timeMin", "double", "", Role::value, {},
+     Kiv::value< &Reactor::timeMin, &Reactor::timeMinIs >() },
+   { 10, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 11, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace timerRows
 
 constexpr Kiv::Attribute const & row( Kiv::AttributeId id ) {
    return rows[ id - Kiv::firstOwnAttribute ];
@@ -152,6 +233,27 @@ StageSm::~StageSm() {
       stageUncompleted_->stageSmIs( nullptr );
    for( auto i = event_.iterator(); i; ++i )
       i.ptr()->stageSm_ = nullptr;
+}
+
+Kiv::KivType const & StageSm::KivEvent::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StageSm::KivEvent::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StageSm::KivEvent", &PtrInterface::_fwkType(), eventRows::rows );
+   return type;
+}
+
+Kiv::KivType const & StageSm::KivPendingEvent::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StageSm::KivPendingEvent::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StageSm::KivPendingEvent", &PtrInterface::_fwkType(), pendingEventRows::rows );
+   return type;
+}
+
+Kiv::KivType const & StageSm::KivStageUncompleted::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StageSm::KivStageUncompleted", &PtrInterface::_fwkType(), timerRows::rows );
+   return type;
 }
 
 StageSm::Kept::Kept( StageSm & sm )

@@ -49,6 +49,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
       KivEvent( Kiv::Ptr< EventConfig const > const & event, Kiv::String8 const & key,
                 StageSm * stageSm );
       ~KivEvent() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       StageSm * stageSm() const { return stageSm_; }
       Kiv::Ptr< EventConfig const > event() const { return notifier(); }
       // The agent's name.
@@ -71,6 +73,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
     public:
       explicit KivPendingEvent( Kiv::Ptr< EventConfig const > const & event );
       ~KivPendingEvent() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       Kiv::Ptr< EventConfig const > pendingEvent() const { return event_; }
       void pendingEventIs( Kiv::Ptr< EventConfig const > const & event ) { event_ = event; }
 
@@ -83,6 +87,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
     public:
       KivStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock, StageSm * stageSm );
       ~KivStageUncompleted() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       StageSm * stageSm() const { return stageSm_; }
       void stageSmIs( StageSm * stageSm ) { stageSm_ = stageSm; }
       void onTime() override;
@@ -117,6 +123,7 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
 
    Kiv::Ptr< StageStatus const > stage() const { return notifier(); }
    Kiv::Ptr< LogSm > logSm() const { return logSm_; }
+   // Null once the StatusSm has let go of this: then it does not react any more.
    StatusSm * mainSm() const { return mainSm_; }
    // The stage's name: the key in its owner's collection.
    Kiv::Name fwkKey() const { return key_; }
@@ -172,7 +179,7 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void stageUncompletedDel();
    Kiv::Ptr< KivStageUncompleted > newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
 
-   // ---- handlers. One that watches no stage any more does not react.
+   // ---- handlers. One that has lost its stage or its owner does not react.
 
    void handleInitialized();
    void handleEventDel( Kiv::String8 agentName );
@@ -183,6 +190,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void handleStageUncompleted();
 
  private:
+   friend class StatusSm;
+
    // Keeps a StageSm and its owner while something passes through code of others, the sink of log
    // messages, which may let go of them all.
    class Kept {

@@ -3,40 +3,87 @@
 
 #include <Ordovan/StatusSm.h>
 
+#include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
 namespace Stage {
 
+using Kiv::keyed;
 using Kiv::Name;
 using Kiv::Ptr;
+using Kiv::reads;
 using Kiv::Role;
 using Kiv::String8;
+using Kiv::value;
 
 namespace {
 
+// Whether the handlers have what they need.
+bool works( Kiv::PtrInterface const & object ) {
+   auto const & sm = static_cast< StatusSm const & >( object );
+   return sm.config() && sm.status() && sm.recalculateNextStage();
+}
+
 constexpr Kiv::Attribute rows[] = {
-   { 8, "application", "Kiv::String8", "", Role::constructorArgument, {} },
+   { 8, "application", "Kiv::String8", "", Role::constructorArgument, {},
+     reads< &StatusSm::application >() },
    { 9, "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument | Role::reactor,
-     {} },
-   { 10, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument | Role::reactor, {} },
-   { 11, "progress", "Kiv::Ptr<Stage::Progress>", "", Role::constructorArgument, {} },
-   { 12, "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, {} },
-   { 13, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::value, {} },
-   { 14, "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection, {} },
-   { 15, "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection, {} },
-   { 16, "handleActiveStage", "", "Kiv::String8", Role::handler, {} },
-   { 17, "needRecalculateNextStage", "bool", "", Role::value, {} },
-   { 18, "handleNextStage", "", "", Role::handler, {} },
-   { 19, "doNextStage", "", "", Role::operation, {} },
-   { 20, "recalculateNextStage", "Kiv::Clock", "", Role::reactor, {} },
-   { 21, "handleEnabled", "", "", Role::handler, {} },
-   { 22, "initialized", "bool", "", Role::value, {} },
-   { 23, "handleInitialized", "", "", Role::handler, {} },
-   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {} },
-   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {} },
-   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {} },
+     {}, reads< &StatusSm::config >() },
+   { 10, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument | Role::reactor, {},
+     reads< &StatusSm::status >() },
+   { 11, "progress", "Kiv::Ptr<Stage::Progress>", "", Role::constructorArgument, {},
+     reads< &StatusSm::progress >() },
+   { 12, "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, {}, reads< &StatusSm::log >() },
+   { 13, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::value, {}, reads< &StatusSm::logSm >() },
+   { 14, "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection, {},
+     keyed< &StatusSm::stageEnableSm, &StatusSm::stageEnableSms,
+            &StatusSm::stageEnableSmIteratorConst >()
+        .memberWritesUnder< &StatusSm::stageEnableSmIs, &StageStatus::name >()
+        .memberDeletes< &StatusSm::stageEnableSmDel, &StatusSm::stageEnableSmDelAll >() },
+   { 15, "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection, {},
+     keyed< &StatusSm::stageSm, &StatusSm::stageSms, &StatusSm::stageSmIteratorConst >()
+        .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() },
+   { 16, "handleActiveStage", "", "Kiv::String8", Role::handler, {},
+     Kiv::callsEither< Kiv::overload< void( String8 ) >( &StatusSm::handleActiveStage ),
+                       Kiv::overload< void() >( &StatusSm::handleActiveStage ) >( "name" )
+        .whenever( &works ) },
+   { 17, "needRecalculateNextStage", "bool", "", Role::value, {},
+     value< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >() },
+   { 18, "handleNextStage", "", "", Role::handler, {},
+     Kiv::calls< &StatusSm::handleNextStage >().whenever( &works ) },
+   { 19, "doNextStage", "", "", Role::operation, {},
+     Kiv::calls< &StatusSm::doNextStage >().whenever( &works ) },
+   { 20, "recalculateNextStage", "Kiv::Clock", "", Role::reactor, {},
+     reads< &StatusSm::recalculateNextStage >() },
+   { 21, "handleEnabled", "", "", Role::handler, {},
+     Kiv::calls< &StatusSm::handleEnabled >().whenever( &works ) },
+   { 22, "initialized", "bool", "", Role::value, {},
+     value< &StatusSm::initialized, &StatusSm::initializedIs >() },
+   { 23, "handleInitialized", "", "", Role::handler, {},
+     Kiv::calls< &StatusSm::handleInitialized >().whenever( &works ) },
+   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
+     Kiv::activity() },
+   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {},
+     Kiv::notificationSwitch() },
+   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {},
+     Kiv::zombieSwitch< StatusSm >() },
 };
 static_assert( Kiv::numbered( rows ) );
+
+namespace timerRows {
+
+using Reactor = StatusSm::KivRecalculateNextStage;
+constexpr Kiv::Attribute rows[] = {
+   { 8, "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument, {},
+     reads< &Reactor::notifier >() },
+   { 9, "timeMin", "double", "", Role::value, {},
+     value< &Reactor::timeMin, &Reactor::timeMinIs >() },
+   { 10, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
+   { 11, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
+};
+static_assert( Kiv::numbered( rows ) );
+
+} // namespace timerRows
 
 } // namespace
 
@@ -83,6 +130,13 @@ void StatusSm::KivRecalculateNextStage::onTime() {
 }
 void StatusSm::KivRecalculateNextStage::kivDoZombieReactors( bool zombie ) {
    Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
+}
+
+Kiv::KivType const & StatusSm::KivRecalculateNextStage::fwkType() const { return _fwkType(); }
+Kiv::KivType const & StatusSm::KivRecalculateNextStage::_fwkType() {
+   static auto const & type =
+      *new Kiv::KivType( "Stage::StatusSm::KivRecalculateNextStage", &Kiv::PtrInterface::_fwkType(), timerRows::rows );
+   return type;
 }
 
 // ----------------------------------------------------------------------------- life of it all
@@ -243,6 +297,7 @@ void StatusSm::stageEnableSmDel( Name const & name ) {
       return;
    gone->kivDoZombieReactors( true );
    stageEnableSm_.memberDel( gone->fwkKey() );
+   gone->mainSmIs( nullptr ); // somebody may keep it longer than we live
 }
 
 void StatusSm::stageEnableSmDelAll() {
@@ -282,6 +337,7 @@ void StatusSm::stageSmDel( Name const & name ) {
       return;
    gone->kivDoZombieReactors( true );
    stageSm_.memberDel( gone->fwkKey() );
+   gone->mainSm_ = nullptr; // somebody may keep it longer than we live
 }
 
 void StatusSm::stageSmDelAll() {

@@ -60,6 +60,8 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
     public:
       KivRecalculateNextStage( Kiv::Ptr< Kiv::Clock const > const & clock, StatusSm * statusSm );
       ~KivRecalculateNextStage() override;
+      Kiv::KivType const & fwkType() const override;
+      static Kiv::KivType const & _fwkType();
       StatusSm * statusSm() const { return statusSm_; }
       void onTime() override;
       virtual void kivDoZombieReactors( bool zombie );

@@ -16,6 +16,8 @@ function( ordovan_library name )
       "$<BUILD_INTERFACE:${arg_INCLUDE_ROOT}>"
       "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>" )
    target_link_libraries( ${name} PUBLIC ${arg_LIBRARIES} )
+   # What a library registers lives as long as the process, so the library has to stay too.
+   target_link_options( ${name} PRIVATE -Wl,-z,nodelete )
    if( NOT ORDOVAN_SANITIZE )
       target_link_options( ${name} PRIVATE -Wl,-z,defs
          "-Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map" )
