@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <locale>
 #include <random>
 #include <string>
 
 using Kiv::Ptr;
 using Kiv::String8;
+using Kiv::valueFromString;
 using Kiv::valueToString;
 using Limits = std::numeric_limits< double >;
 
@@ -80,6 +82,107 @@ TEST( ValueToString, OfAnObjectIsWhatItIsKnownBy ) {
    EXPECT_EQ( valueToString( watcher ), String8( "Kiv::PtrInterface" ) ) << "it watches nothing";
    watcher->notifierIs( Ptr< Kiv::PtrInterface const >( inner ) );
    EXPECT_EQ( valueToString( watcher ), String8( "outer/inner" ) );
+}
+
+namespace {
+
+// What valueFromString refuses a text with.
+template< class T >
+std::string refusal( String8 const & text ) {
+   try {
+      valueFromString< T >( text );
+   } catch( Kiv::RangeException const & e ) {
+      return e.what();
+   }
+   return "accepted";
+}
+
+void expectRoundTrip( double value ) {
+   double const again = valueFromString< double >( valueToString( value ) );
+   EXPECT_EQ( std::bit_cast< std::uint64_t >( again ), std::bit_cast< std::uint64_t >( value ) )
+      << valueToString( value );
+}
+
+} // namespace
+
+TEST( ValueFromString, OfADoublesTextIsThatVeryDouble ) {
+   for( double value : { 0.0, -0.0, 30.0, 0.1, -2.5, 1.0 / 3, 1e300, 5e-324, -5e-324, Limits::max(),
+                         Limits::lowest(), Limits::min(), Limits::infinity(), -Limits::infinity(),
+                         2.2250738585072009e-308, 9007199254740993.0 } )
+      expectRoundTrip( value );
+   EXPECT_TRUE( std::isnan( valueFromString< double >( "nan" ) ) );
+   EXPECT_TRUE( std::isnan( valueFromString< double >( valueToString( -Limits::quiet_NaN() ) ) ) );
+}
+
+TEST( ValueFromString, OfADoublesTextIsThatVeryDoubleForEveryPatternOfBits ) {
+   std::mt19937_64 random( 2 );
+   for( int n = 0; n != 100000; ++n ) {
+      double const value = std::bit_cast< double >( static_cast< std::uint64_t >( random() ) );
+      if( !std::isnan( value ) )
+         expectRoundTrip( value );
+      // Small exponents: numbers that have no full precision.
+      expectRoundTrip( std::bit_cast< double >( random() & 0x800fffffffffffffU ) );
+   }
+}
+
+TEST( ValueFromString, OfTheOtherTypesIsWhatWasWritten ) {
+   EXPECT_TRUE( valueFromString< bool >( "true" ) );
+   EXPECT_FALSE( valueFromString< bool >( "false" ) );
+   for( unsigned int value : { 0U, 1U, 4294967295U } )
+      EXPECT_EQ( valueFromString< unsigned int >( valueToString( value ) ), value );
+   String8 const bytes( std::string_view( " a\0b\n", 5 ) );
+   EXPECT_EQ( valueFromString< String8 >( bytes ), bytes );
+   EXPECT_EQ( valueFromString< Kiv::Name >( bytes ), Kiv::Name( bytes ) );
+   EXPECT_EQ( valueFromString< String8 >( "" ), String8() );
+}
+
+TEST( ValueFromString, OtherSpellingsOfANumberAreRead ) {
+   EXPECT_EQ( valueFromString< double >( "0.50" ), 0.5 );
+   EXPECT_EQ( valueFromString< double >( "1E3" ), 1000.0 );
+   EXPECT_EQ( valueFromString< double >( ".5" ), 0.5 );
+   EXPECT_EQ( valueFromString< unsigned int >( "007" ), 7U );
+}
+
+TEST( ValueFromString, OfAnyOtherTextIsRefused ) {
+   for( char const * text : { "", " ", "1 ", " 1", "+1", "1,5", "1.5x", "0x10", "--1", "1e", "e5",
+                              "infinity", "INF", "Inf", "NaN", "-nan", "nan(1)", "1e999", "-1e999",
+                              "1e-999", ".", "-", "true", "1\n", "1'000" } )
+      EXPECT_NE( refusal< double >( text ), "accepted" ) << text;
+   for( char const * text : { "", "True", "TRUE", "1", "0", "yes", " true", "true ", "truefalse" } )
+      EXPECT_NE( refusal< bool >( text ), "accepted" ) << text;
+   for( char const * text : { "", "-1", "+1", "-0", "4294967296", "99999999999999999999", "1.0",
+                              "0x1", " 1", "1 ", "true" } )
+      EXPECT_NE( refusal< unsigned int >( text ), "accepted" ) << text;
+   EXPECT_NE( refusal< double >( String8( std::string_view( "1\0", 2 ) ) ), "accepted" );
+   EXPECT_NE( refusal< unsigned int >( String8( std::string_view( "1\0", 2 ) ) ), "accepted" );
+}
+
+TEST( ValueFromString, TheRefusalNamesTheTextAndWhatWasExpected ) {
+   EXPECT_EQ( refusal< bool >( "yes\n" ),
+              "\"yes\\x0a\" is no value here: true or false was expected" );
+   EXPECT_EQ( refusal< unsigned int >( "-1" ),
+              "\"-1\" is no value here: a whole number from 0 to 4294967295 was expected" );
+   EXPECT_EQ( refusal< double >( "1,5" ),
+              "\"1,5\" is no value here: a number such as 30, 0.1 or 1e+300 in the range of a "
+              "double, inf, -inf or nan was expected" );
+   EXPECT_EQ( refusal< bool >( std::string( 70, 'x' ) ),
+              "\"" + std::string( 60, 'x' ) +
+                 "...\" is no value here: true or false was expected" );
+}
+
+TEST( ValueFromString, TheLocaleHasNoSay ) {
+   struct Commas : std::numpunct< char > {
+      char do_decimal_point() const override { return ','; }
+      char do_thousands_sep() const override { return '.'; }
+      std::string do_grouping() const override { return "\3"; }
+   };
+   std::locale const before = std::locale::global( std::locale( std::locale(), new Commas ) );
+   EXPECT_EQ( valueFromString< double >( "1.5" ), 1.5 );
+   EXPECT_EQ( valueToString( 1234.5 ), String8( "1234.5" ) );
+   EXPECT_EQ( valueToString( 123456U ), String8( "123456" ) );
+   EXPECT_NE( refusal< double >( "1,5" ), "accepted" );
+   EXPECT_NE( refusal< unsigned int >( "1.234" ), "accepted" );
+   std::locale::global( before );
 }
 
 TEST( Type, OfBuiltInsHaveTheirNamesAndOneObjectEach ) {
