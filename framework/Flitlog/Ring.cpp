@@ -242,7 +242,8 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    state->record = std::make_unique< std::uint64_t[] >( header.recordMost / 8 );
    state->mapBytes = static_cast< std::size_t >( header.fileBytes );
    state->file = detail::create( path, header.fileBytes, [ & ]( int fd ) {
-      void * const map = mmap( nullptr, state->mapBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0 );
+      void * const map =
+         mmap( nullptr, state->mapBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0 );
       if( map == MAP_FAILED )
          detail::fail( path, "cannot be mapped into memory", errno );
       state->map = static_cast< char * >( map );

@@ -2,9 +2,11 @@
 // Binary traces in a ring: a file in memory that outlives its process, however that ends.
 //
 //    auto const file = Flitlog::TraceFile::TraceFileIs( "/run/agent.trace" );
-//    int id = ( Flitlog::MsgDesc( file.get(), "Source", __LINE__ ) << "count " << Varg{ "i" } ).finish();
+//    Flitlog::MsgDesc desc( file.get(), "Source", __LINE__ );
+//    desc << "count " << Flitlog::Varg{ "i" };
+//    int id = desc.finish();
 //    file->msgIdArrIs( &id );
-//    RingBuf & record = RingBuf::startMsg( file.get(), id );
+//    Flitlog::RingBuf & record = Flitlog::RingBuf::startMsg( file.get(), id );
 //    put( record, 7 );
 //    record.endMsg();
 //
@@ -92,8 +94,8 @@ class FLITLOG_EXPORT RingBuf {
    bool tooLong_ = false;
 };
 
-// Values, in the order and of the types that the descriptor says. A string for which a record has no
-// room is shortened, and the reader says by how much.
+// Values, in the order and of the types that the descriptor says. A string for which a record has
+// no room is shortened, and the reader says by how much.
 inline void put( RingBuf & record, bool v ) { record.value( static_cast< unsigned char >( v ) ); }
 inline void put( RingBuf & record, std::int32_t v ) { record.value( v ); }
 inline void put( RingBuf & record, std::uint32_t v ) { record.value( v ); }

@@ -25,7 +25,7 @@
 
 namespace Flitlog::detail {
 
-static_assert( std::endian::native == std::endian::little, "the file is written as it is in memory" );
+static_assert( std::endian::native == std::endian::little, "written as it is in memory" );
 static_assert( sizeof( double ) == 8 && sizeof( int ) == 4 );
 
 // The first byte is no text in any encoding; the line ends show a transfer that changes them.
@@ -96,7 +96,8 @@ struct alignas( 8 ) DescriptorHead {
 };
 static_assert( sizeof( DescriptorHead ) == 24 );
 static_assert( offsetof( DescriptorHead, id ) == 8 && offsetof( DescriptorHead, line ) == 12 );
-static_assert( offsetof( DescriptorHead, level ) == 16 && offsetof( DescriptorHead, pieces ) == 20 );
+static_assert( offsetof( DescriptorHead, level ) == 16 );
+static_assert( offsetof( DescriptorHead, pieces ) == 20 );
 
 enum class PieceKind : std::uint8_t {
    literal = 0,  // the string is text
