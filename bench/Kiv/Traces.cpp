@@ -5,7 +5,10 @@
 #include <Kiv/Kiv.h>
 #include <Kiv/Trace.h>
 
+#include <cstdio>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace Bench {
 
@@ -110,12 +113,59 @@ void on() {
    } );
 }
 
+// What a hand-written ring would take down of the same event.
+struct Event {
+   std::uint32_t point;
+   std::uint32_t value;
+   double time;
+   char name[ 16 ];
+};
+
+// Into a trace file, no text: the number of the point, the time, a number and a name.
+void recorded() {
+   std::string const what = "trace point, recorded in a ring";
+   subject( what, []( benchmark::State & state ) {
+      Kiv::traceRingIs( "bench-%p.ring", 1 << 20 );
+      Kiv::TraceHandle & theHandle = handle();
+      Kiv::Name const name( "Platform" );
+      std::uint32_t x = 1;
+      measure( state, turns, [ & ] {
+         for( int i = 0; i != turns; ++i ) {
+            x = step( x );
+            KIV_TRACE( theHandle, 8, "Traces", "step ", x, " of ", name );
+         }
+      } );
+      std::string const path = Flitlog::theTraceFile->path();
+      Kiv::traceRingIs( "" );
+      std::remove( path.c_str() );
+   } );
+   control( what, "ring of structures by hand", []( benchmark::State & state ) {
+      std::vector< Event > ring( ( 1 << 20 ) / sizeof( Event ) );
+      std::size_t at = 0;
+      Kiv::Name const name( "Platform" );
+      std::uint32_t x = 1;
+      measure( state, turns, [ & ] {
+         for( int i = 0; i != turns; ++i ) {
+            x = step( x );
+            Event & event = ring[ at ];
+            event.point = 1;
+            event.value = x;
+            event.time = Kiv::now();
+            name.view().copy( event.name, sizeof event.name );
+            at = at + 1 == ring.size() ? 0 : at + 1;
+         }
+         benchmark::DoNotOptimize( ring.data() );
+      } );
+   } );
+}
+
 } // namespace
 
 void benchmarks() {
    off();
    offMadeAtFirstUse();
    on();
+   recorded();
 }
 
 } // namespace Bench
