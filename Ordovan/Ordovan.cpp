@@ -249,7 +249,8 @@ bool KivStageStatus::decideCritical() const {
    }
    for( auto i = notifier()->eventIteratorConst(); i; ++i )
       if( i.ptr()->critical() ) {
-         ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because ", i.ptr()->uid(), " is critical" );
+         ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because ", i.ptr()->uid(),
+                           " is critical" );
          return true;
       }
    return false;
@@ -257,9 +258,11 @@ bool KivStageStatus::decideCritical() const {
 
 void KivStageStatus::writeCritical( bool critical ) {
    if( critical != stage()->critical() )
-      ORDOVAN_TRACE_IN( "handleCritical", 8, " Setting critical for stage ", fwkKey(), " to ", critical );
+      ORDOVAN_TRACE_IN( "handleCritical", 8, " Setting critical for stage ", fwkKey(), " to ",
+                        critical );
    else
-      ORDOVAN_TRACE_IN( "handleCritical", 8, fwkKey(), ": No change to critical (", critical, ")." );
+      ORDOVAN_TRACE_IN( "handleCritical", 8, fwkKey(), ": No change to critical (", critical,
+                        ")." );
    stage()->criticalIs( critical );
    ORDOVAN_TRACE_IN( "handleCritical", 8, "   Force dependents of ", fwkKey(),
                   " to recompute based on our critical", critical );
@@ -415,11 +418,13 @@ bool StatusSm::criticalStageWaits( Status const & stages ) const {
 // Whether an active stage is not complete.
 bool StatusSm::inProgress( StageStatus const & stage, bool criticalWaiting ) const {
    if( criticalWaiting && !stage.critical() )
-      ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(), " in progress, but now non-critical" );
+      ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(),
+                        " in progress, but now non-critical" );
    Ptr< StageSm > const sm = stageSm( stage.name() );
    if( sm && sm->complete() )
       return false;
-   ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(), " in progress, but not yet complete." );
+   ORDOVAN_TRACE_IN( "handleNextStage", 9, "Stage ", stage.name(),
+                     " in progress, but not yet complete." );
    return true;
 }
 
@@ -428,19 +433,19 @@ bool StatusSm::dependenciesSatisfied( Status const & stages, StageStatus const &
    for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
       String8 const name = i.key();
       if( !stages.activeStage( name ) ) {
-         ORDOVAN_TRACE_IN( "handleNextStage", 9, name, " is not yet ready, which means ", stage.name(),
-                        " is also unready." );
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, name, " is not yet ready, which means ",
+                           stage.name(), " is also unready." );
          return false;
       }
       Ptr< StageSm > const sm = stageSm( name );
       if( !sm ) {
-         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Unactivated stage SM for ", name, " means ", stage.name(),
-                        " is unready." );
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Unactivated stage SM for ", name, " means ",
+                           stage.name(), " is unready." );
          return false;
       }
       if( !sm->complete() ) {
-         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Incomplete dependency ", name, " means ", stage.name(),
-                        " is unready." );
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, "Incomplete dependency ", name, " means ",
+                           stage.name(), " is unready." );
          return false;
       }
    }

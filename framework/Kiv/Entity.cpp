@@ -22,7 +22,9 @@ constexpr Attribute rows[] = {
 } // namespace
 
 Entity::NotifieeConst::NotifieeConst() {
-   watches_ = []( PtrInterface const & p ) { return dynamic_cast< Entity const * >( &p ) != nullptr; };
+   watches_ = []( PtrInterface const & p ) {
+      return dynamic_cast< Entity const * >( &p ) != nullptr;
+   };
    knows_ = firstOwnAttribute - 1;
 }
 Name Entity::NotifieeConst::name() const {
@@ -58,7 +60,8 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
    for( Entity const * e = next.get(); e; e = e->parent_ )
       if( e == this )
          throwRangeException( fullName() + String8( " cannot be inside itself" ) );
-   Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr; // let go after the queueing: it may be the last reference
+   // Let go after the queueing: it may be the last reference.
+   Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr;
    detail::Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = next.get();

@@ -4,7 +4,7 @@
 //    KIV_TRACE( handle, 8, "Ordovan", "Stage ", name, " in progress, but not yet complete." );
 //
 // A trace point writes to two sinks: lines of text, for handles and levels that are switched on,
-// and the binary ring of a trace file (Flitlog), which takes all of them while there is one. A point
+// and the binary ring of a trace file (Flitlog), which takes all of them while there is one. One
 // that has nowhere to write to costs loads and branches: its pieces are not evaluated.
 //
 // Switches are set in code (levelIs, tracesIs) or by the environment variable KIV_TRACE, which is
@@ -99,7 +99,7 @@ KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & 
 // now on; an empty path ends recording. "%p" in the path stands for the process id, "%%" for "%".
 // The environment does the same when the library is loaded: KIV_TRACE_RING names the file,
 // KIV_TRACE_RING_SIZE the bytes, as a number that may end in K, M or G (of 1,024 each). Both are
-// ignored in programs with raised privileges. Throws Flitlog::FileError, and goes on as before then.
+// ignored in programs with raised privileges. Throws Flitlog::FileError, and all stays as it was.
 KIV_EXPORT void traceRingIs( String8 const & path,
                              std::uint64_t bytes = Flitlog::defaultRingBytes );
 // The number in that grammar; a range exception that says what was expected.

@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "../support/Loop.h"
+#include "../support/Sink.h"
 
 #include <Kiv/Kiv.h>
 
@@ -16,31 +17,10 @@ using Kiv::LogMessage;
 using Kiv::Name;
 using Kiv::String8;
 using testing_support::Loop;
+using Sink = testing_support::LogMessages;
 using Texts = std::vector< std::string >;
 
 namespace {
-
-// Takes down the messages that are emitted while it lives.
-class Sink {
- public:
-   Sink()
-      : before_( Kiv::logSinkIs( [ this ]( LogMessage const & m ) { messages.push_back( m ); } ) ) {}
-   ~Sink() { Kiv::logSinkIs( std::move( before_ ) ); }
-   Sink( Sink const & ) = delete;
-   Sink & operator=( Sink const & ) = delete;
-
-   Texts taken() {
-      Texts texts;
-      for( LogMessage const & m : messages )
-         texts.push_back( m.text.str() );
-      messages.clear();
-      return texts;
-   }
-   std::vector< LogMessage > messages;
-
- private:
-   Kiv::LogSink before_;
-};
 
 // One that limits each key to `count` messages in ten seconds.
 struct Limited : LogHandle {
@@ -78,8 +58,8 @@ TEST( Log, HandsTheSinkEverythingThatTheHandleDeclares ) {
    Sink sink;
    LogHandle handle( "SOME_ID", 4, "%s stage %s timed out", "explained", "act", 0, 1, 0 );
    Kiv::log( handle, String8( "app" ), Name( "Net" ) );
-   ASSERT_EQ( sink.messages.size(), 1U );
-   LogMessage const & message = sink.messages[ 0 ];
+   ASSERT_EQ( sink.lines.size(), 1U );
+   LogMessage const & message = sink.lines[ 0 ];
    EXPECT_EQ( message.time, 12.5 );
    EXPECT_EQ( message.id, String8( "SOME_ID" ) );
    EXPECT_EQ( message.severity, 4U );
@@ -244,8 +224,8 @@ TEST( LogKey, HandsOnTheHashOfTheArgumentsJoinedAndNotThatWithTheId ) {
       Sink sink;
       Limited handle( 1, rateLimitArgs );
       Kiv::log( handle, String8( "app" ), Name( "Net" ) );
-      ASSERT_EQ( sink.messages.size(), 1U );
-      EXPECT_EQ( sink.messages[ 0 ].keyHash, String8( key ).hash() );
+      ASSERT_EQ( sink.lines.size(), 1U );
+      EXPECT_EQ( sink.lines[ 0 ].keyHash, String8( key ).hash() );
    }
 }
 

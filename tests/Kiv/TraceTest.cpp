@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "../support/Loop.h"
+#include "../support/Sink.h"
 
 #include <Kiv/Kiv.h>
 
@@ -17,31 +18,10 @@ using Kiv::String8;
 using Kiv::TraceHandle;
 using Kiv::TraceLine;
 using testing_support::Loop;
+using Sink = testing_support::TraceLines;
 using Texts = std::vector< std::string >;
 
 namespace {
-
-// Takes down the lines that are written while it lives.
-class Sink {
- public:
-   Sink()
-      : before_( Kiv::traceSinkIs( [ this ]( TraceLine const & l ) { lines.push_back( l ); } ) ) {}
-   ~Sink() { Kiv::traceSinkIs( std::move( before_ ) ); }
-   Sink( Sink const & ) = delete;
-   Sink & operator=( Sink const & ) = delete;
-
-   Texts taken() {
-      Texts texts;
-      for( TraceLine const & line : lines )
-         texts.push_back( line.text.str() );
-      lines.clear();
-      return texts;
-   }
-   std::vector< TraceLine > lines;
-
- private:
-   Kiv::TraceSink before_;
-};
 
 // Everything goes to a stream too while it lives.
 class Coverage {

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The loop inside another one: its descriptor is readable exactly while there is something to do.
 #include "../support/Loop.h"
+#include "Listener.h"
 #include "Pipe.h"
 #include "Timers.h"
 
@@ -21,25 +22,6 @@ using namespace activity;
 namespace {
 
 Kiv::Ptr< Kiv::ActivityManager > const & manager() { return Kiv::activityManager(); }
-
-class Listener : public Stage::EventConfig::NotifieeConst {
- public:
-   Listener( Journal & journal, Kiv::Ptr< Stage::EventConfig > const & event )
-      : journal_( journal ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
-   }
-   std::function< void() > act;
-   void onTimeout() override {
-      journal_.push_back( "told " + Kiv::valueToString( notifier()->timeout() ).str() );
-      if( auto const now = act )
-         now();
-   }
-
- private:
-   Journal & journal_;
-};
 
 class Embedded : public testing::Test {
  protected:

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // One turn of the loop, run whole, in pieces and by hand; stopping it; and that it does not nest.
 #include "../support/Loop.h"
+#include "Listener.h"
 #include "Timers.h"
 
 #include <Stage/Stage.h>
@@ -13,26 +14,6 @@
 using namespace activity;
 
 namespace {
-
-// Writes "told" and the timeout that it sees.
-class Listener : public Stage::EventConfig::NotifieeConst {
- public:
-   Listener( Journal & journal, Kiv::Ptr< Stage::EventConfig > const & event )
-      : journal_( journal ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
-   }
-   std::function< void() > act;
-   void onTimeout() override {
-      journal_.push_back( "told " + Kiv::valueToString( notifier()->timeout() ).str() );
-      if( auto const now = act )
-         now();
-   }
-
- private:
-   Journal & journal_;
-};
 
 class Turns : public testing::Test {
  protected:

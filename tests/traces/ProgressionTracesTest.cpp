@@ -189,7 +189,8 @@ TEST_F( ProgressionTraces, AStageThatIsMadeTracesItsInitialPass ) {
          "8 handleActiveStage: Not initialized.  Return from void "
          "Stage::StatusSm::handleActiveStage()",
          "8 handleInitialized: void Stage::StatusSm::handleInitialized()", enabledLine,
-         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
+         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
+         "agent:a)",
          logLine + std::string( "  event S:a started" ),
          "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
          "8 handlePendingEvent: Not initialized.  Return from void "
@@ -227,7 +228,8 @@ TEST_F( ProgressionTraces, TheLastEventCompletesTheStage ) {
    EXPECT_EQ(
       tracedBy( [ & ] { s->event( "a" )->handleComplete(); } ),
       ( Lines{
-         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
+         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
+         "agent:a)",
          logLine + std::string( "  event S:a completed" ),
          "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
          "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent() S",
