@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Recording traces into a trace file: in code, and by the environment of a process.
+#include "../support/Folder.h"
 #include "../support/Loop.h"
 
 #include <Kiv/Kiv.h>
@@ -14,32 +15,9 @@
 
 #include <unistd.h>
 
-using Kiv::String8;
+using testing_support::Folder;
 
 namespace {
-
-// A folder that goes with everything in it.
-class Folder {
- public:
-   Folder() : path_( testing::TempDir() + "kiv-ring-XXXXXX" ) {
-      if( !mkdtemp( path_.data() ) )
-         ADD_FAILURE() << "no folder: " << path_;
-   }
-   ~Folder() { std::filesystem::remove_all( path_ ); }
-   Folder( Folder const & ) = delete;
-   Folder & operator=( Folder const & ) = delete;
-
-   std::string operator/( std::string const & name ) const { return path_ + "/" + name; }
-   std::vector< std::string > files() const {
-      std::vector< std::string > names;
-      for( auto const & entry : std::filesystem::directory_iterator( path_ ) )
-         names.push_back( entry.path().filename() );
-      return names;
-   }
-
- private:
-   std::string path_;
-};
 
 // What the child program prints, standard error included, in this environment.
 std::string child( std::string const & environment ) {

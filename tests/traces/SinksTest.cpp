@@ -1,0 +1,161 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// The two sinks of a trace point: lines of text, and the ring of a trace file.
+#include "../support/Folder.h"
+#include "../support/Sink.h"
+#include "../support/World.h"
+
+#include <Flitlog/Reader.h>
+#include <Kiv/Kiv.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+using Kiv::Ptr;
+using Kiv::String8;
+
+namespace {
+
+using Lines = std::vector< std::string >;
+
+// The lines that a ring's records stand for.
+Lines linesOf( std::string const & path ) {
+   auto const reader = Flitlog::Reader::ReaderIs( path );
+   Lines lines;
+   for( Flitlog::Record record; reader->next( record ); )
+      lines.push_back( Kiv::traceText( { record.time, record.handle, record.level,
+                                         record.source.c_str(), record.line,
+                                         record.function.c_str(), record.text } ) );
+   EXPECT_EQ( reader->problems(), Lines() );
+   EXPECT_EQ( reader->overwritten(), 0U );
+   EXPECT_EQ( reader->lostDescriptors(), 0U );
+   EXPECT_EQ( reader->lostRecords(), 0U );
+   return lines;
+}
+
+struct Sinks : testing::Test, protected testing_support::World {
+   ~Sinks() override {
+      Kiv::traceRingIs( "" );
+      Kiv::tracesIs( "Ordovan:0" );
+   }
+   Lines texts() const {
+      Lines lines;
+      for( Kiv::TraceLine const & line : text.lines )
+         lines.push_back( Kiv::traceText( line ) );
+      return lines;
+   }
+   // A start-up with everything in it: dependencies, a critical stage that is suspended and goes on,
+   // one that times out, an agent that leaves.
+   void startUp() {
+      auto const disks = declare( "platform", "Disks", {}, 5, true );
+      declare( "platform", "Net", { "Disks" }, 0.5 );
+      declare( "routing", "Net", { "Disks", "Never" }, 30 );
+      config->enabledIs( true );
+      testing::internal::CaptureStdout();
+      {
+         testing_support::LogMessages const quiet;
+         auto const manager = Stage::Ordovan::OrdovanIs( "manager" );
+         manager->configSmIs( config, status, dir );
+         manager->statusSmIs( "App", config, status, progress, log );
+         pass( 10 );
+         disks->completeIs( true );
+         pass( 10 );
+         dir->entityPtrDel( "routing" );
+         pass( 10 );
+         EXPECT_TRUE( status->complete() );
+      }
+      testing::internal::GetCapturedStdout();
+   }
+
+   testing_support::Folder const folder;
+   testing_support::TraceLines text;
+};
+
+TEST_F( Sinks, ShowTheSameLinesOfAWholeStartUp ) {
+   Kiv::tracesIs( "Ordovan:0-9" );
+   Kiv::traceRingIs( folder / "ring" );
+   startUp();
+   Kiv::traceRingIs( "" );
+   ASSERT_GT( text.lines.size(), 100U );
+   EXPECT_EQ( linesOf( folder / "ring" ), texts() );
+}
+
+TEST_F( Sinks, TheRingTakesWhatTheSwitchesKeepFromTheText ) {
+   Kiv::tracesIs( "Ordovan:7" );
+   Kiv::traceRingIs( folder / "ring" );
+   startUp();
+   Kiv::traceRingIs( "" );
+   Lines const all = linesOf( folder / "ring" );
+   ASSERT_GT( all.size(), 100U );
+   Lines started;
+   for( std::string const & line : all )
+      if( line.find( " Ordovan/7 " ) != line.npos )
+         started.push_back( line );
+   EXPECT_EQ( started, texts() );
+   EXPECT_EQ( started.size(), 2U );
+}
+
+TEST_F( Sinks, ShowTheSameOfEveryKindOfPiece ) {
+   Kiv::TraceHandle handle( "Pieces", true );
+   handle.levelIs( 8, true );
+   Kiv::traceRingIs( folder / "ring", 1 << 20 );
+   auto const inner = Kiv::Dir::DirIs( "in\nner" );
+   inner->parentIs( Kiv::Dir::DirIs( "outer" ) );
+   KIV_TRACE( handle, 8, "S", "literal alone" );
+   KIV_TRACE( handle, 8, "S", "" );
+   KIV_TRACE( handle, 8, "S", true, "|", false );
+   for( int const n : { 0, -1, 1, INT_MIN, INT_MAX } )
+      KIV_TRACE( handle, 8, "S", n, " ", static_cast< short >( n ), " ",
+                 static_cast< unsigned >( n ), " ", std::int64_t{ n } * 4294967299, " ",
+                 static_cast< std::uint64_t >( n ), " ", static_cast< long >( n ) );
+   for( double const d :
+        { 0.0, -0.0, 0.1, -1e300, 5e-324, 30.0, 1e21, Kiv::infinity, -Kiv::infinity,
+          std::nan( "" ), std::numeric_limits< double >::max() } )
+      KIV_TRACE( handle, 8, "S", "double ", d, ", single ", static_cast< float >( d * 0 + 0.5 ) );
+   for( std::string const & bytes :
+        { std::string(), std::string( "plain" ), std::string( "a\nb\\x\x7f\0\xff", 9 ),
+          std::string( 3000, 'x' ) } )
+      KIV_TRACE( handle, 8, "S", Kiv::Name( bytes ), " ", String8( bytes ), " ", bytes, " ",
+                 std::string_view( bytes ), " ", bytes.c_str() );
+   KIV_TRACE( handle, 8, "S", static_cast< char const * >( nullptr ), "." );
+   KIV_TRACE( handle, 8, "S", *inner, " ", inner, " ", Ptr< Kiv::Dir const >( inner ), " ",
+              Ptr< Kiv::Dir >(), " ", inner.get() );
+   Kiv::traceRingIs( "" );
+   ASSERT_EQ( text.lines.size(), 3U + 5 + 11 + 4 + 2 );
+   EXPECT_EQ( linesOf( folder / "ring" ), texts() );
+}
+
+TEST_F( Sinks, EachFileGetsADescriptionOfThePointsThatWriteToIt ) {
+   Kiv::TraceHandle const handle( "Twice", false );
+   for( auto const * name : { "first", "second" } ) {
+      Kiv::traceRingIs( folder / name, 65536 );
+      for( int i = 0; i != 3; ++i )
+         KIV_TRACE( handle, 3, "S", "turn ", i, " of ", name );
+      Kiv::traceRingIs( "" );
+   }
+   for( auto const * name : { "first", "second" } ) {
+      Lines const lines = linesOf( folder / name );
+      ASSERT_EQ( lines.size(), 3U );
+      EXPECT_NE( lines[ 2 ].find( std::string( " Twice/3 S:" ) ), std::string::npos ) << lines[ 2 ];
+      EXPECT_NE( lines[ 2 ].find( std::string( "TestBody: turn 2 of " ) + name ),
+                 std::string::npos )
+         << lines[ 2 ];
+   }
+}
+
+TEST_F( Sinks, TheRingHasTheTimeOfTheActivitysClock ) {
+   Kiv::TraceHandle const handle( "Timed", false );
+   Kiv::traceRingIs( folder / "ring", 65536 );
+   clock->nowIs( 1234.5 );
+   KIV_TRACE( handle, 3, "S", "now" );
+   Kiv::traceRingIs( "" );
+   Lines const lines = linesOf( folder / "ring" );
+   ASSERT_EQ( lines.size(), 1U );
+   EXPECT_EQ( lines[ 0 ].substr( 0, 12 ), "1234.500000 " );
+}
+
+} // namespace
