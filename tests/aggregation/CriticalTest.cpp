@@ -119,8 +119,8 @@ TEST( Critical, ACycleStaysCriticalAfterTheEventThatStartedItIsNotAnyMore ) {
 }
 
 // First is released; it takes its link back from Loop, which is critical itself and by now depends
-// on First, so that First is critical again before its link to the other stage is looked at. Under
-// some names Loop comes first in the order of First's dependencies, under others the other one does.
+// on First, so that First is critical again before its link to the other stage is looked at. With
+// some names Loop comes first in the order of First's dependencies, with others the other one.
 TEST( Critical, AReleaseThatACycleTakesBackCutsNoLinks ) {
    for( char const * other : { "D", "E", "F", "G", "H", "I", "J", "K" } ) {
       World w;

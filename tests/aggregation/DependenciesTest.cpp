@@ -3,6 +3,12 @@
 
 #include "Handles.h"
 
+#include <Kiv/Memory.h>
+
+#include <csignal>
+#include <new>
+#include <utility>
+
 namespace aggregation {
 namespace {
 
@@ -357,6 +363,31 @@ TEST( HandleEventDel, AnEventAboveTheStagesTimeoutBringsNoRecomputationEither ) 
    w.stage( "S" )->timeoutIs( 10 );
    machine->stageStatus( "S" )->handleEventDel( "a" );
    EXPECT_EQ( w.stage( "S" )->timeout(), 10 );
+}
+
+// Nothing that the removal of an event sets off may change the event. Here the release of memory
+// does.
+void ( *onRelease )() = nullptr;
+Ptr< EventConfig > removed;
+
+TEST( HandleEventDelDeathTest, AnEventChangedByItsRemovalEndsTheProcess ) {
+   auto const removal = [] {
+      World w;
+      Ptr< ConfigSm > const machine = silentConfigSm( w );
+      removed = fileEvent( w, "a", "S" );
+      Ptr< ConfigSm::KivStageStatus > const reactor = machine->stageStatusIs( w.stage( "S" ) );
+      reactor->eventConfigDel( "a" ); // nobody is told of the change
+      Kiv::memoryHooksIs( { []( std::size_t size ) { return ::operator new( size, std::nothrow ); },
+                            []( void * memory, std::size_t ) {
+                               ::operator delete( memory );
+                               if( auto const once = std::exchange( onRelease, nullptr ) )
+                                  once();
+                            } } );
+      onRelease = [] { removed->dependencyIs( "T", true ); };
+      reactor->handleEventDel( "a" );
+   };
+   EXPECT_EXIT( removal(), testing::KilledBySignal( SIGABRT ),
+                "invariant broken: ec->dependencys\\(\\) == before\n" );
 }
 
 // The timeout is recomputed by the reactor that the state machine holds under the stage's name.

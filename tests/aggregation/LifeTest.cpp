@@ -3,8 +3,12 @@
 
 #include "Handles.h"
 
+#include <tests/support/AtTrace.h>
+
 namespace aggregation {
 namespace {
+
+using testing_support::AtTrace;
 
 Ptr< Kiv::PtrInterface const > const nothing;
 
@@ -301,6 +305,19 @@ TEST( Marking, AMarkedAggregationIgnoresWhatHappens ) {
    w.idle();
    EXPECT_TRUE( traces.lines().empty() );
    EXPECT_EQ( stagesOf( w.status ), ( Names{ "S", "U" } ) );
+}
+
+TEST( Marking, ANewStageIsNotToldToTheOthersWhenTheMarkIsSetMeanwhile ) {
+   World w;
+   w.declare( "a", "S", { "T" } );
+   Ptr< ConfigSm > const machine = w.configSm();
+   w.idle();
+   w.status->stageIs( "T" );
+   AtTrace const moment( ofStage + "handleCritical() for stage T",
+                         [ & ] { machine->kivDoZombieReactors( true ); } );
+   AtTrace const told( sm + "handleStage(Kiv::Name)", [] {} );
+   w.idle();
+   EXPECT_FALSE( told.happened() );
 }
 
 TEST( Marking, WithTheMarkTakenBackItFollowsWhatHappensFromThenOn ) {

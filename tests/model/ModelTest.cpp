@@ -305,4 +305,56 @@ TEST( Orders, DecideWhetherACycleHasBeenCriticalBeforeItWasCutOff ) {
    EXPECT_EQ( critical, 1U );
 }
 
+// Hall waits for what nobody declares, Gate for Hall and Lane, and Lane, which came after the start
+// and so asks for nothing itself, for Hall. Their agent makes Gate critical, and with it Hall and
+// Lane, and leaves at once. If it leaves Gate first, all is as before by the time that Hall is heard
+// of; if it leaves Lane first, Hall is critical a little longer and asks for a decision, which finds
+// that Lane has nothing to wait for.
+TEST( Orders, DecideWhetherAMomentOfBeingCriticalBringsADecisionAbout ) {
+   auto const never = Simulation::Behaviour::Kind::never;
+   auto hall = event( "Hall", never );
+   hall.dependency.push_back( { "Nowhere", true } );
+   auto gate = event( "Gate", never );
+   gate.dependency = { { "Hall", true }, { "Lane", true } };
+   auto lane = event( "Lane", never );
+   lane.dependency.push_back( { "Hall", true } );
+   Plan plan;
+   plan.agent = { { "Stays", { hall, gate }, {} } };
+   plan.timeline.push_back(
+      { 1, Simulation::Join{ "Leaves", { lane, event( "Gate", never ) } }, {}, {}, {} } );
+   plan.timeline.push_back(
+      { 2,
+        Simulation::Set{ "Leaves", "Gate", { Simulation::CriticalWrite{ true } } },
+        {},
+        {},
+        {} } );
+   plan.timeline.push_back( { 2, Simulation::Leave{ "Leaves" }, {}, {}, {} } );
+   auto const ways = waysOf( plan, "a critical moment" );
+   ASSERT_EQ( ways.size(), 2U );
+   unsigned started = 0;
+   for( auto const & way : ways )
+      started += way.find( "2 stage Lane started" ) != way.npos;
+   EXPECT_EQ( started, 1U );
+}
+
+// One agent hands a stage over to another. If it goes before the other comes, the stage is complete
+// in between, and stays so.
+TEST( Orders, OfWritesDecideWhetherAStageIsCompleteBetweenTwoAgents ) {
+   auto const never = Simulation::Behaviour::Kind::never;
+   Simulation::TimelineEntry const goes{ 1, Simulation::Withdraw{ "Old", "Boot" }, {}, {}, {} };
+   Simulation::TimelineEntry const comes{
+      1, Simulation::Declare{ "New", event( "Boot", never ) }, {}, {}, {} };
+   Plan plan;
+   plan.agent = { { "Old", { event( "Boot", never ) }, {} }, { "New", {}, {} } };
+   plan.timeline = { goes, comes };
+   auto const goesFirst = waysOf( plan, "goes, then comes" );
+   plan.timeline = { comes, goes };
+   auto const comesFirst = waysOf( plan, "comes, then goes" );
+   ASSERT_EQ( goesFirst.size(), 1U );
+   ASSERT_EQ( comesFirst.size(), 1U );
+   EXPECT_NE( goesFirst.begin()->find( "Boot: active complete" ), std::string::npos );
+   EXPECT_EQ( comesFirst.begin()->find( "complete timeout" ), std::string::npos );
+   EXPECT_NE( comesFirst.begin()->find( "pending Boot:New" ), std::string::npos );
+}
+
 } // namespace

@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What happens when a stage enters the active stages.
+#include "../support/AtTrace.h"
 #include "ProgressionTest.h"
 
 using namespace testing_support;
@@ -43,6 +44,21 @@ TEST_F( ActiveStageTest, AnActivatedStageGetsItsStageSmInPlaceOfItsStageEnableSm
    EXPECT_TRUE( waited->kivMarkedForDeletion() );
    EXPECT_TRUE( sm->stageEnableSm( "B" ) ) << "the others stay";
    EXPECT_EQ( progressed(), ( Lines{ "A=true" } ) );
+}
+
+TEST_F( ActiveStageTest, TheStageEnableSmGoesBeforeTheStageSmIsMade ) {
+   newEvent( "A", "a" );
+   config->enabledIs( true );
+   make();
+   fire();
+   ASSERT_TRUE( sm->stageEnableSm( "A" ) );
+   AtTrace const moment( "void Stage::StageSm::handleInitialized() A", [ & ] {
+      EXPECT_FALSE( sm->stageEnableSm( "A" ) );
+      EXPECT_FALSE( progress->stage( "A" ) );
+   } );
+   deliver();
+   EXPECT_TRUE( moment.happened() );
+   EXPECT_TRUE( progress->stage( "A" ) );
 }
 
 TEST_F( ActiveStageTest, TheReplacedStageEnableSmReactsNoMore ) {

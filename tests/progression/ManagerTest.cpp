@@ -320,6 +320,22 @@ TEST_F( ManagerTest, NullArgumentsOfAConfigSmAreRefusedAndNothingIsStored ) {
    EXPECT_TRUE( status->stage( "S" ) ) << "the loop does not work any more";
 }
 
+TEST_F( ManagerTest, AggregationNeedsNoConfigurationForItReadsNothingOfIt ) {
+   auto const made = manager->configSmIs( nullptr, status, dir );
+   ASSERT_TRUE( made );
+   declare( "a", "S" );
+   idle();
+   EXPECT_TRUE( status->stage( "S" ) );
+   EXPECT_EQ( configSmIs(), made );
+   EXPECT_EQ( made->config(), config );
+   EXPECT_EQ( manager->configSmIs( nullptr, status, dir ), made );
+   EXPECT_FALSE( made->config() );
+   EXPECT_FALSE( config->hasNotifiees() );
+   declare( "a", "T" );
+   idle();
+   EXPECT_TRUE( status->stage( "T" ) );
+}
+
 TEST_F( ManagerTest, ANullStatusOrDirectoryLeavesTheHeldConfigSm ) {
    auto const held = configSmIs();
    EXPECT_EQ( thrownBy( [ & ] { manager->configSmIs( config, nullptr, dir ); } ), nullValidPtr );

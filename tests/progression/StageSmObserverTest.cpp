@@ -94,6 +94,16 @@ TEST_F( StageSmObserverTest, TheTimerTellsWhenItIsMadeAndWhenItGoes ) {
    EXPECT_EQ( told(), Lines() );
 }
 
+// Nobody can watch a StageSm while it is made, so it is initialised once more.
+TEST_F( StageSmObserverTest, WithoutPendingEventsNoTimerIsMadeNotEvenForAMoment ) {
+   newEvent( "S", "a", true );
+   activate();
+   s->handleInitialized();
+   for( auto const & call : told() )
+      EXPECT_NE( call, "stageUncompleted" );
+   EXPECT_FALSE( s->stageUncompleted() );
+}
+
 TEST_F( StageSmObserverTest, PendingEventsTellByUid ) {
    newEvent( "S", "a" );
    activate();
