@@ -2,6 +2,7 @@
 // The slow-stage timer, and what happens when it fires.
 #include "ProgressionTest.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -100,6 +101,21 @@ TEST_F( SlowStageTest, TheTimerFiresAtItsTimeAndNotBefore ) {
    pass( 0.25 );
    EXPECT_TRUE( s->timedOut() );
    EXPECT_EQ( s->completionTime(), 1005 );
+}
+
+// What is queued is delivered before any timer is fired.
+TEST_F( SlowStageTest, AnEventThatCompletesAtTheInstantOfTheTimerIsInTime ) {
+   auto const a = newEvent( "S", "a" );
+   activate();
+   clock->nowIs( 1005 );
+   a->completeIs( true );
+   idle();
+   EXPECT_TRUE( s->complete() );
+   EXPECT_FALSE( s->timedOut() );
+   EXPECT_EQ( s->completionTime(), 1005 );
+   Lines const lines = texts();
+   EXPECT_EQ( std::count( lines.begin(), lines.end(), "stage S is complete" ), 1 );
+   EXPECT_EQ( std::count( lines.begin(), lines.end(), "stage S is complete (timeout)" ), 0 );
 }
 
 TEST_F( SlowStageTest, TheTimerFiresOnce ) {
