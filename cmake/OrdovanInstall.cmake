@@ -8,7 +8,7 @@ install( TARGETS ${libraries} EXPORT OrdovanTargets
 install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan
    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h" )
 if( TARGET ordovan_command )
-   install( TARGETS ordovan_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
+   install( TARGETS ordovan_command flitlog_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
 endif()
 
 # The CMake package.

@@ -1,0 +1,40 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Flitlog/Reader.h>
+
+namespace Tools {
+
+// Which records of a trace file are wanted. Everything is, unless something is set.
+struct RecordFilter {
+   double from = -std::numeric_limits< double >::infinity();  // seconds, both included
+   double to = std::numeric_limits< double >::infinity();
+   std::vector< std::string > handles;  // one of these; none: any
+   unsigned levels = 0;                 // a bit for each; 0: any
+   std::string grep;                    // a part of the line
+
+   // `line`: the record as it is printed.
+   bool wants( Flitlog::Record const & record, std::string_view line ) const;
+};
+
+// Levels like "8" or "7-9,0", a bit for each. Throws std::invalid_argument that says what was
+// expected where.
+unsigned levelsOf( std::string_view text );
+
+// A finite number of seconds. Throws std::invalid_argument.
+double secondsOf( std::string_view text );
+
+// A number of records, likewise.
+std::uint64_t countOf( std::string_view text );
+
+// The record as the text trace has it, and as an object of JSON; without line ends.
+std::string lineOf( Flitlog::Record const & record );
+std::string jsonOf( Flitlog::Record const & record );
+
+}  // namespace Tools
