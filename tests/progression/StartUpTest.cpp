@@ -1,6 +1,10 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Small start-ups from the first declaration to the last entry of the log.
+#include "../support/Invariants.h"
 #include "ProgressionTest.h"
+
+#include <algorithm>
+#include <optional>
 
 using namespace testing_support;
 using Kiv::Ptr;
@@ -16,8 +20,23 @@ class StartUpTest : public ProgressionTest {
    // Begins with what is declared so far.
    void begin() {
       manager->configSmIs( config, status, dir );
-      manager->statusSmIs( "App", config, status, progress, log );
+      always.emplace( status, manager->statusSmIs( "App", config, status, progress, log ),
+                      progress );
       idle();
+   }
+   void TearDown() override {
+      if( always ) {
+         EXPECT_EQ( always->broken(), "" );
+      }
+   }
+   // As in a World, with a look at what must always hold after every step.
+   void idle() { always ? always->settle() : World::idle(); }
+   void pass( double seconds ) {
+      double const end = clock->now() + seconds;
+      idle();
+      for( double next; ( next = Kiv::activityManager()->nextTime() ) <= end; idle() )
+         clock->nowIs( std::max( next, clock->now() ) );
+      clock->nowIs( end );
    }
    // At `time`, which has not come yet, the event completes.
    void completes( double time, Ptr< Stage::EventConfig > const & event ) {
@@ -28,6 +47,7 @@ class StartUpTest : public ProgressionTest {
 
    Ptr< Stage::Ordovan > manager = Stage::Ordovan::OrdovanIs( "manager" );
    MessageRecorder messages;
+   std::optional< Invariants > always; // once it has begun
 };
 
 } // namespace
@@ -348,6 +368,7 @@ TEST_F( StartUpTest, TwoApplicationsWalkTheirOwnStatusEach ) {
    otherManager->configSmIs( config, other, dir );
    otherManager->statusSmIs( "Other", config, other, otherProgress, otherLog );
    idle();
+   always.reset(); // which holds the StatusSm, too
    manager->statusSmDel();
    completes( 1001, a );
    EXPECT_FALSE( status->complete() );
