@@ -362,6 +362,27 @@ TEST_F( CriticalSlowStageTest, ACriticalStageIsSuspendedByItsTimeout ) {
                        suspensionLine } ) );
 }
 
+// On purpose: whoever searches the log for times that were up finds all of them by one text.
+TEST_F( CriticalSlowStageTest, TheLogSaysOfACriticalStageTooThatItsTimeWasUpInTheSameWords ) {
+   newEvent( "T", "a" )->timeoutIs( 5 );
+   status->stage( "T" )->timeoutIs( 5 );
+   sm->stageSmIs( status->stage( "T" ), sm->logSm() );
+   texts();
+   printedWhile( 5 );
+   Lines const lines = texts();
+   for( char const * line : { "stage S is complete (timeout)", "stage T is complete (timeout)" } )
+      EXPECT_EQ( std::count( lines.begin(), lines.end(), line ), 1 ) << line;
+   EXPECT_FALSE( s->complete() );
+   EXPECT_TRUE( sm->stageSm( "T" )->complete() );
+}
+
+// Whoever watches the console knows the line by that: the blank at its beginning, none but what
+// comes next at its end, and the names in the other order than in the message.
+TEST_F( CriticalSlowStageTest, TheConsoleLineIsKeptAsItIsKnownWithItsBlankAndWithoutANewline ) {
+   EXPECT_EQ( printedWhile( 5 ), " Critical stage S timed out! App suspended for debugging." );
+   EXPECT_EQ( messages.lines, ( Lines{ "ORDOVAN_STAGE_SLOW: App stage S timed out" } ) );
+}
+
 TEST_F( CriticalSlowStageTest, TheSuspensionIsReportedInOrder ) {
    // What can be seen at the moment of the message.
    Lines seen;
