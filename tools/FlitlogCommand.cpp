@@ -272,7 +272,8 @@ int run( int count, char ** arguments ) {
    }
    resolveTimes( options );
    if( options.filter.from > options.filter.to ) {
-      fmt::print( stderr, "flitlog: --from is {} and --to is {}; expected them the other way round\n",
+      fmt::print( stderr,
+                  "flitlog: --from is {} and --to is {}; expected them the other way round\n",
                   options.filter.from, options.filter.to );
       return wrong;
    }

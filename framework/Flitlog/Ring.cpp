@@ -17,6 +17,7 @@
 #include <Flitlog/detail/Format.h>
 
 #include <atomic>
+#include <bit>
 #include <cassert>
 #include <cerrno>
 #include <ctime>
@@ -82,8 +83,8 @@ struct TraceFile::State {
    std::vector< int * > ids;
 
    std::uint32_t recordMost = 0;
-   std::unique_ptr< std::uint64_t[] > record; // where one is put together
-   TraceFile * next = nullptr;                // of openFiles
+   std::unique_ptr< std::uint64_t[] > staging; // where a record is put together
+   TraceFile * next = nullptr;                 // of openFiles
 
    State() = default;
    State( State const & ) = delete;
@@ -93,7 +94,7 @@ struct TraceFile::State {
          munmap( map, mapBytes );
    }
 
-   char * recordBytes() const { return reinterpret_cast< char * >( record.get() ); }
+   char * recordBytes() const { return reinterpret_cast< char * >( staging.get() ); }
    void forgetIds() {
       for( int * id : ids )
          *id = 0;
@@ -103,7 +104,7 @@ struct TraceFile::State {
    }
    void dropOldest();
    void makeRoom( std::uint32_t size );
-   void copyIn( std::uint32_t size );
+   void write( RecordHead record );
 };
 
 // REQUIRES: the ring is not empty.
@@ -131,13 +132,33 @@ void TraceFile::State::makeRoom( std::uint32_t size ) {
    std::atomic_thread_fence( std::memory_order_release );
 }
 
-void TraceFile::State::copyIn( std::uint32_t size ) {
-   auto const before = std::min< std::uint64_t >( size, ringBytes - headAt );
-   std::memcpy( ring + headAt, record.get(), static_cast< std::size_t >( before ) );
-   if( before != size ) [[unlikely]]
-      std::memcpy( ring, recordBytes() + before, static_cast< std::size_t >( size - before ) );
-   head += size;
-   headAt = wrapped( headAt + size );
+// Writes the record whose values have been put together, and publishes it. What the sum goes over
+// is copied in the same round, and the head comes from registers: reading back at once what was
+// written in smaller pieces costs more than all the rest.
+void TraceFile::State::write( RecordHead record ) {
+   makeRoom( record.size );
+   bool const whole = ringBytes - headAt >= record.size; // else it goes on at the beginning
+   char * const from = recordBytes();
+   char * const to = whole ? ring + headAt : from;
+   detail::Sum sum( record.size - 8 );
+   sum.add( record.sequence );
+   sum.add( std::bit_cast< std::uint64_t >( record.time ) );
+   sum.add( record.id | std::uint64_t( record.valueBytes ) << 32 );
+   for( std::size_t i = sizeof record; i != record.size; i += 8 ) {
+      std::uint64_t word;
+      std::memcpy( &word, from + i, 8 );
+      sum.add( word );
+      std::memcpy( to + i, &word, 8 );
+   }
+   record.check = sum.value();
+   std::memcpy( to, &record, sizeof record );
+   if( !whole ) [[unlikely]] {
+      auto const before = static_cast< std::size_t >( ringBytes - headAt );
+      std::memcpy( ring + headAt, from, before );
+      std::memcpy( ring, from + before, record.size - before );
+   }
+   head += record.size;
+   headAt = wrapped( headAt + record.size );
    publish( header->head, head );
 }
 
@@ -165,20 +186,15 @@ void RingBuf::endMsg() {
       return;
    }
    open_ = false;
-   RecordHead head;
-   head.valueBytes = static_cast< std::uint32_t >( at_ - state.recordBytes() - 32 );
-   while( ( at_ - state.recordBytes() ) % 8 != 0 )
-      *at_++ = 0;
-   head.size = static_cast< std::uint32_t >( at_ - state.recordBytes() );
+   RecordHead head{};
+   auto const written = static_cast< std::uint32_t >( at_ - state.recordBytes() );
+   head.size = static_cast< std::uint32_t >( detail::upToEight( written ) );
+   std::memset( at_, 0, head.size - written );
+   head.valueBytes = written - static_cast< std::uint32_t >( sizeof head );
    head.sequence = ++state.sequence;
    head.time = time_;
    head.id = id_;
-   head.check = 0;
-   std::memcpy( state.record.get(), &head, sizeof head );
-   head.check = detail::entryCheck( state.record.get(), head.size );
-   std::memcpy( state.recordBytes() + offsetof( RecordHead, check ), &head.check, 4 );
-   state.makeRoom( head.size );
-   state.copyIn( head.size );
+   state.write( head );
 }
 
 void RingBuf::shortened( std::string_view bytes ) {
@@ -239,7 +255,7 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    state->descriptorsBytes = header.descriptorsBytes;
    state->leastValueBytes.push_back( 0 );
    state->recordMost = header.recordMost;
-   state->record = std::make_unique< std::uint64_t[] >( header.recordMost / 8 );
+   state->staging = std::make_unique< std::uint64_t[] >( header.recordMost / 8 );
    state->mapBytes = static_cast< std::size_t >( header.fileBytes );
    state->file = detail::create( path, header.fileBytes, [ & ]( int fd ) {
       void * const map =

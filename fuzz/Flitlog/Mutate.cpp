@@ -37,9 +37,8 @@ std::size_t place( std::string const & bytes, std::mt19937 & random ) {
 }
 
 std::uint64_t number( std::mt19937 & random ) {
-   constexpr std::array< std::uint64_t, 12 > telling = { 0,    1,    7,          8,
-                                                         24,   32,   255,        4096,
-                                                         1024, 5376, 0x7fffffff, ~std::uint64_t( 0 ) };
+   constexpr std::array< std::uint64_t, 12 > telling = {
+      0, 1, 7, 8, 24, 32, 255, 1024, 4096, 5376, 0x7fffffff, ~std::uint64_t( 0 ) };
    std::uint64_t const v = telling[ below( random, telling.size() ) ];
    return random() % 2 == 0 ? v : v + random() % 16 - 8;
 }

@@ -24,7 +24,8 @@ Whatever readWhatever( std::string const & path ) {
       all.problems = reader->problems();
    } catch( Flitlog::FileError const & e ) {
       all.refused = e.what();
-      if( all.refused.find( path + ": " ) != 0 || all.refused.find( "xpected" ) == all.refused.npos )
+      if( !all.refused.starts_with( path + ": " ) ||
+          all.refused.find( "expected" ) == all.refused.npos )
          throw std::logic_error( "a refusal without the path or what was expected" );
    }
    return all;

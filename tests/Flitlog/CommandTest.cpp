@@ -263,7 +263,8 @@ TEST_F( FlitlogCommand, RefusesWrongUseWithTheReason ) {
               "--level: \"9-7\", character 3: expected a level that is not below 9" );
    EXPECT_EQ( refused( "ring --level 8," ),
               "--level: \"8,\", character 3: expected a level, 0 to 9" );
-   EXPECT_EQ( refused( "ring --level ''" ), "--level: \"\", character 1: expected a level, 0 to 9" );
+   EXPECT_EQ( refused( "ring --level ''" ),
+              "--level: \"\", character 1: expected a level, 0 to 9" );
    for( char const * text : { "x", "nan", "inf", "1s", "''" } )
       EXPECT_TRUE( refused( std::string( "ring --from " ) + text )
                       .ends_with( "\", expected a number of seconds" ) )

@@ -393,12 +393,12 @@ TEST_F( Damage, ValuesThatCannotBeAreReported ) {
       return all.problems.size() == 1 ? all.problems[ 0 ] : "nothing";
    };
    std::string const place = "at ring position 0, record 1: ";
-   EXPECT_EQ( problem( 0, 2, 1 ), place + "expected a value of type \"b\", found a byte that is none" );
-   EXPECT_EQ( problem( 1, 4, 4 ), place + "expected a value of type \"s\", found the end of the record" );
-   EXPECT_EQ( problem( 1, 0x7fffffff, 4 ),
-              place + "expected a value of type \"s\", found the end of the record" );
-   EXPECT_EQ( problem( 1, 0x80000003, 4 ),
-              place + "expected a value of type \"s\", found the end of the record" );
+   std::string const cut = place + "expected a value of type \"s\", found the end of the record";
+   EXPECT_EQ( problem( 0, 2, 1 ),
+              place + "expected a value of type \"b\", found a byte that is none" );
+   EXPECT_EQ( problem( 1, 4, 4 ), cut );
+   EXPECT_EQ( problem( 1, 0x7fffffff, 4 ), cut );
+   EXPECT_EQ( problem( 1, 0x80000003, 4 ), cut );
    EXPECT_EQ( problem( 1, 2, 4 ), place + "expected no more values, found 1 bytes" );
 }
 

@@ -101,7 +101,8 @@ TEST_F( File, WhatIsNoTraceFileIsNotTouched ) {
 }
 
 TEST_F( File, DirectoriesPipesAndLinksAreRefused ) {
-   char const * const refused = "is not a regular file; expected a trace file or nothing at this path";
+   char const * const refused =
+      "is not a regular file; expected a trace file or nothing at this path";
    std::filesystem::create_directory( path );
    EXPECT_EQ( refusal(), refused );
    std::filesystem::remove( path );
@@ -122,7 +123,8 @@ TEST_F( File, AForeignFileInTheWayOfTheOldOneIsNotTouchedEither ) {
       ADD_FAILURE() << "not refused";
    } catch( Flitlog::FileError const & e ) {
       EXPECT_EQ( std::string( e.what() ),
-                 path + ".old: is not a trace file; expected a trace file or nothing at this path" );
+                 path + ".old: is not a trace file; expected a trace file or nothing at this "
+                        "path" );
    }
    EXPECT_EQ( contents( path + ".old" ), "precious" );
    EXPECT_EQ( contents( path ), before );
@@ -267,12 +269,12 @@ TEST_F( File, AChildThatOutlivesItsParentDoesNotHoldTheLock ) {
    if( parent == 0 ) {
       auto * const file = TraceFile::TraceFileIs( path, smallest ).release();
       write( file, numberAndText( file ), 1, "parent" );
-      pid_t const child = fork();
-      if( child == 0 ) {
-         pause();
-         _exit( 0 );
+      if( fork() == 0 ) {
+         pid_t const self = getpid();
+         if( ::write( ends[ 1 ], &self, sizeof self ) == sizeof self )
+            pause();
       }
-      _exit( ::write( ends[ 1 ], &child, sizeof child ) == sizeof child ? 0 : 1 );
+      _exit( 0 );
    }
    ASSERT_EQ( ::read( ends[ 0 ], &grandchild, sizeof grandchild ),
               static_cast< ssize_t >( sizeof grandchild ) );

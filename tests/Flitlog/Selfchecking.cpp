@@ -44,8 +44,6 @@ Writer::Writer( std::string const & path, std::uint64_t ringBytes ) {
    if( process_ == 0 ) {
       auto const file = TraceFile::TraceFileIs( path, { ringBytes, &tick, 1024 } );
       int const id = numberAndText( file.get() );
-      // Made before, so that the process is in the library most of the time.
-      std::vector< std::string > texts;
       for( std::uint64_t i = 1;; ++i ) {
          write( file.get(), id, i, selfcheckingText( i ) );
          published_->store( i, std::memory_order_release );

@@ -32,8 +32,7 @@ class Checker {
 // The process. It is there, and its file, when the constructor returns.
 class Writer {
  public:
-   // With `records` it writes so many, one at a time under the eyes of its tracer, and ends; else it
-   // goes on until it is killed.
+   // It goes on until it is killed.
    Writer( std::string const & path, std::uint64_t ringBytes );
    ~Writer();
    Writer( Writer const & ) = delete;

@@ -109,8 +109,9 @@ void atIs( std::string & bytes, std::size_t offset, T v ) {
 
 // Makes the header's check sum right again.
 inline void resumHeader( std::string & bytes ) {
-   auto const header = at< Flitlog::detail::Header >( bytes, 0 );
-   atIs( bytes, offsetof( Flitlog::detail::Header, check ), Flitlog::detail::headerCheck( header ) );
+   auto header = at< Flitlog::detail::Header >( bytes, 0 );
+   header.check = Flitlog::detail::headerCheck( header );
+   atIs( bytes, 0, header );
 }
 
 } // namespace Rings

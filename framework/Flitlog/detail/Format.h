@@ -140,27 +140,33 @@ constexpr std::uint32_t valueSize( char code ) {
    }
 }
 
-// A sum that shows damage, not one that withstands malice. Each word has a factor of its own, and
-// none waits for the sum before it, which keeps a record cheap. REQUIRES: a multiple of 4 bytes.
+// A sum over words that shows damage, not one that withstands malice. Each word has a factor of its
+// own, and none waits for the sum before it, which keeps a record cheap.
+class Sum {
+ public:
+   explicit Sum( std::uint64_t bytes ) : sum_( bytes ) {}
+   void add( std::uint64_t word ) {
+      sum_ += ( word ^ golden ) * factor_;
+      factor_ += 2 * golden; // stays odd, so no bit of a word is lost
+   }
+   std::uint32_t value() const { return static_cast< std::uint32_t >( sum_ ^ sum_ >> 32 ); }
+
+ private:
+   static constexpr std::uint64_t golden = 0x9e3779b97f4a7c15U;
+   std::uint64_t sum_;
+   std::uint64_t factor_ = golden;
+};
+
+// REQUIRES: a multiple of 8 bytes.
 inline std::uint32_t checkOf( void const * data, std::size_t bytes ) {
-   constexpr std::uint64_t golden = 0x9e3779b97f4a7c15U;
-   auto const * at = static_cast< unsigned char const * >( data );
-   std::uint64_t sum = bytes;
-   std::uint64_t factor = golden;
-   while( bytes >= 8 ) {
+   auto const * const at = static_cast< unsigned char const * >( data );
+   Sum sum( bytes );
+   for( std::size_t i = 0; i != bytes; i += 8 ) {
       std::uint64_t word;
-      std::memcpy( &word, at, 8 );
-      sum += ( word ^ golden ) * factor;
-      factor += 2 * golden; // stays odd, so no bit of a word is lost
-      at += 8;
-      bytes -= 8;
+      std::memcpy( &word, at + i, 8 );
+      sum.add( word );
    }
-   if( bytes != 0 ) {
-      std::uint32_t word;
-      std::memcpy( &word, at, 4 );
-      sum += ( word ^ golden ) * factor;
-   }
-   return static_cast< std::uint32_t >( sum ^ sum >> 32 );
+   return sum.value();
 }
 
 inline std::uint32_t headerCheck( Header const & header ) {
