@@ -1,7 +1,9 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "Process.h"
 
+#include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -250,6 +252,55 @@ TEST_F( Command, DeeplyNestedOrRecursiveFilesAreRefused ) {
    file( "loop.yaml", "&a {agents: *a}\n" );
    EXPECT_EQ( ordovan( "simulate deep.yaml" ).status, 2 );
    EXPECT_EQ( ordovan( "simulate loop.yaml" ).status, 2 );
+}
+
+// ------------------------------------------------------------------------------------------ traces
+
+// Line numbers change with every edit of the sources.
+std::string withoutLineNumbers( std::string const & text ) {
+   return std::regex_replace( text, std::regex( " Ordovan:[0-9]+ " ), " Ordovan " );
+}
+
+TEST_F( Command, WritesTheTracesOfTheLevelsAskedForToStandardError ) {
+   auto const run = ordovan( "simulate --quiet --trace 7,0 good.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   EXPECT_EQ( run.out, "" );
+   EXPECT_EQ( withoutLineNumbers( run.err ),
+              "0.000000 Ordovan/7 Ordovan handleNextStage: Activating stage Boot\n"
+              "1.000000 Ordovan/7 Ordovan handleNextStage: Activating stage Net\n" );
+}
+
+TEST_F( Command, RefusesLevelsThatAreNone ) {
+   for( std::string const levels : { "''", "x", "10", "9-7", "'7;Kiv:0'", "'7 8'" } ) {
+      auto const run = ordovan( "simulate good.yaml --trace " + levels );
+      EXPECT_EQ( run.status, 2 ) << levels;
+      EXPECT_EQ( run.out, "" ) << levels;
+      EXPECT_TRUE( contains( run.err, "--trace: " ) ) << run.err;
+      EXPECT_TRUE( contains( run.err, "levels from 0 to 9, such as 8 or 7-9,0" ) ) << run.err;
+   }
+}
+
+TEST_F( Command, RecordsAllTracesIntoARing ) {
+   auto const run = ordovan( "simulate --quiet --trace 0-9 --ring ring --ring-size 1M good.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   EXPECT_EQ( shell( "\"${ordovan%/*}/flitlog\" ring" ).out, run.err );
+   EXPECT_GT( run.err.size(), 1000U );
+}
+
+TEST_F( Command, RefusesARingThatCannotBeMade ) {
+   for( auto const & [ arguments, expected ] :
+        std::vector< std::pair< std::string, std::string > >{
+           { "--ring none/ring", "none/ring" },
+           { "--ring good.yaml", "good.yaml" },
+           { "--ring ring --ring-size 3", "ring" },
+           { "--ring ring --ring-size 8X",
+             "size \"8X\": expected a number of bytes above 0, which may end in K, M or G" },
+           { "--ring-size 8M", "--ring-size requires --ring" } } ) {
+      auto const run = ordovan( "simulate good.yaml " + arguments );
+      EXPECT_EQ( run.status, 2 ) << arguments;
+      EXPECT_TRUE( contains( run.err, expected ) ) << arguments << "\n" << run.err;
+   }
+   EXPECT_EQ( ordovan( "simulate --quiet good.yaml" ).status, 0 ) << "the plan is as it was";
 }
 
 }  // namespace
