@@ -66,7 +66,7 @@ class Run {
       outside_.declarationIs( [ this ]( auto const & event ) { reports_.declared( event ); } );
    }
 
-   Result run( double until ) {
+   Result run( double until, Look const & look ) {
       start();
       double t = 0;
       for( ; t <= until && t != infinity; t = nextTime() ) {
@@ -79,6 +79,9 @@ class Run {
       auto result = ended();
       result.exhausted = t == infinity;
       chronicle_.end( result );
+      if( look ) {
+         look( manager_ );
+      }
       return result;
    }
 
@@ -160,12 +163,13 @@ class Run {
 
 }  // namespace
 
-Result run( Plan const & plan, std::vector< Observer * > const & observers, double until ) {
+Result run( Plan const & plan, std::vector< Observer * > const & observers, double until,
+            Look const & look ) {
    requireRunnable( plan );
    if( !( until >= 0 ) ) {
       throw std::invalid_argument( "the time at which a run ends is a number of seconds from 0" );
    }
-   return Run( plan, observers ).run( until );
+   return Run( plan, observers ).run( until, look );
 }
 
 }  // namespace Simulation

@@ -10,6 +10,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
+#include <tools/Inspect.h>
 #include <tools/Simulate.h>
 
 namespace Tools {
@@ -23,6 +24,7 @@ Status run( int count, char ** arguments ) {
    app.require_subcommand( 1 );
    auto status = Status::complete;
    addSimulate( app, status );
+   addInspect( app, status );
    try {
       app.parse( count, arguments );
    } catch( CLI::ParseError const & error ) {

@@ -1,0 +1,113 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <tools/Inspect.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <fmt/format.h>
+#include <simulation/Engine.h>
+#include <simulation/detail/Text.h>
+#include <tools/Files.h>
+#include <tools/PlanReader.h>
+#include <tools/Tree.h>
+
+namespace Tools {
+
+namespace {
+
+using Simulation::Detail::printable;
+
+struct Options {
+   std::string plan;
+   std::string path;
+   double at = Simulation::infinity;
+   bool json = false;
+};
+
+// Standard output goes nowhere while this lives: what the state machines print when a critical
+// stage is late would stand in the middle of what was asked for.
+class Silence {
+ public:
+   Silence() : kept_( dup( STDOUT_FILENO ) ) {
+      std::fflush( stdout );
+      int const nowhere = open( "/dev/null", O_WRONLY | O_CLOEXEC );
+      if( nowhere < 0 || kept_ < 0 || dup2( nowhere, STDOUT_FILENO ) < 0 ) {
+         throw std::system_error( errno, std::generic_category(), "standard output" );
+      }
+      close( nowhere );
+   }
+   ~Silence() {
+      std::fflush( stdout );
+      dup2( kept_, STDOUT_FILENO );
+      close( kept_ );
+   }
+   Silence( Silence const & ) = delete;
+   Silence & operator=( Silence const & ) = delete;
+
+ private:
+   int kept_;
+};
+
+std::string textOf( Options const & options, Simulation::Plan const & plan ) {
+   Silence const silence;
+   std::string text;
+   Simulation::run( plan, {}, options.at, [ & ]( auto const & manager ) {
+      text = shown( Kiv::Ptr< Kiv::PtrInterface const >( manager ), options.path,
+                    options.json ? Format::json : Format::text );
+   } );
+   return text;
+}
+
+Status inspect( Options const & options ) {
+   readPath( options.path );  // before anything runs
+   auto const [ plan, mistakes ] = readPlan( fileText( options.plan ) );
+   for( auto const & mistake : mistakes ) {
+      fmt::print( stderr, "{}:{}:{}: {}\n", printable( options.plan ), mistake.place.line,
+                  mistake.place.column, mistake.text );
+   }
+   if( !mistakes.empty() ) {
+      return Status::wrong;
+   }
+   auto const text = textOf( options, plan );
+   std::fwrite( text.data(), 1, text.size(), stdout );
+   return Status::complete;
+}
+
+double timeFromStart( double seconds ) {
+   if( !( seconds >= 0 ) ) {
+      throw CLI::ValidationError( "--at", "SECONDS is a number from 0 on" );
+   }
+   return seconds;
+}
+
+}  // namespace
+
+void addInspect( CLI::App & app, Status & status ) {
+   auto const options = std::make_shared< Options >();
+   auto * const command = app.add_subcommand(
+      "inspect", "Walk through a plan up to a moment and show any attribute of any object then" );
+   command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
+   command->add_option( "PATH", options->path,
+                        "What to show, such as statusSm/stageSm[Boot]/pendingEvent; all if not "
+                        "said otherwise" );
+   command
+      ->add_option_function< double >(
+         "--at", [ options ]( double seconds ) { options->at = timeFromStart( seconds ); },
+         "When everything due until then has happened; at the end if not said otherwise" )
+      ->type_name( "SECONDS" );
+   command->add_flag( "--json", options->json, "Show it as JSON" );
+   command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
+   command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, \\n "
+                    "and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
+                    "plan is wrong\nor a file cannot be read." );
+   command->callback( [ options, &status ] { status = inspect( *options ); } );
+}
+
+}  // namespace Tools

@@ -1,0 +1,432 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <tools/Tree.h>
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <simulation/detail/Json.h>
+#include <simulation/detail/Text.h>
+
+namespace Tools {
+
+namespace {
+
+using Kiv::GenericIf;
+using Kiv::Role;
+using Kiv::Value;
+using Kind = Kiv::Value::Kind;
+using Simulation::Detail::printable;
+using Simulation::Detail::quoted;
+
+// Paths of the objects, by where they are shown.
+using Places = std::unordered_map< Kiv::PtrInterface const *, std::string >;
+
+std::string under( std::string const & path, std::string const & step ) {
+   return path.empty() ? step : path + "/" + step;
+}
+
+// The rows that can be read, those of the bases last.
+std::vector< Kiv::Attribute const * > readable( Kiv::KivType const & type ) {
+   std::vector< Kiv::Attribute const * > rows;
+   for( auto const * t = &type; t; t = t->base() ) {
+      for( auto const & row : t->attributes() ) {
+         if( row.access.read || row.access.member ) {
+            rows.push_back( &row );
+         }
+      }
+   }
+   return rows;
+}
+
+bool isMembers( Kiv::Attribute const & row ) { return row.access.member != nullptr; }
+
+bool inTree( Kiv::Attribute const & row ) {
+   return !has( row.role, Role::framework ) || std::string_view( row.name ) == "fwkKey";
+}
+
+// Every attribute of an object that belongs into the tree, with a collection's members one by one:
+// call( row, key or null, value ).
+template< class Call >
+void forEachValue( GenericIf const & object, Call call ) {
+   Kiv::String8 const * const noKey = nullptr;
+   for( auto const * row : readable( object.type() ) ) {
+      if( !inTree( *row ) ) {
+         continue;
+      }
+      if( !isMembers( *row ) ) {
+         call( *row, noKey, object.read( row->name ) );
+         continue;
+      }
+      for( auto i = object.attributeIteratorConst( row->id ); i; ++i ) {
+         auto const key = i.key();
+         call( *row, &key, i.value() );
+      }
+   }
+}
+
+std::string stepOf( Kiv::Attribute const & row, Kiv::String8 const * key ) {
+   return key ? row.name + bracketed( key->view() ) : std::string( row.name );
+}
+
+// Breadth first: each object gets the shortest path.
+Places placesFrom( Value const & root ) {
+   Places places{ { root.object().get(), "" } };
+   std::deque< Value > toVisit{ root };
+   while( !toVisit.empty() ) {
+      GenericIf const object( toVisit.front() );
+      toVisit.pop_front();
+      std::string const path = places.at( object.instance().get() );
+      forEachValue( object, [ & ]( auto const & row, auto const * key, Value const & value ) {
+         if( value.is( Kind::object ) &&
+             places.emplace( value.object().get(), under( path, stepOf( row, key ) ) ).second ) {
+            toVisit.push_back( value );
+         }
+      } );
+   }
+   return places;
+}
+
+// ----------------------------------------------------------------------------- the two formats
+
+class Writer {
+ public:
+   virtual ~Writer() = default;
+   // A value, under a label unless that is empty. Labels of members come in brackets.
+   virtual void value( std::string const & label, Value const & value ) = 0;
+   virtual void reference( std::string const & label, Value const & object,
+                           std::string const & place ) = 0;
+   virtual void beginObject( std::string const & label, Value const & object ) = 0;
+   virtual void beginMembers( std::string const & label, std::size_t count ) = 0;
+   virtual void beginMember( Kiv::String8 const & key ) = 0;
+   virtual void end() = 0;
+   std::string text;
+};
+
+std::string nameOf( Value const & object ) {
+   auto const name = object.toString().str();
+   return name == object.object()->fwkType().name() ? std::string() : name;
+}
+
+class TextWriter : public Writer {
+ public:
+   void value( std::string const & label, Value const & value ) override {
+      // Alone on its line, a text needs no quotes.
+      line( label, label.empty() && depth_ == 0 && value.is( Kind::text )
+                      ? printable( value.text().view() )
+                      : simple( value ) );
+   }
+   void reference( std::string const & label, Value const & object,
+                   std::string const & place ) override {
+      line( label, titled( object ) + ", see " + ( place.empty() ? "/" : place ) );
+   }
+   void beginObject( std::string const & label, Value const & object ) override {
+      line( label, titled( object ) );
+      ++depth_;
+   }
+   void beginMembers( std::string const & label, std::size_t count ) override {
+      line( label, count == 0 ? "none" : fmt::format( "{} member{}", count, count == 1 ? "" : "s" ) );
+      ++depth_;
+   }
+   void beginMember( Kiv::String8 const & key ) override { member_ = bracketed( key.view() ); }
+   void end() override { --depth_; }
+
+ private:
+   static std::string titled( Value const & object ) {
+      auto const name = nameOf( object );
+      return object.object()->fwkType().name() +
+             ( name.empty() ? std::string() : " " + printable( name ) );
+   }
+   static std::string simple( Value const & value ) {
+      if( value.is( Kind::nothing ) ) {
+         return "null";
+      }
+      if( value.is( Kind::text ) ) {
+         return quoted( value.text().view() );
+      }
+      if( !value.is( Kind::list ) ) {
+         return printable( value.toString().view() );
+      }
+      std::string parts;
+      for( auto const & entry : value.list() ) {
+         parts += fmt::format( "{}{} {}", parts.empty() ? "" : ", ", printable( entry.name.view() ),
+                               simple( entry.value ) );
+      }
+      return parts;
+   }
+   void line( std::string label, std::string const & what ) {
+      if( label.empty() ) {
+         label = std::exchange( member_, {} );
+      }
+      text.append( 2 * depth_, ' ' );
+      text += label.empty() ? what : label + ": " + what;
+      text += '\n';
+   }
+
+   std::size_t depth_ = 0;
+   std::string member_;
+};
+
+class JsonWriter : public Writer {
+ public:
+   void value( std::string const & label, Value const & value ) override {
+      begin( label );
+      text += json( value );
+      finish();
+   }
+   void reference( std::string const & label, Value const & object,
+                   std::string const & place ) override {
+      begin( label );
+      text += "{" + head( object ) +
+              ", \"see\": " + Simulation::Detail::jsonString( place.empty() ? "/" : place ) + "}";
+      finish();
+   }
+   void beginObject( std::string const & label, Value const & object ) override {
+      begin( label );
+      text += "{" + head( object ) + ", \"attributes\": {";
+      open( "}}" );
+   }
+   void beginMembers( std::string const & label, std::size_t ) override {
+      begin( label );
+      text += "{";
+      open( "}" );
+   }
+   void beginMember( Kiv::String8 const & key ) override {
+      member_ = Simulation::Detail::jsonString( key.view() );
+   }
+   void end() override {
+      auto const [ closing, empty ] = open_.back();
+      open_.pop_back();
+      if( !empty ) {
+         newLine();
+      }
+      text += closing;
+      finish();
+   }
+
+ private:
+   struct Open {
+      char const * closing;
+      bool empty;
+   };
+
+   static std::string head( Value const & object ) {
+      auto const name = nameOf( object );
+      return "\"type\": " + Simulation::Detail::jsonString( object.object()->fwkType().name() ) +
+             ( name.empty() ? std::string()
+                            : ", \"name\": " + Simulation::Detail::jsonString( name ) );
+   }
+   static std::string json( Value const & value ) {
+      switch( value.kind() ) {
+         case Kind::nothing:
+            return "null";
+         case Kind::boolean:
+         case Kind::number:
+            return value.toString().str();
+         case Kind::real:
+            return std::isnan( value.real() ) ? "\"nan\""
+                                              : Simulation::Detail::jsonNumber( value.real() );
+         case Kind::text:
+         case Kind::object:
+            return Simulation::Detail::jsonString( value.toString().view() );
+         case Kind::list:
+            break;
+      }
+      std::string parts;
+      for( auto const & entry : value.list() ) {
+         parts += ( parts.empty() ? "" : ", " ) +
+                  Simulation::Detail::jsonString( entry.name.view() ) + ": " + json( entry.value );
+      }
+      return "{" + parts + "}";
+   }
+   void begin( std::string const & label ) {
+      if( open_.empty() ) {
+         return;
+      }
+      if( !open_.back().empty ) {
+         text += ',';
+      }
+      open_.back().empty = false;
+      newLine();
+      text += ( label.empty() ? std::exchange( member_, {} )
+                              : Simulation::Detail::jsonString( label ) ) + ": ";
+   }
+   void open( char const * closing ) { open_.push_back( { closing, true } ); }
+   void newLine() {
+      text += '\n';
+      text.append( 2 * open_.size(), ' ' );
+   }
+   void finish() {
+      if( open_.empty() ) {
+         text += '\n';
+      }
+   }
+
+   std::vector< Open > open_;
+   std::string member_;
+};
+
+// ------------------------------------------------------------------------------------ the tree
+
+class Tree {
+ public:
+   Tree( Places const & places, Writer & writer ) : places_( places ), writer_( writer ) {}
+
+   // What stands at `path`; an object in full where it is shown, else where that is.
+   void put( std::string const & label, Value const & value, std::string const & path ) {
+      if( !value.is( Kind::object ) ) {
+         writer_.value( label, value );
+         return;
+      }
+      auto const place = places_.find( value.object().get() );
+      if( place != places_.end() && place->second != path ) {
+         writer_.reference( label, value, place->second );
+      } else {
+         object( label, value, path );
+      }
+   }
+
+   void object( std::string const & label, Value const & value, std::string const & path ) {
+      GenericIf const access( value );
+      writer_.beginObject( label, value );
+      for( auto const * row : readable( access.type() ) ) {
+         if( !inTree( *row ) ) {
+            continue;
+         }
+         auto const below = under( path, row->name );
+         if( isMembers( *row ) ) {
+            members( row->name, access, *row, below );
+         } else {
+            put( row->name, access.read( row->name ), below );
+         }
+      }
+      writer_.end();
+   }
+
+   void members( std::string const & label, GenericIf const & owner, Kiv::Attribute const & row,
+                 std::string const & path ) {
+      writer_.beginMembers( label, owner.attributeCount( row.id ) );
+      for( auto i = owner.attributeIteratorConst( row.id ); i; ++i ) {
+         writer_.beginMember( i.key() );
+         put( "", i.value(), path + bracketed( i.key().view() ) );
+      }
+      writer_.end();
+   }
+
+ private:
+   Places const & places_;
+   Writer & writer_;
+};
+
+// --------------------------------------------------------------------------------- the way there
+
+std::string joined( std::vector< std::string > const & names ) {
+   std::size_t constexpr most = 20;
+   std::string text;
+   for( std::size_t n = 0; n != std::min( most, names.size() ); ++n ) {
+      text += ( n == 0 ? "" : ", " ) + printable( names[ n ] );
+   }
+   return names.size() > most ? text + fmt::format( " and {} more", names.size() - most ) : text;
+}
+
+std::string keysOf( GenericIf const & owner, Kiv::Attribute const & row ) {
+   std::vector< std::string > keys;
+   for( auto i = owner.attributeIteratorConst( row.id ); i; ++i ) {
+      keys.push_back( bracketed( i.key().view() ) );
+   }
+   return keys.empty() ? "it has no members" : "it has " + joined( keys );
+}
+
+Kiv::Attribute const & rowFor( GenericIf const & object, std::string const & where,
+                               std::string const & name ) {
+   auto const * const row = object.type().attribute( name );
+   if( row && ( row->access.read || row->access.member ) ) {
+      return *row;
+   }
+   std::vector< std::string > names;
+   for( auto const * other : readable( object.type() ) ) {
+      names.emplace_back( other->name );
+   }
+   throw PathError( fmt::format(
+      "{} has no {} {}; it has {}",
+      where.empty() ? std::string( object.type().name() )
+                    : where + ", a " + object.type().name() + ",",
+      row ? "value under the name" : "attribute", quoted( name ), joined( names ) ) );
+}
+
+// What a path leads to: a value, or all members of an attribute of `value`.
+struct Target {
+   Value value;
+   std::string path;
+   Kiv::Attribute const * members = nullptr;
+};
+
+Target follow( Value const & root, std::vector< Step > const & steps ) {
+   Target at{ root, "" };
+   for( auto const & step : steps ) {
+      if( at.members ) {
+         throw PathError( fmt::format( "{} is a collection, a key in brackets is missing; {}",
+                                       at.path, keysOf( GenericIf( at.value ), *at.members ) ) );
+      }
+      if( !at.value.is( Kind::object ) ) {
+         throw PathError( at.value.is( Kind::nothing )
+                             ? fmt::format( "{} is null and leads no further", at.path )
+                             : fmt::format( "{} is of type {} and leads no further", at.path,
+                                            at.value.typeName().view() ) );
+      }
+      GenericIf const object( at.value );
+      auto const & row = rowFor( object, at.path, step.name );
+      auto const path = under( at.path, written( step ) );
+      if( !step.key ) {
+         at = isMembers( row ) ? Target{ at.value, path, &row }
+                               : Target{ object.read( row.name ), path };
+         continue;
+      }
+      if( !isMembers( row ) ) {
+         throw PathError( fmt::format( "{} is no collection and takes no key",
+                                       under( at.path, step.name ) ) );
+      }
+      bool found = false;
+      for( auto i = object.attributeIteratorConst( row.id ); i && !found; ++i ) {
+         found = i.key() == std::string_view( *step.key );
+      }
+      if( !found ) {
+         throw PathError( fmt::format( "{} has no member {}; {}", under( at.path, step.name ),
+                                       bracketed( *step.key ), keysOf( object, row ) ) );
+      }
+      at = Target{ object.read( row.name, { *step.key } ), path };
+   }
+   return at;
+}
+
+}  // namespace
+
+std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string_view path,
+                   Format format ) {
+   auto const target = follow( root, readPath( path ) );
+   auto const places = placesFrom( root );
+   TextWriter textWriter;
+   JsonWriter jsonWriter;
+   Writer & writer = format == Format::text ? static_cast< Writer & >( textWriter ) : jsonWriter;
+   Tree tree( places, writer );
+   // What was asked for is shown in full, also by a path that is not its own.
+   auto const place = target.value.is( Kind::object )
+                         ? places.find( target.value.object().get() )
+                         : places.end();
+   auto const own = place != places.end() ? place->second : target.path;
+   if( target.members ) {
+      tree.members( "", GenericIf( target.value ), *target.members,
+                    under( own, target.members->name ) );
+   } else if( target.value.is( Kind::object ) ) {
+      tree.object( "", target.value, own );
+   } else {
+      writer.value( "", target.value );
+   }
+   return writer.text;
+}
+
+}  // namespace Tools
