@@ -87,7 +87,7 @@ class KIV_EXPORT UnknownAttrException : public GenericException {
 //    whatever the setter or handler throws
 // Nothing has changed after any of these but the last, for which the setter says it.
 //
-// Not for code that knows the type: the typed accessors cost a tenth of it and are checked by the
+// Not for code that knows the type: the typed accessors need no look-up and are checked by the
 // compiler. Cost: linear in the number of the type's attributes for a look-up by name or number;
 // reading a whole collection, linear in its members.
 class KIV_EXPORT GenericIf {

@@ -13,7 +13,7 @@ using Names = std::vector< std::string >;
 
 namespace {
 
-// Types live as long as the process; so each test makes its own.
+// Registered types live as long as the process; so each test makes its own.
 KivType const & made( char const * name ) {
    return *new KivType( name, &Kiv::PtrInterface::_fwkType(), {} );
 }
@@ -63,8 +63,9 @@ TEST( TypeNodes, TheSameTypeAgainIsNothing ) {
 TEST( TypeNodes, AnotherTypeOfANameThatIsTakenIsRefused ) {
    KivType const & type = made( "Test::Taken" );
    Kiv::typeNodeIs( type );
+   KivType const other( "Test::Taken", nullptr, {} );
    try {
-      Kiv::typeNodeIs( made( "Test::Taken" ) );
+      Kiv::typeNodeIs( other );
       FAIL() << "it was accepted";
    } catch( Kiv::NameInUseException const & e ) {
       EXPECT_STREQ( e.what(), "another type is registered as Test::Taken" );
