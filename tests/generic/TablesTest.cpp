@@ -202,6 +202,15 @@ TEST( StateMachineTable, NumbersItsRowsInOrderAndFindsThem ) {
    }
 }
 
+TEST( StateMachineTable, EveryRowOfEveryRegisteredTypeCanBeReachedByName ) {
+   for( std::size_t n = 0; n != Kiv::typeNodes(); ++n )
+      for( Attribute const & row : Kiv::typeNode( n ).attributes() ) {
+         bool const reached = row.access.read || row.access.member || row.access.call;
+         EXPECT_EQ( reached, row.id != Kiv::versionAttribute )
+            << Kiv::typeNode( n ).name() << " " << row.name;
+      }
+}
+
 TEST( StateMachineTable, TheManagerNamesItsAttributes ) {
    auto const manager = Stage::Ordovan::OrdovanIs( "ordovan" );
    EXPECT_EQ( manager->attributeString( 8 ), Kiv::String8( "isNondestructing" ) );

@@ -5,6 +5,8 @@
 
 #include <Ordovan/Ordovan.h>
 
+#include <vector>
+
 using Kiv::String8;
 using namespace testing_support;
 
@@ -18,7 +20,50 @@ void expectEndsWithZombie( std::size_t expected ) {
    EXPECT_EQ( slots< Machine >(), expected + 1 );
 }
 
+using Own = std::vector< std::size_t >;
+
+// The slots among the first `count` in which the object has another operation than `base`.
+Own ownSlots( Kiv::PtrInterface const & object, Kiv::PtrInterface const & base, std::size_t count ) {
+   auto const table = []( Kiv::PtrInterface const & o ) {
+      void const * const * slots;
+      std::memcpy( &slots, static_cast< void const * >( &o ), sizeof slots );
+      return slots;
+   };
+   Own own;
+   for( std::size_t n = 0; n != count; ++n )
+      if( table( object )[ n ] != table( base )[ n ] )
+         own.push_back( n );
+   return own;
+}
+
 } // namespace
+
+TEST( VirtualOperations, OfALogSmAreItsSwitchTypeAndDestructorAndElseThoseOfItsBase ) {
+   struct Plain : Kiv::PtrInterface {};
+   Kiv::Ptr< Plain > const plain = new Plain;
+   Kiv::Ptr< Stage::LogSm > const logSm = new Stage::LogSm( nullptr );
+   EXPECT_EQ( ownSlots( *logSm, *plain, slotsOfPtrInterface ), ( Own{ 0, 5, 6, 7 } ) );
+   EXPECT_EQ( slot( &Stage::LogSm::hasNotificationActiveIs ), 0U );
+   EXPECT_EQ( slot( &Stage::LogSm::fwkType ), 5U );
+}
+
+TEST( VirtualOperations, OfAStatusSmAreItsSwitchTypeAndDestructorAndElseThoseOfItsBase ) {
+   struct Plain : Kiv::PtrInterface {};
+   Kiv::Ptr< Plain > const plain = new Plain;
+   auto const statusSm = Kiv::Ptr< Stage::StatusSm >( new Stage::StatusSm(
+      "application", Stage::Config::ConfigIs( "config" ), Stage::Status::StatusIs( "status" ),
+      nullptr, nullptr ) );
+   EXPECT_EQ( ownSlots( *statusSm, *plain, slotsOfPtrInterface ), ( Own{ 0, 5, 6, 7 } ) );
+}
+
+TEST( VirtualOperations, OfTheManagerAreItsEndTypeAndNamesAndElseThoseOfAnEntity ) {
+   struct Plain : Kiv::Entity {
+      Plain() : Entity( "plain" ) {}
+   };
+   Kiv::Ptr< Plain > const plain = new Plain;
+   Kiv::Ptr< Stage::Ordovan > const manager = Stage::Ordovan::OrdovanIs( "manager" );
+   EXPECT_EQ( ownSlots( *manager, *plain, slotsOfEntity ), ( Own{ 3, 5, 6, 7, 17 } ) );
+}
 
 TEST( VirtualOperations, OfAStateMachineThatReactsToNothingAreOneMore ) {
    expectEndsWithZombie< Stage::LogSm, Kiv::PtrInterface >( 8 );
