@@ -338,6 +338,15 @@ TEST_F( RoundTrip, OfTwoRecordsInEachOtherTheInnerOneIsKept ) {
    EXPECT_EQ( reader->lostRecords(), 1U );
 }
 
+TEST_F( RoundTrip, WhatARecordDoesNotFillIsZero ) {
+   auto const file = TraceFile::TraceFileIs( path, smallest );
+   int const id = numberAndText( file.get() );
+   write( file.get(), id, 1, std::string( 40, 'x' ) );
+   write( file.get(), id, 2, "y" );
+   // 32 bytes of head, 12 of numbers, one of text.
+   EXPECT_EQ( contents( path ).substr( 1280 + 88 + 44, 4 ), std::string( "y\0\0\0", 4 ) );
+}
+
 TEST_F( RoundTrip, TheClockIsTheCallersAndElseTheWallClock ) {
    {
       auto const file = TraceFile::TraceFileIs( path, smallest );
