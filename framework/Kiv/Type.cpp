@@ -7,7 +7,11 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <new>
+
+#include <locale.h>
 
 #include <Kiv/detail/OneLine.h>
 
@@ -69,6 +73,27 @@ bool spells( String8 const & text, T & value ) {
    char const * const end = text.charPtr() + text.length();
    auto const [ stop, error ] = std::from_chars( text.charPtr(), end, value );
    return error == std::errc() && stop == end;
+}
+
+// Never freed: numbers are read until the process is gone.
+locale_t cLocale() {
+   static locale_t const locale = newlocale( LC_ALL_MASK, "C", nullptr );
+   if( !locale )
+      throw std::bad_alloc();
+   return locale;
+}
+
+// The syntax and range are from_chars()'s, which knows no locale. The value is not: where the
+// standard library computes with more precision than a double has, as on 32-bit x86, it rounds
+// twice, and some numbers come out next to the one that was written.
+template<>
+bool spells< double >( String8 const & text, double & value ) {
+   char const * const end = text.charPtr() + text.length();
+   auto const [ stop, error ] = std::from_chars( text.charPtr(), end, value );
+   if( error != std::errc() || stop != end )
+      return false;
+   value = strtod_l( text.charPtr(), nullptr, cLocale() );
+   return true;
 }
 
 } // namespace

@@ -125,6 +125,27 @@ TEST( ValueFromString, OfADoublesTextIsThatVeryDoubleForEveryPatternOfBits ) {
    }
 }
 
+// Where arithmetic is done with more precision than a double has, these are rounded twice.
+TEST( ValueFromString, OfADoublesTextIsRoundedOnce ) {
+   for( double value : { 1.790026006329031e+21, 1.793133084552349e+30, -1.790026006329031e+21 } )
+      expectRoundTrip( value );
+}
+
+TEST( ValueFromString, OfADoublesTextIsThatVeryDoubleWhereItHasMoreDigitsThanAWordHolds ) {
+   std::mt19937_64 random( 3 );
+   int different = 0;
+   for( int n = 0; n != 1000000; ++n ) {
+      std::uint64_t const exponent = 1023 + 50 + static_cast< std::uint64_t >( n % 81 );
+      std::uint64_t const bits = exponent << 52 | ( random() & 0x000fffffffffffffU );
+      double const value = std::bit_cast< double >( bits );
+      String8 const text = valueToString( value );
+      if( std::bit_cast< std::uint64_t >( valueFromString< double >( text ) ) != bits &&
+          ++different < 5 )
+         ADD_FAILURE() << text;
+   }
+   EXPECT_EQ( different, 0 );
+}
+
 TEST( ValueFromString, OfTheOtherTypesIsWhatWasWritten ) {
    EXPECT_TRUE( valueFromString< bool >( "true" ) );
    EXPECT_FALSE( valueFromString< bool >( "false" ) );
