@@ -13,16 +13,12 @@
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
-#include <simulation/detail/Text.h>
-#include <tools/Files.h>
-#include <tools/PlanReader.h>
+#include <tools/PlanFile.h>
 #include <tools/Tree.h>
 
 namespace Tools {
 
 namespace {
-
-using Simulation::Detail::printable;
 
 struct Options {
    std::string plan;
@@ -67,24 +63,13 @@ std::string textOf( Options const & options, Simulation::Plan const & plan ) {
 
 Status inspect( Options const & options ) {
    readPath( options.path );  // before anything runs
-   auto const [ plan, mistakes ] = readPlan( fileText( options.plan ) );
-   for( auto const & mistake : mistakes ) {
-      fmt::print( stderr, "{}:{}:{}: {}\n", printable( options.plan ), mistake.place.line,
-                  mistake.place.column, mistake.text );
-   }
-   if( !mistakes.empty() ) {
+   auto const plan = planOf( options.plan );
+   if( !plan ) {
       return Status::wrong;
    }
-   auto const text = textOf( options, plan );
+   auto const text = textOf( options, *plan );
    std::fwrite( text.data(), 1, text.size(), stdout );
    return Status::complete;
-}
-
-double timeFromStart( double seconds ) {
-   if( !( seconds >= 0 ) ) {
-      throw CLI::ValidationError( "--at", "SECONDS is a number from 0 on" );
-   }
-   return seconds;
 }
 
 }  // namespace
@@ -97,15 +82,12 @@ void addInspect( CLI::App & app, Status & status ) {
    command->add_option( "PATH", options->path,
                         "What to show, such as statusSm/stageSm[Boot]/pendingEvent; all if not "
                         "said otherwise" );
-   command
-      ->add_option_function< double >(
-         "--at", [ options ]( double seconds ) { options->at = timeFromStart( seconds ); },
-         "When everything due until then has happened; at the end if not said otherwise" )
-      ->type_name( "SECONDS" );
+   addTime( *command, "--at", options->at,
+            "When everything due until then has happened; at the end if not said otherwise" );
    command->add_flag( "--json", options->json, "Show it as JSON" );
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
-   command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, \\n "
-                    "and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
+   command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, "
+                    "\\n and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
                     "plan is wrong\nor a file cannot be read." );
    command->callback( [ options, &status ] { status = inspect( *options ); } );
 }

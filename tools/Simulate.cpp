@@ -24,7 +24,7 @@
 #include <simulation/detail/Text.h>
 #include <tools/Display.h>
 #include <tools/Files.h>
-#include <tools/PlanReader.h>
+#include <tools/PlanFile.h>
 
 namespace Tools {
 
@@ -54,16 +54,6 @@ bool wantsColour( Options const & options ) {
           isatty( fileno( stdout ) ) != 0;
 }
 
-// The plan, or nothing when it has mistakes, which have been told.
-std::optional< Simulation::Plan > planOf( std::string const & path ) {
-   auto [ plan, mistakes ] = readPlan( fileText( path ) );
-   for( auto const & mistake : mistakes ) {
-      complain( fmt::format( "{}:{}:{}: {}", printable( path ), mistake.place.line,
-                             mistake.place.column, mistake.text ) );
-   }
-   return mistakes.empty() ? std::optional( std::move( plan ) ) : std::nullopt;
-}
-
 void refuseToOverwrite( Options const & options ) {
    std::error_code error;
    if( options.record && std::filesystem::is_regular_file( options.plan, error ) &&
@@ -71,13 +61,6 @@ void refuseToOverwrite( Options const & options ) {
       throw FileError( printable( *options.record ) +
                        ": is the plan itself; the record must be another file" );
    }
-}
-
-double timeFromStart( double seconds ) {
-   if( !( seconds >= 0 ) ) {
-      throw CLI::ValidationError( "--until", "SECONDS is a number from 0 on" );
-   }
-   return seconds;
 }
 
 // Switches the state machines' traces on.
@@ -175,11 +158,8 @@ void addSimulate( CLI::App & app, Status & status ) {
    command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
    command->add_option( "--record", options->record, "Write what happens to FILE, as JSON Lines" )
       ->type_name( "FILE" );
-   command
-      ->add_option_function< double >(
-         "--until", [ options ]( double seconds ) { options->until = timeFromStart( seconds ); },
-         "End at this time and tell how things stand, though more would be due" )
-      ->type_name( "SECONDS" );
+   addTime( *command, "--until", options->until,
+            "End at this time and tell how things stand, though more would be due" );
    command
       ->add_option_function< std::string >(
                     "--trace", traceLevelsAre,
@@ -193,7 +173,8 @@ void addSimulate( CLI::App & app, Status & status ) {
          ->type_name( "FILE" );
    command
       ->add_option_function< std::string >(
-         "--ring-size", [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); },
+         "--ring-size",
+         [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); },
          "How much of the latest traces the ring holds, 8M if not said otherwise" )
       ->type_name( "BYTES" )
       ->needs( ring );

@@ -129,7 +129,8 @@ class TextWriter : public Writer {
       ++depth_;
    }
    void beginMembers( std::string const & label, std::size_t count ) override {
-      line( label, count == 0 ? "none" : fmt::format( "{} member{}", count, count == 1 ? "" : "s" ) );
+      line( label,
+            count == 0 ? "none" : fmt::format( "{} member{}", count, count == 1 ? "" : "s" ) );
       ++depth_;
    }
    void beginMember( Kiv::String8 const & key ) override { member_ = bracketed( key.view() ); }
@@ -325,7 +326,7 @@ class Tree {
 // --------------------------------------------------------------------------------- the way there
 
 std::string joined( std::vector< std::string > const & names ) {
-   std::size_t constexpr most = 20;
+   std::size_t constexpr most = 500;
    std::string text;
    for( std::size_t n = 0; n != std::min( most, names.size() ); ++n ) {
       text += ( n == 0 ? "" : ", " ) + printable( names[ n ] );
@@ -355,7 +356,8 @@ Kiv::Attribute const & rowFor( GenericIf const & object, std::string const & whe
       "{} has no {} {}; it has {}",
       where.empty() ? std::string( object.type().name() )
                     : where + ", a " + object.type().name() + ",",
-      row ? "value under the name" : "attribute", quoted( name ), joined( names ) ) );
+      row ? "value under the name" : "attribute", quoted( name ),
+      names.empty() ? "none" : joined( names ) ) );
 }
 
 // What a path leads to: a value, or all members of an attribute of `value`.

@@ -39,8 +39,9 @@ void Chronicle::tell( F const & f ) {
 }
 
 void Chronicle::tellLog() {
-   Stage::LogEntry entry;
-   while( log_->logDeq( entry ) ) {
+   // The entries stay: who looks at the run in the end wants to see them.
+   for( ; told_ != log_->logs(); ++told_ ) {
+      auto const entry = log_->log( told_ );
       started_ = started_ || entry.msg == "Stage progression started";
       auto const msg = entry.msg.str();
       tell( [ & ]( Observer & observer ) { observer.onLogEntry( entry.time, msg ); } );

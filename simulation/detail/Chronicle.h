@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <vector>
 
@@ -55,6 +56,7 @@ class Chronicle {
    void rethrow();
 
    Kiv::Ptr< Stage::Log > log_;
+   std::size_t told_ = 0;  // of the log's entries
    std::vector< Observer * > observers_;
    Kiv::LogSink previousSink_;
    std::exception_ptr thrown_;

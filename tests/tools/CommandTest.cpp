@@ -70,7 +70,7 @@ TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
 
 TEST_F( Command, EndsAtNoTimeBeforeTheStart ) {
    file( "p.yaml", "agents: {}\n" );
-   for( auto const * time : { "-1", "nan", "soon" } ) {
+   for( auto const * time : { "-1", "nan", "soon", "''", "1s", "' 1'" } ) {
       auto const run = ordovan( std::string( "simulate p.yaml --until " ) + time );
       EXPECT_EQ( run.status, 2 ) << time;
       EXPECT_TRUE( contains( run.err, "--until" ) ) << run.err;
