@@ -107,6 +107,7 @@ class Printing {
    bool passed_ = false;
    std::size_t problemsTold_ = 0;
    std::uint64_t overwrittenTold_ = 0;
+   std::uint64_t lostPointsTold_ = 0;
    std::uint64_t lostTold_ = 0;
 };
 
@@ -123,10 +124,14 @@ void Printing::complainOfNew() {
                              now - overwrittenTold_ ) );
       overwrittenTold_ = now;
    }
+   if( auto const now = reader_->lostDescriptors(); now != lostPointsTold_ ) {
+      complain( fmt::format( "{} trace points had no room for their descriptors; none of their "
+                             "records is there",
+                             now - lostPointsTold_ ) );
+      lostPointsTold_ = now;
+   }
    if( auto const now = reader_->lostRecords(); now != lostTold_ ) {
-      complain( fmt::format( "{} records were not written; {} trace points had no room for their "
-                             "descriptors",
-                             now - lostTold_, reader_->lostDescriptors() ) );
+      complain( fmt::format( "{} records were not written", now - lostTold_ ) );
       lostTold_ = now;
    }
 }
@@ -255,9 +260,10 @@ void addOptions( CLI::App & app, Options & options ) {
                  "Go on with what is written meanwhile, until the writer is gone" );
    app.add_flag( "--json", options.json, "Print a JSON object for each record" );
    app.set_version_flag( "--version", "flitlog " ORDOVAN_VERSION );
-   app.footer( "Exit status: 0 everything has been read, 1 something in the file could not be, and "
+   app.footer( "Exit status: 0 everything in the file has been read, 1 something could not be, and "
                "standard\nerror says what, 2 the command line is wrong, FILE is no trace file, or "
-               "the output cannot be\nwritten." );
+               "the output cannot be\nwritten. Records that the writer had to leave out are not in "
+               "the file: standard error counts\nthem, and the exit status stays 0." );
 }
 
 int run( int count, char ** arguments ) {

@@ -303,8 +303,26 @@ TEST_F( FlitlogCommand, SaysWhatWasNeverWritten ) {
    write( -1, 6, "no descriptor" );
    auto const run = flitlog( "ring" );
    EXPECT_EQ( run.status, 0 );
-   EXPECT_EQ( run.err, "ring: 1 records were not written; 0 trace points had no room for their "
-                       "descriptors\n" );
+   EXPECT_EQ( run.err, "ring: 1 records were not written\n" );
+}
+
+// Whether or not anybody counts what such a point has to say.
+TEST_F( FlitlogCommand, SaysHowManyTracePointsHadNoRoomForTheirDescriptors ) {
+   ring = TraceFile::TraceFileIs( path, { 4096, &clock, 1024 } );
+   write( point( "A", 0 ), 1, "one" );
+   unsigned lost = 0;
+   for( int i = 0; i != 20; ++i )
+      lost += point( "A", 0 ) < 0;
+   ASSERT_GT( lost, 0U );
+   std::string const points = "ring: " + std::to_string( lost ) +
+                              " trace points had no room for their descriptors; none of their "
+                              "records is there\n";
+   auto const before = flitlog( "ring" );
+   EXPECT_EQ( before.status, 0 ); // everything that is there has been read
+   EXPECT_EQ( before.out, line( 1, "A/0", "one" ) );
+   EXPECT_EQ( before.err, points );
+   write( -1, 2, "lost" );
+   EXPECT_EQ( flitlog( "ring" ).err, points + "ring: 1 records were not written\n" );
 }
 
 TEST_F( FlitlogCommand, EndsQuietlyWhenNobodyReadsItsOutput ) {
