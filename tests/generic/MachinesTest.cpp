@@ -11,21 +11,9 @@ using namespace testing_support;
 namespace {
 
 struct GenericMachine : testing::Test {
-   // One of each type, and of each nested reactor.
-   std::vector< Value > all() const {
-      auto const stageStatus = world.configSmHeld()->stageStatus( "Net" );
-      return { Value( world.manager ), Value( world.configSmHeld() ), Value( world.statusSm() ),
-               Value( world.logSm() ), Value( world.stageSm() ), Value( world.stageEnableSm() ),
-               Value( world.configSmHeld()->agentConfig( "routing" ) ), Value( stageStatus ),
-               Value( stageStatus->eventConfig( "routing" ) ),
-               Value( world.stageSm()->event( "routing" ) ),
-               Value( world.stageSm()->pendingEvent( "Net:routing" ) ),
-               Value( world.stageSm()->stageUncompleted() ),
-               Value( world.statusSm()->recalculateNextStage() ) };
-   }
    template< class Call >
    void forEachRow( Call call ) const {
-      for( Value const & object : all() ) {
+      for( Value const & object : world.machines() ) {
          ASSERT_TRUE( object.is( Kind::object ) );
          GenericIf const access( object );
          for( Kiv::Attribute const & row : access.type().attributes() ) {

@@ -36,6 +36,20 @@ struct StartUp : World {
       return statusSm()->stageEnableSm( name );
    }
 
+   // One object of each type, and of each nested reactor.
+   std::vector< Kiv::Value > machines() const {
+      using Kiv::Value;
+      auto const stageStatus = configSmHeld()->stageStatus( "Net" );
+      return { Value( manager ), Value( configSmHeld() ), Value( statusSm() ), Value( logSm() ),
+               Value( stageSm() ), Value( stageEnableSm() ),
+               Value( configSmHeld()->agentConfig( "routing" ) ), Value( stageStatus ),
+               Value( stageStatus->eventConfig( "routing" ) ),
+               Value( stageSm()->event( "routing" ) ),
+               Value( stageSm()->pendingEvent( "Net:routing" ) ),
+               Value( stageSm()->stageUncompleted() ),
+               Value( statusSm()->recalculateNextStage() ) };
+   }
+
    Kiv::Ptr< Stage::Ordovan > manager = Stage::Ordovan::OrdovanIs( "ordovan" );
    Kiv::Ptr< Stage::EventConfig > net; // pending
    Kiv::Ptr< Stage::EventConfig > gui;
