@@ -40,6 +40,37 @@ enum : Kiv::AttributeId {
    initialized,
 };
 
+// By name only an event that the stage has can be written, and under its own key: for any other
+// nobody would ever tell that it is complete, and it would be pending for ever.
+template< auto keyOf >
+Ptr< EventConfig const > ownEvent( StageSm const & sm, Kiv::Text const & key,
+                                   String8 const & attribute, Kiv::Value const & value ) {
+   auto const given = Kiv::valid(
+      Kiv::detail::fromValue< Ptr< EventConfig const > >( attribute, value ) );
+   String8 const own = ( given.get()->*keyOf )();
+   if( !( own == key ) )
+      Kiv::detail::throwOtherKey( key, own );
+   if( sm.stage()->event( given->agent() ) != given )
+      Kiv::throwRangeException( "event " + given->uid() + " is not the one that stage " +
+                                String8( sm.stage()->name() ) + " has of that agent" );
+   return given;
+}
+void eventWith( PtrInterface & object, Kiv::Text const & key, String8 const & attribute,
+                Kiv::Value const & value ) {
+   auto & sm = static_cast< StageSm & >( object );
+   auto const given = ownEvent< &EventConfig::agent >( sm, key, attribute, value );
+   sm.eventIs( given->agent(), given );
+}
+void pendingEventWith( PtrInterface & object, Kiv::Text const & key, String8 const & attribute,
+                       Kiv::Value const & value ) {
+   auto & sm = static_cast< StageSm & >( object );
+   sm.pendingEventIs( ownEvent< &EventConfig::uid >( sm, key, attribute, value ) );
+}
+constexpr Kiv::Access writtenWith( Kiv::Access access, decltype( access.memberIs ) write ) {
+   access.memberIs = write;
+   return access;
+}
+
 // Whether the handlers have what they need: an object that somebody kept can have lost both.
 bool works( PtrInterface const & object ) {
    auto const & sm = static_cast< StageSm const & >( object );
@@ -61,8 +92,9 @@ constexpr Kiv::Attribute rows[] = {
    { pendingEvent, "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
               &N::onPendingEvent >(),
-     keyed< &StageSm::pendingEvent, &StageSm::pendingEvents, &StageSm::pendingEventIteratorConst >()
-        .memberWritesUnder< &StageSm::pendingEventIs, &EventConfig::uid >()
+     writtenWith( keyed< &StageSm::pendingEvent, &StageSm::pendingEvents,
+                         &StageSm::pendingEventIteratorConst >(),
+                  &pendingEventWith )
         .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
         .whenever( &works ) },
    { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {},
@@ -73,8 +105,8 @@ constexpr Kiv::Attribute rows[] = {
      Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) },
    { event, "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
-     keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
-        .memberWrites< &StageSm::eventIs >()
+     writtenWith( keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >(),
+                  &eventWith )
         .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
         .whenever( &works ) },
    { stageUncompleted, "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,

@@ -283,6 +283,41 @@ TEST_F( GenericMachine, AMemberIsWrittenUnderItsOwnKeyOnly ) {
               "type pendingEvent | wrong type: pendingEvent (Stage::Status does not fit)" );
 }
 
+TEST_F( GenericMachine, AStageSmTakesAnEventOfItsStageUnderItsAgentOnly ) {
+   GenericIf const access{ world.stageSm() };
+   auto const write = [ & ]( char const * key, Value const & event ) {
+      return thrownBy( [ & ] {
+         access.attributeOp( "event", Op::write, GenericIf::Index{ key }, event );
+      } );
+   };
+   EXPECT_EQ( write( "bogus", world.net ), "range | key bogus for what stands under routing" );
+   EXPECT_EQ( write( "", world.net ), "range | key  for what stands under routing" );
+   EXPECT_EQ( write( "screen", world.gui ),
+              "range | event Gui:screen is not the one that stage Net has of that agent" );
+   auto const stranger = Stage::EventConfig::EventConfigIs( "Net", "routing" );
+   EXPECT_EQ( write( "routing", stranger ),
+              "range | event Net:routing is not the one that stage Net has of that agent" );
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.attributeOp( "pendingEvent", Op::write, GenericIf::Index{ "Gui:screen" },
+                                     world.gui );
+              } ),
+              "range | event Gui:screen is not the one that stage Net has of that agent" );
+   EXPECT_EQ( write( "routing", Value() ), "range | null ValidPtr" );
+   EXPECT_EQ( write( "routing", world.status ),
+              "type event | wrong type: event (Stage::Status does not fit)" );
+   EXPECT_EQ( world.stageSm()->events(), 2U );
+   EXPECT_EQ( world.stageSm()->event( "routing" )->event(), world.net );
+   EXPECT_EQ( world.stageSm()->pendingEvents(), 1U );
+
+   EXPECT_EQ( write( "routing", world.net ), "" ) << "as it is";
+   access.attributeOp( "event", Op::del, GenericIf::Index{ "routing" } );
+   EXPECT_EQ( write( "routing", world.net ), "" );
+   EXPECT_EQ( world.stageSm()->event( "routing" )->event(), world.net );
+   world.net->completeIs( true );
+   world.idle();
+   EXPECT_TRUE( world.stageSm()->complete() ) << "nothing else is pending";
+}
+
 TEST_F( GenericMachine, WritesOfAStageSmTellWhoWatchesIt ) {
    struct Watcher : Stage::StageSm::NotifieeConst {
       void onComplete() override { told += "complete "; }
