@@ -28,7 +28,10 @@ namespace {
 std::string text( std::uint64_t v ) { return std::to_string( v ); }
 
 constexpr std::size_t windowMost = 8 << 20; // a ring of the usual size is copied at once
+constexpr std::size_t windowLeast = 64 << 10;
 constexpr std::size_t problemsKept = 1000;
+constexpr std::uint64_t searchLeast = 64 << 20;
+constexpr std::uint64_t page = 4096; // holes end where one begins
 // A position beyond is no position: no writer lives long enough to get there.
 constexpr std::uint64_t positionMost = std::uint64_t( 1 ) << 62;
 
@@ -41,6 +44,7 @@ struct Reader::State {
    std::string path;
    detail::Descriptor file;
    std::uint64_t fileBytes = 0; // really there
+   std::uint64_t diskBytes = 0; // and of them no holes
    Header header{};             // as of the last look at the positions
 
    std::unordered_map< std::uint32_t, detail::Point > points;
@@ -57,6 +61,7 @@ struct Reader::State {
    std::vector< char > window; // a copy of [ windowAt, windowAt + windowSize )
    std::uint64_t windowAt = 0;
    std::size_t windowSize = 0;
+   std::size_t windowNext = windowMost; // how much is copied next: less behind a hole
    std::uint64_t budget = 0; // bytes that may still be summed up in search of a record
 
    std::vector< std::string > problems;
@@ -66,8 +71,10 @@ struct Reader::State {
    void problem( std::string const & sentence );
    std::size_t read( void * to, std::size_t bytes, std::uint64_t offset ) const;
    void readOrZero( char * to, std::size_t bytes, std::uint64_t offset ) const;
+   std::uint64_t dataBehind( std::uint64_t offset ) const;
    void open();
    void checkGeometry();
+   std::uint64_t searchBudget() const;
    bool positions();
    void poll();
 
@@ -114,6 +121,15 @@ void Reader::State::readOrZero( char * to, std::size_t bytes, std::uint64_t offs
    std::fill( to + got, to + bytes, '\0' );
 }
 
+// Where bytes have been written at this offset of the file or behind it. A ring is allocated as a
+// whole, but whoever means harm gives a few bytes a size of many gigabytes, all of them a hole.
+std::uint64_t Reader::State::dataBehind( std::uint64_t offset ) const {
+   auto const found = ::lseek( file.get(), static_cast< off_t >( offset ), SEEK_DATA );
+   if( found >= 0 )
+      return static_cast< std::uint64_t >( found ) / 8 * 8;
+   return errno == ENXIO ? std::max( offset, fileBytes ) : offset;
+}
+
 // --- Opening ---
 
 void Reader::State::open() {
@@ -129,6 +145,7 @@ void Reader::State::open() {
                                                                  : "is not a regular file; " ) +
                              expected_ );
    fileBytes = static_cast< std::uint64_t >( status.st_size );
+   diskBytes = static_cast< std::uint64_t >( status.st_blocks ) * 512;
    std::size_t const got = read( &header, sizeof header, 0 );
    if( got == 0 )
       detail::fail( path, std::string( "is empty; " ) + expected_ );
@@ -143,7 +160,7 @@ void Reader::State::open() {
                              text( header.minorVersion ) + "; expected version " +
                              text( detail::majorVersion ) );
    checkGeometry();
-   budget = 4 * header.ringBytes + header.descriptorsBytes;
+   budget = searchBudget() + header.descriptorsBytes;
 }
 
 void Reader::State::checkGeometry() {
@@ -172,6 +189,12 @@ void Reader::State::checkGeometry() {
                ", found " + text( h.check ) );
    if( fileBytes != h.fileBytes )
       problem( "the file has " + text( fileBytes ) + " bytes: expected " + text( h.fileBytes ) );
+}
+
+// Some times what is really there, as a header can claim any size. Where that is little it is
+// enough for a usual ring all the same: a file system may store less than it gives.
+std::uint64_t Reader::State::searchBudget() const {
+   return 4 * std::min( header.ringBytes, std::max( diskBytes, searchLeast ) );
 }
 
 // Reads what changes in the header. False, and the header as before, when it makes no sense.
@@ -212,7 +235,7 @@ bool Reader::State::positions() {
 }
 
 void Reader::State::poll() {
-   budget = std::max( budget, 4 * header.ringBytes );
+   budget = std::max( budget, searchBudget() );
    if( misplaced || !positions() ) {
       head = at;
       return;
@@ -251,6 +274,9 @@ void Reader::State::readPointAt( std::uint64_t used ) {
       budget -= bytes.size() + 8;
       bytes.clear();
       pointsRead += 8;
+      if( ( header.descriptorsAt + pointsRead ) % page == 0 )
+         pointsRead = std::min( used, dataBehind( header.descriptorsAt + pointsRead ) -
+                                         header.descriptorsAt );
       size = checkEntry( pointsRead, used, bytes );
    }
    if( size == 0 )
@@ -295,7 +321,8 @@ void Reader::State::readPoints() {
 // overwritten meanwhile; `at` and the header's positions then say where the ring begins now.
 bool Reader::State::fill( std::uint64_t position, std::size_t bytes ) {
    windowSize = static_cast< std::size_t >(
-      std::min< std::uint64_t >( std::max( bytes, windowMost ), head - position ) );
+      std::min< std::uint64_t >( std::max( bytes, windowNext ), head - position ) );
+   windowNext = std::min( 2 * windowNext, windowMost );
    windowAt = position;
    window.resize( windowSize );
    std::uint64_t const offset = position % header.ringBytes;
@@ -402,6 +429,14 @@ bool Reader::State::search( std::uint64_t & position, RecordHead & found ) {
          // Cut off up to the ring's end.
          position += header.ringBytes - offset - 8;
          continue;
+      }
+      if( ( header.ringAt + offset ) % page == 0 ) {
+         std::uint64_t const data = dataBehind( header.ringAt + offset ) - header.ringAt;
+         if( data > offset ) {
+            position += std::min( data, header.ringBytes ) - offset - 8;
+            windowNext = windowLeast; // behind a few bytes the next hole may begin
+            continue;
+         }
       }
       Look look = plausible( position, found );
       if( look == Look::overwritten )

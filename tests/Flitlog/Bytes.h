@@ -3,6 +3,7 @@
 
 #include <Flitlog/Reader.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,11 @@ class MemoryFile {
       [[maybe_unused]] auto const written =
          ::pwrite( fd_, &byte, 1, static_cast< off_t >( offset ) );
    }
-   void sizeIs( std::size_t bytes ) const {
+   void bytesAre( std::uint64_t offset, std::string const & bytes ) const {
+      [[maybe_unused]] auto const written =
+         ::pwrite( fd_, bytes.data(), bytes.size(), static_cast< off_t >( offset ) );
+   }
+   void sizeIs( std::uint64_t bytes ) const {
       [[maybe_unused]] auto const done = ::ftruncate( fd_, static_cast< off_t >( bytes ) );
    }
 

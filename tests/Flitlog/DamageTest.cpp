@@ -279,17 +279,75 @@ TEST_F( Damage, SizesThatCannotBeAreRefused ) {
    }
 }
 
-// A ring of 64 GiB by its header, in a file of 5 KiB.
-TEST_F( Damage, AHugeRingThatIsNotThereCostsNeitherTimeNorMemory ) {
-   std::string bytes = ring( 10 );
+// Makes the file's ring one of 64 GiB by its header.
+void makeHuge( std::string & bytes ) {
    std::uint64_t const huge = std::uint64_t( 1 ) << 36;
    atIs( bytes, offsetof( Header, ringBytes ), huge );
    atIs( bytes, offsetof( Header, fileBytes ), huge + ringAt );
    atIs( bytes, offsetof( Header, head ), huge );
    resumHeader( bytes );
+}
+
+TEST_F( Damage, AHugeRingThatIsNotThereCostsNeitherTimeNorMemory ) {
+   std::string bytes = ring( 10 );
+   makeHuge( bytes );
    std::clock_t const before = std::clock();
    Whatever const all = readBytes( bytes );
    EXPECT_LT( std::clock() - before, 3 * CLOCKS_PER_SEC );
+   EXPECT_EQ( numbers( all ), fromTo( 1, 10 ) );
+   EXPECT_EQ( all.problems.size(), 2U );
+}
+
+TEST_F( Damage, AHugeRingThatIsAHoleCostsNoTimeEither ) {
+   std::string bytes = ring( 20 );
+   makeHuge( bytes );
+   MemoryFile const file( bytes );
+   file.sizeIs( ringAt + ( std::uint64_t( 1 ) << 36 ) );
+   // Records beyond gigabytes of nothing are found.
+   std::uint64_t const far = std::uint64_t( 3 ) << 33;
+   file.bytesAre( ringAt + far, bytes.substr( ringAt + 10 * 64, 10 * 64 ) );
+   file.bytesAre( ringAt + 10 * 64, std::string( 10 * 64, '\0' ) );
+   std::clock_t const before = std::clock();
+   Whatever const all = readWhatever( file.path() );
+   EXPECT_LT( std::clock() - before, 3 * CLOCKS_PER_SEC );
+   EXPECT_EQ( numbers( all ), fromTo( 1, 20 ) );
+   ASSERT_EQ( all.problems.size(), 2U );
+   EXPECT_TRUE( all.problems[ 0 ].ends_with( "; skipped " + std::to_string( far - 640 ) +
+                                             " bytes" ) )
+      << all.problems[ 0 ];
+}
+
+TEST_F( Damage, BytesStrewnIntoAHugeHoleAreSearchedAlone ) {
+   std::string bytes = ring( 10 );
+   makeHuge( bytes );
+   MemoryFile const file( bytes );
+   std::uint64_t const huge = std::uint64_t( 1 ) << 36;
+   file.sizeIs( ringAt + huge );
+   for( std::uint64_t i = 1; i != 4096; ++i )
+      file.bytesAre( ringAt + huge / 4096 * i, "x" );
+   std::clock_t const before = std::clock();
+   Whatever const all = readWhatever( file.path() );
+   EXPECT_LT( std::clock() - before, CLOCKS_PER_SEC );
+   EXPECT_EQ( numbers( all ), fromTo( 1, 10 ) );
+   EXPECT_EQ( all.problems.size(), 1U );
+}
+
+TEST_F( Damage, ARoomForDescriptorsThatIsAHoleIsPassedOver ) {
+   std::string bytes = ring( 10 );
+   std::uint64_t const room = 64 << 20;
+   std::string const descriptor = bytes.substr( descriptorsAt, 1024 );
+   std::string const records = bytes.substr( ringAt );
+   atIs( bytes, offsetof( Header, descriptorsBytes ), room );
+   atIs( bytes, offsetof( Header, ringAt ), descriptorsAt + room );
+   atIs( bytes, offsetof( Header, fileBytes ), descriptorsAt + room + 4096 );
+   atIs( bytes, offsetof( Header, descriptorsUsed ), room );
+   resumHeader( bytes );
+   MemoryFile const file( bytes.substr( 0, descriptorsAt ) );
+   file.bytesAre( descriptorsAt + room - 1024, descriptor );
+   file.bytesAre( descriptorsAt + room, records );
+   std::clock_t const before = std::clock();
+   Whatever const all = readWhatever( file.path() );
+   EXPECT_LT( std::clock() - before, CLOCKS_PER_SEC / 2 );
    EXPECT_EQ( numbers( all ), fromTo( 1, 10 ) );
    EXPECT_EQ( all.problems.size(), 2U );
 }
@@ -423,10 +481,9 @@ TEST_F( Damage, ValuesThatCannotBeAreReported ) {
    EXPECT_EQ( problem( 1, 2, 4 ), place + "expected no more values, found 1 bytes" );
 }
 
-// Every eight bytes look like the beginning of the largest record there may be: whoever sums up
-// each of them reads two terabytes.
-TEST_F( Damage, ARingOfPretendedRecordsIsReadInReasonableTime ) {
-   std::uint64_t const ringBytes = 16 << 20;
+// A ring of which every eight bytes look like the beginning of the largest record there may be:
+// whoever sums up each of them reads terabytes.
+std::string pretendedRecords( std::uint64_t ringBytes, std::uint64_t there ) {
    std::uint32_t const size = 1 << 20;
    Header header{};
    std::copy( std::begin( Flitlog::detail::magic ), std::end( Flitlog::detail::magic ),
@@ -440,7 +497,7 @@ TEST_F( Damage, ARingOfPretendedRecordsIsReadInReasonableTime ) {
    header.recordMost = size;
    header.head = ringBytes;
    header.check = Flitlog::detail::headerCheck( header );
-   std::string bytes( static_cast< std::size_t >( header.fileBytes ), '\0' );
+   std::string bytes( static_cast< std::size_t >( 256 + there ), '\0' );
    atIs( bytes, 0, header );
    // { size, check } { sequence } { time } { id, valueBytes }, all of them the same eight bytes.
    struct Word {
@@ -448,8 +505,24 @@ TEST_F( Damage, ARingOfPretendedRecordsIsReadInReasonableTime ) {
    } const word{ size, size - 32 };
    for( std::size_t i = 256; i + 8 <= bytes.size(); i += 8 )
       atIs( bytes, i, word );
+   return bytes;
+}
+
+TEST_F( Damage, ARingOfPretendedRecordsIsReadInReasonableTime ) {
+   std::string const bytes = pretendedRecords( 16 << 20, 16 << 20 );
    std::clock_t const before = std::clock();
    Whatever const all = readBytes( bytes );
+   EXPECT_LT( std::clock() - before, 10 * CLOCKS_PER_SEC );
+   EXPECT_TRUE( all.records.empty() );
+   EXPECT_EQ( all.problems.size(), 1U );
+}
+
+TEST_F( Damage, WhatAHolePretendsToHoldEarnsNoSearch ) {
+   std::uint64_t const ringBytes = std::uint64_t( 1 ) << 36;
+   MemoryFile const file( pretendedRecords( ringBytes, 4 << 20 ) );
+   file.sizeIs( 256 + ringBytes );
+   std::clock_t const before = std::clock();
+   Whatever const all = readWhatever( file.path() );
    EXPECT_LT( std::clock() - before, 10 * CLOCKS_PER_SEC );
    EXPECT_TRUE( all.records.empty() );
    EXPECT_EQ( all.problems.size(), 1U );
