@@ -61,6 +61,7 @@ struct Reader::State {
    std::vector< char > window; // a copy of [ windowAt, windowAt + windowSize )
    std::uint64_t windowAt = 0;
    std::size_t windowSize = 0;
+   bool windowFinal = false;            // nobody wrote any more when it was copied
    std::size_t windowNext = windowMost; // how much is copied next: less behind a hole
    std::uint64_t budget = 0; // bytes that may still be summed up in search of a record
 
@@ -199,6 +200,7 @@ std::uint64_t Reader::State::searchBudget() const {
 
 // Reads what changes in the header. False, and the header as before, when it makes no sense.
 bool Reader::State::positions() {
+   bool last = false;
    for( int attempt = 0; attempt != 1000; ++attempt ) {
       Header one{};
       Header two{};
@@ -220,11 +222,13 @@ bool Reader::State::positions() {
          header.lostRecords = one.lostRecords;
          return true;
       }
-      if( std::memcmp( &one, &two, sizeof one ) == 0 || !detail::hasWriter( file.get() ) ) {
+      if( std::memcmp( &one, &two, sizeof one ) == 0 || last ) {
          header.tail = one.tail;
          header.head = one.head;
          break;
       }
+      // A writer that is gone by now may have been there between the two copies.
+      last = !detail::hasWriter( file.get() );
    }
    if( !misplaced )
       problem( "in the header: expected tail and head, multiples of 8 that are at most " +
@@ -328,6 +332,7 @@ bool Reader::State::fill( std::uint64_t position, std::size_t bytes ) {
    std::uint64_t const offset = position % header.ringBytes;
    auto const before = static_cast< std::size_t >(
       std::min< std::uint64_t >( windowSize, header.ringBytes - offset ) );
+   windowFinal = !detail::hasWriter( file.get() );
    readOrZero( window.data(), before, header.ringAt + offset );
    readOrZero( window.data() + before, windowSize - before, header.ringAt );
    if( !positions() ) {
@@ -388,7 +393,7 @@ Look Reader::State::lookAgain( RecordHead & found ) {
    Look look = whole( at, found );
    for( int attempt = 0; look != Look::good && look != Look::overwritten && attempt != 3;
         ++attempt ) {
-      if( !detail::hasWriter( file.get() ) )
+      if( windowFinal )
          break;
       windowSize = 0;
       look = whole( at, found );
