@@ -66,10 +66,6 @@ void pendingEventWith( PtrInterface & object, Kiv::Text const & key, String8 con
    auto & sm = static_cast< StageSm & >( object );
    sm.pendingEventIs( ownEvent< &EventConfig::uid >( sm, key, attribute, value ) );
 }
-constexpr Kiv::Access writtenWith( Kiv::Access access, decltype( access.memberIs ) write ) {
-   access.memberIs = write;
-   return access;
-}
 
 // Whether the handlers have what they need: an object that somebody kept can have lost both.
 bool works( PtrInterface const & object ) {
@@ -92,9 +88,8 @@ constexpr Kiv::Attribute rows[] = {
    { pendingEvent, "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
               &N::onPendingEvent >(),
-     writtenWith( keyed< &StageSm::pendingEvent, &StageSm::pendingEvents,
-                         &StageSm::pendingEventIteratorConst >(),
-                  &pendingEventWith )
+     keyed< &StageSm::pendingEvent, &StageSm::pendingEvents, &StageSm::pendingEventIteratorConst >()
+        .memberWritesWith< Ptr< EventConfig const > >( &pendingEventWith )
         .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
         .whenever( &works ) },
    { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {},
@@ -105,8 +100,8 @@ constexpr Kiv::Attribute rows[] = {
      Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) },
    { event, "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
-     writtenWith( keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >(),
-                  &eventWith )
+     keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
+        .memberWritesWith< Ptr< EventConfig const > >( &eventWith )
         .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
         .whenever( &works ) },
    { stageUncompleted, "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,

@@ -179,11 +179,16 @@ void memberIsUnder( PtrInterface & object, Text const & key, String8 const & nam
       throwOtherKey( key, ( member.get()->*keyOf )() );
    ( static_cast< ClassOf< set > & >( object ).*set )( member );
 }
-template< auto make >
-void memberMake( PtrInterface & object, Text const & key, String8 const & name,
-                 Value const & value ) {
+template< class T >
+void fits( String8 const & name, Value const & value ) {
+   static_cast< void >( fromValue< T >( name, value ) );
+}
+inline void fitsNothing( String8 const & name, Value const & value ) {
    if( !value.is( Value::Kind::nothing ) )
       throwWrongObject( name, value );
+}
+template< auto make >
+void memberMake( PtrInterface & object, Text const & key, String8 const &, Value const & ) {
    ( static_cast< ClassOf< make > & >( object ).*make )( ArgumentOf< make, 0 >( key ) );
 }
 template< auto del >
@@ -259,6 +264,7 @@ template< auto set >
 constexpr Access Access::memberWrites() const {
    Access more = *this;
    more.memberIs = &detail::memberIsWith< set >;
+   more.memberFits = &detail::fits< detail::ArgumentOf< set, 1 > >;
    return more;
 }
 // one that takes the key from the member: it has to be the one that was given,
@@ -266,13 +272,23 @@ template< auto set, auto keyOf >
 constexpr Access Access::memberWritesUnder() const {
    Access more = *this;
    more.memberIs = &detail::memberIsUnder< set, keyOf >;
+   more.memberFits = &detail::fits< detail::ArgumentOf< set, 0 > >;
    return more;
 }
-// or one that takes the key and makes the member: nothing is the only value.
+// one that takes the key and makes the member: nothing is the only value,
 template< auto make >
 constexpr Access Access::memberMakes() const {
    Access more = *this;
    more.memberIs = &detail::memberMake< make >;
+   more.memberFits = &detail::fitsNothing;
+   return more;
+}
+// or by a function of the table's own, which is given a value that converts to T.
+template< class T >
+constexpr Access Access::memberWritesWith( decltype( memberIs ) with ) const {
+   Access more = *this;
+   more.memberIs = with;
+   more.memberFits = &detail::fits< T >;
    return more;
 }
 template< auto del, auto delAll >

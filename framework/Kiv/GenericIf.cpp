@@ -177,7 +177,9 @@ bool supports( Access const & access, Op op ) {
 
 void checkIndex( Attribute const & row, Op op, bool given ) {
    Access const & access = row.access;
-   if( given && ( !access.member || op == Op::call || op == Op::delAll ) )
+   if( given && op == Op::delAll )
+      GenericIf::throwBadIndexAttrException( row.name, "delAll takes no key" );
+   if( given && ( !access.member || op == Op::call ) )
       GenericIf::throwBadIndexAttrException( row.name, "it is no collection of members" );
    bool const needed = ( op == Op::write && !access.write ) || ( op == Op::del && !access.del );
    if( !given && needed )
@@ -236,6 +238,7 @@ void change( PtrInterface & object, Attribute const & row, Op op, GenericIf::Ind
    } else if( op == Op::write && !index ) {
       access.write( object, row.name, argument );
    } else if( op == Op::write ) {
+      access.memberFits( row.name, argument );
       checkReady( object, row );
       access.memberIs( object, index->key, row.name, argument );
    } else {

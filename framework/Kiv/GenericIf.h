@@ -78,12 +78,14 @@ class KIV_EXPORT UnknownAttrException : public GenericException {
 //    the attribute does not have the operation              OpNotSupportedException
 //    an index where there are no members, or none where it
 //    takes one                                              BadIndexAttrException
+//    a value for an operation that takes none               TypeException, the attribute
 //    the argument of a call is no List_                     TypeException, "Kiv::GenericIf::List_"
 //    an argument that the call does not have                UnknownArgException, the attribute
 //    a value or argument of another type, or text for a
 //    pointer                                                TypeException, the attribute or argument
-//    a handler of an object that has lost its owner, and
 //    text that is no value of the attribute's type          RangeException
+//    a handler, or a member that handlers follow, of an
+//    object that has lost its owner or what it watches      RangeException
 //    whatever the setter or handler throws
 // Nothing has changed after any of these but the last, for which the setter says it.
 //

@@ -66,6 +66,8 @@ struct Access {
    // Of a collection. A member that is absent reads as nothing.
    Value ( *member )( Object const &, Text const & key ) = nullptr;
    void ( *memberIs )( Object &, Text const & key, String8 const & name, Value const & ) = nullptr;
+   // Refuses what is no value for memberIs, as that would, and changes nothing.
+   void ( *memberFits )( String8 const & name, Value const & ) = nullptr;
    void ( *memberDel )( Object &, Text const & key ) = nullptr;
    void ( *memberDelAll )( Object & ) = nullptr;
    std::uint32_t ( *count )( Object const & ) = nullptr;
@@ -85,6 +87,8 @@ struct Access {
    constexpr Access memberWritesUnder() const;
    template< auto make >
    constexpr Access memberMakes() const;
+   template< class T >
+   constexpr Access memberWritesWith( decltype( memberIs ) with ) const;
    template< auto del, auto delAll >
    constexpr Access memberDeletes() const;
    constexpr Access whenever( bool ( *test )( Object const & ) ) const {

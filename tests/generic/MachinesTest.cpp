@@ -153,7 +153,7 @@ TEST_F( GenericMachine, AWriteOrDeletionOfACollectionNeedsAKey ) {
                        " (write needs the key of a member)" );
       }
       EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::delAll, GenericIf::Index{ "x" } ); } ),
-                 "badIndex " + name + " | bad index: " + name + " (it is no collection of members)" );
+                 "badIndex " + name + " | bad index: " + name + " (delAll takes no key)" );
       EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::del, GenericIf::Index{ "x" }, 1U ); } ),
                  "type " + name + " | wrong type: " + name + " (del takes no value)" );
    } );
@@ -446,6 +446,18 @@ TEST_F( GenericMachine, AStageSmThatItsOwnerLetGoOfNoLongerKnowsIt ) {
    EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( "pendingEvent", Op::delAll ); } ),
               "range | pendingEvent cannot run: Stage::StageSm has lost its owner or what it "
               "watches" );
+   auto const write = [ & ]( char const * name, Value const & value ) {
+      return thrownBy( [ & ] {
+         access.attributeOp( name, Op::write, GenericIf::Index{ "routing" }, value );
+      } );
+   };
+   EXPECT_EQ( write( "event", "text" ), "type event | wrong type: event (an object was expected, "
+                                        "Kiv::String8 was given)" )
+      << "the value is looked at first";
+   EXPECT_EQ( write( "pendingEvent", world.status ),
+              "type pendingEvent | wrong type: pendingEvent (Stage::Status does not fit)" );
+   EXPECT_EQ( write( "event", world.net ),
+              "range | event cannot run: Stage::StageSm has lost its owner or what it watches" );
    EXPECT_EQ( thrownBy( [ & ] { waitingAccess.call( "handleCritical" ); } ),
               "range | handleCritical cannot run: Stage::StageEnableSm has lost its owner or what "
               "it watches" );
@@ -477,6 +489,15 @@ TEST_F( GenericMachine, ReactorsThatAggregationLetGoOfDoNoHarm ) {
               "range | handleEvent cannot run" );
    EXPECT_EQ( thrownBy( [ & ] { stage.call( "handleCritical" ); } ).substr( 0, 30 ),
               "range | handleCritical cannot " );
+   auto const writeAncestor = [ & ]( Value const & value ) {
+      return thrownBy( [ & ] {
+         stage.attributeOp( "criticalAncestor", Op::write, GenericIf::Index{ "Gui" }, value );
+      } );
+   };
+   EXPECT_EQ( writeAncestor( 1U ), "type criticalAncestor | wrong type: criticalAncestor (bool was "
+                                   "expected, unsigned int was given)" );
+   EXPECT_EQ( writeAncestor( "yes" ), "range | \"yes\" is no value here: true or false was expected" );
+   EXPECT_EQ( writeAncestor( true ).substr( 0, 35 ), "range | criticalAncestor cannot run" );
    for( GenericIf const * access : { &stage, &event, &agent } )
       access->write( "kivDoZombieReactors", false );
    world.net->criticalIs( true );
