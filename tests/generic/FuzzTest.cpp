@@ -112,6 +112,7 @@ class Fuzzer {
 
    unsigned long answered = 0;
    unsigned long compared = 0;
+   unsigned long constObjects = 0;
    std::map< std::string, unsigned long > refused;
 
  private:
@@ -245,14 +246,29 @@ class Fuzzer {
          indexed ? access.attributeOp( name, op, index( access, row ), argument )
          : oneIn( 2 ) || !row ? access.attributeOp( name, op, argument )
                               : access.attributeOp( row->id, op, argument );
+      expectConst( access, result );
       keep( result );
+   }
+   // What is read through a const instance is const, all of it.
+   void expectConst( GenericIf const & access, Value const & value ) {
+      if( !access.isConst() )
+         return;
+      if( value.is( Kind::list ) )
+         for( auto const & entry : value.list() )
+            expectConst( access, entry.value );
+      if( value.is( Kind::object ) ) {
+         ++constObjects;
+         EXPECT_TRUE( value.isConst() ) << access.type().name() << " gave " << value.toString();
+      }
    }
 
    void walk( GenericIf const & access, Attribute const & row ) {
       auto i = oneIn( 2 ) ? access.attributeIterator( row.id )
                           : access.attributeIteratorConst( row.id );
       for( std::size_t n = 0; i && n != 5; ++n, ++i ) {
-         keep( i.value() );
+         Value const member = i.value();
+         expectConst( access, member );
+         keep( member );
          if( oneIn( 10 ) )
             GenericIf( access ).attributeOp( row.id, Op::del, GenericIf::Index{ i.key() } );
       }
@@ -297,6 +313,7 @@ TEST( GenericFuzz, NothingThatIsAskedByNameBreaksAnything ) {
    unsigned long const seed = fromEnvironment( "ORDOVAN_TEST_SEED", 1 );
    unsigned long answered = 0;
    unsigned long compared = 0;
+   unsigned long constObjects = 0;
    std::map< std::string, unsigned long > refused;
    {
       Silence const silence;
@@ -310,6 +327,7 @@ TEST( GenericFuzz, NothingThatIsAskedByNameBreaksAnything ) {
          }
          answered += fuzzer.answered;
          compared += fuzzer.compared;
+         constObjects += fuzzer.constObjects;
          for( auto const & [ kind, count ] : fuzzer.refused )
             refused[ kind ] += count;
       }
@@ -317,6 +335,7 @@ TEST( GenericFuzz, NothingThatIsAskedByNameBreaksAnything ) {
    // The requests were of every sort.
    EXPECT_GT( answered, calls / 8 );
    EXPECT_GT( compared, calls / 1000 );
+   EXPECT_GT( constObjects, calls / 1000 );
    for( unsigned id : { Kiv::Exception::range, Kiv::Exception::constInstance, Kiv::Exception::type,
                         Kiv::Exception::unknownArgument, Kiv::Exception::operationNotSupported,
                         Kiv::Exception::badIndex, Kiv::Exception::unknownAttribute } )
