@@ -27,7 +27,7 @@ constexpr Kiv::Attribute rows[] = {
      reads< &ConfigSm::config >() },
    { 9, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument, {},
      reads< &ConfigSm::status >() },
-   { 10, "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument, {},
+   { 10, "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument | Role::reactor, {},
      reads< &ConfigSm::agentDir >() },
    { 11, "handleAgent", "", "Kiv::Name", Role::handler, {},
      Kiv::callsEither< Kiv::overload< void( Name ) >( &ConfigSm::handleAgent ),

@@ -76,7 +76,7 @@ TEST( StateMachineTable, OfConfigSm ) {
    EXPECT_EQ( linesOf( Stage::ConfigSm::_fwkType() ),
               with( { "config : Kiv::Ptr<Stage::Config const> fixed; r",
                       "status : Kiv::Ptr<Stage::Status> fixed; r",
-                      "agentDir : Kiv::Ptr<Kiv::Dir const> fixed; r",
+                      "agentDir : Kiv::Ptr<Kiv::Dir const> fixed+reactor; r",
                       "handleAgent :  [Kiv::Name] handler; c(name?)",
                       "agentConfig : Stage::AgentConfig [Kiv::Name] collection+reactor; krwd",
                       "stageStatus : Stage::StageStatus [Kiv::Name] collection+reactor; krwd",
