@@ -55,17 +55,21 @@ class Arguments {
 void configSmWith( Kiv::PtrInterface & object, String8 const & attribute,
                    Kiv::Value const & value ) {
    Arguments const a( attribute, value, { "config", "status", "agentDir" } );
-   static_cast< Ordovan & >( object ).configSmIs( a.get< Ptr< Config const > >( "config" ),
-                                                  a.get< Ptr< Status > >( "status" ),
-                                                  a.get< Ptr< Kiv::Dir const > >( "agentDir" ) );
+   // One after the other, so that the first that is wrong is the one that is named.
+   auto const config = a.get< Ptr< Config const > >( "config" );
+   auto const status = a.get< Ptr< Status > >( "status" );
+   auto const agentDir = a.get< Ptr< Kiv::Dir const > >( "agentDir" );
+   static_cast< Ordovan & >( object ).configSmIs( config, status, agentDir );
 }
 void statusSmWith( Kiv::PtrInterface & object, String8 const & attribute,
                    Kiv::Value const & value ) {
    Arguments const a( attribute, value, { "application", "config", "status", "progress", "log" } );
-   static_cast< Ordovan & >( object ).statusSmIs(
-      a.get< String8 >( "application" ), a.get< Ptr< Config const > >( "config" ),
-      a.get< Ptr< Status > >( "status" ), a.get< Ptr< Progress > >( "progress" ),
-      a.get< Ptr< Log > >( "log" ) );
+   auto const application = a.get< String8 >( "application" );
+   auto const config = a.get< Ptr< Config const > >( "config" );
+   auto const status = a.get< Ptr< Status > >( "status" );
+   auto const progress = a.get< Ptr< Progress > >( "progress" );
+   auto const log = a.get< Ptr< Log > >( "log" );
+   static_cast< Ordovan & >( object ).statusSmIs( application, config, status, progress, log );
 }
 
 template< auto get, auto del >

@@ -430,6 +430,33 @@ TEST_F( GenericMachine, TheManagerRefusesArgumentsThatMissOrDoNotFit ) {
    EXPECT_FALSE( manager->configSm() );
 }
 
+TEST_F( GenericMachine, TheManagerNamesTheFirstArgumentThatIsWrong ) {
+   GenericIf const access{ Stage::Ordovan::OrdovanIs( "second" ) };
+   struct Argument {
+      char const * name;
+      Value right;
+   };
+   auto const expectInOrder = [ & ]( char const * machine, std::vector< Argument > const & all ) {
+      for( std::size_t wrong = 0; wrong != all.size(); ++wrong ) {
+         // Those before it are right, it and those after it are not; given from the last on.
+         GenericIf::List_ list;
+         for( std::size_t n = all.size(); n-- != 0; )
+            list.add( all[ n ].name, n < wrong ? all[ n ].right : Value( true ) );
+         std::string const named = std::string( "type " ) + all[ wrong ].name + " |";
+         EXPECT_EQ( thrownBy( [ & ] { access.write( machine, list ); } ).substr( 0, named.size() ),
+                    named );
+      }
+   };
+   expectInOrder( "configSm", { { "config", world.config },
+                                { "status", world.status },
+                                { "agentDir", world.dir } } );
+   expectInOrder( "statusSm", { { "application", "Second" },
+                                { "config", world.config },
+                                { "status", world.status },
+                                { "progress", world.progress },
+                                { "log", world.log } } );
+}
+
 // ----------------------------------------------------------------- objects that somebody kept
 
 TEST_F( GenericMachine, AStageSmThatItsOwnerLetGoOfNoLongerKnowsIt ) {
@@ -470,7 +497,8 @@ TEST_F( GenericMachine, AStageSmThatItsOwnerLetGoOfNoLongerKnowsIt ) {
    world.stage( "Net" )->eventDelAll();
    world.pass( 100 );
    EXPECT_EQ( access.read( "complete" ), Value( false ) );
-   EXPECT_GE( world.log->logs(), before );
+   ASSERT_EQ( world.log->logs(), before + 1 );
+   EXPECT_EQ( world.log->log( before ).msg, Kiv::String8( "  event Net:routing completed" ) );
 }
 
 TEST_F( GenericMachine, ReactorsThatAggregationLetGoOfDoNoHarm ) {
