@@ -12,7 +12,7 @@ namespace Kiv {
 namespace {
 
 constexpr Attribute rows[] = {
-   { parentAttribute, "parent", "Kiv::Ptr<Kiv::Entity>", "", Role::notifying,
+   { parentAttribute, "parent", "Kiv::Ptr<Kiv::Entity const>", "", Role::notifying,
      changes< &Entity::NotifieeConst::onParent >(),
      reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() },
    { versionAttribute, "version", "", "", Role::notifying,

@@ -127,7 +127,7 @@ TEST( AttributeTable, OfProgressAndLogTellOfTheirEndOnly ) {
 
 TEST( AttributeTable, OfTheFrameworksOwnEntities ) {
    EXPECT_EQ( rows( Kiv::Entity::_fwkType() ),
-              ( Rows{ "parent : Kiv::Ptr<Kiv::Entity> notifying", "version :  notifying" } ) );
+              ( Rows{ "parent : Kiv::Ptr<Kiv::Entity const> notifying", "version :  notifying" } ) );
    EXPECT_EQ( rows( Kiv::Dir::_fwkType() ),
               ( Rows{ "entityPtr : Kiv::Ptr<Kiv::Entity> [Kiv::Name] collection+notifying" } ) );
 }
