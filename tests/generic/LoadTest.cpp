@@ -2,14 +2,13 @@
 // Loading the libraries while a process runs. This program is linked with the framework only.
 #include <Kiv/Kiv.h>
 
+#include "Child.h"
+
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 namespace {
@@ -57,14 +56,7 @@ TEST( Loading, TheDeclaredMessagesAreBuiltAfterAllTypesAreRegistered ) {
 }
 
 TEST( Loading, AProgramMayLoadAndUnloadTheLibraryAgainAndAgain ) {
-   std::string const command = "\"" LOAD_CHILD "\" \"" LIBORDOVAN "\" \"" LIBKIV "\" 2>&1";
-   std::FILE * const child = popen( command.c_str(), "r" );
-   ASSERT_NE( child, nullptr );
-   std::string output;
-   std::array< char, 256 > piece;
-   while( std::size_t const n = std::fread( piece.data(), 1, piece.size(), child ) )
-      output.append( piece.data(), n );
-   int const status = pclose( child );
-   EXPECT_TRUE( WIFEXITED( status ) && WEXITSTATUS( status ) == 0 ) << output;
-   EXPECT_EQ( output, "29\n" ) << "9 of the framework, 7 entities, 6 state machines, 7 reactors";
+   testing_support::Child const child( "\"" LOAD_CHILD "\" \"" LIBORDOVAN "\" \"" LIBKIV "\"" );
+   EXPECT_TRUE( child.succeeded ) << child.output;
+   EXPECT_EQ( child.output, "29\n" ) << "9 of the framework, 7 entities, 6 state machines, 7 reactors";
 }
