@@ -43,7 +43,7 @@ void look( char const * when ) {
 
 // As the first of all, before the libraries are initialised: what is called at exit in the reverse
 // order comes last then, when they have been torn down. No sanitizer is ready yet.
-[[gnu::no_sanitize( "address", "undefined" )]] void beforeAll( int, char **, char ** ) {
+__attribute__( ( no_sanitize( "address", "undefined" ) ) ) void beforeAll( int, char **, char ** ) {
    on_exit( []( int, void * ) { look( "the last" ); }, nullptr );
 }
 [[gnu::section( ".preinit_array" ), gnu::used]] void ( *first )( int, char **,
