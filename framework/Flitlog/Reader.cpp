@@ -25,6 +25,9 @@ using detail::RecordHead;
 
 namespace {
 
+static_assert( sizeof( off_t ) == 8, "trace files may be large: compile with "
+                                     "_FILE_OFFSET_BITS=64" );
+
 std::string text( std::uint64_t v ) { return std::to_string( v ); }
 
 constexpr std::size_t windowMost = 8 << 20; // a ring of the usual size is copied at once

@@ -23,6 +23,9 @@ namespace Flitlog::detail {
 
 namespace {
 
+static_assert( sizeof( off_t ) == 8, "trace files may be large: compile with "
+                                     "_FILE_OFFSET_BITS=64" );
+
 std::string errorText( int error ) { return std::generic_category().message( error ); }
 
 // Of the whole file.
