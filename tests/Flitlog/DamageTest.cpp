@@ -7,6 +7,7 @@
 #include <functional>
 
 #include <fcntl.h>
+#include <malloc.h>
 
 namespace {
 
@@ -64,6 +65,24 @@ struct Damage : Folder {
       atIs( bytes, ringAt + offset, head );
    }
 };
+
+// Of a file without records.
+Header emptyHeader( std::uint64_t ringBytes, std::uint64_t descriptorsBytes ) {
+   Header header{};
+   std::copy( std::begin( Flitlog::detail::magic ), std::end( Flitlog::detail::magic ),
+              header.magic );
+   header.majorVersion = 1;
+   header.headerBytes = 256;
+   header.descriptorsAt = 256;
+   header.descriptorsBytes = descriptorsBytes;
+   header.ringAt = 256 + descriptorsBytes;
+   header.ringBytes = ringBytes;
+   header.fileBytes = header.ringAt + ringBytes;
+   header.recordMost = static_cast< std::uint32_t >(
+      std::min< std::uint64_t >( ringBytes / 4, 1 << 20 ) );
+   header.check = Flitlog::detail::headerCheck( header );
+   return header;
+}
 
 std::vector< std::uint64_t > fromTo( std::uint64_t first, std::uint64_t last ) {
    std::vector< std::uint64_t > all;
@@ -408,6 +427,42 @@ TEST_F( Damage, ADamagedDescriptorCostsItsRecordsAlone ) {
                  "found 2" } ) );
 }
 
+// What opening a file takes whose descriptors have so many pieces each, all of them empty.
+std::size_t memoryFor( std::uint32_t pieces, std::size_t room ) {
+   std::string entry( 24 + 12 + 5 * pieces, '\0' );
+   entry.resize( Flitlog::detail::upToEight( entry.size() ) );
+   DescriptorHead head{};
+   head.size = static_cast< std::uint32_t >( entry.size() );
+   head.pieces = pieces;
+   std::string bytes( descriptorsAt, '\0' );
+   for( head.id = 1; bytes.size() + entry.size() <= descriptorsAt + room; ++head.id ) {
+      atIs( entry, 0, head );
+      atIs( entry, 4, Flitlog::detail::entryCheck( entry.data(), entry.size() ) );
+      bytes += entry;
+   }
+   Header header = emptyHeader( 4096, room );
+   header.descriptorsUsed = bytes.size() - descriptorsAt;
+   atIs( bytes, 0, header );
+   bytes.resize( descriptorsAt + room + 4096 );
+   MemoryFile const file( bytes );
+   auto const used = [] {
+      auto const memory = mallinfo2();
+      return memory.uordblks + memory.hblkhd;
+   };
+   std::size_t const before = used();
+   auto const reader = Flitlog::Reader::ReaderIs( file.path() );
+   EXPECT_EQ( reader->problems(), std::vector< std::string >() );
+   return used() - before;
+}
+
+TEST_F( Damage, DescriptorsTakeMemoryInProportionToTheirBytes ) {
+   std::size_t const room = 8 << 20;
+   // None at all; and a few more than a power of two, which is when a vector that grew has the most
+   // to spare.
+   for( std::uint32_t const pieces : { 0U, 1U, 5U, 8196U } )
+      EXPECT_LT( memoryFor( pieces, room ), 10 * room ) << pieces;
+}
+
 struct DamagedDescriptor : Damage {
    // What is wrong with the first descriptor after the change, which keeps its size.
    std::string wrong( std::function< void( std::string & entry ) > const & change ) {
@@ -485,18 +540,8 @@ TEST_F( Damage, ValuesThatCannotBeAreReported ) {
 // whoever sums up each of them reads terabytes.
 std::string pretendedRecords( std::uint64_t ringBytes, std::uint64_t there ) {
    std::uint32_t const size = 1 << 20;
-   Header header{};
-   std::copy( std::begin( Flitlog::detail::magic ), std::end( Flitlog::detail::magic ),
-              header.magic );
-   header.majorVersion = 1;
-   header.headerBytes = 256;
-   header.descriptorsAt = 256;
-   header.ringAt = 256;
-   header.ringBytes = ringBytes;
-   header.fileBytes = 256 + ringBytes;
-   header.recordMost = size;
+   Header header = emptyHeader( ringBytes, 0 );
    header.head = ringBytes;
-   header.check = Flitlog::detail::headerCheck( header );
    std::string bytes( static_cast< std::size_t >( 256 + there ), '\0' );
    atIs( bytes, 0, header );
    // { size, check } { sequence } { time } { id, valueBytes }, all of them the same eight bytes.

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Flitlog/detail/Points.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -150,6 +151,9 @@ std::string readPoint( std::string_view entry, Point & point ) {
    if( bytes.failed() )
       return "expected the names of handle, source and function, found the end before";
    point.pieces.clear();
+   // Each has five bytes at least. Growing would take up to twice as much, for as long as there is
+   // a reader.
+   point.pieces.reserve( std::min< std::size_t >( head.pieces, bytes.rest().size() / 5 ) );
    for( std::uint32_t i = 0; i != head.pieces; ++i ) {
       std::string wrong = readPiece( bytes, point );
       if( !wrong.empty() )
