@@ -4,16 +4,23 @@
 // system, in whose place the functions of this file are linked.
 #include "Support.h"
 
+#include <cerrno>
+#include <csignal>
 #include <functional>
-#include <utility>
 
+#include <fcntl.h>
 #include <sys/uio.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
 // Called after each pread(); may change what has been read.
 std::function< void( char * to, std::size_t bytes, off_t offset ) > afterRead;
+// Called before a file's space is allocated.
+std::function< void() > beforeAllocation;
+// Whether a file can be found by its descriptor.
+bool descriptorsHavePaths = true;
 
 } // namespace
 
@@ -24,6 +31,21 @@ extern "C" [[gnu::visibility( "default" )]] ssize_t pread( int fd, void * to, st
    if( afterRead )
       afterRead( static_cast< char * >( to ), bytes, offset );
    return got;
+}
+
+extern "C" [[gnu::visibility( "default" )]] int posix_fallocate( int fd, off_t offset,
+                                                                 off_t bytes ) {
+   if( beforeAllocation )
+      beforeAllocation();
+   return ::fallocate( fd, 0, offset, bytes ) == 0 ? 0 : errno;
+}
+
+extern "C" [[gnu::visibility( "default" )]] int access( char const * path, int mode ) noexcept {
+   if( !descriptorsHavePaths && std::string_view( path ).starts_with( "/proc/self/fd/" ) ) {
+      errno = ENOENT;
+      return -1;
+   }
+   return ::faccessat( AT_FDCWD, path, mode, 0 );
 }
 
 namespace {
@@ -97,6 +119,47 @@ TEST_F( Dying, PositionsThatAreWrongAreJudgedOnceTheWriterIsGone ) {
    EXPECT_EQ( looks, 4U );
    ASSERT_EQ( reader->problems().size(), 1U );
    EXPECT_TRUE( reader->problems()[ 0 ].starts_with( "in the header: expected tail and head" ) );
+}
+
+struct Making : Folder {
+   ~Making() override {
+      beforeAllocation = nullptr;
+      descriptorsHavePaths = true;
+   }
+   // How many files a process leaves in the folder that is killed while it makes its own.
+   std::size_t leftByOneThatIsKilled() const {
+      pid_t const child = fork();
+      if( child == 0 ) {
+         beforeAllocation = [] { raise( SIGKILL ); };
+         TraceFile::TraceFileIs( path, smallest );
+         _exit( 0 );
+      }
+      int status = 0;
+      waitpid( child, &status, 0 );
+      EXPECT_TRUE( WIFSIGNALED( status ) );
+      return files();
+   }
+};
+
+TEST_F( Making, AFileThatIsNotCompleteDoesNotOutliveItsProcess ) {
+   int const fd = ::open( folder.c_str(), O_TMPFILE | O_RDWR, 0600 );
+   if( fd < 0 )
+      GTEST_SKIP() << "the file system has no files without a name";
+   ::close( fd );
+   EXPECT_EQ( leftByOneThatIsKilled(), 0U );
+}
+
+TEST_F( Making, WhereFilesNeedANameFromTheBeginningTheyAreMadeAllTheSame ) {
+   descriptorsHavePaths = false;
+   EXPECT_EQ( leftByOneThatIsKilled(), 1U );
+   for( std::uint64_t generation = 1; generation != 4; ++generation ) {
+      auto const file = TraceFile::TraceFileIs( path, smallest );
+      write( file.get(), numberAndText( file.get() ), generation, "generation" );
+   }
+   EXPECT_EQ( read( path ).texts(), std::vector< std::string >{ "number 3 text generation" } );
+   EXPECT_EQ( read( path + ".old" ).texts(),
+              std::vector< std::string >{ "number 2 text generation" } );
+   EXPECT_EQ( files(), 3U );
 }
 
 } // namespace

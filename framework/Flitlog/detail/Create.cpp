@@ -49,10 +49,28 @@ bool same( struct stat const & a, struct stat const & b ) {
    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// A file whose name goes with this object, unless it has been given its lasting one.
+// By which a file that has no name can be given one.
+std::string pathOf( int fd ) { return "/proc/self/fd/" + std::to_string( fd ); }
+
+// A file in the folder of the path, without a name; none where the file system has no such files,
+// or where it could not be given a name later.
+Descriptor unnamed( std::string const & path ) {
+   auto const slash = path.rfind( '/' );
+   std::string const folder = slash == path.npos ? "." : path.substr( 0, slash + 1 );
+   Descriptor file( ::open( folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600 ) );
+   if( file && ::access( pathOf( file.get() ).c_str(), F_OK ) != 0 )
+      file.close();
+   return file;
+}
+
+// A file that goes with this object, unless it has been given its lasting name. Where that is
+// possible it has none until then, so that nothing stays of it if the process is killed.
 class Temporary {
  public:
-   explicit Temporary( std::string const & path ) : name_( path + ".XXXXXX" ) {
+   explicit Temporary( std::string const & path ) : file_( unnamed( path ) ) {
+      if( file_ )
+         return;
+      name_ = path + ".XXXXXX";
       file_ = Descriptor( mkostemp( name_.data(), O_CLOEXEC ) );
       if( !file_ )
          fail( path, "cannot be made", errno );
@@ -68,13 +86,18 @@ class Temporary {
 
    // False when something stands at the path.
    bool nameIs( std::string const & path ) {
-      if( renameat2( AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE ) == 0 ) {
+      if( name_.empty() ) {
+         if( ::linkat( AT_FDCWD, pathOf( fd() ).c_str(), AT_FDCWD, path.c_str(),
+                       AT_SYMLINK_FOLLOW ) == 0 )
+            return true;
+      } else if( renameat2( AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(),
+                            RENAME_NOREPLACE ) == 0 ) {
          name_.clear();
          return true;
-      }
-      // Not every file system knows that call; those that do not have links.
-      if( errno != EEXIST && ::link( name_.c_str(), path.c_str() ) == 0 )
+      } else if( errno != EEXIST && ::link( name_.c_str(), path.c_str() ) == 0 ) {
+         // Not every file system knows that call; those that do not have links.
          return true;
+      }
       if( errno == EEXIST )
          return false;
       fail( path, "cannot be made", errno );
