@@ -430,7 +430,7 @@ TEST_F( Damage, ADamagedDescriptorCostsItsRecordsAlone ) {
 // What opening a file takes whose descriptors have so many pieces each, all of them empty.
 std::size_t memoryFor( std::uint32_t pieces, std::size_t room ) {
    std::string entry( 24 + 12 + 5 * pieces, '\0' );
-   entry.resize( Flitlog::detail::upToEight( entry.size() ) );
+   entry.resize( ( entry.size() + 7 ) / 8 * 8 );
    DescriptorHead head{};
    head.size = static_cast< std::uint32_t >( entry.size() );
    head.pieces = pieces;
