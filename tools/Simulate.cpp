@@ -54,20 +54,38 @@ bool wantsColour( Options const & options ) {
           isatty( fileno( stdout ) ) != 0;
 }
 
+// Whether both names lead to one file, or would.
+bool same( std::string const & one, std::string const & other ) {
+   std::error_code error;
+   if( std::filesystem::equivalent( one, other, error ) ) {
+      return true;
+   }
+   // Absolute first: a relative name of which nothing exists would stay relative.
+   auto const whole = [ &error ]( std::string const & name ) {
+      return std::filesystem::weakly_canonical( std::filesystem::absolute( name, error ), error );
+   };
+   auto const first = whole( one );
+   return !first.empty() && first == whole( other );
+}
+
 void refuseToOverwrite( Options const & options ) {
    std::error_code error;
    if( options.record && std::filesystem::is_regular_file( options.plan, error ) &&
-       std::filesystem::equivalent( options.plan, *options.record, error ) ) {
+       same( options.plan, *options.record ) ) {
       throw FileError( printable( *options.record ) +
                        ": is the plan itself; the record must be another file" );
+   }
+   if( options.record && options.ring && same( *options.ring, *options.record ) ) {
+      throw FileError( printable( *options.record ) +
+                       ": is the ring as well; the record must be another file" );
    }
 }
 
 // Switches the state machines' traces on.
 void traceLevelsAre( std::string const & levels ) {
    try {
-      // What separates entries would reach other handles.
-      if( levels.find( ';' ) == std::string::npos ) {
+      // What separates entries would reach other handles; none at all would switch this one off.
+      if( !levels.empty() && levels.find( ';' ) == std::string::npos ) {
          return Kiv::tracesIs( "Ordovan:" + Kiv::String8( levels ) );
       }
    } catch( Kiv::Exception const & ) {
@@ -169,8 +187,11 @@ void addSimulate( CLI::App & app, Status & status ) {
       command
          ->add_option( "--ring", options->ring,
                        "Record all traces into FILE, which flitlog reads; a trace file that is "
-                       "there is kept as FILE.old" )
-         ->type_name( "FILE" );
+                       "there is kept as FILE.old; %p is the process id, %% a %" )
+         ->type_name( "FILE" )
+         ->check( []( std::string const & name ) {
+            return name.empty() ? std::string( "the name of the file is empty" ) : std::string();
+         } );
    command
       ->add_option_function< std::string >(
          "--ring-size",

@@ -164,6 +164,11 @@ void TraceFile::State::write( RecordHead record ) {
 
 RingBuf & RingBuf::startMsg( TraceFile * file, int id ) {
    assert( file );
+   return startMsg( file, id, file->state_->clock() );
+}
+
+RingBuf & RingBuf::startMsg( TraceFile * file, int id, double time ) {
+   assert( file );
    TraceFile::State const & state = *file->state_;
    RingBuf & record = file->record_;
    record.id_ = id > 0 && static_cast< std::size_t >( id ) < state.leastValueBytes.size()
@@ -174,7 +179,7 @@ RingBuf & RingBuf::startMsg( TraceFile * file, int id ) {
    record.spare_ = state.recordMost - sizeof( RecordHead ) - state.leastValueBytes[ record.id_ ];
    record.open_ = true;
    record.tooLong_ = false;
-   record.time_ = state.clock();
+   record.time_ = time;
    return record;
 }
 

@@ -45,6 +45,8 @@ class FLITLOG_EXPORT RingBuf {
  public:
    // Takes the time. An id that is none of the file's gives a record that is dropped and counted.
    static RingBuf & startMsg( TraceFile * file, int id );
+   // With a time that the caller has taken already, in seconds.
+   static RingBuf & startMsg( TraceFile * file, int id, double time );
    // Publishes: when this returns, the record survives the process.
    void endMsg();
 

@@ -48,9 +48,11 @@ void applySettings( TraceHandle & handle, std::vector< Setting > const & setting
                                  std::to_string( at + 1 ) + ": expected " + expected ) );
 }
 
-// Levels up to the end of the entry, like "7-9,0".
+// Levels up to the end of the entry, like "7-9,0"; none at all is none on.
 unsigned parseLevels( std::string_view settings, std::size_t & at ) {
    unsigned levels = 0;
+   if( at == settings.size() || settings[ at ] == ';' )
+      return levels;
    auto const digit = [ & ] {
       if( at == settings.size() || settings[ at ] < '0' || settings[ at ] > '9' )
          refuse( settings, at, "a level, 0 to 9" );
@@ -98,7 +100,7 @@ std::vector< Setting > parse( std::string_view settings ) {
 Registry & registry() {
    static Registry & theRegistry = [ ] () -> Registry & {
       auto & r = *new Registry;
-      if( char const * settings = std::getenv( "KIV_TRACE" ) ) {
+      if( char const * settings = secure_getenv( "KIV_TRACE" ) ) {
          try {
             r.settings = parse( settings );
          } catch( Exception const & e ) {
@@ -127,7 +129,8 @@ std::string traceText( TraceLine const & line ) {
    char time[ 400 ]; // the largest double has 309 digits before the point
    char * const end =
       std::to_chars( time, time + sizeof time, line.time, std::chars_format::fixed, 6 ).ptr;
-   return std::string( time, end ) + ' ' + detail::oneLine( line.handle.view() ) + '/' + std::to_string( line.level ) + ' ' +
+   return std::string( time, end ) + ' ' + detail::oneLine( line.handle.view() ) + '/' +
+          std::to_string( line.level ) + ' ' +
           detail::oneLine( line.source ) + ':' + std::to_string( line.line ) + ' ' +
           detail::oneLine( line.function ) + ": " + detail::oneLine( line.text.view() );
 }
@@ -137,22 +140,47 @@ TraceSink traceSinkIs( TraceSink next ) {
    return next;
 }
 
-TraceHandle::TraceHandle( String8 name, bool on ) : name_( std::move( name ) ), master_( on ) {
+// What handles leave behind: reachable for ever, one for each name.
+struct TraceStates {
+   static TraceHandle::State & stateOf( String8 const & name ) {
+      static auto & left = *new std::list< TraceHandle::State * >;
+      for( TraceHandle::State * state : left )
+         if( state->name == name && !inUse( *state ) )
+            return *state;
+      left.push_back( new TraceHandle::State{ name } );
+      return *left.back();
+   }
+   static bool inUse( TraceHandle::State const & state ) {
+      for( TraceHandle const * handle : registry().handles )
+         if( handle->state_ == &state )
+            return true;
+      return false;
+   }
+};
+
+TraceHandle::TraceHandle( String8 name, bool on ) : state_( &TraceStates::stateOf( name ) ) {
+   state_->levels = 0;
+   state_->master = on;
+   update();
    applySettings( *this, registry().settings );
    registry().handles.push_back( this );
 }
 
-TraceHandle::~TraceHandle() { registry().handles.remove( this ); }
+TraceHandle::~TraceHandle() {
+   registry().handles.remove( this );
+   state_->master = false;
+   update();
+}
 
 void TraceHandle::masterIs( bool on ) {
-   master_ = on;
+   state_->master = on;
    update();
 }
 
 void TraceHandle::levelIs( unsigned level, bool on ) {
    if( level > 9 )
       return;
-   levels_ = on ? levels_ | 1U << level : levels_ & ~( 1U << level );
+   state_->levels = on ? state_->levels | 1U << level : state_->levels & ~( 1U << level );
    update();
 }
 
@@ -171,13 +199,14 @@ void tracesIs( String8 const & settings ) {
 }
 
 void traceHelper( String8 const & handle, std::ostringstream const & stream, unsigned level,
-                  bool enabled, char const * source, int line, char const * function ) {
+                  bool enabled, char const * source, int line, char const * function,
+                  double time ) {
    std::string const text = stream.str();
    if( coverageStream_ )
       *coverageStream_ << text << '\n';
    if( !enabled )
       return;
-   TraceLine const traced{ now(), handle, level, source, line, function, text };
+   TraceLine const traced{ time, handle, level, source, line, function, text };
    TraceSink const current = sink();
    if( current ) {
       current( traced );
@@ -209,30 +238,44 @@ std::string withProcessId( std::string_view path ) {
    return text;
 }
 
-// Opens the file that the environment asks for. An environment that asks for the impossible must
-// not keep a program from starting.
-void ringFromEnvironment() {
-   char const * const path = secure_getenv( "KIV_TRACE_RING" );
-   if( !path || !*path )
-      return;
+// What the environment asked for when the library was loaded.
+struct Wanted {
+   std::string path;
+   std::string bytes; // as written; empty: not said
+};
+Wanted & wanted() {
+   static Wanted & theWanted = *new Wanted;
+   return theWanted;
+}
+
+struct AtLoad {
+   AtLoad() {
+      char const * const path = secure_getenv( "KIV_TRACE_RING" );
+      char const * const bytes = secure_getenv( "KIV_TRACE_RING_SIZE" );
+      if( !path || !*path )
+         return;
+      wanted() = { path, bytes ? bytes : "" };
+      detail::ringWanted = true;
+   }
+} const atLoad;
+
+// An environment that asks for the impossible must not stop a program.
+void openWantedRing() {
+   detail::ringWanted = false;
    try {
       std::uint64_t bytes = Flitlog::defaultRingBytes;
-      if( char const * size = secure_getenv( "KIV_TRACE_RING_SIZE" ) ) {
+      if( !wanted().bytes.empty() ) {
          try {
-            bytes = ringBytes( size );
+            bytes = ringBytes( wanted().bytes );
          } catch( Exception const & e ) {
             std::fprintf( stderr, "kiv: KIV_TRACE_RING_SIZE ignored: %s\n", e.what() );
          }
       }
-      traceRingIs( path, bytes );
+      traceRingIs( wanted().path, bytes );
    } catch( std::exception const & e ) {
       std::fprintf( stderr, "kiv: KIV_TRACE_RING ignored: %s\n", e.what() );
    }
 }
-
-struct AtLoad {
-   AtLoad() { ringFromEnvironment(); }
-} const atLoad;
 
 } // namespace
 
@@ -252,11 +295,13 @@ std::uint64_t ringBytes( String8 const & text ) {
 
 void traceRingIs( String8 const & path, std::uint64_t bytes ) {
    if( path.empty() ) {
+      detail::ringWanted = false;
       Flitlog::theTraceFile = nullptr;
       traceFile().reset();
       return;
    }
    auto file = Flitlog::TraceFile::TraceFileIs( withProcessId( path.view() ), { bytes, &now } );
+   detail::ringWanted = false;
    // The old one first: it forgets the numbers of the points' messages, which are its own.
    traceFile().reset();
    traceFile() = std::move( file );
@@ -264,6 +309,8 @@ void traceRingIs( String8 const & path, std::uint64_t bytes ) {
 }
 
 namespace detail {
+
+bool ringWanted = false;
 
 void TracePiece::print( std::ostream & out ) const {
    switch( kind_ ) {
@@ -275,7 +322,7 @@ void TracePiece::print( std::ostream & out ) const {
    case Kind::unsignedInteger:
    case Kind::wideUnsigned: out << std::to_string( unsigned_ ); break;
    case Kind::real: out << valueToString( real_ ); break;
-   case Kind::object: out << valueToString( object_ ); break;
+   case Kind::object: out << name(); break;
    }
 }
 
@@ -293,7 +340,7 @@ void TracePiece::describe( Flitlog::MsgDesc & message ) const {
    }
 }
 
-void TracePiece::record( Flitlog::RingBuf & ring ) const {
+void TracePiece::record( Flitlog::RingBuf & ring, String8 const & name ) const {
    switch( kind_ ) {
    case Kind::literal: break;
    case Kind::text: put( ring, bytes_ ); break;
@@ -303,7 +350,7 @@ void TracePiece::record( Flitlog::RingBuf & ring ) const {
    case Kind::unsignedInteger: put( ring, static_cast< std::uint32_t >( unsigned_ ) ); break;
    case Kind::wideUnsigned: put( ring, unsigned_ ); break;
    case Kind::real: put( ring, real_ ); break;
-   case Kind::object: put( ring, valueToString( object_ ).view() ); break;
+   case Kind::object: put( ring, name.view() ); break;
    }
 }
 
@@ -325,37 +372,62 @@ int messageOf( TraceHandle const & handle, TracePoint & point,
    return point.message;
 }
 
+// An object is asked for its name before the record begins: it may be a user's, who traces too.
 void recordTrace( TraceHandle const & handle, TracePoint & point,
-                  std::initializer_list< TracePiece > pieces ) {
+                  std::initializer_list< TracePiece > pieces, double time ) {
    int const message = messageOf( handle, point, pieces );
-   if( message < 0 )
-      return;
-   Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( Flitlog::theTraceFile, message );
+   std::vector< String8 > names;
    for( TracePiece const & piece : pieces )
-      piece.record( ring );
+      if( piece.isObject() )
+         names.push_back( piece.name() );
+   Flitlog::TraceFile * const file = Flitlog::theTraceFile;
+   if( !file )
+      return; // ended while names were asked for
+   // A point for which the file had no room is counted there.
+   Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( file, message, time );
+   auto name = names.begin();
+   for( TracePiece const & piece : pieces )
+      piece.record( ring, piece.isObject() ? *name++ : String8() );
    ring.endMsg();
+}
+
+void lost( TracePoint const & point ) {
+   try {
+      throw;
+   } catch( std::exception const & e ) {
+      std::fprintf( stderr, "kiv: a trace of %s was lost: %s\n", point.function,
+                    oneLine( e.what() ).c_str() );
+   } catch( ... ) {
+      std::fprintf( stderr, "kiv: a trace of %s was lost\n", point.function );
+   }
 }
 
 } // namespace
 
 void trace( TraceHandle const & handle, TracePoint & point,
             std::initializer_list< TracePiece > pieces ) noexcept {
+   if( ringWanted )
+      openWantedRing();
+   // One time for both sinks.
+   double const time = now();
+   // The ring first: it is the one that is read when nothing else is left.
+   try {
+      if( Flitlog::theTraceFile )
+         recordTrace( handle, point, pieces, time );
+   } catch( ... ) {
+      lost( point );
+   }
    try {
       bool const enabled = handle.enabled( point.level );
-      if( enabled || coverageStream_ ) {
-         std::ostringstream stream;
-         for( TracePiece const & piece : pieces )
-            piece.print( stream );
-         traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
-                      point.function );
-      }
-      if( Flitlog::theTraceFile )
-         recordTrace( handle, point, pieces );
-   } catch( std::exception const & e ) {
-      std::fprintf( stderr, "kiv: a trace of %s was lost: %s\n", point.function,
-                    oneLine( e.what() ).c_str() );
+      if( !enabled && !coverageStream_ )
+         return;
+      std::ostringstream stream;
+      for( TracePiece const & piece : pieces )
+         piece.print( stream );
+      traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
+                   point.function, time );
    } catch( ... ) {
-      std::fprintf( stderr, "kiv: a trace of %s was lost\n", point.function );
+      lost( point );
    }
 }
 

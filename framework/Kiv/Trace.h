@@ -9,7 +9,7 @@
 //
 // Switches are set in code (levelIs, tracesIs) or by the environment variable KIV_TRACE, which is
 // read when a handle is made: entries separated by ";", each a handle's name (or "*" for all), ":"
-// and levels, as in  KIV_TRACE='Ordovan:7-9,0;Kiv:0'.
+// and levels, as in  KIV_TRACE='Ordovan:7-9,0;Kiv:0'; no levels, as in "Ordovan:", switch it off.
 #pragma once
 
 #include <Kiv/Clock.h>
@@ -58,6 +58,11 @@ KIV_EXPORT TraceSink traceSinkIs( TraceSink sink );
 KIV_EXPORT extern std::ostream * coverageStream_;
 
 // The switches of a library's traces: a master switch and one for each level, 0 to 9.
+//
+// A handle is usually a static object of a function, made on first use and destroyed at exit. An
+// object that outlives it may still pass trace points: a destroyed handle is switched off and stays
+// so, and what is recorded under it still has its name. Handles of one name share what is left of
+// them, so that making and destroying one again and again uses no more memory than once.
 class KIV_EXPORT TraceHandle {
  public:
    // `on`: the master switch; all levels start off. KIV_TRACE and tracesIs() are applied after.
@@ -66,22 +71,27 @@ class KIV_EXPORT TraceHandle {
    TraceHandle( TraceHandle const & ) = delete;
    TraceHandle & operator=( TraceHandle const & ) = delete;
 
-   String8 const & name() const { return name_; }
-   bool master() const { return master_; }
+   String8 const & name() const { return state_->name; }
+   bool master() const { return state_->master; }
    void masterIs( bool on );
-   bool level( unsigned level ) const { return ( levels_ >> level & 1U ) != 0; }
+   bool level( unsigned level ) const { return ( state_->levels >> level & 1U ) != 0; }
    // Nothing happens for a level above 9.
    void levelIs( unsigned level, bool on );
    // Whether a trace of this level is produced: master switch and level switch are on.
-   bool enabled( unsigned level ) const { return ( effective_ >> level & 1U ) != 0; }
+   bool enabled( unsigned level ) const { return ( state_->effective >> level & 1U ) != 0; }
 
  private:
-   void update() { effective_ = master_ ? levels_ : 0; }
+   // Never destroyed.
+   struct State {
+      String8 name;
+      unsigned levels = 0;
+      unsigned effective = 0;
+      bool master = false;
+   };
+   friend struct TraceStates;
+   void update() { state_->effective = state_->master ? state_->levels : 0; }
 
-   String8 name_;
-   unsigned levels_ = 0;
-   unsigned effective_ = 0;
-   bool master_;
+   State * state_;
 };
 
 // Applies settings in the grammar of KIV_TRACE to all handles, also those made later. The levels
@@ -90,22 +100,30 @@ class KIV_EXPORT TraceHandle {
 KIV_EXPORT void tracesIs( String8 const & settings );
 
 // Writes a composed line to the sinks. `enabled`: to the text sink too, not only to
-// coverageStream_.
+// coverageStream_. `time`: in seconds.
 KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & stream,
                              unsigned level, bool enabled, char const * source, int line,
-                             char const * function );
+                             char const * function, double time = now() );
 
 // Records every trace point, whatever the switches say, into a ring of `bytes` in this file from
 // now on; an empty path ends recording. "%p" in the path stands for the process id, "%%" for "%".
-// The environment does the same when the library is loaded: KIV_TRACE_RING names the file,
-// KIV_TRACE_RING_SIZE the bytes, as a number that may end in K, M or G (of 1,024 each). Both are
-// ignored in programs with raised privileges. Throws Flitlog::FileError, and all stays as it was.
+// Throws Flitlog::FileError, and all stays as it was; a file that is being written already, also by
+// this process, is refused.
+//
+// The environment does the same: KIV_TRACE_RING names the file, KIV_TRACE_RING_SIZE the bytes, as a
+// number that may end in K, M or G (of 1,024 each). That file is opened by the first trace point
+// that is passed, so a program that only loads the library leaves alone what another one has left
+// there. All variables are ignored in programs with raised privileges. After fork() the child
+// records nothing; a daemon forks before it traces.
 KIV_EXPORT void traceRingIs( String8 const & path,
                              std::uint64_t bytes = Flitlog::defaultRingBytes );
 // The number in that grammar; a range exception that says what was expected.
 KIV_EXPORT std::uint64_t ringBytes( String8 const & text );
 
 namespace detail {
+
+// The environment asks for a ring that no trace point has opened yet.
+KIV_EXPORT extern bool ringWanted;
 
 // One piece of a trace point's list. Both sinks are written from the same pieces, so that they
 // cannot disagree. It refers to what it was made from, and lives as long as the call that it is
@@ -150,7 +168,11 @@ class TracePiece {
 
    void print( std::ostream & out ) const;
    void describe( Flitlog::MsgDesc & message ) const;
-   void record( Flitlog::RingBuf & ring ) const;
+   // `name`: of an object.
+   void record( Flitlog::RingBuf & ring, String8 const & name ) const;
+   bool isObject() const { return kind_ == Kind::object; }
+   // What an object is known by.
+   String8 name() const { return valueToString( object_ ); }
 
  private:
    enum class Kind : unsigned char {
@@ -204,11 +226,12 @@ KIV_EXPORT void trace( TraceHandle const & handle, TracePoint & point,
 // The same, on behalf of the function named.
 #define KIV_TRACE_IN( handle, level, source, function, ... )                                      \
    do {                                                                                           \
-      if( ( handle ).enabled( level ) || ::Kiv::coverageStream_ || ::Flitlog::theTraceFile )      \
-         [[unlikely]] {                                                                           \
+      ::Kiv::TraceHandle const & kivTraceHandle = ( handle );                                     \
+      if( kivTraceHandle.enabled( level ) || ::Kiv::coverageStream_ || ::Flitlog::theTraceFile || \
+          ::Kiv::detail::ringWanted ) [[unlikely]] {                                              \
          static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,       \
                                                                    function };                    \
-         ::Kiv::detail::trace( handle, kivTracePoint, { __VA_ARGS__ } );                          \
+         ::Kiv::detail::trace( kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );                  \
       }                                                                                           \
    } while( false )
 

@@ -1,6 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// Applies the settings given as second argument, makes the trace handle named by the first, says
-// how it is switched, and passes a trace point of every level.
+// Applies the settings given as second argument, records into the file given as third, makes the
+// trace handle named by the first, says how it is switched, and passes a trace point of every level.
 #include <Kiv/Trace.h>
 
 #include <cstdio>
@@ -21,6 +21,8 @@ int main( int count, char ** arguments ) {
       return 2;
    if( count > 2 )
       Kiv::tracesIs( arguments[ 2 ] );
+   if( count > 3 )
+      Kiv::traceRingIs( arguments[ 3 ], 65536 );
    Kiv::TraceHandle handle( arguments[ 1 ], false );
    std::printf( "%d ", handle.master() ? 1 : 0 );
    for( unsigned level = 0; level != 10; ++level )

@@ -20,8 +20,8 @@ using testing_support::Folder;
 namespace {
 
 // What the child program prints, standard error included, in this environment.
-std::string child( std::string const & environment ) {
-   std::string const command = environment + " '" TRACE_CHILD "' Ringed 2>&1";
+std::string child( std::string const & environment, std::string const & arguments = "Ringed" ) {
+   std::string const command = environment + " '" TRACE_CHILD "' " + arguments + " 2>&1";
    std::FILE * const pipe = popen( command.c_str(), "r" );
    if( !pipe )
       return "popen failed";
@@ -88,7 +88,7 @@ TEST_F( TraceRing, ThatCannotBeMadeLeavesTheOneThereIs ) {
    EXPECT_EQ( Flitlog::theTraceFile, before );
 }
 
-TEST( TraceRingOfTheEnvironment, IsOpenedWhenTheLibraryIsLoaded ) {
+TEST( TraceRingOfTheEnvironment, IsOpenedByTheFirstTrace ) {
    Folder const folder;
    std::string const printed =
       child( "KIV_TRACE_RING='" + ( folder / "ring" ) + "' KIV_TRACE_RING_SIZE=64K" );
@@ -97,6 +97,25 @@ TEST( TraceRingOfTheEnvironment, IsOpenedWhenTheLibraryIsLoaded ) {
    auto const size = std::filesystem::file_size( folder / "ring" );
    EXPECT_GT( size, 65536U );
    EXPECT_LT( size, 1048576U );
+}
+
+TEST( TraceRingOfTheEnvironment, OfAProgramThatTracesNothingLeavesWhatAnotherOneHasLeft ) {
+   Folder const folder;
+   std::string const environment = "KIV_TRACE_RING='" + ( folder / "ring" ) + "'";
+   child( environment );
+   auto const before = std::filesystem::last_write_time( folder / "ring" );
+   // Without an argument the program ends before its first trace.
+   EXPECT_EQ( child( environment, "" ), "failed: " );
+   EXPECT_EQ( folder.files(), ( std::vector< std::string >{ "ring" } ) );
+   EXPECT_EQ( std::filesystem::last_write_time( folder / "ring" ), before );
+}
+
+TEST( TraceRingOfTheEnvironment, GivesWayToOneThatIsAskedForInCode ) {
+   Folder const folder;
+   std::string const printed = child( "KIV_TRACE_RING='" + ( folder / "ring" ) + "'",
+                                      "Ringed '' '" + ( folder / "other" ) + "'" );
+   EXPECT_EQ( printed, "0 0000000000\n" );
+   EXPECT_EQ( folder.files(), ( std::vector< std::string >{ "other" } ) );
 }
 
 TEST( TraceRingOfTheEnvironment, IsNoneWhenItsNameIsEmpty ) {

@@ -66,6 +66,17 @@ TEST( TraceSettings, NameLevelsAndRangesOfAHandle ) {
    EXPECT_EQ( switches( handle ), "+0123456789" );
 }
 
+TEST( TraceSettings, WithoutLevelsSwitchAHandleOff ) {
+   TraceHandle handle( "NoLevels", false );
+   TraceHandle other( "NoLevelsToo", false );
+   tracesIs( "NoLevels:0-9;NoLevelsToo:1" );
+   tracesIs( "NoLevels:;NoLevelsToo:2" );
+   EXPECT_EQ( switches( handle ), "-" );
+   EXPECT_EQ( switches( other ), "+2" );
+   tracesIs( "NoLevelsToo:" );
+   EXPECT_EQ( switches( other ), "-" );
+}
+
 TEST( TraceSettings, ReachTheHandlesTheyNameAndNoOther ) {
    TraceHandle one( "ReachOne", false );
    TraceHandle two( "ReachTwo", false );
@@ -128,8 +139,6 @@ TEST( TraceSettings, WithAMistakeAreRefusedAtTheirPlace ) {
    EXPECT_EQ( refusal( "a;b:3" ), refused( "a;b:3", 1, entry ) );
    EXPECT_EQ( refusal( "a:1;b" ), refused( "a:1;b", 5, entry ) );
    EXPECT_EQ( refusal( "a:1;:2" ), refused( "a:1;:2", 5, entry ) );
-   EXPECT_EQ( refusal( "a:" ), refused( "a:", 3, level ) );
-   EXPECT_EQ( refusal( "a:;b:1" ), refused( "a:;b:1", 3, level ) );
    EXPECT_EQ( refusal( "a:x" ), refused( "a:x", 3, level ) );
    EXPECT_EQ( refusal( "a: 1" ), refused( "a: 1", 3, level ) );
    EXPECT_EQ( refusal( "a:-1" ), refused( "a:-1", 3, level ) );

@@ -209,7 +209,8 @@ TEST( TraceSink, ByDefaultWritesOneLineAlsoForAPieceWithANewLineOrANul ) {
    TraceHandle handle( "OddPieces", true );
    handle.levelIs( 8, true );
    testing::internal::CaptureStderr();
-   KIV_TRACE( handle, 8, "S", String8( "a\nb" ), "|", String8( std::string_view( "\0", 1 ) ), "|end" );
+   KIV_TRACE( handle, 8, "S", String8( "a\nb" ), "|", String8( std::string_view( "\0", 1 ) ),
+              "|end" );
    std::string const written = testing::internal::GetCapturedStderr();
    Kiv::traceSinkIs( before );
    EXPECT_EQ( written.substr( written.find( "TestBody: " ) ), "TestBody: a\\x0ab|\\x00|end\n" );

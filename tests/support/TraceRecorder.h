@@ -20,9 +20,8 @@ class TraceRecorder {
             lines_.push_back( line );
       } );
    }
-   // The switches cannot all be turned off again: level 0 stays on.
    ~TraceRecorder() {
-      Kiv::tracesIs( handle_ + ":0" );
+      Kiv::tracesIs( handle_ + ":" );
       Kiv::traceSinkIs( std::move( before_ ) );
    }
    TraceRecorder( TraceRecorder const & ) = delete;

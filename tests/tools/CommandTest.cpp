@@ -287,11 +287,33 @@ TEST_F( Command, RecordsAllTracesIntoARing ) {
    EXPECT_GT( run.err.size(), 1000U );
 }
 
+TEST_F( Command, TheRingIsNotOverwrittenByTheRecord ) {
+   auto const run = ordovan( "simulate good.yaml --ring both --record ./both" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_EQ( run.err, "ordovan: ./both: is the ring as well; the record must be another file\n" );
+   EXPECT_FALSE( std::filesystem::exists( folder / "both" ) );
+}
+
+// Loading the library is not tracing: what a process has left must not be pushed aside by whoever
+// has a look at it.
+TEST_F( Command, ThatTracesNothingLeavesTheRingOfTheEnvironmentAlone ) {
+   EXPECT_EQ( shell( "KIV_TRACE_RING=ring \"$ordovan\" simulate --quiet good.yaml" ).status, 0 );
+   auto const before = Process::contents( folder / "ring" );
+   auto const first = shell( "\"${ordovan%/*}/flitlog\" ring" );
+   EXPECT_GT( first.out.size(), 1000U );
+   auto const again = shell( "export KIV_TRACE_RING=ring; \"${ordovan%/*}/flitlog\" ring; "
+                             "\"$ordovan\" --version >&2; \"$ordovan\" simulate none.yaml" );
+   EXPECT_EQ( again.out, first.out );
+   EXPECT_TRUE( Process::contents( folder / "ring" ) == before );
+   EXPECT_FALSE( std::filesystem::exists( folder / "ring.old" ) );
+}
+
 TEST_F( Command, RefusesARingThatCannotBeMade ) {
    for( auto const & [ arguments, expected ] :
         std::vector< std::pair< std::string, std::string > >{
            { "--ring none/ring", "none/ring" },
            { "--ring good.yaml", "good.yaml" },
+           { "--ring ''", "--ring: the name of the file is empty" },
            { "--ring ring --ring-size 3", "ring" },
            { "--ring ring --ring-size 8X",
              "size \"8X\": expected a number of bytes above 0, which may end in K, M or G" },

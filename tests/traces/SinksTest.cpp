@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Kiv::Ptr;
@@ -37,10 +38,40 @@ Lines linesOf( std::string const & path ) {
    return lines;
 }
 
+// Never shows the same time twice.
+class RunningClock : public Kiv::Clock {
+ public:
+   double now() const override { return time_ += 0.001; }
+
+ private:
+   double mutable time_ = 500;
+};
+
+// One that traces when it is asked for its name.
+class Talkative : public Kiv::Entity {
+ public:
+   Talkative( Kiv::TraceHandle const & handle, Kiv::Name const & name )
+      : Entity( name ), handle_( handle ) {}
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
+   String8 fullName() const override {
+      KIV_TRACE( handle_, 8, "S", "somebody asks" );
+      return Entity::fullName();
+   }
+
+ private:
+   Kiv::TraceHandle const & handle_;
+};
+
+// As many trace points as there are numbers.
+template< int... numbers >
+void passPoints( Kiv::TraceHandle const & handle, std::integer_sequence< int, numbers... > ) {
+   ( [ & ] { KIV_TRACE( handle, 8, "S", "one of very many trace points ", numbers ); }(), ... );
+}
+
 struct Sinks : testing::Test, protected testing_support::World {
    ~Sinks() override {
       Kiv::traceRingIs( "" );
-      Kiv::tracesIs( "Ordovan:0" );
+      Kiv::tracesIs( "Ordovan:" );
    }
    Lines texts() const {
       Lines lines;
@@ -48,8 +79,8 @@ struct Sinks : testing::Test, protected testing_support::World {
          lines.push_back( Kiv::traceText( line ) );
       return lines;
    }
-   // A start-up with everything in it: dependencies, a critical stage that is suspended and goes on,
-   // one that times out, an agent that leaves.
+   // A start-up with everything in it: dependencies, a critical stage that is suspended and goes
+   // on, one that times out, an agent that leaves.
    void startUp() {
       auto const disks = declare( "platform", "Disks", {}, 5, true );
       declare( "platform", "Net", { "Disks" }, 0.5 );
@@ -110,7 +141,7 @@ TEST_F( Sinks, ShowTheSameOfEveryKindOfPiece ) {
    KIV_TRACE( handle, 8, "S", true, "|", false );
    for( int const n : { 0, -1, 1, INT_MIN, INT_MAX } )
       KIV_TRACE( handle, 8, "S", n, " ", static_cast< short >( n ), " ",
-                 static_cast< unsigned >( n ), " ", std::int64_t{ n } * 4294967299, " ",
+                 static_cast< unsigned >( n ), " ", std::int64_t{ n } * 4294967295, " ",
                  static_cast< std::uint64_t >( n ), " ", static_cast< long >( n ) );
    for( double const d :
         { 0.0, -0.0, 0.1, -1e300, 5e-324, 30.0, 1e21, Kiv::infinity, -Kiv::infinity,
@@ -156,6 +187,65 @@ TEST_F( Sinks, TheRingHasTheTimeOfTheActivitysClock ) {
    Lines const lines = linesOf( folder / "ring" );
    ASSERT_EQ( lines.size(), 1U );
    EXPECT_EQ( lines[ 0 ].substr( 0, 12 ), "1234.500000 " );
+}
+
+TEST_F( Sinks, HaveTheSameTimeOfAClockThatRuns ) {
+   Kiv::TraceHandle handle( "Running", true );
+   handle.levelIs( 3, true );
+   Kiv::traceRingIs( folder / "ring", 65536 );
+   Kiv::activityManager()->clockIs( new RunningClock );
+   for( int i = 0; i != 3; ++i )
+      KIV_TRACE( handle, 3, "S", "turn ", i );
+   Kiv::activityManager()->clockIs( clock );
+   Kiv::traceRingIs( "" );
+   ASSERT_EQ( text.lines.size(), 3U );
+   EXPECT_LT( text.lines[ 0 ].time, text.lines[ 1 ].time );
+   EXPECT_EQ( linesOf( folder / "ring" ), texts() );
+}
+
+TEST_F( Sinks, ATextSinkThatThrowsCostsTheRingNothing ) {
+   Kiv::TraceHandle handle( "Thrown", true );
+   handle.levelIs( 3, true );
+   Kiv::traceRingIs( folder / "ring", 65536 );
+   auto const before = Kiv::traceSinkIs( []( Kiv::TraceLine const & ) { throw 1; } );
+   testing::internal::CaptureStderr();
+   KIV_TRACE( handle, 3, "S", "kept" );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(), "kiv: a trace of TestBody was lost\n" );
+   Kiv::traceSinkIs( before );
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( linesOf( folder / "ring" ).size(), 1U );
+}
+
+TEST_F( Sinks, AnObjectMayTraceWhenItIsAskedForItsName ) {
+   Kiv::TraceHandle handle( "Talk", true );
+   handle.levelIs( 8, true );
+   Kiv::traceRingIs( folder / "ring", 65536 );
+   Ptr< Talkative > const object = new Talkative( handle, "talkative" );
+   KIV_TRACE( handle, 8, "S", "this is ", object );
+   Kiv::traceRingIs( "" );
+   Lines const lines = linesOf( folder / "ring" );
+   ASSERT_EQ( lines.size(), 3U ) << "once for each sink, and the one that asked";
+   EXPECT_NE( lines[ 0 ].find( "fullName: somebody asks" ), std::string::npos );
+   EXPECT_NE( lines[ 1 ].find( "TestBody: this is talkative" ), std::string::npos );
+   ASSERT_EQ( text.lines.size(), 3U );
+}
+
+TEST_F( Sinks, PointsForWhichTheFileHasNoRoomAreCounted ) {
+   Kiv::TraceHandle const handle( "Many", false );
+   {
+      auto const file =
+         Flitlog::TraceFile::TraceFileIs( folder / "ring", { 1 << 20, &Kiv::now, 1024 } );
+      Flitlog::theTraceFile = file.get();
+      for( int turn = 0; turn != 2; ++turn )
+         passPoints( handle, std::make_integer_sequence< int, 40 >() );
+   }
+   auto const reader = Flitlog::Reader::ReaderIs( folder / "ring" );
+   std::uint64_t recorded = 0;
+   for( Flitlog::Record record; reader->next( record ); )
+      ++recorded;
+   EXPECT_GT( reader->lostDescriptors(), 0U );
+   EXPECT_EQ( recorded, 2 * ( 40 - reader->lostDescriptors() ) );
+   EXPECT_EQ( reader->lostRecords(), 2 * reader->lostDescriptors() );
 }
 
 } // namespace
