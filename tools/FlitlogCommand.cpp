@@ -22,6 +22,7 @@
 #include <Flitlog/Reader.h>
 #include <fmt/format.h>
 #include <simulation/detail/Text.h>
+#include <tools/Options.h>
 #include <tools/RecordFilter.h>
 
 namespace Tools {
@@ -243,7 +244,7 @@ void addOptions( CLI::App & app, Options & options ) {
    app.add_option_function< std::string >(
          "--level",
          [ &options ]( std::string const & text ) {
-            options.filter.levels = parsed( "--level", text, &levelsOf );
+            options.filter.levels = levelsOf( "--level", text );
          },
          "Only records of these levels, as in 8 or 7-9,0" )
       ->type_name( "LEVELS" );

@@ -13,6 +13,7 @@
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
+#include <tools/Options.h>
 #include <tools/PlanFile.h>
 #include <tools/Tree.h>
 

@@ -12,18 +12,6 @@
 
 namespace Tools {
 
-namespace {
-
-unsigned levelAt( std::string_view text, std::size_t at ) {
-   if( at >= text.size() || text[ at ] < '0' || text[ at ] > '9' ) {
-      throw std::invalid_argument(
-         fmt::format( "character {}: expected a level, 0 to 9", at + 1 ) );
-   }
-   return static_cast< unsigned >( text[ at ] - '0' );
-}
-
-}  // namespace
-
 bool RecordFilter::wants( Flitlog::Record const & record, std::string_view line ) const {
    // A time that is no number is in no range.
    bool const ranged = std::isfinite( from ) || std::isfinite( to );
@@ -37,32 +25,6 @@ bool RecordFilter::wants( Flitlog::Record const & record, std::string_view line 
       return false;
    }
    return line.find( grep ) != line.npos;
-}
-
-unsigned levelsOf( std::string_view text ) {
-   unsigned levels = 0;
-   for( std::size_t at = 0;; ++at ) {
-      auto const first = levelAt( text, at++ );
-      auto last = first;
-      if( at < text.size() && text[ at ] == '-' ) {
-         last = levelAt( text, ++at );
-         if( last < first ) {
-            throw std::invalid_argument( fmt::format(
-               "character {}: expected a level that is not below {}", at + 1, first ) );
-         }
-         ++at;
-      }
-      for( auto level = first; level <= last; ++level ) {
-         levels |= 1U << level;
-      }
-      if( at == text.size() ) {
-         return levels;
-      }
-      if( text[ at ] != ',' ) {
-         throw std::invalid_argument( fmt::format(
-            "character {}: expected levels as in 7-9,0", at + 1 ) );
-      }
-   }
 }
 
 double secondsOf( std::string_view text ) {

@@ -23,10 +23,6 @@ struct RecordFilter {
    bool wants( Flitlog::Record const & record, std::string_view line ) const;
 };
 
-// Levels like "8" or "7-9,0", a bit for each. Throws std::invalid_argument that says what was
-// expected where.
-unsigned levelsOf( std::string_view text );
-
 // A finite number of seconds. Throws std::invalid_argument.
 double secondsOf( std::string_view text );
 

@@ -24,6 +24,7 @@
 #include <simulation/detail/Text.h>
 #include <tools/Display.h>
 #include <tools/Files.h>
+#include <tools/Options.h>
 #include <tools/PlanFile.h>
 
 namespace Tools {
@@ -83,16 +84,8 @@ void refuseToOverwrite( Options const & options ) {
 
 // Switches the state machines' traces on.
 void traceLevelsAre( std::string const & levels ) {
-   try {
-      // What separates entries would reach other handles; none at all would switch this one off.
-      if( !levels.empty() && levels.find( ';' ) == std::string::npos ) {
-         return Kiv::tracesIs( "Ordovan:" + Kiv::String8( levels ) );
-      }
-   } catch( Kiv::Exception const & ) {
-   }
-   throw CLI::ValidationError(
-      "--trace", fmt::format( "\"{}\": expected levels from 0 to 9, such as 8 or 7-9,0",
-                              printable( levels ) ) );
+   levelsOf( "--trace", levels );  // nothing else may stand there, such as another handle
+   Kiv::tracesIs( "Ordovan:" + Kiv::String8( levels ) );
 }
 
 std::uint64_t ringBytes( std::string const & text ) {

@@ -43,40 +43,67 @@ void applySettings( TraceHandle & handle, std::vector< Setting > const & setting
    }
 }
 
-[[noreturn]] void refuse( std::string_view settings, std::size_t at, char const * expected ) {
-   throwRangeException( String8( "trace settings \"" + std::string( settings ) + "\", character " +
-                                 std::to_string( at + 1 ) + ": expected " + expected ) );
+[[noreturn]] void refuse( char const * what, std::string_view text, std::size_t at,
+                          std::string const & expected ) {
+   throwRangeException( String8( what + std::string( " \"" ) + std::string( text ) +
+                                 "\", character " + std::to_string( at + 1 ) + ": expected " +
+                                 expected ) );
+}
+[[noreturn]] void refuse( std::string_view settings, std::size_t at, std::string const & expected ) {
+   refuse( "trace settings", settings, at, expected );
 }
 
-// Levels up to the end of the entry, like "7-9,0"; none at all is none on.
-unsigned parseLevels( std::string_view settings, std::size_t & at ) {
-   unsigned levels = 0;
-   if( at == settings.size() || settings[ at ] == ';' )
-      return levels;
-   auto const digit = [ & ] {
-      if( at == settings.size() || settings[ at ] < '0' || settings[ at ] > '9' )
-         refuse( settings, at, "a level, 0 to 9" );
-      return static_cast< unsigned >( settings[ at++ ] - '0' );
-   };
-   for( ;; ) {
-      unsigned const first = digit();
-      unsigned last = first;
-      bool const range = at != settings.size() && settings[ at ] == '-';
-      if( range ) {
-         std::size_t const dash = ++at;
-         last = digit();
-         if( last < first )
-            refuse( settings, dash, "a level that is not below the first of the range" );
-      }
-      for( unsigned level = first; level <= last; ++level )
-         levels |= 1U << level;
-      if( at == settings.size() || settings[ at ] == ';' )
-         return levels;
-      if( settings[ at ] != ',' )
-         refuse( settings, at,
-                 range ? "\",\", \";\" or the end" : "\",\", \"-\", \";\" or the end" );
-      ++at;
+// Takes levels like "7-9,0" from a text up to its end or to a separator.
+class LevelsReader {
+ public:
+   // `separators`: "" or one character. `what`: the text is called so in errors.
+   LevelsReader( char const * what, std::string_view text, std::size_t & at, char const * separators )
+      : what_( what ), text_( text ), at_( at ), separators_( separators ) {}
+
+   bool ended() const {
+      return at_ == text_.size() || separators_.find( text_[ at_ ] ) != separators_.npos;
    }
+   unsigned levels() {
+      for( unsigned levels = 0;; ++at_ ) {
+         unsigned const first = digit();
+         unsigned last = first;
+         bool const range = at_ != text_.size() && text_[ at_ ] == '-';
+         if( range ) {
+            std::size_t const dash = ++at_;
+            last = digit();
+            if( last < first )
+               refuse( what_, text_, dash, "a level that is not below the first of the range" );
+         }
+         for( unsigned level = first; level <= last; ++level )
+            levels |= 1U << level;
+         if( ended() )
+            return levels;
+         if( text_[ at_ ] != ',' )
+            refuse( what_, text_, at_, "\",\"" + std::string( range ? "" : ", \"-\"" ) + ends() );
+      }
+   }
+
+ private:
+   unsigned digit() {
+      if( at_ == text_.size() || text_[ at_ ] < '0' || text_[ at_ ] > '9' )
+         refuse( what_, text_, at_, "a level, 0 to 9" );
+      return static_cast< unsigned >( text_[ at_++ ] - '0' );
+   }
+   std::string ends() const {
+      return separators_.empty() ? " or the end"
+                                 : ", \"" + std::string( separators_ ) + "\" or the end";
+   }
+
+   char const * what_;
+   std::string_view text_;
+   std::size_t & at_;
+   std::string_view separators_;
+};
+
+// Levels up to the end of an entry; none at all is none on.
+unsigned parseLevels( std::string_view settings, std::size_t & at ) {
+   LevelsReader reader( "trace settings", settings, at, ";" );
+   return reader.ended() ? 0 : reader.levels();
 }
 
 std::vector< Setting > parse( std::string_view settings ) {
@@ -133,6 +160,11 @@ std::string traceText( TraceLine const & line ) {
           std::to_string( line.level ) + ' ' +
           detail::oneLine( line.source ) + ':' + std::to_string( line.line ) + ' ' +
           detail::oneLine( line.function ) + ": " + detail::oneLine( line.text.view() );
+}
+
+unsigned traceLevels( String8 const & text ) {
+   std::size_t at = 0;
+   return LevelsReader( "levels", text.view(), at, "" ).levels();
 }
 
 TraceSink traceSinkIs( TraceSink next ) {

@@ -94,6 +94,10 @@ class KIV_EXPORT TraceHandle {
    State * state_;
 };
 
+// The levels that a text like "7-9,0" names, as bits: 1 << 7 and so on. A range exception names the
+// place of a mistake.
+KIV_EXPORT unsigned traceLevels( String8 const & text );
+
 // Applies settings in the grammar of KIV_TRACE to all handles, also those made later. The levels
 // that an entry names are on, the handle's others off. Throws a range exception that names the
 // place of a mistake; nothing is changed then.

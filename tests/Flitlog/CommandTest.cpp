@@ -258,13 +258,14 @@ TEST_F( FlitlogCommand, RefusesWrongUseWithTheReason ) {
    };
    EXPECT_EQ( refused( "" ), "FILE is required" );
    EXPECT_EQ( refused( "ring --level 10" ),
-              "--level: \"10\", character 2: expected levels as in 7-9,0" );
+              "--level: levels \"10\", character 2: expected \",\", \"-\" or the end" );
    EXPECT_EQ( refused( "ring --level 9-7" ),
-              "--level: \"9-7\", character 3: expected a level that is not below 9" );
+              "--level: levels \"9-7\", character 3: expected a level that is not below the first of "
+              "the range" );
    EXPECT_EQ( refused( "ring --level 8," ),
-              "--level: \"8,\", character 3: expected a level, 0 to 9" );
+              "--level: levels \"8,\", character 3: expected a level, 0 to 9" );
    EXPECT_EQ( refused( "ring --level ''" ),
-              "--level: \"\", character 1: expected a level, 0 to 9" );
+              "--level: levels \"\", character 1: expected a level, 0 to 9" );
    for( char const * text : { "x", "nan", "inf", "1s", "''" } )
       EXPECT_TRUE( refused( std::string( "ring --from " ) + text )
                       .ends_with( "\", expected a number of seconds" ) )

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+using Kiv::String8;
 using Kiv::TraceHandle;
 using Kiv::tracesIs;
 
@@ -64,6 +65,29 @@ TEST( TraceSettings, NameLevelsAndRangesOfAHandle ) {
    EXPECT_EQ( switches( handle ), "+123" );
    tracesIs( "Grammar:0-9" );
    EXPECT_EQ( switches( handle ), "+0123456789" );
+}
+
+TEST( TraceLevels, AreBitsOfTheLevelsThatATextNames ) {
+   EXPECT_EQ( Kiv::traceLevels( "8" ), 0x100U );
+   EXPECT_EQ( Kiv::traceLevels( "7-9,0" ), 0x381U );
+   EXPECT_EQ( Kiv::traceLevels( "0-9" ), 0x3ffU );
+}
+
+TEST( TraceLevels, AreRefusedWithThePlaceOfTheMistake ) {
+   auto const refusedWith = []( String8 const & text ) {
+      try {
+         Kiv::traceLevels( text );
+      } catch( Kiv::RangeException const & e ) {
+         return std::string( e.what() );
+      }
+      return std::string( "accepted" );
+   };
+   EXPECT_EQ( refusedWith( "" ), "levels \"\", character 1: expected a level, 0 to 9" );
+   EXPECT_EQ( refusedWith( "7;8" ),
+              "levels \"7;8\", character 2: expected \",\", \"-\" or the end" );
+   EXPECT_EQ( refusedWith( "1-2-3" ), "levels \"1-2-3\", character 4: expected \",\" or the end" );
+   EXPECT_EQ( refusedWith( "3-1" ), "levels \"3-1\", character 3: expected a level that is not "
+                                    "below the first of the range" );
 }
 
 TEST( TraceSettings, WithoutLevelsSwitchAHandleOff ) {

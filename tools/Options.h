@@ -1,0 +1,19 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// Options that several commands have. Each throws the command line's own error for text that is wrong.
+#pragma once
+
+#include <string>
+
+#include <CLI/App.hpp>
+
+namespace Tools {
+
+// Adds an option that takes a time in seconds on a run's clock, which starts at 0; "inf" is one.
+// REQUIRES: `seconds` outlives the command.
+void addTime( CLI::App & command, std::string const & option, double & seconds,
+              std::string const & description );
+
+// Levels of traces like "8" or "7-9,0", a bit for each.
+unsigned levelsOf( std::string const & option, std::string const & text );
+
+}  // namespace Tools
