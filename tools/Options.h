@@ -1,5 +1,5 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// Options that several commands have. Each throws the command line's own error for text that is wrong.
+// Options that several commands have. Each throws the command line's own error for wrong text.
 #pragma once
 
 #include <string>

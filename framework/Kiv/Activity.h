@@ -61,8 +61,9 @@ class KIV_EXPORT Wakeup {
 };
 
 // The process's one activity, its clock and its loop. Made at first use, never destroyed. Belongs
-// to the thread that used it first, other than by post() (ownerThreadIs() moves it); a debug build stops with a message
-// when another thread touches an entity. post() alone may be called from any thread.
+// to the thread that used it first, other than by post() (ownerThreadIs() moves it); a debug build
+// stops with a message when another thread touches an entity. post() alone may be called from any
+// thread.
 class KIV_EXPORT ActivityManager : public PtrInterface {
  public:
    using Task = std::function< void() >;

@@ -32,8 +32,8 @@ struct LogMessage {
 using LogSink = std::function< void( LogMessage const & ) >;
 
 // Where emitted messages go from now on; an empty function stands for the default, one line a
-// message on standard error (control characters as \xNN). Returns what was there before. The sink is called inside the handler
-// that emits; it may do what a callback may do, except run the loop.
+// message on standard error (control characters as \xNN). Returns what was there before. The sink is
+// called inside the handler that emits; it may do what a callback may do, except run the loop.
 KIV_EXPORT LogSink logSinkIs( LogSink sink );
 
 // Declares a log message; made once, for the life of the process.

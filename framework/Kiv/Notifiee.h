@@ -143,7 +143,9 @@ class WritingNotifieeOf : public Base {
  public:
    Ptr< E > notifier() const { return const_cast< E * >( Base::notifier().get() ); }
    using Base::notifierIs;
-   void notifierIs( Ptr< E > const & object ) { this->notifierIs( Ptr< PtrInterface const >( object ) ); }
+   void notifierIs( Ptr< E > const & object ) {
+      this->notifierIs( Ptr< PtrInterface const >( object ) );
+   }
 };
 
 namespace detail {

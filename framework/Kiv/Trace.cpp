@@ -49,7 +49,8 @@ void applySettings( TraceHandle & handle, std::vector< Setting > const & setting
                                  "\", character " + std::to_string( at + 1 ) + ": expected " +
                                  expected ) );
 }
-[[noreturn]] void refuse( std::string_view settings, std::size_t at, std::string const & expected ) {
+[[noreturn]] void refuse( std::string_view settings, std::size_t at,
+                          std::string const & expected ) {
    refuse( "trace settings", settings, at, expected );
 }
 
@@ -57,7 +58,8 @@ void applySettings( TraceHandle & handle, std::vector< Setting > const & setting
 class LevelsReader {
  public:
    // `separators`: "" or one character. `what`: the text is called so in errors.
-   LevelsReader( char const * what, std::string_view text, std::size_t & at, char const * separators )
+   LevelsReader( char const * what, std::string_view text, std::size_t & at,
+                 char const * separators )
       : what_( what ), text_( text ), at_( at ), separators_( separators ) {}
 
    bool ended() const {
