@@ -154,7 +154,27 @@ TEST_F( Inspect, EveryPlaceThatIsReferredToCanBeAskedFor ) {
    }
 }
 
+TEST_F( Inspect, WhatCannotBePrintedIsNoSuccess ) {
+   file( "p.yaml", "agents: {A: {S: {complete: 1}}}\n" );
+   auto const run = shell( "\"$ordovan\" inspect p.yaml >/dev/full" );
+   EXPECT_EQ( run.status, 2 );
+   EXPECT_NE( run.err.find( "standard output cannot be written: No space left on device" ),
+              std::string::npos )
+      << run.err;
+}
+
 // ---------------------------------------------------------------------------------------- JSON
+
+TEST_F( Inspect, AsJsonIsJsonWhateverTheNamesAre ) {
+   file( "odd.yaml", "agents: {\"A\\t\\\"\\\\\": {\"]\\x01\\0 \\u202e\\u00e9[\": {complete: 1}}}\n" );
+   auto const run = ordovan( "inspect odd.yaml configSm/status/stage --json" );
+   ASSERT_EQ( run.status, 0 ) << run.err;
+   auto const stages = Json::parse( run.out );
+   ASSERT_EQ( stages.size(), 1U );
+   std::string const stage( "]\x01\0 \u202e\u00e9[", 10 );
+   ASSERT_TRUE( stages.contains( stage ) ) << run.out;
+   EXPECT_TRUE( stages[ stage ][ "attributes" ][ "event" ].contains( "A\t\"\\" ) ) << run.out;
+}
 
 TEST_F( Inspect, AsJsonGivesTheSameTree ) {
    auto const all = json( "--at 2" );
