@@ -513,21 +513,24 @@ Kiv::KivType const & ConfigSm::_fwkType() {
 Kiv::KivType const & ConfigSm::KivAgentConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & ConfigSm::KivAgentConfig::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivAgentConfig", &PtrInterface::_fwkType(), agentConfigRows::rows );
+      *new Kiv::KivType( "Stage::ConfigSm::KivAgentConfig",
+                         &PtrInterface::_fwkType(), agentConfigRows::rows );
    return type;
 }
 
 Kiv::KivType const & KivStageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & KivStageStatus::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus", &PtrInterface::_fwkType(), stageStatusRows::rows );
+      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus",
+                         &PtrInterface::_fwkType(), stageStatusRows::rows );
    return type;
 }
 
 Kiv::KivType const & KivEventConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & KivEventConfig::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus::KivEventConfig", &PtrInterface::_fwkType(), eventConfigRows::rows );
+      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus::KivEventConfig",
+                         &PtrInterface::_fwkType(), eventConfigRows::rows );
    return type;
 }
 

@@ -12,8 +12,8 @@ namespace Stage {
 // every stage name that an agent declares an event for, with the stage's events by agent, the
 // union of their dependencies, the largest of their timeouts, and whether it is critical.
 //
-// Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Reacts while its
-// notifications are active; the factories turn them on. What it wrote stays when it goes.
+// Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Reacts
+// while its notifications are active; the factories turn them on. What it wrote stays when it goes.
 //
 // Errors: a range exception for a null status or directory ("null ValidPtr"). One ConfigSm writes
 // one Status: two over the same Status would undo each other's work.

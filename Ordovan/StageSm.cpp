@@ -272,14 +272,16 @@ Kiv::KivType const & StageSm::KivEvent::_fwkType() {
 Kiv::KivType const & StageSm::KivPendingEvent::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivPendingEvent::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm::KivPendingEvent", &PtrInterface::_fwkType(), pendingEventRows::rows );
+      *new Kiv::KivType( "Stage::StageSm::KivPendingEvent",
+                         &PtrInterface::_fwkType(), pendingEventRows::rows );
    return type;
 }
 
 Kiv::KivType const & StageSm::KivStageUncompleted::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm::KivStageUncompleted", &PtrInterface::_fwkType(), timerRows::rows );
+      *new Kiv::KivType( "Stage::StageSm::KivStageUncompleted",
+                         &PtrInterface::_fwkType(), timerRows::rows );
    return type;
 }
 

@@ -135,7 +135,8 @@ void StatusSm::KivRecalculateNextStage::kivDoZombieReactors( bool zombie ) {
 Kiv::KivType const & StatusSm::KivRecalculateNextStage::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StatusSm::KivRecalculateNextStage::_fwkType() {
    static auto const & type =
-      *new Kiv::KivType( "Stage::StatusSm::KivRecalculateNextStage", &Kiv::PtrInterface::_fwkType(), timerRows::rows );
+      *new Kiv::KivType( "Stage::StatusSm::KivRecalculateNextStage",
+                         &Kiv::PtrInterface::_fwkType(), timerRows::rows );
    return type;
 }
 

@@ -20,8 +20,8 @@ namespace Stage {
 // not restarted: once any of these exists, a further change of `enabled` makes none. Made over a
 // status that already has active stages, it waits.
 //
-// Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Its children point back to
-// it without holding it and go with it.
+// Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Its
+// children point back to it without holding it and go with it.
 class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
  public:
    // Watches the configuration.

@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Recording traces into a trace file: in code, and by the environment of a process.
+#include "../support/Child.h"
 #include "../support/Folder.h"
 #include "../support/Loop.h"
 
@@ -7,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -15,20 +15,14 @@
 
 #include <unistd.h>
 
+using testing_support::Child;
 using testing_support::Folder;
 
 namespace {
 
 // What the child program prints, standard error included, in this environment.
 std::string child( std::string const & environment, std::string const & arguments = "Ringed" ) {
-   std::string const command = environment + " '" TRACE_CHILD "' " + arguments + " 2>&1";
-   std::FILE * const pipe = popen( command.c_str(), "r" );
-   if( !pipe )
-      return "popen failed";
-   std::string printed;
-   for( int c = std::fgetc( pipe ); c != EOF; c = std::fgetc( pipe ) )
-      printed += static_cast< char >( c );
-   return pclose( pipe ) == 0 ? printed : "failed: " + printed;
+   return Child( environment + " '" TRACE_CHILD "' " + arguments ).printed();
 }
 
 std::string refusal( std::string const & size ) {

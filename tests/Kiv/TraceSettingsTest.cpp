@@ -1,17 +1,19 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The settings of traces as text: in code, and in the environment of a process. Settings stay for
 // the life of a process, so every test has handles of its own name.
+#include "../support/Child.h"
+
 #include <Kiv/Kiv.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <optional>
 #include <string>
 
 using Kiv::String8;
 using Kiv::TraceHandle;
 using Kiv::tracesIs;
+using testing_support::Child;
 
 namespace {
 
@@ -40,15 +42,7 @@ std::string refused( std::string const & settings, int character, std::string co
 
 // What the child program prints, standard error included, with KIV_TRACE as given.
 std::string child( std::string const & settings, std::string const & arguments ) {
-   std::string const command =
-      "KIV_TRACE='" + settings + "' '" TRACE_CHILD "' " + arguments + " 2>&1";
-   std::FILE * const pipe = popen( command.c_str(), "r" );
-   if( !pipe )
-      return "popen failed";
-   std::string printed;
-   for( int c = std::fgetc( pipe ); c != EOF; c = std::fgetc( pipe ) )
-      printed += static_cast< char >( c );
-   return pclose( pipe ) == 0 ? printed : "failed: " + printed;
+   return Child( "KIV_TRACE='" + settings + "' '" TRACE_CHILD "' " + arguments ).printed();
 }
 
 } // namespace

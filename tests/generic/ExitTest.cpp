@@ -1,6 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What was registered is there before main begins, and until the process is gone.
-#include "Child.h"
+#include "../support/Child.h"
 
 #include <gtest/gtest.h>
 

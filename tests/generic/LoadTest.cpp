@@ -2,7 +2,7 @@
 // Loading the libraries while a process runs. This program is linked with the framework only.
 #include <Kiv/Kiv.h>
 
-#include "Child.h"
+#include "../support/Child.h"
 
 #include <gtest/gtest.h>
 

@@ -1,25 +1,19 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Traces of objects that outlive main().
+#include "../support/Child.h"
 #include "../support/Folder.h"
 
 #include <Flitlog/Reader.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 namespace {
 
 // What the child prints to standard output, in this environment.
 std::string child( std::string const & environment ) {
-   std::FILE * const pipe = popen( ( environment + " '" EXIT_CHILD "' 2>/dev/null" ).c_str(), "r" );
-   if( !pipe )
-      return "popen failed";
-   std::string printed;
-   for( int c = std::fgetc( pipe ); c != EOF; c = std::fgetc( pipe ) )
-      printed += static_cast< char >( c );
-   return pclose( pipe ) == 0 ? printed : "failed: " + printed;
+   return testing_support::Child( "( " + environment + " '" EXIT_CHILD "' 2>/dev/null )" ).printed();
 }
 
 TEST( Exit, WithoutTraces ) { EXPECT_EQ( child( "" ), "done\n" ); }

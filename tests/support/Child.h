@@ -22,6 +22,9 @@ struct Child {
       int const status = pclose( child );
       succeeded = WIFEXITED( status ) && WEXITSTATUS( status ) == 0;
    }
+   // What it printed, for a comparison; marked when it failed.
+   std::string printed() const { return ( succeeded ? "" : "failed: " ) + output; }
+
    std::string output; // and errors
    bool succeeded = false;
 };
