@@ -1,4 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include "../support/Types.h"
+
 #include <Kiv/Kiv.h>
 
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 using Kiv::KivType;
 using Kiv::Ptr;
 using Kiv::String8;
+using testing_support::registeredTypes;
 using Names = std::vector< std::string >;
 
 namespace {
@@ -23,19 +26,12 @@ struct Recorder : Kiv::IntrospectionReactor {
    Names told;
 };
 
-Names registered() {
-   Names names;
-   for( std::size_t n = 0; n != Kiv::typeNodes(); ++n )
-      names.push_back( Kiv::typeNode( n ).name() );
-   return names;
-}
-
 } // namespace
 
 TEST( TypeNodes, BeginWithTheBuiltInTypesAndTheFrameworksOwn ) {
    Names const first = { "bool", "double", "unsigned int", "Kiv::String8", "Kiv::Name",
                          "Kiv::PtrInterface", "Kiv::Entity", "Kiv::Dir", "Kiv::Clock" };
-   Names names = registered();
+   Names names = registeredTypes();
    ASSERT_GE( names.size(), first.size() );
    names.resize( first.size() );
    EXPECT_EQ( names, first );
@@ -77,10 +73,10 @@ TEST( IntrospectionReactors, AreToldOfTypesBeforeAndAfterThemInOrder ) {
    Recorder recorder;
    EXPECT_TRUE( recorder.told.empty() );
    recorder.isRegisteredIs( true );
-   EXPECT_EQ( recorder.told, registered() );
+   EXPECT_EQ( recorder.told, registeredTypes() );
    Kiv::typeNodeIs( made( "Test::After" ) );
    EXPECT_EQ( recorder.told.back(), "Test::After" );
-   EXPECT_EQ( recorder.told, registered() );
+   EXPECT_EQ( recorder.told, registeredTypes() );
 }
 
 TEST( IntrospectionReactors, ThatWereAwayAreToldWhatTheyMissed ) {
@@ -92,7 +88,7 @@ TEST( IntrospectionReactors, ThatWereAwayAreToldWhatTheyMissed ) {
    EXPECT_EQ( recorder.told.size(), before );
    recorder.isRegisteredIs( true );
    recorder.isRegisteredIs( true );
-   EXPECT_EQ( recorder.told, registered() ) << "each once";
+   EXPECT_EQ( recorder.told, registeredTypes() ) << "each once";
 }
 
 TEST( IntrospectionReactors, MayRegisterTypesAndGoWhileTheyAreTold ) {
@@ -117,8 +113,8 @@ TEST( IntrospectionReactors, MayRegisterTypesAndGoWhileTheyAreTold ) {
    leaving.isRegisteredIs( true );
    after.isRegisteredIs( true );
    Kiv::typeNodeIs( made( "Test::Outer" ) );
-   EXPECT_EQ( busy.told, registered() );
-   EXPECT_EQ( after.told, registered() );
+   EXPECT_EQ( busy.told, registeredTypes() );
+   EXPECT_EQ( after.told, registeredTypes() );
    EXPECT_EQ( leaving.told.back(), "Test::Outer" );
    EXPECT_FALSE( leaving.isRegistered() );
 }

@@ -2,6 +2,8 @@
 // The attribute tables of the entity types, and that the suite leaves none of their rows out.
 #include "Lines.h"
 
+#include "../support/Types.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
@@ -15,29 +17,12 @@ namespace {
 // "name : type [key] role+role", in the order of the table.
 using Rows = std::vector< std::string >;
 
-std::string roles( Role role ) {
-   std::string text;
-   auto const add = [ & ]( Role r, char const * name ) {
-      if( has( role, r ) )
-         text += std::string( text.empty() ? "" : "+" ) + name;
-   };
-   add( Role::constructorArgument, "fixed" );
-   add( Role::collection, "collection" );
-   add( Role::queue, "queue" );
-   add( Role::notifying, "notifying" );
-   add( Role::handler, "handler" );
-   add( Role::operation, "operation" );
-   add( Role::reactor, "reactor" );
-   add( Role::framework, "framework" );
-   return text;
-}
-
 Rows rows( KivType const & type ) {
    Rows all;
    for( Attribute const & row : type.attributes() )
       all.push_back( std::string( row.name ) + " : " + row.type +
                      ( *row.key ? std::string( " [" ) + row.key + "]" : "" ) +
-                     ( row.role == Role::value ? "" : " " + roles( row.role ) ) );
+                     ( row.role == Role::value ? "" : " " + testing_support::rolesOf( row.role ) ) );
    return all;
 }
 

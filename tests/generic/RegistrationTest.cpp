@@ -1,5 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What is registered when the libraries are loaded.
+#include "../support/Types.h"
+
 #include <Ordovan/Ordovan.h>
 
 #include <gtest/gtest.h>
@@ -8,18 +10,8 @@
 #include <string>
 #include <vector>
 
+using testing_support::registeredTypes;
 using Names = std::vector< std::string >;
-
-namespace {
-
-Names registered() {
-   Names names;
-   for( std::size_t n = 0; n != Kiv::typeNodes(); ++n )
-      names.push_back( Kiv::typeNode( n ).name() );
-   return names;
-}
-
-} // namespace
 
 TEST( Registration, HasTheEntitiesThenTheStateMachinesThenTheirReactors ) {
    Names const expected = { "Stage::Config",
@@ -42,7 +34,7 @@ TEST( Registration, HasTheEntitiesThenTheStateMachinesThenTheirReactors ) {
                             "Stage::StageSm::KivPendingEvent",
                             "Stage::StageSm::KivStageUncompleted",
                             "Stage::StatusSm::KivRecalculateNextStage" };
-   Names const all = registered();
+   Names const all = registeredTypes();
    auto const first = std::find( all.begin(), all.end(), expected.front() );
    EXPECT_EQ( Names( first, all.end() ), expected );
 }

@@ -3,11 +3,12 @@
 // and what can be done to it by name.
 #include "StartUp.h"
 
+#include "../support/Types.h"
+
 #include <set>
 
 using Kiv::Attribute;
 using Kiv::KivType;
-using Kiv::Role;
 using namespace testing_support;
 
 namespace {
@@ -20,19 +21,8 @@ std::string lineOf( Attribute const & row ) {
    std::string line = std::string( row.name ) + " : " + row.type;
    if( *row.key )
       line += std::string( " [" ) + row.key + "]";
-   std::string roles;
-   auto const add = [ & ]( Role role, char const * name ) {
-      if( has( row.role, role ) )
-         roles += ( roles.empty() ? " " : "+" ) + std::string( name );
-   };
-   add( Role::constructorArgument, "fixed" );
-   add( Role::collection, "collection" );
-   add( Role::notifying, "notifying" );
-   add( Role::handler, "handler" );
-   add( Role::operation, "operation" );
-   add( Role::reactor, "reactor" );
-   add( Role::framework, "framework" );
-   line += roles + "; ";
+   std::string const roles = testing_support::rolesOf( row.role );
+   line += ( roles.empty() ? "" : " " ) + roles + "; ";
    Kiv::Access const & a = row.access;
    line += std::string( a.read ? "r" : "" ) + ( a.write ? "w" : "" ) + ( a.del ? "d" : "" );
    if( a.call )
