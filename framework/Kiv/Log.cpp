@@ -2,17 +2,17 @@
 #include <Kiv/Log.h>
 
 #include <Kiv/Clock.h>
-#include <Kiv/detail/OneLine.h>
+#include <Kiv/detail/ErrorLine.h>
 
-#include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace Kiv {
 
 char const NoActionRequired[] = "No action is required.";
 
-template KIV_EXPORT void log( LogHandle &, String8 const &, String8 const & );
-template KIV_EXPORT void log( LogHandle &, String8 const &, Name const & );
+template KIV_EXPORT void log( LogHandle &, String8 const &, String8 const & ) noexcept;
+template KIV_EXPORT void log( LogHandle &, String8 const &, Name const & ) noexcept;
 
 namespace {
 
@@ -21,10 +21,24 @@ LogSink & sink() {
    return theSink;
 }
 
-void toStandardError( LogMessage const & message ) {
-   std::string const line =
-      detail::oneLine( message.id.view() ) + ": " + detail::oneLine( message.text.view() ) + "\n";
-   std::fputs( line.c_str(), stderr );
+// Gives `put` the text of a message in pieces. Of the arguments, `known` are known.
+template< class Put >
+void compose( String8 const & format, String8 const * arguments, unsigned int count,
+              unsigned int known, Put put ) {
+   unsigned int used = 0;
+   std::string_view const text = format.view();
+   for( std::size_t i = 0; i != text.size(); ++i ) {
+      char const next = text[ i ] == '%' && i + 1 < text.size() ? text[ i + 1 ] : '\0';
+      if( next == 's' && used < count ) {
+         put( used < known ? arguments[ used ].view() : "?" );
+         ++used;
+         ++i;
+      } else {
+         put( text.substr( i, 1 ) );
+         if( next == '%' )
+            ++i;
+      }
+   }
 }
 
 } // namespace
@@ -42,40 +56,46 @@ LogHandle::LogHandle( String8 id, LogSeverity severity, String8 format, String8 
      interval_( interval ), count_( count ), rateLimitArgs_( rateLimitArgs ) {}
 LogHandle::~LogHandle() = default;
 
-bool LogHandle::okToLog( unsigned int key ) {
+bool LogHandle::okToLog( unsigned int key ) noexcept {
    if( !( interval_ > 0 ) )
       return true;
-   double const time = now();
-   std::erase_if( windows_, [ & ]( auto const & w ) { return time >= w.second.start + interval_; } );
-   auto const [ place, added ] = windows_.try_emplace( key, Window{ time, 0 } );
-   if( place->second.emitted + 1 > count_ )
-      return false;
-   ++place->second.emitted;
+   try {
+      double const time = now();
+      std::erase_if( windows_,
+                     [ & ]( auto const & w ) { return time >= w.second.start + interval_; } );
+      auto const [ place, added ] = windows_.try_emplace( key, Window{ time, 0 } );
+      if( place->second.emitted + 1 > count_ )
+         return false;
+      ++place->second.emitted;
+   } catch( ... ) { // not counted
+   }
    return true;
 }
 
-void LogHandle::log( unsigned int keyHash, String8 * arguments, unsigned int count ) {
-   std::string text;
-   unsigned int used = 0;
-   std::string_view const format = format_.view();
-   for( std::size_t i = 0; i != format.size(); ++i ) {
-      char const next = format[ i ] == '%' && i + 1 < format.size() ? format[ i + 1 ] : '\0';
-      if( next == 's' && used < count ) {
-         text += arguments[ used++ ].view();
-         ++i;
-      } else {
-         text += format[ i ];
-         if( next == '%' )
-            ++i;
+void LogHandle::log( unsigned int keyHash, String8 * arguments, unsigned int count ) noexcept {
+   try {
+      LogSink const current = sink(); // the sink may replace itself
+      if( !current ) {
+         detail::ErrorLine line;
+         line << id_.view() << ": ";
+         compose( format_, arguments, count, count, [ &line ]( std::string_view p ) { line << p; } );
+         return;
       }
+      std::string text;
+      compose( format_, arguments, count, count, [ &text ]( std::string_view p ) { text += p; } );
+      current( { now(), id_, severity_, text, explanation_, recommendedAction_, keyHash } );
+   } catch( ... ) {
+      lost( arguments, count, count );
    }
-   LogMessage const message{ now(), id_, severity_, text, explanation_, recommendedAction_,
-                             keyHash };
-   LogSink const current = sink(); // the sink may replace itself
-   if( current )
-      current( message );
-   else
-      toStandardError( message );
+}
+
+void LogHandle::lost( String8 const * arguments, unsigned int count,
+                      unsigned int known ) const noexcept {
+   detail::withCurrentException( [ & ]( std::string_view what ) {
+      detail::ErrorLine line;
+      line << "kiv: a log message was lost (" << what << "): " << id_.view() << ": ";
+      compose( format_, arguments, count, known, [ &line ]( std::string_view p ) { line << p; } );
+   } );
 }
 
 } // namespace Kiv

@@ -33,7 +33,8 @@ using LogSink = std::function< void( LogMessage const & ) >;
 
 // Where emitted messages go from now on; an empty function stands for the default, one line a
 // message on standard error (control characters as \xNN). Returns what was there before. The sink is
-// called inside the handler that emits; it may do what a callback may do, except run the loop.
+// called inside the handler that emits; it may do what a callback may do, except run the loop. What
+// it throws stops nobody: see log().
 KIV_EXPORT LogSink logSinkIs( LogSink sink );
 
 // Declares a log message; made once, for the life of the process.
@@ -60,14 +61,24 @@ class KIV_EXPORT LogHandle {
    unsigned int rateLimitArgs() const { return rateLimitArgs_; }
    unsigned int idHash() const { return id_.hash(); }
 
-   // Whether one more message with this key is within the limit; counts it when it is. Cost:
+   // Whether one more message with this key is within the limit; counts it when it is. One for which
+   // there is no memory to count it in is let through: better one too many than one lost. Cost:
    // nothing without a limit, else linear in the number of keys of the running interval, as keys
    // whose interval has passed are forgotten.
-   bool okToLog( unsigned int key );
-   // Emits the message with `count` arguments. `keyHash` names the key within the id.
-   void log( unsigned int keyHash, String8 * arguments, unsigned int count );
+   bool okToLog( unsigned int key ) noexcept;
+   // Emits the message with `count` arguments. `keyHash` names the key within the id. Never throws,
+   // as what a message reports goes on without it: when there is no memory for the message, or its
+   // sink throws, it is told in full on standard error, with the reason, which needs no memory.
+   void log( unsigned int keyHash, String8 * arguments, unsigned int count ) noexcept;
 
  private:
+   template< class A1, class A2 >
+   friend void log( LogHandle & handle, A1 const & a1, A2 const & a2 ) noexcept;
+
+   // Tells on standard error of a message that the exception being handled has stopped; of its
+   // arguments, the first `known` have been converted.
+   void lost( String8 const * arguments, unsigned int count, unsigned int known ) const noexcept;
+
    struct Window {
       double start;
       double emitted;
@@ -84,28 +95,40 @@ class KIV_EXPORT LogHandle {
    std::map< unsigned int, Window > windows_;
 };
 
-// Emits a declared message with two arguments, unless its key is over the limit.
+// Emits a declared message with two arguments, unless its key is over the limit. Never throws: a
+// message that cannot be made, or that its sink throws back, is told on standard error and the
+// caller goes on, as from a message that is over the limit. (An argument for which there is no
+// memory is shown there as "?"; texts and names need none.)
 template< class A1, class A2 >
-void log( LogHandle & handle, A1 const & a1, A2 const & a2 ) {
+void log( LogHandle & handle, A1 const & a1, A2 const & a2 ) noexcept {
    unsigned int const keyed = handle.rateLimitArgs() < 2 ? handle.rateLimitArgs() : 2;
    String8 arguments[ 2 ];
-   String8 key;
-   auto const convert = [ & ]( unsigned int i ) {
-      arguments[ i ] = i == 0 ? valueToString( a1 ) : valueToString( a2 );
+   unsigned int known = 0;
+   auto const convertUpTo = [ & ]( unsigned int end ) {
+      for( ; known < end; ++known )
+         arguments[ known ] = known == 0 ? valueToString( a1 ) : valueToString( a2 );
    };
-   for( unsigned int i = 0; i != keyed; ++i ) {
-      convert( i );
-      key += arguments[ i ];
+   try {
+      String8 key;
+      for( unsigned int i = 0; i != keyed; ++i ) {
+         convertUpTo( i + 1 );
+         key += arguments[ i ];
+      }
+      unsigned int const keyHash = key.hash();
+      if( !handle.okToLog( handle.idHash() ^ keyHash ) )
+         return;
+      convertUpTo( 2 );
+      handle.log( keyHash, arguments, 2 );
+   } catch( ... ) {
+      try {
+         convertUpTo( 2 );
+      } catch( ... ) { // told with what there is
+      }
+      handle.lost( arguments, 2, known );
    }
-   unsigned int const keyHash = key.hash();
-   if( !handle.okToLog( handle.idHash() ^ keyHash ) )
-      return;
-   for( unsigned int i = keyed; i != 2; ++i )
-      convert( i );
-   handle.log( keyHash, arguments, 2 );
 }
 
-extern template KIV_EXPORT void log( LogHandle &, String8 const &, String8 const & );
-extern template KIV_EXPORT void log( LogHandle &, String8 const &, Name const & );
+extern template KIV_EXPORT void log( LogHandle &, String8 const &, String8 const & ) noexcept;
+extern template KIV_EXPORT void log( LogHandle &, String8 const &, Name const & ) noexcept;
 
 } // namespace Kiv

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -316,4 +317,58 @@ TEST( LogSink, OfOnesOwnGetsTheTextAsItIs ) {
    LogHandle handle( "SOME_ID", 4, "%s|%s", "", "", 0, 1, 0 );
    Kiv::log( handle, String8( "a\nb" ), String8( std::string_view( "\0", 1 ) ) );
    EXPECT_EQ( sink.taken(), Texts{ std::string( "a\nb|\0", 5 ) } );
+}
+
+// ------------------------------------------------------------------------------- a sink that fails
+
+namespace {
+
+// What standard error shows when a sink does that with a message.
+std::string shownWhen( Kiv::LogSink sink ) {
+   LogHandle handle( "SOME_ID", 4, "%s stage %s timed out", "", "", 0, 1, 0 );
+   Kiv::LogSink const before = Kiv::logSinkIs( std::move( sink ) );
+   testing::internal::CaptureStderr();
+   EXPECT_NO_THROW( Kiv::log( handle, String8( "a\npp" ), String8( "Net" ) ) );
+   std::string shown = testing::internal::GetCapturedStderr();
+   Kiv::logSinkIs( before );
+   return shown;
+}
+
+} // namespace
+
+TEST( LogSink, ThatThrowsDisturbsNobodyAndTheMessageIsToldInFull ) {
+   Loop loop;
+   EXPECT_EQ( shownWhen( []( LogMessage const & ) { throw std::runtime_error( "no\npaper" ); } ),
+              "kiv: a log message was lost (no\\x0apaper): SOME_ID: a\\x0app stage Net timed out\n" );
+   EXPECT_EQ( shownWhen( []( LogMessage const & ) { throw 1; } ),
+              "kiv: a log message was lost (not a std::exception): SOME_ID: a\\x0app stage Net timed "
+              "out\n" );
+}
+
+TEST( LogSink, ThatThrowsIsCalledForTheNextMessageAsBefore ) {
+   Loop loop;
+   Texts texts;
+   LogHandle handle( "ID", 4, "%s%s", "", "", 0, 1, 0 );
+   Kiv::LogSink const before = Kiv::logSinkIs( [ & ]( LogMessage const & message ) {
+      texts.push_back( message.text.str() );
+      throw std::runtime_error( "every time" );
+   } );
+   testing::internal::CaptureStderr();
+   handle.log( 0, std::vector< String8 >{ "a", "b" }.data(), 2 );
+   Kiv::log( handle, String8( "c" ), String8( "d" ) );
+   testing::internal::GetCapturedStderr();
+   Kiv::logSinkIs( before );
+   EXPECT_EQ( texts, ( Texts{ "ab", "cd" } ) );
+}
+
+TEST( LogSink, ThatThrowsIsToldOfALongMessageToo ) {
+   Loop loop;
+   std::string const longName( 5000, 'x' );
+   LogHandle handle( "ID", 4, "%s%s", "", "", 0, 1, 0 );
+   Kiv::LogSink const before = Kiv::logSinkIs( []( LogMessage const & ) { throw 1; } );
+   testing::internal::CaptureStderr();
+   Kiv::log( handle, String8( longName ), String8( "end" ) );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(),
+              "kiv: a log message was lost (not a std::exception): ID: " + longName + "end\n" );
+   Kiv::logSinkIs( before );
 }

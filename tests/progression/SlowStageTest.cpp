@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
+#include <stdexcept>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -550,6 +552,91 @@ TEST_F( CriticalSlowStageTest, TheSuspensionLineGoesThroughStandardOutputAndIsNo
    ASSERT_EQ( flushedResult, 0 );
    EXPECT_EQ( unflushed.st_size, 0 );
    EXPECT_EQ( flushed.st_size, static_cast< off_t >( sizeof suspensionLine - 1 ) );
+}
+
+// ---- a sink that fails
+
+namespace {
+
+// What a sink may throw, and how that is told.
+struct Thrown {
+   char const * name;
+   void ( *sink )( Kiv::LogMessage const & );
+   char const * what;
+};
+Thrown const everythingThrown[] = {
+   { "AnException", []( Kiv::LogMessage const & ) { throw std::runtime_error( "no paper" ); },
+     "no paper" },
+   { "NoStdException", []( Kiv::LogMessage const & ) { throw 1; }, "not a std::exception" },
+   { "BadAlloc", []( Kiv::LogMessage const & ) { throw std::bad_alloc(); }, "std::bad_alloc" },
+};
+
+class ThrowingSinkTest : public CriticalSlowStageTest,
+                         public testing::WithParamInterface< Thrown > {
+ protected:
+   // What is told on standard error while the sink throws.
+   template< class Call >
+   std::string toldWhile( Call call ) {
+      Kiv::LogSink const before = Kiv::logSinkIs( GetParam().sink );
+      testing::internal::CaptureStderr();
+      call();
+      Kiv::logSinkIs( before );
+      return testing::internal::GetCapturedStderr();
+   }
+   static std::string lost( char const * message ) {
+      return std::string( "kiv: a log message was lost (" ) + GetParam().what + "): " + message +
+             "\n";
+   }
+};
+
+} // namespace
+
+TEST_P( ThrowingSinkTest, ACriticalStageIsSuspendedAndItsLineIsPrinted ) {
+   std::string printed;
+   EXPECT_EQ( toldWhile( [ & ] { printed = printedWhile( 5 ); } ), lost( slowMessage ) );
+   EXPECT_EQ( printed, suspensionLine );
+   EXPECT_TRUE( s->timedOut() );
+   EXPECT_FALSE( s->complete() );
+   EXPECT_EQ( texts(), ( Lines{ "stage S is complete (timeout)" } ) );
+}
+
+TEST_P( ThrowingSinkTest, TheSuspensionIsLifted ) {
+   printedWhile( 9 );
+   texts();
+   EXPECT_EQ( toldWhile( [ & ] {
+                 event->completeIs( true );
+                 deliver();
+              } ),
+              lost( lateMessage ) );
+   EXPECT_TRUE( s->complete() );
+   EXPECT_EQ( s->completionTime(), 1009 );
+   EXPECT_TRUE( sm->needRecalculateNextStage() );
+   EXPECT_EQ( logged(), ( Lines{ "1009   event S:a completed", "1009 stage S is complete" } ) );
+}
+
+INSTANTIATE_TEST_SUITE_P( , ThrowingSinkTest, testing::ValuesIn( everythingThrown ),
+                          []( auto const & tested ) { return tested.param.name; } );
+
+TEST_F( CriticalSlowStageTest, ASuspensionLineThatCannotBeWrittenIsIgnored ) {
+   std::fflush( stdout );
+   int const before = dup( STDOUT_FILENO );
+   int const full = open( "/dev/full", O_WRONLY | O_CLOEXEC );
+   ASSERT_GE( full, 0 );
+   dup2( full, STDOUT_FILENO );
+   std::setvbuf( stdout, nullptr, _IONBF, 0 ); // so that it fails at once
+   pass( 5 );
+   bool const failed = std::ferror( stdout ) != 0;
+   std::clearerr( stdout );
+   std::setvbuf( stdout, nullptr, _IOLBF, BUFSIZ );
+   dup2( before, STDOUT_FILENO );
+   close( before );
+   close( full );
+   EXPECT_TRUE( failed );
+   EXPECT_TRUE( s->timedOut() );
+   EXPECT_EQ( messages.lines, ( Lines{ slowMessage } ) );
+   event->completeIs( true );
+   idle();
+   EXPECT_TRUE( s->complete() );
 }
 
 TEST_F( CriticalSlowStageTest, OnlyWhatWentWrongIsTracedAtLevelZero ) {

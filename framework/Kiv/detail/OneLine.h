@@ -7,22 +7,26 @@
 
 namespace Kiv::detail {
 
-// The text with each control character, and each backslash before an x, written as \xNN, so that
-// names with line ends cannot forge lines.
-inline std::string oneLine( std::string_view text ) {
+// Gives `put` the text in pieces, with each control character, and each backslash before an x,
+// written as \xNN, so that names with line ends cannot forge lines.
+template< class Put >
+void escape( std::string_view text, Put put ) {
    static char const digits[] = "0123456789abcdef";
-   std::string line;
    for( std::size_t i = 0; i != text.size(); ++i ) {
       auto const byte = static_cast< unsigned char >( text[ i ] );
-      bool const escape = byte == '\\' && i + 1 != text.size() && text[ i + 1 ] == 'x';
-      if( byte >= 0x20 && byte != 0x7f && !escape ) {
-         line += text[ i ];
+      bool const escaped = byte == '\\' && i + 1 != text.size() && text[ i + 1 ] == 'x';
+      if( byte >= 0x20 && byte != 0x7f && !escaped ) {
+         put( text.substr( i, 1 ) );
          continue;
       }
-      line += "\\x";
-      line += digits[ byte >> 4 ];
-      line += digits[ byte & 15 ];
+      char const shown[] = { '\\', 'x', digits[ byte >> 4 ], digits[ byte & 15 ] };
+      put( std::string_view( shown, sizeof shown ) );
    }
+}
+
+inline std::string oneLine( std::string_view text ) {
+   std::string line;
+   escape( text, [ &line ]( std::string_view piece ) { line += piece; } );
    return line;
 }
 
