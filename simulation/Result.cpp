@@ -30,4 +30,11 @@ Outcome outcomeOf( Result const & result ) {
    return result.started ? Outcome::stalled : Outcome::disabled;
 }
 
+std::string_view stateName( Result const & result ) {
+   if( result.exhausted || result.outcome == Outcome::complete ) {
+      return outcomeName( result.outcome );
+   }
+   return result.started ? "in progress" : "not started";
+}
+
 }  // namespace Simulation

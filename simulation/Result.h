@@ -62,4 +62,8 @@ struct Result {
 // The outcome that the other members of `result` amount to.
 Outcome outcomeOf( Result const & result );
 
+// How things stand, in a word or two: "complete", the name of the outcome when nothing is due any
+// more, and otherwise, as more is to come, "in progress" or "not started".
+std::string_view stateName( Result const & result );
+
 }  // namespace Simulation

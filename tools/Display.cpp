@@ -40,7 +40,7 @@ std::string slowest( Result const & result ) {
    std::size_t constexpr shown = 5;
    std::vector< std::pair< double, std::string > > stages;
    for( auto const & [ name, stage ] : result.stage ) {
-      auto const end = stage.complete ? stage.completionTime : result.t;
+      auto const end = stage.complete ? stage.completionTime : result.now;
       if( stage.active && end > stage.activeSince ) {
          auto const incomplete = stage.complete ? "" : " (not complete)";
          stages.push_back( { stage.activeSince - end,
@@ -55,6 +55,29 @@ std::string slowest( Result const & result ) {
       text += ( text.empty() ? "" : ", " ) + stage.second;
    }
    return text.empty() ? "none took any time" : text;
+}
+
+// The stages that something is still waited for in, the one that has been active longest first.
+std::string active( Result const & result ) {
+   std::size_t constexpr shown = 5;
+   std::vector< std::pair< double, std::string > > stages;
+   for( auto const & [ name, stage ] : result.stage ) {
+      if( stage.active && !stage.complete ) {
+         stages.push_back( { stage.activeSince,
+                             fmt::format( "{} since {}{}", printable( name ),
+                                          duration( stage.activeSince ),
+                                          stage.timedOut ? " (suspended)" : "" ) } );
+      }
+   }
+   std::sort( stages.begin(), stages.end() );
+   std::string text;
+   for( std::size_t i = 0; i < std::min( shown, stages.size() ); ++i ) {
+      text += ( text.empty() ? "" : ", " ) + stages[ i ].second;
+   }
+   if( stages.size() > shown ) {
+      text += fmt::format( ", {} more", stages.size() - shown );
+   }
+   return text.empty() ? "none" : text;
 }
 
 std::string timedOut( Result const & result ) {
@@ -103,26 +126,41 @@ void Display::onStage( StageChange const & change ) {
 }
 
 void Display::onEnd( Result const & result ) {
-   std::size_t complete = 0, active = 0, critical = 0, events = 0, eventsComplete = 0;
+   bool const complete = result.outcome == Simulation::Outcome::complete;
+   bool const over = complete || result.exhausted;
+   auto const colour = complete ? Colour::green : over ? Colour::red : Colour::none;
+   print( fmt::format( "\n{}: {} {}\n", printable( application_ ),
+                       coloured( colour, Simulation::stateName( result ) ),
+                       over ? "after " + duration( result.t )
+                             : "at " + duration( result.now ) ) );
+   counts( result, over );
+   if( !over ) {
+      summaryLine( "active", active( result ) );
+   }
+   summaryLine( "slowest", slowest( result ) );
+   summaryLine( "timed out", timedOut( result ) );
+}
+
+void Display::counts( Result const & result, bool over ) {
+   std::size_t complete = 0, active = 0, critical = 0, events = 0, eventsComplete = 0, pending = 0;
    for( auto const & [ name, stage ] : result.stage ) {
       complete += stage.finished();
       active += stage.active;
       critical += stage.critical;
       events += stage.event.size();
+      pending += stage.pending.size();
       for( auto const & [ agent, eventComplete ] : stage.event ) {
          eventsComplete += eventComplete;
       }
    }
-   bool const good = result.outcome == Simulation::Outcome::complete;
-   print( fmt::format( "\n{}: {} after {}\n", printable( application_ ),
-                       coloured( good ? Colour::green : Colour::red,
-                                 Simulation::outcomeName( result.outcome ) ),
-                       duration( result.t ) ) );
-   summaryLine( "stages", fmt::format( "{} of {} complete, {} started, {} critical", complete,
-                                       result.stage.size(), active, critical ) );
-   summaryLine( "events", fmt::format( "{} of {} complete", eventsComplete, events ) );
-   summaryLine( "slowest", slowest( result ) );
-   summaryLine( "timed out", timedOut( result ) );
+   auto const stages = result.stage.size();
+   auto const rest = over ? fmt::format( "{} started", active )
+                           : fmt::format( "{} active, {} waiting", active - complete,
+                                          stages - active );
+   summaryLine( "stages", fmt::format( "{} of {} complete, {}, {} critical", complete, stages, rest,
+                                       critical ) );
+   summaryLine( "events", fmt::format( "{} of {} complete", eventsComplete, events ) +
+                             ( over ? "" : fmt::format( ", {} pending", pending ) ) );
 }
 
 void Display::line( double t, Colour colour, std::string_view what, std::string_view name,

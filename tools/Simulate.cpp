@@ -119,10 +119,10 @@ class Ring {
 // Says what every unfinished stage is waiting for.
 void explain( Options const & options, Simulation::Result const & result ) {
    std::fflush( stdout );
-   auto const so = result.exhausted ? std::string( Simulation::outcomeName( result.outcome ) )
-                                    : fmt::format( "ended at {} s", result.now );
-   complain(
-      fmt::format( "{}: the start-up did not complete: {}", printable( options.plan ), so ) );
+   auto const state = Simulation::stateName( result );
+   auto const so = result.exhausted ? fmt::format( "did not complete: {}", state )
+                                    : fmt::format( "is {} at {} s", state, result.now );
+   complain( fmt::format( "{}: the start-up {}", printable( options.plan ), so ) );
    auto const reasons = Simulation::reasons( result );
    for( auto const & reason : reasons ) {
       complain( reason.sentence );

@@ -96,4 +96,24 @@ TEST( Outcome, HasANameForEachValue ) {
    EXPECT_EQ( outcomeName( Outcome::stalled ), "stalled" );
 }
 
+TEST( State, IsTheOutcomeWhenNothingMoreIsDue ) {
+   auto result = started();
+   EXPECT_EQ( stateName( result ), "stalled" );
+   result.outcome = Outcome::suspended;
+   EXPECT_EQ( stateName( result ), "suspended" );
+}
+
+TEST( State, IsNoOutcomeButCompleteWhileMoreIsDue ) {
+   auto result = started();
+   result.exhausted = false;
+   result.outcome = Outcome::suspended;
+   EXPECT_EQ( stateName( result ), "in progress" );
+   result.outcome = Outcome::complete;
+   EXPECT_EQ( stateName( result ), "complete" );
+   result = {};
+   result.exhausted = false;
+   result.outcome = Outcome::disabled;
+   EXPECT_EQ( stateName( result ), "not started" );
+}
+
 }  // namespace

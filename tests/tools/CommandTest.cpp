@@ -61,11 +61,80 @@ TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
    auto const run = ordovan( "simulate --quiet --until 12 p.yaml" );
    EXPECT_EQ( run.status, 1 );
    EXPECT_EQ( run.out, "" );
-   EXPECT_EQ( run.err, "p.yaml: the start-up did not complete: ended at 12 s\n"
+   EXPECT_EQ( run.err, "p.yaml: the start-up is in progress at 12 s\n"
                        "critical stage \"Boot\" is active and waits for the event of agent \"A\" "
                        "(pending since 0 s); its time is up at 30 s, in 18 s, and it would then be "
                        "suspended, with the message ORDOVAN_STAGE_SLOW.\n" );
    EXPECT_EQ( ordovan( "simulate --quiet --until 40 p.yaml" ).status, 0 );
+}
+
+// What a run shows after the lines of what happened.
+std::string summaryOf( Process::Finished const & run ) {
+   auto const blank = run.out.find( "\n\n" );
+   return blank == std::string::npos ? "none" : run.out.substr( blank + 2 );
+}
+
+TEST_F( Command, ShowsHowThingsStandWhenMoreIsDue ) {
+   file( "p.yaml", "application: Router\n"
+                   "agents:\n"
+                   "  A: {Boot: {complete: 1}, Net: {dependency: [Boot], complete: 5}}\n"
+                   "  B: {Net: {complete: 0.25}, Disk: {timeout: 9}, Late: {dependency: [Net]}}\n"
+                   "  C: {Disk: {timeout: 9, complete: never}}\n" );
+   EXPECT_EQ( summaryOf( ordovan( "simulate --until 2 p.yaml" ) ),
+              "Router: in progress at 2 s\n"
+              "  stages     1 of 4 complete, 2 active, 1 waiting, 0 critical\n"
+              "  events     3 of 6 complete, 2 pending\n"
+              "  active     Disk since 0 s, Net since 1 s\n"
+              "  slowest    Disk 2 s (not complete), Boot 1 s, Net 1 s (not complete)\n"
+              "  timed out  none\n" );
+   EXPECT_TRUE( contains( ordovan( "simulate --until 0 p.yaml" ).out,
+                          "Router: in progress at 0 s\n" ) );
+   auto const later = ordovan( "simulate --until 9.5 p.yaml" );
+   EXPECT_EQ( later.status, 0 );
+   EXPECT_TRUE( contains( later.out, "\nRouter: complete after 9 s\n" ) ) << later.out;
+}
+
+TEST_F( Command, NamesTheOutcomeOnlyWhenNothingMoreIsDue ) {
+   file( "p.yaml", "{agents: {A: {Boot: {timeout: 3, critical: true, complete: 8}}, \n"
+                   "          B: {Net: {complete: never}}}, enabled: false,\n"
+                   " timeline: [{at: 1, enabled: true}, {at: 10, agent: A, leave: true}]}\n" );
+   EXPECT_TRUE( contains( ordovan( "simulate --until 0.5 p.yaml" ).out,
+                          "application: not started at 0.5 s\n" ) );
+   auto const held = ordovan( "simulate --until 5 p.yaml" );
+   EXPECT_TRUE( contains( held.out, "application: in progress at 5 s\n" ) ) << held.out;
+   EXPECT_TRUE( contains( held.out, "  active     Boot since 1 s (suspended)\n" ) ) << held.out;
+   EXPECT_TRUE( contains( ordovan( "simulate --until 9.5 p.yaml" ).out,
+                          "application: in progress at 9.5 s\n" ) );
+   auto const last = ordovan( "simulate --until 10 p.yaml" );
+   EXPECT_TRUE( contains( last.out, "application: stalled after 10 s\n" ) ) << last.out;
+   EXPECT_FALSE( contains( last.out, "  active  " ) );
+}
+
+TEST_F( Command, ARunThatIsCompleteIsSoThoughMoreIsDue ) {
+   file( "p.yaml", "{agents: {A: {Boot: {complete: 1}}}, timeline: [{at: 5, enabled: false}]}\n" );
+   auto const run = ordovan( "simulate --until 2 p.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   EXPECT_TRUE( contains( run.out, "application: complete after 1 s\n" ) ) << run.out;
+}
+
+TEST_F( Command, TheRecordOfAnEndedRunStillHasAnOutcome ) {
+   EXPECT_EQ( ordovan( "simulate --quiet --until 2 good.yaml --record record" ).status, 1 );
+   auto const record = Process::contents( folder / "record" );
+   auto const end = nlohmann::json::parse( record.substr( record.rfind( "\n{" ) + 1 ) );
+   EXPECT_EQ( end[ "outcome" ], "stalled" );
+   EXPECT_EQ( end[ "t" ], 1 );
+}
+
+TEST_F( Command, NamesFiveActiveStagesAndCountsTheOthers ) {
+   std::string plan = "agents:\n";
+   for( int i = 0; i < 9; ++i ) {
+      auto const number = std::to_string( i );
+      plan += "  A" + number + ": {S" + number + ": {complete: " + std::to_string( i + 1 ) + "}}\n";
+   }
+   file( "p.yaml", plan );
+   EXPECT_TRUE( contains( ordovan( "simulate --until 2 p.yaml" ).out,
+                          "  active     S2 since 0 s, S3 since 0 s, S4 since 0 s, S5 since 0 s, "
+                          "S6 since 0 s, 2 more\n" ) );
 }
 
 TEST_F( Command, EndsAtNoTimeBeforeTheStart ) {

@@ -20,7 +20,7 @@ struct Terminal : Process::Folder {
    }
 
    std::string shown( std::vector< std::string > const & environment,
-                      std::vector< std::string > const & options ) const {
+                      std::vector< std::string > const & options, int expected = 0 ) const {
       int terminal = -1;
       auto const child = forkpty( &terminal, nullptr, nullptr, nullptr );
       if( child == 0 ) {
@@ -35,7 +35,7 @@ struct Terminal : Process::Folder {
       close( terminal );
       int status = 0;
       EXPECT_EQ( waitpid( child, &status, 0 ), child );
-      EXPECT_TRUE( WIFEXITED( status ) && WEXITSTATUS( status ) == 0 ) << text;
+      EXPECT_TRUE( WIFEXITED( status ) && WEXITSTATUS( status ) == expected ) << text;
       return text;
    }
 
@@ -63,6 +63,12 @@ TEST_F( Terminal, GetsColours ) {
    auto const text = shown( { "TERM=xterm" }, {} );
    EXPECT_NE( text.find( "\x1b[31msuspended\x1b[0m" ), std::string::npos ) << text;
    EXPECT_NE( text.find( "\x1b[32mcomplete\x1b[0m" ), std::string::npos ) << text;
+}
+
+TEST_F( Terminal, GetsNoRedWordWhileThingsAreInProgress ) {
+   auto const text = shown( { "TERM=xterm" }, { "--until", "2" }, 1 );
+   EXPECT_NE( text.find( "Router: in progress at 2 s" ), std::string::npos ) << text;
+   EXPECT_EQ( text.find( "\x1b[31m" ), std::string::npos ) << text;
 }
 
 TEST_F( Terminal, GetsNoColoursWhenTheyAreNotWanted ) {
