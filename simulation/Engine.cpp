@@ -11,6 +11,7 @@
 #include <Stage/Stage.h>
 
 #include <simulation/Timeline.h>
+#include <simulation/detail/Causes.h>
 #include <simulation/detail/Chronicle.h>
 #include <simulation/detail/Outside.h>
 #include <simulation/detail/Reports.h>
@@ -60,7 +61,7 @@ class Run {
       , status_( Stage::Status::StatusIs( "status" ) )
       , progress_( Stage::Progress::ProgressIs( "progress" ) )
       , chronicle_( Stage::Log::LogIs( "log" ), observers )
-      , reports_( status_ )
+      , reports_( status_, causes_ )
       , manager_( Stage::Ordovan::OrdovanIs( "ordovan" ) )
       , order_( timelineOrder( plan.timeline ) ) {
       outside_.declarationIs( [ this ]( auto const & event ) { reports_.declared( event ); } );
@@ -87,6 +88,7 @@ class Run {
 
  private:
    void start() {
+      causes_.outside();
       for( auto const & agent : plan_.agent ) {
          outside_.join( agent.name, agent.event );
       }
@@ -95,8 +97,8 @@ class Run {
                                         chronicle_.log() );
       // Registered after the library's own reactor, so that a stage has its state machine by the
       // time this one hears of it.
-      watch_ = new StatusWatch( status_, statusSm_, chronicle_, reports_ );
-      deliver();
+      watch_ = new StatusWatch( status_, statusSm_, chronicle_, reports_, causes_ );
+      endStep();
    }
 
    // When the next thing is due; at an instant that is over, that lies in the future.
@@ -110,15 +112,32 @@ class Run {
 
    void instant() {
       double const now = clock_->now();
-      for( ; nextWrite() <= now; ++next_ ) {
-         outside_.write( plan_.timeline[ order_[ next_ ] ].operation );
+      if( nextWrite() <= now ) {
+         causes_.outside();
+         for( ; nextWrite() <= now; ++next_ ) {
+            outside_.write( plan_.timeline[ order_[ next_ ] ].operation );
+         }
          lastDue_ = now;
+         endStep();
       }
+      while( reports_.makeOne( now ) || fireOne() ) {
+         lastDue_ = now;
+         endStep();
+      }
+   }
+
+   bool fireOne() {
+      bool const wanted = statusSm_->needRecalculateNextStage();
+      if( !Kiv::activityManager()->fireOne() ) {
+         return false;
+      }
+      causes_.timer( wanted && !statusSm_->needRecalculateNextStage() );
+      return true;
+   }
+
+   void endStep() {
       deliver();
-      while( reports_.makeOne( now ) || Kiv::activityManager()->fireOne() ) {
-         lastDue_ = now;
-         deliver();
-      }
+      causes_.over( statusSm_->needRecalculateNextStage(), chronicle_.started() );
    }
 
    void deliver() {
@@ -138,6 +157,9 @@ class Run {
          result.progress[ i.key().str() ] = i.value();
       }
       result.outcome = outcomeOf( result );
+      if( result.outcome == Outcome::complete ) {
+         result.determined = causes_.determined();
+      }
       return result;
    }
 
@@ -151,6 +173,7 @@ class Run {
    Kiv::Ptr< Stage::Status > status_;
    Kiv::Ptr< Stage::Progress > progress_;
    Chronicle chronicle_;
+   Causes causes_;
    Reports reports_;
    Kiv::Ptr< Stage::Ordovan > manager_;
    Kiv::Ptr< Stage::StatusSm > statusSm_;

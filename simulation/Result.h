@@ -2,10 +2,12 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <simulation/Determined.h>
 #include <simulation/Plan.h>
 
 // How a run ended, as plain values read from the entities and state machines.
@@ -39,6 +41,8 @@ struct StageResult {
    // Seen by the engine while it ran, for people.
    double activeSince = 0;  // of an active stage
    double timedOutAt = 0;   // of a stage that timed out
+   // How long events have been pending, in all, by their uids; those that never were are not there.
+   std::map< std::string, double > pendingFor;
    // Of an active stage that is not complete: when its timer goes off, as it was armed when the
    // stage became active; a timeout that was changed since moves nothing. Infinite without a time
    // limit, and after the timer has gone off.
@@ -57,6 +61,8 @@ struct Result {
    bool enabled = false;   // the configuration's value at the end
    std::map< std::string, StageResult > stage;
    std::map< std::string, bool > progress;
+   // Why it took as long as it did; of a run that is complete.
+   std::optional< Determined > determined;
 };
 
 // The outcome that the other members of `result` amount to.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 #include <fmt/format.h>
@@ -35,26 +36,147 @@ std::string agents( StageChange const & change ) {
    return text;
 }
 
-// What the slowest stages took, slowest first.
-std::string slowest( Result const & result ) {
+// Lines of a summary are broken so that they fit a terminal of the usual width.
+std::size_t constexpr columns = 80;
+std::size_t constexpr headingColumns = 13;
+
+std::size_t width( std::string_view text ) {
+   return static_cast< std::size_t >( std::count_if( text.begin(), text.end(), []( char c ) {
+      return ( static_cast< unsigned char >( c ) & 0xC0U ) != 0x80;
+   } ) );
+}
+
+// The items with `between` between them, broken after it.
+std::string lines( std::vector< std::string > const & items, std::string_view between ) {
+   std::string text;
+   std::size_t used = headingColumns;
+   for( auto const & item : items ) {
+      bool const last = &item == &items.back();
+      auto const needed = width( item ) + ( last ? 0 : width( between ) );
+      if( !text.empty() && used + 1 + needed > columns ) {
+         text += '\n' + std::string( headingColumns, ' ' );
+         used = headingColumns;
+      } else if( !text.empty() ) {
+         text += ' ';
+         ++used;
+      }
+      text += item;
+      text += last ? std::string_view() : between;
+      used += needed;
+   }
+   return text;
+}
+
+// An event, as people call it: by its stage, unless the stage has several.
+std::string eventName( Result const & result, std::string const & stage, std::string const & uid ) {
+   auto const found = result.stage.find( stage );
+   bool const alone = found == result.stage.end() || found->second.event.size() < 2;
+   return printable( alone ? stage : uid );
+}
+
+// The events that took longest, longest first.
+std::string longest( Result const & result ) {
    std::size_t constexpr shown = 5;
-   std::vector< std::pair< double, std::string > > stages;
+   std::vector< std::pair< double, std::string > > events;
    for( auto const & [ name, stage ] : result.stage ) {
-      auto const end = stage.complete ? stage.completionTime : result.now;
-      if( stage.active && end > stage.activeSince ) {
-         auto const incomplete = stage.complete ? "" : " (not complete)";
-         stages.push_back( { stage.activeSince - end,
-                             fmt::format( "{} {}{}", printable( name ),
-                                          duration( end - stage.activeSince ), incomplete ) } );
+      for( auto const & [ agent, complete ] : stage.event ) {
+         auto const uid = name + ':' + agent;
+         auto const found = stage.pendingFor.find( uid );
+         if( found != stage.pendingFor.end() && found->second > 0 ) {
+            events.push_back( { -found->second,
+                                fmt::format( "{} {}{}", eventName( result, name, uid ),
+                                             duration( found->second ),
+                                             complete ? "" : " (not complete)" ) } );
+         }
       }
    }
-   std::sort( stages.begin(), stages.end() );
-   stages.resize( std::min( shown, stages.size() ) );
-   std::string text;
-   for( auto const & stage : stages ) {
-      text += ( text.empty() ? "" : ", " ) + stage.second;
+   std::sort( events.begin(), events.end() );
+   events.resize( std::min( shown, events.size() ) );
+   std::vector< std::string > items;
+   for( auto const & event : events ) {
+      items.push_back( event.second );
    }
-   return text.empty() ? "none took any time" : text;
+   return items.empty() ? "none took any time" : lines( items, "," );
+}
+
+using Link = Simulation::Determined::Link;
+
+std::string linkText( Result const & result, Link const & link ) {
+   auto const name = link.ended == Link::End::event ? eventName( result, link.stage, link.event )
+                                                    : printable( link.stage );
+   switch( link.ended ) {
+    case Link::End::timeUp:
+      return fmt::format( "{} timed out after {}", name, duration( link.end - link.begin ) );
+    case Link::End::change:
+      return name;
+    default:
+      return fmt::format( "{} {}", name, duration( link.end - link.begin ) );
+   }
+}
+
+// Which links of a long way are shown: its two ends and the longest between.
+std::vector< bool > worthShowing( std::vector< Link > const & links ) {
+   std::size_t constexpr shown = 4;
+   std::vector< std::size_t > order( links.size() );
+   std::iota( order.begin(), order.end(), std::size_t{ 0 } );
+   auto const weight = [ & ]( std::size_t i ) {
+      bool const end = i == 0 || i + 1 == links.size();
+      return end ? Simulation::infinity : links[ i ].end - links[ i ].begin;
+   };
+   std::stable_sort( order.begin(), order.end(),
+                     [ & ]( auto a, auto b ) { return weight( a ) > weight( b ); } );
+   std::vector< bool > worth( links.size(), links.size() <= shown + 1 );
+   for( std::size_t i = 0; i < std::min( shown, order.size() ); ++i ) {
+      worth[ order[ i ] ] = true;
+   }
+   return worth;
+}
+
+// The way back from what ended a start-up to what began it; empty if there is nothing to say.
+std::string wayBack( Result const & result ) {
+   auto const & determined = *result.determined;
+   auto const & links = determined.link;
+   auto const worth = worthShowing( links );
+   std::vector< std::string > items;
+   for( std::size_t i = 0; i < links.size(); ++i ) {
+      if( worth[ i ] ) {
+         items.push_back( linkText( result, links[ i ] ) );
+         continue;
+      }
+      auto const first = i;
+      while( !worth[ i + 1 ] ) {  // the last is worth it
+         ++i;
+      }
+      items.push_back( fmt::format( "... {} more, {} ...", i + 1 - first,
+                                    duration( links[ first ].end - links[ i ].begin ) ) );
+   }
+   if( links.empty() || links.back().begun == Link::Begin::enabled ) {
+      if( determined.since > 0 ) {
+         items.push_back( "enabled at " + duration( determined.since ) );
+      }
+   } else {
+      items.push_back( "timeline at " + duration( determined.since ) );
+   }
+   return lines( items, " <-" );
+}
+
+// What "critical stages first" had to do with it; empty if nothing.
+std::string heldBack( Result const & result ) {
+   std::vector< std::string > stages;
+   for( auto const & link : result.determined->link ) {
+      if( link.begun == Link::Begin::critical && link.begin > link.ready ) {
+         stages.push_back( printable( link.stage ) );
+      }
+   }
+   if( stages.empty() ) {
+      return {};
+   }
+   auto const more = stages.size() - 1;
+   return lines( { fmt::format( "of which {} were lost to \"critical stages first\"",
+                                duration( result.determined->held ) ),
+                   fmt::format( "({}{} waited)", stages.front(),
+                                more ? fmt::format( " and {} more", more ) : "" ) },
+                 "" );
 }
 
 // The stages that something is still waited for in, the one that has been active longest first.
@@ -70,25 +192,24 @@ std::string active( Result const & result ) {
       }
    }
    std::sort( stages.begin(), stages.end() );
-   std::string text;
+   std::vector< std::string > items;
    for( std::size_t i = 0; i < std::min( shown, stages.size() ); ++i ) {
-      text += ( text.empty() ? "" : ", " ) + stages[ i ].second;
+      items.push_back( stages[ i ].second );
    }
    if( stages.size() > shown ) {
-      text += fmt::format( ", {} more", stages.size() - shown );
+      items.push_back( fmt::format( "{} more", stages.size() - shown ) );
    }
-   return text.empty() ? "none" : text;
+   return items.empty() ? "none" : lines( items, "," );
 }
 
 std::string timedOut( Result const & result ) {
-   std::string text;
+   std::vector< std::string > items;
    for( auto const & [ name, stage ] : result.stage ) {
       if( stage.timedOut ) {
-         text += fmt::format( "{}{} at {}", text.empty() ? "" : ", ", printable( name ),
-                              duration( stage.timedOutAt ) );
+         items.push_back( printable( name ) + " at " + duration( stage.timedOutAt ) );
       }
    }
-   return text.empty() ? "none" : text;
+   return items.empty() ? "none" : lines( items, "," );
 }
 
 }  // namespace
@@ -129,16 +250,28 @@ void Display::onEnd( Result const & result ) {
    bool const complete = result.outcome == Simulation::Outcome::complete;
    bool const over = complete || result.exhausted;
    auto const colour = complete ? Colour::green : over ? Colour::red : Colour::none;
+   auto const after = result.determined ? result.determined->t : result.t;
    print( fmt::format( "\n{}: {} {}\n", printable( application_ ),
                        coloured( colour, Simulation::stateName( result ) ),
-                       over ? "after " + duration( result.t )
-                             : "at " + duration( result.now ) ) );
+                       over ? "after " + duration( after ) : "at " + duration( result.now ) ) );
    counts( result, over );
    if( !over ) {
       summaryLine( "active", active( result ) );
    }
-   summaryLine( "slowest", slowest( result ) );
+   if( result.determined ) {
+      ended( result );
+   }
+   summaryLine( "longest", longest( result ) );
    summaryLine( "timed out", timedOut( result ) );
+}
+
+void Display::ended( Result const & result ) {
+   if( auto const text = wayBack( result ); !text.empty() ) {
+      summaryLine( "ended by", text );
+   }
+   if( auto const text = heldBack( result ); !text.empty() ) {
+      summaryLine( "", text );
+   }
 }
 
 void Display::counts( Result const & result, bool over ) {

@@ -11,8 +11,8 @@
 namespace Tools {
 
 // Shows people a run while it happens: one line for each stage that becomes active, complete or
-// late, one for each declared message, and a summary at the end: of the outcome, or, when more would
-// have been due, of how things stand at that moment.
+// late, one for each declared message, and a summary at the end: of the outcome and of what has
+// determined how long it took, or, when more would have been due, of how things stand then.
 //
 // Writes to the stdio stream that the library prints its suspension line to, and ends that line,
 // which the library leaves open. Failures of the stream are left for its owner to find.
@@ -35,6 +35,7 @@ class Display : public Simulation::Observer {
 
    void line( double t, Colour colour, std::string_view what, std::string_view name,
               std::string_view detail = {} );
+   void ended( Simulation::Result const & result );
    void counts( Simulation::Result const & result, bool over );
    void summaryLine( std::string_view what, std::string const & text );
    void print( std::string_view text );

@@ -35,15 +35,16 @@ bool Reports::makeOne( double now ) {
    if( nextTime() > now ) {
       return false;
    }
-   auto const event = due_.top().event;
+   auto const [ at, armed, step, event ] = due_.top();
    due_.pop();
+   causes_.report( event->stage, event->config->uid().str(), step );
    event->config->completeIs( true );
    return true;
 }
 
 void Reports::arm( SimulatedEventPtr const & event ) {
    if( event->there ) {
-      due_.push( { Kiv::now() + event->behaviour.seconds, ++armed_, event } );
+      due_.push( { Kiv::now() + event->behaviour.seconds, ++armed_, causes_.now(), event } );
    }
 }
 

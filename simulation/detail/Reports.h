@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <simulation/detail/Causes.h>
 #include <simulation/detail/Outside.h>
 
 namespace Simulation::Detail {
@@ -15,7 +16,8 @@ namespace Simulation::Detail {
 // armed, or done with; it is armed at most once.
 class Reports {
  public:
-   explicit Reports( Kiv::Ptr< Stage::Status const > const & status ) : status_( status ) {}
+   Reports( Kiv::Ptr< Stage::Status const > const & status, Causes & causes )
+      : status_( status ), causes_( causes ) {}
 
    // The seconds of `event` count from now if its stage is active, else from when it becomes so.
    void declared( SimulatedEventPtr const & event );
@@ -31,6 +33,7 @@ class Reports {
    struct Report {
       double at;
       std::uint64_t armed;  // the how many-th it was
+      Causes::Step step;    // in which it was
       SimulatedEventPtr event;
 
       friend bool operator<( Report const & a, Report const & b ) {
@@ -42,6 +45,7 @@ class Reports {
    void arm( SimulatedEventPtr const & event );
 
    Kiv::Ptr< Stage::Status const > status_;
+   Causes & causes_;
    std::unordered_map< std::string, std::vector< SimulatedEventPtr > > waiting_;  // by stage
    std::priority_queue< Report > due_;
    std::uint64_t armed_ = 0;

@@ -26,8 +26,12 @@ StageResult stageResult( Stage::StageStatus const & stage ) {
 
 StageWatch::StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
                         Kiv::Ptr< Stage::StageStatus const > const & stage,
-                        Chronicle & chronicle )
-   : stageSm_( stageSm ), stage_( stage ), chronicle_( chronicle ), activeSince_( Kiv::now() ) {
+                        Chronicle & chronicle, Causes & causes )
+   : stageSm_( stageSm )
+   , stage_( stage )
+   , chronicle_( chronicle )
+   , causes_( causes )
+   , activeSince_( Kiv::now() ) {
    notifierIs( stageSm );
    isRegisteredNotifieeIs( true );
    hasNotificationActiveIs( true );
@@ -46,10 +50,12 @@ void StageWatch::addTo( StageResult & result ) const {
    result.complete = stageSm_->complete();
    result.timedOut = stageSm_->timedOut();
    result.completionTime = stageSm_->completionTime();
+   result.pendingFor = pendingBefore_;
    for( auto i = stageSm_->pendingEventIterator(); i; ++i ) {
       auto const uid = i.key().str();
       auto const since = pendingSince_.find( uid );
       result.pending[ uid ] = since == pendingSince_.end() ? activeSince_ : since->second;
+      result.pendingFor[ uid ] += Kiv::now() - result.pending[ uid ];
    }
    result.activeSince = activeSince_;
    result.timedOutAt = timedOutAt_;
@@ -63,6 +69,9 @@ void StageWatch::look() {
    auto const timedOut = stageSm_->timedOut();
    auto const completionTime = stageSm_->completionTime();
    using Kind = StageChange::Kind;
+   if( complete && !complete_ ) {
+      causes_.stageComplete( stage_->name().str(), timedOut && !timedOut_ );
+   }
    if( timedOut && !timedOut_ ) {
       timedOutAt_ = Kiv::now();
       tell( complete ? Kind::timedOut : Kind::suspended );
@@ -101,18 +110,56 @@ void StageWatch::tell( StageChange::Kind kind ) const {
 void StageWatch::lookAtPending( Kiv::String8 const & uid ) {
    if( stageSm_->pendingEvent( uid ) ) {
       pendingSince_.try_emplace( uid.str(), Kiv::now() );
-   } else {
-      pendingSince_.erase( uid.str() );
+   } else if( auto const since = pendingSince_.extract( uid.str() ) ) {
+      pendingBefore_[ since.key() ] += Kiv::now() - since.mapped();
    }
+}
+
+DependencyWatch::DependencyWatch( Kiv::Ptr< Stage::StageStatus const > const & stage,
+                                  Chronicle & chronicle, Causes & causes )
+   : chronicle_( chronicle ), causes_( causes ) {
+   notifierIs( stage );
+   isRegisteredNotifieeIs( true );
+   hasNotificationActiveIs( true );
+   for( auto i = stage->dependencyIteratorConst(); i; ++i ) {
+      look( i.key() );
+   }
+}
+
+void DependencyWatch::onDependency( Kiv::String8 on ) {
+   chronicle_.keepingExceptions( [ & ] { look( on ); } );
+}
+
+void DependencyWatch::look( Kiv::String8 const & on ) {
+   causes_.dependency( notifier()->name().str(), on.str(), notifier()->dependency( on ) );
 }
 
 StatusWatch::StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
                           Kiv::Ptr< Stage::StatusSm > const & statusSm, Chronicle & chronicle,
-                          Reports & reports )
-   : status_( status ), statusSm_( statusSm ), chronicle_( chronicle ), reports_( reports ) {
+                          Reports & reports, Causes & causes )
+   : status_( status )
+   , statusSm_( statusSm )
+   , chronicle_( chronicle )
+   , reports_( reports )
+   , causes_( causes ) {
    notifierIs( status );
    isRegisteredNotifieeIs( true );
    hasNotificationActiveIs( true );
+   for( auto i = status->stageIteratorConst(); i; ++i ) {
+      stageKnown( i.key() );
+   }
+}
+
+void StatusWatch::onStage( Kiv::Name name ) {
+   chronicle_.keepingExceptions( [ & ] { stageKnown( name ); } );
+}
+
+void StatusWatch::stageKnown( Kiv::Name const & name ) {
+   auto const stage = status_->stage( name );
+   if( stage && !dependency_.count( name.str() ) ) {
+      causes_.stageKnown( name.str() );
+      dependency_[ name.str() ] = new DependencyWatch( stage, chronicle_, causes_ );
+   }
 }
 
 void StatusWatch::onActiveStage( Kiv::Name name ) {
@@ -126,7 +173,8 @@ void StatusWatch::stageActive( Kiv::Name const & name ) {
       return;
    }
    reports_.stageActive( name.str() );
-   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_ );
+   causes_.stageStarted( name.str(), stage->critical() );
+   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_, causes_ );
 }
 
 Result StatusWatch::result() const {

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <string>
 #include <unordered_map>
 
@@ -9,6 +10,7 @@
 #include <Stage/Stage.h>
 
 #include <simulation/Result.h>
+#include <simulation/detail/Causes.h>
 #include <simulation/detail/Chronicle.h>
 #include <simulation/detail/Reports.h>
 
@@ -19,7 +21,8 @@ namespace Simulation::Detail {
 class StageWatch : public Stage::StageSm::NotifieeConst {
  public:
    StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
-               Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle );
+               Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle,
+               Causes & causes );
 
    using Stage::StageSm::NotifieeConst::onPendingEvent;
    void onComplete() override { look(); }
@@ -38,9 +41,11 @@ class StageWatch : public Stage::StageSm::NotifieeConst {
    Kiv::Ptr< Stage::StageSm > stageSm_;
    Kiv::Ptr< Stage::StageStatus const > stage_;
    Chronicle & chronicle_;
+   Causes & causes_;
    double activeSince_;
    double timedOutAt_ = 0;
    std::unordered_map< std::string, double > pendingSince_;  // by uid
+   std::map< std::string, double > pendingBefore_;           // how long, by uid, until it was not
 
    // As it was when last looked at.
    bool complete_ = false;
@@ -49,29 +54,51 @@ class StageWatch : public Stage::StageSm::NotifieeConst {
    bool completeAfterAll_ = false;  // all its events were complete at some time after it timed out
 };
 
-// Watches the status: which stages become active. Arms the reports of their events, and keeps a
-// StageWatch for each. REQUIRES: is made after the library's own reactor on `status`, and served
-// after it therefore, so that an active stage has its state machine when it is told of here.
+// Watches what a stage depends on.
+class DependencyWatch : public Stage::StageStatus::NotifieeConst {
+ public:
+   DependencyWatch( Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle,
+                    Causes & causes );
+
+   using Stage::StageStatus::NotifieeConst::onDependency;
+   void onDependency( Kiv::String8 on ) override;
+
+ private:
+   void look( Kiv::String8 const & on );
+
+   Chronicle & chronicle_;
+   Causes & causes_;
+};
+
+// Watches the status: which stages there are, and which become active. Arms the reports of these
+// stages' events, and keeps a StageWatch for each. REQUIRES: is made after the library's own
+// reactor on `status`, and served after it therefore, so that an active stage has its state machine
+// when it is told of here.
 class StatusWatch : public Stage::Status::NotifieeConst {
  public:
    StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
                 Kiv::Ptr< Stage::StatusSm > const & statusSm, Chronicle & chronicle,
-                Reports & reports );
+                Reports & reports, Causes & causes );
 
    using Stage::Status::NotifieeConst::onActiveStage;
+   using Stage::Status::NotifieeConst::onStage;
+   void onStage( Kiv::Name name ) override;
    void onActiveStage( Kiv::Name name ) override;
 
    // What the entities and state machines say now; the rest of the result is not touched.
    Result result() const;
 
  private:
+   void stageKnown( Kiv::Name const & name );
    void stageActive( Kiv::Name const & name );
 
    Kiv::Ptr< Stage::Status const > status_;
    Kiv::Ptr< Stage::StatusSm > statusSm_;
    Chronicle & chronicle_;
    Reports & reports_;
+   Causes & causes_;
    std::unordered_map< std::string, Kiv::Ptr< StageWatch > > stage_;
+   std::unordered_map< std::string, Kiv::Ptr< DependencyWatch > > dependency_;  // by stage
 };
 
 }  // namespace Simulation::Detail

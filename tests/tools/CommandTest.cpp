@@ -40,7 +40,8 @@ TEST_F( Command, ShowsAStartUpThatCompletes ) {
                        "Router: complete after 3 s\n"
                        "  stages     2 of 2 complete, 2 started, 0 critical\n"
                        "  events     2 of 2 complete\n"
-                       "  slowest    Net 2 s, Boot 1 s\n"
+                       "  ended by   Net 2 s <- Boot 1 s\n"
+                       "  longest    Net 2 s, Boot 1 s\n"
                        "  timed out  none\n" );
    EXPECT_EQ( run.err, "" );
 }
@@ -70,8 +71,8 @@ TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
 
 // What a run shows after the lines of what happened.
 std::string summaryOf( Process::Finished const & run ) {
-   auto const blank = run.out.find( "\n\n" );
-   return blank == std::string::npos ? "none" : run.out.substr( blank + 2 );
+   auto const blank = ( '\n' + run.out ).find( "\n\n" );
+   return blank == std::string::npos ? "none" : run.out.substr( blank + 1 );
 }
 
 TEST_F( Command, ShowsHowThingsStandWhenMoreIsDue ) {
@@ -85,7 +86,8 @@ TEST_F( Command, ShowsHowThingsStandWhenMoreIsDue ) {
               "  stages     1 of 4 complete, 2 active, 1 waiting, 0 critical\n"
               "  events     3 of 6 complete, 2 pending\n"
               "  active     Disk since 0 s, Net since 1 s\n"
-              "  slowest    Disk 2 s (not complete), Boot 1 s, Net 1 s (not complete)\n"
+              "  longest    Disk:C 2 s (not complete), Boot 1 s, Net:A 1 s (not complete),\n"
+              "             Net:B 0.25 s\n"
               "  timed out  none\n" );
    EXPECT_TRUE( contains( ordovan( "simulate --until 0 p.yaml" ).out,
                           "Router: in progress at 0 s\n" ) );
@@ -133,8 +135,88 @@ TEST_F( Command, NamesFiveActiveStagesAndCountsTheOthers ) {
    }
    file( "p.yaml", plan );
    EXPECT_TRUE( contains( ordovan( "simulate --until 2 p.yaml" ).out,
-                          "  active     S2 since 0 s, S3 since 0 s, S4 since 0 s, S5 since 0 s, "
-                          "S6 since 0 s, 2 more\n" ) );
+                          "  active     S2 since 0 s, S3 since 0 s, S4 since 0 s, S5 since 0 s,\n"
+                          "             S6 since 0 s, 2 more\n" ) );
+}
+
+// The line of a summary under a heading, with those that continue it.
+std::string entry( Process::Finished const & run, std::string const & heading ) {
+   auto const summary = summaryOf( run );
+   auto const begin = summary.find( "  " + heading );
+   auto end = begin;
+   do {
+      end = summary.find( '\n', end + 1 );
+   } while( end != std::string::npos && summary.compare( end, 5, "\n    " ) == 0 );
+   return begin == std::string::npos ? "none" : summary.substr( begin, end - begin );
+}
+
+TEST_F( Command, ShowsWhatEndedTheStartUp ) {
+   file( "p.yaml", "agents:\n"
+                   "  A: {Boot: {timeout: 3, complete: 7}, Net: {dependency: [Boot], complete: 2}}\n"
+                   "  B: {Net: {complete: 1}, Ready: {dependency: [Net], complete: true}}\n" );
+   auto const run = ordovan( "simulate p.yaml" );
+   EXPECT_TRUE( contains( run.out, "\napplication: complete after 5 s\n" ) ) << run.out;
+   EXPECT_EQ( entry( run, "ended by" ),
+              "  ended by   Ready 0 s <- Net:A 2 s <- Boot timed out after 3 s" );
+   EXPECT_EQ( entry( run, "longest" ), "  longest    Boot 7 s, Net:A 2 s, Net:B 1 s" );
+}
+
+TEST_F( Command, ShowsWhenTheTimelineBeganWhatEndedTheStartUp ) {
+   file( "p.yaml", "agents: {A: {Boot: {complete: never}, Net: {dependency: [Boot], complete: 1}}}\n"
+                   "timeline: [{at: 4, agent: A, stage: Boot, withdraw: true}]\n" );
+   EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
+              "  ended by   Net 1 s <- Boot <- timeline at 4 s" );
+   file( "p.yaml", "{agents: {A: {Boot: {complete: 1}}}, enabled: false,\n"
+                   " timeline: [{at: 2, enabled: true}]}\n" );
+   EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
+              "  ended by   Boot 1 s <- enabled at 2 s" );
+   file( "p.yaml", "{enabled: false, timeline: [{at: 2, enabled: true}]}\n" );
+   EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ), "  ended by   enabled at 2 s" );
+   file( "p.yaml", "{agents: {}}\n" );
+   auto const nothing = ordovan( "simulate p.yaml" );
+   EXPECT_EQ( entry( nothing, "ended by" ), "none" );
+   EXPECT_EQ( entry( nothing, "longest" ), "  longest    none took any time" );
+}
+
+TEST_F( Command, ShowsNoEndOfAStartUpThatDidNotComplete ) {
+   EXPECT_EQ( entry( ordovan( "simulate stalled.yaml" ), "ended by" ), "none" );
+   EXPECT_EQ( entry( ordovan( "simulate --until 2 good.yaml" ), "ended by" ), "none" );
+   EXPECT_NE( entry( ordovan( "simulate --until 3 good.yaml" ), "ended by" ), "none" );
+}
+
+TEST_F( Command, ShowsWhatWasLostToCriticalStages ) {
+   file( "p.yaml", "agents:\n"
+                   "  A: {Disk: {critical: true, complete: 4},\n"
+                   "      Swap: {critical: true, dependency: [Disk], complete: 1}}\n"
+                   "  B: {Net: {complete: 2}, Web: {dependency: [Net], complete: 0.5}}\n" );
+   EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
+              "  ended by   Web 0.5 s <- Net 2 s <- Swap 1 s <- Disk 4 s\n"
+              "             of which 5 s were lost to \"critical stages first\" (Net waited)" );
+}
+
+TEST_F( Command, ShowsTheEndsAndTheLongestOfALongWay ) {
+   std::string plan = "agents:\n";
+   for( int i = 0; i < 12; ++i ) {
+      auto const dependency = i ? ", dependency: [S" + std::to_string( i - 1 ) + "]" : "";
+      auto const seconds = i == 4 ? "5" : i == 9 || i == 10 ? "3" : "0.25";
+      plan += "  A" + std::to_string( i ) + ": {S" + std::to_string( i ) + ": {complete: " +
+              seconds + dependency + "}}\n";
+   }
+   file( "p.yaml", plan );
+   EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
+              "  ended by   S11 0.25 s <- S10 3 s <- ... 5 more, 4 s ... <- S4 5 s <-\n"
+              "             ... 3 more, 0.75 s ... <- S0 0.25 s" );
+}
+
+TEST_F( Command, BreaksTheLinesOfASummaryWhereATerminalEnds ) {
+   auto const run = ordovan( "simulate '" ORDOVAN_EXAMPLES "/debian-units.yaml'" );
+   auto const summary = summaryOf( run );
+   std::size_t lines = 0;
+   for( std::size_t at = 0, end; at < summary.size(); at = end + 1, ++lines ) {
+      end = summary.find( '\n', at );
+      EXPECT_LE( end - at, 80U ) << summary.substr( at, end - at );
+   }
+   EXPECT_TRUE( lines > 8 && lines < 16 ) << summary;
 }
 
 TEST_F( Command, EndsAtNoTimeBeforeTheStart ) {
@@ -314,6 +396,13 @@ TEST_F( Command, NamesCannotSteerATerminal ) {
    auto const run = ordovan( "simulate p.yaml" );
    EXPECT_EQ( run.status, 1 );
    EXPECT_FALSE( contains( run.out + run.err, "\x1b" ) ) << run.out << run.err;
+   file( "p.yaml", "agents: {\"\\e[2J\": {\"\\e[1m\": {complete: 1}}, B: {\"\\e[1m\": {}, C: "
+                   "{critical: true, complete: 2}, D: {critical: true, dependency: [C]}}}\n" );
+   auto const complete = ordovan( "simulate p.yaml" );
+   EXPECT_EQ( complete.status, 0 );
+   EXPECT_FALSE( contains( complete.out, "\x1b" ) ) << complete.out;
+   EXPECT_TRUE( contains( complete.out, "ended by   \\x1b[1m:\\x1b[2J 1 s <- " ) ) << complete.out;
+   EXPECT_TRUE( contains( complete.out, "(\\x1b[1m waited)" ) ) << complete.out;
 }
 
 TEST_F( Command, DeeplyNestedOrRecursiveFilesAreRefused ) {
