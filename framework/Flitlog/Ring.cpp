@@ -253,7 +253,10 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    if( !registered )
       detail::fail( path, "cannot be made: no memory for the handler of fork()" );
    Header const header = headerFor( path, options );
-   auto state = std::make_unique< State >();
+   // What needs memory comes before the file has its name: nothing fails after that, and leaves a
+   // file that has to make way for the next attempt's.
+   std::unique_ptr< TraceFile > made( new TraceFile( std::make_unique< State >() ) );
+   State * const state = made->state_.get();
    state->path = path;
    state->clock = options.clock ? options.clock : &wallClock;
    state->ringBytes = header.ringBytes;
@@ -273,7 +276,7 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    state->header = reinterpret_cast< Header * >( state->map );
    state->descriptors = state->map + header.descriptorsAt;
    state->ring = state->map + header.ringAt;
-   return std::unique_ptr< TraceFile >( new TraceFile( std::move( state ) ) );
+   return made;
 }
 
 TraceFile::TraceFile( std::unique_ptr< State > state ) : state_( std::move( state ) ) {
@@ -324,6 +327,8 @@ void TraceFile::afterForkInChild() {
    theTraceFile = nullptr;
    for( TraceFile * file = openFiles; file; file = file->state_->next ) {
       State & state = *file->state_;
+      if( !state.map )
+         continue; // another thread was just making it
       mmap( state.map, state.mapBytes, PROT_READ | PROT_WRITE,
             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0 );
       state.file.close();

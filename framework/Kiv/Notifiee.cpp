@@ -134,6 +134,16 @@ bool isExpected() noexcept {
    }
 }
 
+// What was watched, for a report; nothing when there is no memory for that, as the report is worth
+// more than the name.
+String8 reportedAs( PtrInterface const * watched ) noexcept {
+   try {
+      return valueToString( watched );
+   } catch( ... ) {
+      return String8();
+   }
+}
+
 } // namespace
 
 void Reactor::handleNotificationException( AttributeId attribute ) {
@@ -143,14 +153,14 @@ void Reactor::handleNotificationException( AttributeId attribute ) {
       if( !watched )
          watched = notifier_.get();
       Attribute const * row = watched ? watched->fwkType().attribute( attribute ) : nullptr;
-      detail::reportException( row ? row->name : "", valueToString( watched ) );
+      detail::reportException( row ? row->name : "", reportedAs( watched ) );
    }
    onNotificationException( attribute );
 }
 
 void Reactor::handleNotificationException() {
    if( !isExpected() )
-      detail::reportException( "", valueToString( notifier_ ) );
+      detail::reportException( "", reportedAs( notifier_.get() ) );
    onNotificationException();
 }
 

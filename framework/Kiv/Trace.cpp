@@ -2,7 +2,7 @@
 #include <Kiv/Trace.h>
 
 #include <Kiv/Exception.h>
-#include <Kiv/detail/OneLine.h>
+#include <Kiv/detail/ErrorLine.h>
 #include <Kiv/detail/Queue.h>
 
 #include <charconv>
@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <list>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -128,17 +130,27 @@ std::vector< Setting > parse( std::string_view settings ) {
 
 Registry & registry() {
    static Registry & theRegistry = [ ] () -> Registry & {
-      auto & r = *new Registry;
+      auto r = std::make_unique< Registry >();
       if( char const * settings = secure_getenv( "KIV_TRACE" ) ) {
          try {
-            r.settings = parse( settings );
+            r->settings = parse( settings );
          } catch( Exception const & e ) {
             std::fprintf( stderr, "kiv: KIV_TRACE ignored: %s\n", e.what() );
          }
       }
-      return r;
+      return *r.release(); // never destroyed
    }();
    return theRegistry;
+}
+
+// tracesIs() was called with anything in it.
+bool settingsGiven = false;
+
+// Whether a trace that nobody can say the switches of may have been wanted.
+bool tracesWanted() {
+   char const * const settings = secure_getenv( "KIV_TRACE" );
+   return settingsGiven || ( settings && *settings ) || coverageStream_ || Flitlog::theTraceFile ||
+          detail::ringWanted;
 }
 
 TraceSink & sink() {
@@ -177,12 +189,12 @@ TraceSink traceSinkIs( TraceSink next ) {
 // What handles leave behind: reachable for ever, one for each name.
 struct TraceStates {
    static TraceHandle::State & stateOf( String8 const & name ) {
-      static auto & left = *new std::list< TraceHandle::State * >;
-      for( TraceHandle::State * state : left )
-         if( state->name == name && !inUse( *state ) )
-            return *state;
-      left.push_back( new TraceHandle::State{ name } );
-      return *left.back();
+      static auto & left = *new std::list< TraceHandle::State >;
+      for( TraceHandle::State & state : left )
+         if( state.name == name && !inUse( state ) )
+            return state;
+      left.push_back( { name } );
+      return left.back();
    }
    static bool inUse( TraceHandle::State const & state ) {
       for( TraceHandle const * handle : registry().handles )
@@ -221,6 +233,7 @@ void TraceHandle::levelIs( unsigned level, bool on ) {
 void tracesIs( String8 const & settings ) {
    std::vector< Setting > const entries = parse( settings.view() );
    Registry & r = registry();
+   settingsGiven = settingsGiven || !entries.empty();
    // Only what still counts is kept: the last entry for each name, none before one for all.
    for( Setting const & entry : entries ) {
       std::erase_if( r.settings, [ &entry ]( Setting const & s ) {
@@ -235,7 +248,10 @@ void tracesIs( String8 const & settings ) {
 void traceHelper( String8 const & handle, std::ostringstream const & stream, unsigned level,
                   bool enabled, char const * source, int line, char const * function,
                   double time ) {
-   std::string const text = stream.str();
+   std::string text = stream.str();
+   // What a stream has no memory for is missing in it without an exception, unless it was asked for.
+   if( stream.bad() )
+      text += "... (cut short: no memory)";
    if( coverageStream_ )
       *coverageStream_ << text << '\n';
    if( !enabled )
@@ -251,11 +267,8 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
 
 namespace {
 
-// The process's trace file; never destroyed, because traces may come until the very end.
-std::unique_ptr< Flitlog::TraceFile > & traceFile() {
-   static auto & file = *new std::unique_ptr< Flitlog::TraceFile >;
-   return file;
-}
+// The process's trace file; not destroyed at its end, because traces may come until then.
+Flitlog::TraceFile * traceFile = nullptr;
 
 std::string withProcessId( std::string_view path ) {
    std::string text;
@@ -293,21 +306,29 @@ struct AtLoad {
    }
 } const atLoad;
 
-// An environment that asks for the impossible must not stop a program.
+// The size that the environment asks for, if that is one.
+std::uint64_t wantedBytes() {
+   if( wanted().bytes.empty() )
+      return Flitlog::defaultRingBytes;
+   try {
+      return ringBytes( wanted().bytes );
+   } catch( Exception const & e ) {
+      detail::ErrorLine() << "kiv: KIV_TRACE_RING_SIZE ignored: " << e.what();
+      return Flitlog::defaultRingBytes;
+   }
+}
+
+// An environment that asks for the impossible must not stop a program. Throws std::bad_alloc; the
+// next trace point asks again then.
 void openWantedRing() {
    detail::ringWanted = false;
    try {
-      std::uint64_t bytes = Flitlog::defaultRingBytes;
-      if( !wanted().bytes.empty() ) {
-         try {
-            bytes = ringBytes( wanted().bytes );
-         } catch( Exception const & e ) {
-            std::fprintf( stderr, "kiv: KIV_TRACE_RING_SIZE ignored: %s\n", e.what() );
-         }
-      }
-      traceRingIs( wanted().path, bytes );
+      traceRingIs( wanted().path, wantedBytes() );
+   } catch( std::bad_alloc const & ) {
+      detail::ringWanted = true;
+      throw;
    } catch( std::exception const & e ) {
-      std::fprintf( stderr, "kiv: KIV_TRACE_RING ignored: %s\n", e.what() );
+      detail::ErrorLine() << "kiv: KIV_TRACE_RING ignored: " << e.what();
    }
 }
 
@@ -331,15 +352,15 @@ void traceRingIs( String8 const & path, std::uint64_t bytes ) {
    if( path.empty() ) {
       detail::ringWanted = false;
       Flitlog::theTraceFile = nullptr;
-      traceFile().reset();
+      delete std::exchange( traceFile, nullptr );
       return;
    }
    auto file = Flitlog::TraceFile::TraceFileIs( withProcessId( path.view() ), { bytes, &now } );
    detail::ringWanted = false;
    // The old one first: it forgets the numbers of the points' messages, which are its own.
-   traceFile().reset();
-   traceFile() = std::move( file );
-   Flitlog::theTraceFile = traceFile().get();
+   delete traceFile;
+   traceFile = file.release();
+   Flitlog::theTraceFile = traceFile;
 }
 
 namespace detail {
@@ -425,65 +446,68 @@ void recordTrace( TraceHandle const & handle, TracePoint & point,
    ring.endMsg();
 }
 
-void lost( TracePoint const & point ) {
-   try {
-      throw;
-   } catch( std::exception const & e ) {
-      std::fprintf( stderr, "kiv: a trace of %s was lost: %s\n", point.function,
-                    oneLine( e.what() ).c_str() );
-   } catch( ... ) {
-      std::fprintf( stderr, "kiv: a trace of %s was lost\n", point.function );
-   }
+// Text for the text sink and coverageStream_.
+void writeTrace( TraceHandle const & handle, TracePoint const & point,
+                 std::initializer_list< TracePiece > pieces, double time ) {
+   bool const enabled = handle.enabled( point.level );
+   if( !enabled && !coverageStream_ )
+      return;
+   std::ostringstream stream;
+   stream.exceptions( std::ios::badbit ); // rather lost, and reported, than cut
+   for( TracePiece const & piece : pieces )
+      piece.print( stream );
+   traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
+                point.function, time );
 }
 
 } // namespace
 
 void trace( TraceHandle const & handle, TracePoint & point,
             std::initializer_list< TracePiece > pieces ) noexcept {
-   if( ringWanted )
-      openWantedRing();
-   // One time for both sinks.
-   double const time = now();
+   double time = 0; // one for both sinks
+   try {
+      time = now();
+   } catch( ... ) {
+      traceLost( point.function, true );
+      return;
+   }
    // The ring first: it is the one that is read when nothing else is left.
    try {
+      if( ringWanted )
+         openWantedRing();
       if( Flitlog::theTraceFile )
          recordTrace( handle, point, pieces, time );
    } catch( ... ) {
-      lost( point );
+      traceLost( point.function, true );
    }
    try {
-      bool const enabled = handle.enabled( point.level );
-      if( !enabled && !coverageStream_ )
-         return;
-      std::ostringstream stream;
-      for( TracePiece const & piece : pieces )
-         piece.print( stream );
-      traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
-                   point.function, time );
+      writeTrace( handle, point, pieces, time );
    } catch( ... ) {
-      lost( point );
+      traceLost( point.function, true );
+   }
+}
+
+void traceLost( char const * function, bool handleMade ) noexcept {
+   if( !handleMade && !tracesWanted() )
+      return;
+   ErrorLine line;
+   line << "kiv: a trace of " << function << " was lost";
+   try {
+      throw;
+   } catch( std::exception const & e ) {
+      line << ": " << e.what();
+   } catch( ... ) { // that is all there is to say
    }
 }
 
 void reportException( char const * where, String8 const & what ) noexcept {
-   try {
-      std::string text;
-      try {
-         throw;
-      } catch( std::exception const & e ) {
-         text = e.what();
-      } catch( ... ) {
-         text = "not a std::exception";
-      }
-      std::string place = what.empty() ? std::string() : " of a reactor on " + what.str();
-      if( *where )
-         place = ( what.empty() ? " of " : " in " ) + std::string( where ) + place;
-      KIV_TRACE( kivTrace(), 0, "Trace", "exception", place, ": ", text );
-      std::fprintf( stderr, "kiv: exception%s: %s\n", oneLine( place ).c_str(),
-                    oneLine( text ).c_str() );
-   } catch( ... ) {
-      std::fputs( "kiv: exception, and no memory to say which\n", stderr );
-   }
+   char const * const before = !*where ? "" : what.empty() ? " of " : " in ";
+   char const * const of = what.empty() ? "" : " of a reactor on ";
+   withCurrentException( [ & ]( std::string_view text ) {
+      KIV_TRACE_IN( kivTrace(), 0, "Trace", "reportException", "exception", before, where, of, what,
+                    ": ", text );
+      ErrorLine() << "kiv: exception" << before << where << of << what.view() << ": " << text;
+   } );
 }
 
 } // namespace detail

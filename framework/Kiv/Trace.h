@@ -7,6 +7,9 @@
 // and the binary ring of a trace file (Flitlog), which takes all of them while there is one. One
 // that has nowhere to write to costs loads and branches: its pieces are not evaluated.
 //
+// A trace point never throws, whatever its pieces, its sinks or a lack of memory do, at its first
+// use or later: what cannot be written is reported on standard error, and the function goes on.
+//
 // Switches are set in code (levelIs, tracesIs) or by the environment variable KIV_TRACE, which is
 // read when a handle is made: entries separated by ";", each a handle's name (or "*" for all), ":"
 // and levels, as in  KIV_TRACE='Ordovan:7-9,0;Kiv:0'; no levels, as in "Ordovan:", switch it off.
@@ -20,6 +23,7 @@
 #include <Flitlog/MsgDesc.h>
 #include <Flitlog/Ring.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -66,6 +70,7 @@ KIV_EXPORT extern std::ostream * coverageStream_;
 class KIV_EXPORT TraceHandle {
  public:
    // `on`: the master switch; all levels start off. KIV_TRACE and tracesIs() are applied after.
+   // Throws std::bad_alloc; a trace point whose handle that befalls tries again at its next pass.
    TraceHandle( String8 name, bool on );
    ~TraceHandle();
    TraceHandle( TraceHandle const & ) = delete;
@@ -74,11 +79,12 @@ class KIV_EXPORT TraceHandle {
    String8 const & name() const { return state_->name; }
    bool master() const { return state_->master; }
    void masterIs( bool on );
-   bool level( unsigned level ) const { return ( state_->levels >> level & 1U ) != 0; }
+   // False for a level above 9, and so is enabled().
+   bool level( unsigned level ) const { return isOn( state_->levels, level ); }
    // Nothing happens for a level above 9.
    void levelIs( unsigned level, bool on );
    // Whether a trace of this level is produced: master switch and level switch are on.
-   bool enabled( unsigned level ) const { return ( state_->effective >> level & 1U ) != 0; }
+   bool enabled( unsigned level ) const { return isOn( state_->effective, level ); }
 
  private:
    // Never destroyed.
@@ -89,6 +95,9 @@ class KIV_EXPORT TraceHandle {
       bool master = false;
    };
    friend struct TraceStates;
+   static bool isOn( unsigned levels, unsigned level ) {
+      return level <= 9 && ( levels >> level & 1U ) != 0;
+   }
    void update() { state_->effective = state_->master ? state_->levels : 0; }
 
    State * state_;
@@ -104,7 +113,8 @@ KIV_EXPORT unsigned traceLevels( String8 const & text );
 KIV_EXPORT void tracesIs( String8 const & settings );
 
 // Writes a composed line to the sinks. `enabled`: to the text sink too, not only to
-// coverageStream_. `time`: in seconds.
+// coverageStream_. `time`: in seconds. A stream that has run out of memory gives a line that says so
+// at its end. Throws what the sink throws, and std::bad_alloc.
 KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & stream,
                              unsigned level, bool enabled, char const * source, int line,
                              char const * function, double time = now() );
@@ -117,8 +127,14 @@ KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & 
 // The environment does the same: KIV_TRACE_RING names the file, KIV_TRACE_RING_SIZE the bytes, as a
 // number that may end in K, M or G (of 1,024 each). That file is opened by the first trace point
 // that is passed, so a program that only loads the library leaves alone what another one has left
-// there. All variables are ignored in programs with raised privileges. After fork() the child
-// records nothing; a daemon forks before it traces.
+// there. All variables are ignored in programs with raised privileges.
+//
+// A ring that is open at fork() stays the parent's: the child records nothing, unless it calls
+// traceRingIs() itself, with another path. A ring that only the environment asks for is nobody's
+// until the first trace. So a daemon forks before it traces; and of a parent and a child that both
+// go on to trace, the first to do so has the file, and the other reports that on standard error and
+// records nothing, or, once the first has ended, keeps its file as PATH.old. "%p" gives each its
+// own.
 KIV_EXPORT void traceRingIs( String8 const & path,
                              std::uint64_t bytes = Flitlog::defaultRingBytes );
 // The number in that grammar; a range exception that says what was expected.
@@ -134,13 +150,19 @@ KIV_EXPORT extern bool ringWanted;
 // made for.
 class TracePiece {
  public:
-   // An array of characters is a literal part of the message, everything else a variable one.
+   // A literal part of the message: described once, not recorded. It must be a constant, as only a
+   // string literal, __func__ and a constexpr array of static duration are: any other array of
+   // characters could change, or be another one, by the next pass, and the ring would go on to show
+   // the first. Those are refused when compiling; say std::string_view or char const * for them.
+   template< std::size_t size >
+   consteval TracePiece( char const ( &literal )[ size ] ) // NOLINT: conversion is the purpose
+      : kind_( Kind::literal ), bytes_( literal ) {}
+   template< std::size_t size >
+   TracePiece( char ( &buffer )[ size ] ) = delete;
+   // Everything else is a variable part.
    template< class T >
-   TracePiece( T const & piece ) { // NOLINT: conversion is the purpose
-      if constexpr( std::is_array_v< T > ) {
-         kind_ = Kind::literal;
-         bytes_ = std::string_view( piece );
-      } else if constexpr( std::is_same_v< T, bool > ) {
+   TracePiece( T const & piece ) { // NOLINT: as above
+      if constexpr( std::is_same_v< T, bool > ) {
          kind_ = Kind::boolean;
          boolean_ = piece;
       } else if constexpr( std::is_floating_point_v< T > ) {
@@ -217,6 +239,11 @@ struct TracePoint {
 KIV_EXPORT void trace( TraceHandle const & handle, TracePoint & point,
                        std::initializer_list< TracePiece > pieces ) noexcept;
 
+// Reports on standard error, without memory, that the exception that is being handled has cost
+// `function` a trace. Says nothing when the point's handle could not even be made and nobody has
+// asked for traces.
+KIV_EXPORT void traceLost( char const * function, bool handleMade ) noexcept;
+
 } // namespace detail
 
 // A trace point. A macro because it needs the line, a number of its own for the trace file, and
@@ -230,12 +257,17 @@ KIV_EXPORT void trace( TraceHandle const & handle, TracePoint & point,
 // The same, on behalf of the function named.
 #define KIV_TRACE_IN( handle, level, source, function, ... )                                      \
    do {                                                                                           \
-      ::Kiv::TraceHandle const & kivTraceHandle = ( handle );                                     \
-      if( kivTraceHandle.enabled( level ) || ::Kiv::coverageStream_ || ::Flitlog::theTraceFile || \
-          ::Kiv::detail::ringWanted ) [[unlikely]] {                                              \
-         static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,       \
-                                                                   function };                    \
-         ::Kiv::detail::trace( kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );                  \
+      ::Kiv::TraceHandle const * kivTraceHandle = nullptr;                                        \
+      try {                                                                                       \
+         kivTraceHandle = &( handle );                                                            \
+         if( kivTraceHandle->enabled( level ) || ::Kiv::coverageStream_ ||                        \
+             ::Flitlog::theTraceFile || ::Kiv::detail::ringWanted ) [[unlikely]] {                \
+            static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,    \
+                                                                      function };                 \
+            ::Kiv::detail::trace( *kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );              \
+         }                                                                                        \
+      } catch( ... ) {                                                                            \
+         ::Kiv::detail::traceLost( function, kivTraceHandle != nullptr );                         \
       }                                                                                           \
    } while( false )
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -82,7 +83,14 @@ TEST( TraceHandle, HasNoLevelAboveNine ) {
    handle.levelIs( 10, true );
    handle.levelIs( 40, true );
    EXPECT_EQ( enabledLevels( handle ), "" );
-   EXPECT_FALSE( handle.level( 10 ) );
+   for( unsigned const level : { 10U, 31U, 32U, 40U, 64U, 0xffffffffU } ) {
+      EXPECT_FALSE( handle.level( level ) ) << level;
+      EXPECT_FALSE( handle.enabled( level ) ) << level;
+   }
+   handle.levelIs( 0, true );
+   handle.levelIs( 8, true );
+   EXPECT_FALSE( handle.level( 32 ) ) << "as level 0";
+   EXPECT_FALSE( handle.enabled( 40 ) ) << "as level 8";
 }
 
 // ------------------------------------------------------------------------------------ trace points
@@ -164,6 +172,66 @@ TEST( TracePoint, PrintsValuesAsTextsOfTheSystemDo ) {
    KIV_TRACE( handle, 8, "S", std::string( "string" ) );
    EXPECT_EQ( sink.taken(), ( Texts{ "true false", "0.1 30 inf", "3 4 5",
                                      "outer/inner outer/inner outer null", "string" } ) );
+}
+
+TEST( TracePoint, ThatCannotEvaluateAPieceLosesTheTraceAndDisturbsNobody ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Thrower", true );
+   handle.levelIs( 8, true );
+   auto const piece = []() -> int { throw std::runtime_error( "no\npiece" ); };
+   auto const other = []() -> int { throw 1; };
+   testing::internal::CaptureStderr();
+   KIV_TRACE( handle, 8, "S", "a piece: ", piece() );
+   KIV_TRACE( handle, 8, "S", "another: ", other() );
+   KIV_TRACE( handle, 9, "S", "off: ", piece() );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(),
+              "kiv: a trace of TestBody was lost: no\\x0apiece\n"
+              "kiv: a trace of TestBody was lost\n" );
+   EXPECT_EQ( sink.taken(), Texts() );
+}
+
+TEST( TracePoint, MayStandInACatchOfAFunctionThatPromisesNotToThrow ) {
+   Loop loop;
+   TraceHandle handle( "Promise", true );
+   handle.levelIs( 8, true );
+   Kiv::TraceSink const before = Kiv::traceSinkIs( []( TraceLine const & ) { throw 1; } );
+   std::string still;
+   auto const promise = [ & ]() noexcept {
+      try {
+         throw std::runtime_error( "outer" );
+      } catch( std::exception const & ) {
+         KIV_TRACE( handle, 8, "S", "failed" );
+         try {
+            throw;
+         } catch( std::exception const & e ) {
+            still = e.what();
+         }
+      }
+   };
+   testing::internal::CaptureStderr();
+   promise();
+   EXPECT_EQ( testing::internal::GetCapturedStderr(), "kiv: a trace of operator() was lost\n" );
+   Kiv::traceSinkIs( before );
+   EXPECT_EQ( still, "outer" ) << "the exception that is being handled is the same after the trace";
+}
+
+// An array that can change is no literal part, whose text the ring keeps once. Those that can be
+// told apart by their type are not even a piece; tests/refused has the others.
+static_assert( !std::is_constructible_v< Kiv::detail::TracePiece, char ( & )[ 4 ] > );
+static_assert( std::is_constructible_v< Kiv::detail::TracePiece, char const * > );
+static_assert( std::is_constructible_v< Kiv::detail::TracePiece, char * > );
+
+TEST( TraceHelper, MarksALineWhoseStreamHasRunOutOfMemory ) {
+   Loop loop;
+   Sink sink;
+   std::ostringstream stream;
+   stream << "only the beg";
+   Kiv::traceHelper( "H", stream, 8, true, "S", 1, "f" );
+   stream.setstate( std::ios::badbit );
+   Kiv::traceHelper( "H", stream, 8, true, "S", 1, "f" );
+   EXPECT_EQ( sink.taken(),
+              ( Texts{ "only the beg", "only the beg... (cut short: no memory)" } ) );
 }
 
 // ----------------------------------------------------------------------------------------- sinks
