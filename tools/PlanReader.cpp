@@ -408,8 +408,12 @@ void Reader::Entry::operation( std::string const & name, Use const & value ) {
       operation_ = Set{ {}, {}, reader_.writes( value ) };
    } else if( name == "enabled" ) {
       operation_ = Enable{ reader_.boolean( value, "\"enabled\"" ).value_or( false ) };
-   } else if( reader_.isTrue( value, quoted( name ) ) ) {
-      operation_ = name == "leave" ? Operation( Leave() ) : Operation( Withdraw() );
+   } else if( !reader_.isTrue( value, quoted( name ) ) ) {
+      return;
+   } else if( name == "leave" ) {
+      operation_ = Leave();
+   } else {
+      operation_ = Withdraw();
    }
 }
 
