@@ -7,9 +7,14 @@ install( TARGETS ${libraries} EXPORT OrdovanTargets
    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
 install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan
    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h" )
+set( commands "" )
 if( TARGET ordovan_command )
-   install( TARGETS ordovan_command flitlog_command RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
+   set( commands ordovan_command flitlog_command )
+   install( TARGETS ${commands} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
 endif()
+
+# All that the rules here copy, and nothing else: `cmake --install` builds nothing.
+add_custom_target( ordovan_installable DEPENDS ${libraries} ${commands} )
 
 # The CMake package.
 set( folder "${CMAKE_INSTALL_LIBDIR}/cmake/Ordovan" )
