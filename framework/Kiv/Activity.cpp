@@ -5,6 +5,7 @@
 #include <Kiv/Exception.h>
 #include <Kiv/detail/EpollWakeup.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
@@ -77,6 +78,7 @@ void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
    if( !clock )
       throwRangeException( "null ValidPtr" );
    clock_ = clock;
+   detail::queue().clockChanged();
    detail::timersChanged();
 }
 
@@ -145,8 +147,12 @@ bool ActivityManager::fireOne() {
    return byHand( [ this ] { return clock_->fireOne(); } );
 }
 
+double ActivityManager::nextTime() const {
+   return std::min( clock_->nextTime(), detail::queue().nextTime() );
+}
+
 bool ActivityManager::dueNow() const {
-   return !detail::queue().empty() || clock_->nextTime() <= clock_->now();
+   return !detail::queue().empty() || nextTime() <= clock_->now();
 }
 
 bool ActivityManager::idle() const {
@@ -202,7 +208,7 @@ void ActivityManager::gather( bool block ) {
 
 void ActivityManager::sleepUntilDue() {
    // A timer that became due since it was looked at gives a delay of 0: an alarm at once.
-   wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+   wakeup().alarmIs( clock_->delayUntil( nextTime() ) );
    gather( true );
 }
 
@@ -214,7 +220,7 @@ void ActivityManager::rearm() {
    woken_ = dueNow() || !world_->tasks.empty();
    if( woken_ )
       wakeup().wake();
-   wakeup().alarmIs( clock_->delayUntil( clock_->nextTime() ) );
+   wakeup().alarmIs( clock_->delayUntil( nextTime() ) );
 }
 
 // Runs one task or tells one descriptor's watcher; false when there was none.
@@ -262,7 +268,7 @@ void ActivityManager::workGone() noexcept {
 void ActivityManager::timersChanged() noexcept {
    if( inTurn_ )
       return;
-   double const delay = clock_->delayUntil( clock_->nextTime() );
+   double const delay = clock_->delayUntil( nextTime() );
    if( delay <= 0 )
       workArrived();
    else

@@ -89,8 +89,9 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // A close-on-exec descriptor that is readable (level-triggered) while there is anything to do:
    // queued callbacks, due timers, ready descriptors, posts. Stays the manager's.
    int descriptor();
-   // When the next timer is due, in seconds on the scale of now(); +infinity: none.
-   double nextTime() const { return clock_->nextTime(); }
+   // When the next timer is due, or a callback that was cut short is delivered again, in seconds on
+   // the scale of now(); +infinity: none.
+   double nextTime() const;
    // Runs what is due and never blocks: at most `limit` callbacks, timers and tasks; the
    // descriptor stays readable when something is left. Returns how many ran. Throws as run() does.
    std::size_t runDue( std::size_t limit = 4096 );

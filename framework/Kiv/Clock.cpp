@@ -46,25 +46,49 @@ double Clock::now() const {
 
 double Clock::delayUntil( double time ) const { return std::fmax( 0.0, time - now() ); }
 
-double Clock::nextTime() const { return heap_.empty() ? infinity : heap_.front()->timeMin_; }
+double Clock::nextTime() const { return heap_.empty() ? infinity : heap_.front()->due(); }
 
 bool Clock::fireOne() const {
-   while( !heap_.empty() && heap_.front()->timeMin_ <= now() ) {
+   while( !heap_.empty() && heap_.front()->due() <= now() ) {
       Timer & timer = *heap_.front();
-      leave( timer );
-      timer.timeMin_ = infinity;
-      if( timer.kivMarkedForDeletion() )
+      if( timer.kivMarkedForDeletion() ) {
+         leave( timer );
+         timer.timeMin_ = infinity;
          continue;
-      detail::queue().guarded( timer, timeAttribute, [ & ] { timer.onTime(); } );
+      }
+      fire( timer );
       return true;
    }
    return false;
 }
 
+void Clock::fire( Timer & timer ) const {
+   double const time = timer.timeMin_;
+   std::uint64_t const armed = timer.armed_;
+   leave( timer );
+   timer.timeMin_ = infinity;
+   Ptr< Timer > const keep( timer.references() ? &timer : nullptr );
+   auto const outcome = detail::queue().guarded( timer, timeAttribute, timer.failures_,
+                                                 [ & ] { timer.onTime(); } );
+   if( outcome == detail::Outcome::gone )
+      return;
+   if( outcome != detail::Outcome::cutShort || timer.kivMarkedForDeletion() ||
+       !timer.isRegisteredNotifiee() || timer.notifierPtr().get() != this ) {
+      timer.failures_ = 0;
+      timer.restsUntil_ = -infinity;
+      return;
+   }
+   timer.restsUntil_ = now() + detail::restAfter( ++timer.failures_ );
+   timer.timeMin_ = time;
+   timer.armed_ = armed;
+   if( timer.eligible() )
+      enter( timer );
+}
+
 // ------------------------------------------------------------------------------------ the heap
 
 bool Clock::earlier( Timer const & a, Timer const & b ) {
-   return a.timeMin_ != b.timeMin_ ? a.timeMin_ < b.timeMin_ : a.armed_ < b.armed_;
+   return a.due() != b.due() ? a.due() < b.due() : a.armed_ < b.armed_;
 }
 
 void Clock::put( std::uint32_t place, Timer * timer ) const {
@@ -163,6 +187,8 @@ void Clock::NotifieeConst::notifierIs( Ptr< PtrInterface const > const & clock )
       return;
    PtrInterface::NotifieeConst::notifierIs( clock );
    timeMin_ = infinity; // a time on the scale of another clock says nothing here
+   restsUntil_ = -infinity;
+   failures_ = 0;
 }
 
 Name Clock::NotifieeConst::name() const { return notifierPtr() ? Name( "clock" ) : Name(); }

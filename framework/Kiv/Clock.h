@@ -30,7 +30,9 @@ class KIV_EXPORT Clock : public PtrInterface {
       void notifierIs( Ptr< PtrInterface const > const & clock ) override;
       // "clock"; empty while nothing is watched.
       Name name() const override;
-      // The time has come. The timer was disarmed before, so it may be set to any time again.
+      // The time has come. The timer was disarmed before, so it may be set to any time again. One
+      // that an exception has cut short is put back as it was armed, if its callback is to be
+      // delivered again (Notifiee.h), and rests before it fires.
       virtual void onTime();
 
       // Seconds on the scale of now(). A time in the past is due at once; +infinity and NaN
@@ -44,10 +46,14 @@ class KIV_EXPORT Clock : public PtrInterface {
       static constexpr std::uint32_t notQueued = 0xffffffffU;
 
       bool eligible() const;
+      // When it fires: not before it has rested.
+      double due() const { return timeMin_ < restsUntil_ ? restsUntil_ : timeMin_; }
 
       double timeMin_ = infinity;
+      double restsUntil_ = -infinity; // after an exception has cut onTime() short
       std::uint64_t armed_ = 0; // the how many-th arming it was: the order at equal times
       mutable std::uint32_t place_ = notQueued;
+      std::uint32_t failures_ = 0; // in a row
    };
 
    Clock();
@@ -72,6 +78,7 @@ class KIV_EXPORT Clock : public PtrInterface {
    using Timer = NotifieeConst;
 
    static bool earlier( Timer const & a, Timer const & b );
+   void fire( Timer & timer ) const;
    void enter( Timer const & timer ) const;
    void leave( Timer const & timer ) const;
    void settle( std::uint32_t place ) const;

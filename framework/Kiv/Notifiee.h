@@ -17,7 +17,14 @@
 //  - A callback may do anything: delete, detach or re-attach any reactor or object, itself
 //    included. A reactor that is held by a Ptr lives at least until its running callback returns.
 //  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
-//    loop goes on with the next callback.
+//    loop goes on with the next callback. A callback that std::bad_alloc has cut short is delivered
+//    again: at once when nothing else is queued, then, while it keeps failing, after a rest that
+//    grows from a millisecond to a second. It is reported once, and once more with the number of
+//    failures when it has been delivered. A callback cut short by anything else is given up, unless
+//    its reactor said deliveredUntilDoneIs( true ). What is asked for of the same (reactor,
+//    attribute, key) meanwhile is the same callback; the timer of a Clock is put back in the same
+//    way. So write callbacks that may run twice: what they have done by the time something throws
+//    must not keep them from doing it again.
 #pragma once
 
 #include <Kiv/Export.h>
@@ -74,7 +81,8 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    // Called after an exception was reported; empty.
    virtual void onNotificationException();
    virtual void onNotificationException( AttributeId attribute );
-   // A callback for `attribute` has thrown, and std::current_exception() is what. The default
+   // A callback for `attribute` has thrown, and std::current_exception() is what; not called again
+   // while the same callback, delivered again, goes on throwing. The default
    // reports it (what, reactor, attribute) through the trace facility and on standard error,
    // unless it was expected, then calls onNotificationException( attribute ).
    virtual void handleNotificationException( AttributeId attribute );
@@ -94,9 +102,15 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    bool isRegisteredNotifiee() const { return flag( registered ); }
    // How many callbacks are pending. Cost: linear in their number.
    std::size_t pendingNotifications() const;
+   bool deliveredUntilDone() const { return flag( untilDone ); }
 
  protected:
    NotifieeConst();
+
+   // Whether a callback that any exception has cut short is delivered again, as one that
+   // std::bad_alloc cut short always is. Off. For reactors that may not lose a callback and to
+   // which others' code throws.
+   void deliveredUntilDoneIs( bool on ) { flagIs( untilDone, on ); }
 
    // What a class of reactors can watch and be told of; set by its constructor.
    //

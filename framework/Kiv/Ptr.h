@@ -94,7 +94,8 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
       isReactor = 1U << 4,  // the object is a NotifieeConst
       registered = 1U << 5, // it stands in its notifier's list
       queued = 1U << 6,     // what is pending for it stands in the activity's queue
-      keepsParent = 1U << 7 // an entity that holds a reference to its parent
+      keepsParent = 1U << 7, // an entity that holds a reference to its parent
+      untilDone = 1U << 8    // see NotifieeConst::deliveredUntilDoneIs()
    };
    bool flag( Flag f ) const { return ( flags_ & f ) != 0; }
    void flagIs( Flag f, bool on ) const { flags_ = on ? flags_ | f : flags_ & ~Kiv_BitSet{ f }; }

@@ -510,6 +510,20 @@ void reportException( char const * where, String8 const & what ) noexcept {
    } );
 }
 
+void reportRecovery( PtrInterface const * notifier, AttributeId attribute,
+                     unsigned failures ) noexcept {
+   try {
+      Attribute const * const row = notifier ? notifier->fwkType().attribute( attribute ) : nullptr;
+      std::fprintf( stderr,
+                    "kiv: delivered after %u exceptions in a row: %s of a reactor on %s\n",
+                    failures, row ? row->name : "a callback",
+                    oneLine( valueToString( notifier ).view() ).c_str() );
+   } catch( ... ) {
+      std::fprintf( stderr, "kiv: a callback was delivered after %u exceptions in a row\n",
+                    failures );
+   }
+}
+
 } // namespace detail
 
 } // namespace Kiv

@@ -9,7 +9,7 @@
 namespace Kiv::detail {
 
 template< class Call >
-void Queue::guarded( Reactor & reactor, AttributeId attribute, Call call ) {
+Outcome Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call ) {
    assert( !busy_ && "callbacks do not nest" );
    // A reactor without references is destroyed by whoever made it: it cannot be kept.
    Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
@@ -17,14 +17,20 @@ void Queue::guarded( Reactor & reactor, AttributeId attribute, Call call ) {
    busy_ = true;
    current_ = &reactor;
    notifier_ = notifier.get();
+   Outcome outcome = Outcome::done;
    try {
       call();
    } catch( ... ) {
-      failed( reactor, attribute );
+      outcome = failed( reactor, attribute, failures );
    }
+   if( failures > 1 && outcome == Outcome::done )
+      reportRecovery( notifier_, attribute, failures );
+   if( !current_ )
+      outcome = Outcome::gone;
    current_ = nullptr;
    notifier_ = nullptr;
    busy_ = false;
+   return outcome;
 }
 
 // The ring of an object's reactors, in order of registration.

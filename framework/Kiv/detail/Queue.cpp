@@ -6,6 +6,7 @@
 #include <Kiv/Exception.h>
 #include <Kiv/detail/Guarded.h>
 
+#include <algorithm>
 #include <cassert>
 #include <new>
 
@@ -79,6 +80,9 @@ void Queue::release( QueueItem * item ) noexcept {
    item->key = Text();
    item->group = nullptr;
    item->reactor = nullptr;
+   item->failures = 0;
+   if( item == running_.item )
+      return; // until the callback is over
    item->next = pool_;
    pool_ = item;
    ++free_;
@@ -128,6 +132,8 @@ void Queue::pend( QueueItem * item ) noexcept {
 void Queue::take( QueueItem * item ) noexcept {
    if( item->linked )
       unlink( item );
+   else if( item->rests )
+      endRest( item );
    QueueItem *& ring = item->reactor->pending_;
    if( item->nextOfReactor == item ) {
       ring = nullptr;
@@ -154,10 +160,19 @@ void Queue::take( QueueItem * item ) noexcept {
       group->wanted = false;
       break;
    }
-   if( group->pendingKeys == 0 && !group->wanted ) {
-      leave( group );
+   if( group->pendingKeys == 0 && !group->wanted )
+      leaveGroup( group );
+}
+
+// The group of what is delivered at this moment is kept for it.
+void Queue::leaveGroup( QueueItem * group ) noexcept {
+   bool const kept = group->reactor == running_.reactor && group->attribute == running_.attribute &&
+                     group != running_.item && !running_.group;
+   leave( group );
+   if( kept )
+      running_.group = group;
+   else
       release( group );
-   }
 }
 
 // A reactor that is marked, or has no callback for the attribute, is told nothing.
@@ -204,7 +219,7 @@ void Queue::activate( Reactor & reactor ) noexcept {
    QueueItem * const ring = reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         if( !item->linked )
+         if( !item->linked && !item->rests )
             link( item );
          item = item->nextOfReactor;
       } while( item != ring );
@@ -266,6 +281,8 @@ void Queue::deactivate( Reactor & reactor ) noexcept {
       do {
          if( item->linked )
             unlink( item );
+         else if( item->rests )
+            endRest( item );
          item = item->nextOfReactor;
       } while( item != ring );
 }
@@ -279,9 +296,13 @@ void Queue::forget( Reactor & reactor ) noexcept {
    drop( reactor );
    if( current_ == &reactor )
       current_ = nullptr;
+   if( running_.reactor == &reactor )
+      running_.reactor = nullptr;
 }
 
 bool Queue::runOne() {
+   if( empty() && nextTime_ <= now() )
+      resume();
    QueueItem * item = first_.head ? first_.head : second_.head;
    if( !item )
       return false;
@@ -305,8 +326,14 @@ void Queue::deliver( QueueItem * item ) {
    Attribute const & attribute = *item->attribute;
    Form const form = item->form;
    Text const key = item->key;
+   unsigned const failures = item->failures;
+   Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
+   Ptr< PtrInterface const > const notifier = reactor.notifierPtr();
+   running_ = { item, nullptr, &reactor, &attribute };
    take( item );
-   guarded( reactor, attribute.id, [ & ] {
+   if( form == Form::group && item->reactor )
+      running_.item = nullptr; // still the group of keys that are pending
+   Outcome const outcome = guarded( reactor, attribute.id, failures, [ & ] {
       if( form == Form::member )
          attribute.delivery.member( reactor, key );
       else if( form == Form::group )
@@ -314,18 +341,152 @@ void Queue::deliver( QueueItem * item ) {
       else
          attribute.delivery.whole( reactor );
    } );
+   // What is detached or attached elsewhere meanwhile has nothing pending of what it watched.
+   if( outcome == Outcome::cutShort && running_.reactor && hears( reactor, attribute ) &&
+       reactor.isRegisteredNotifiee() && reactor.notifierPtr() == notifier )
+      rest( putBack( form, key ), failures + 1 );
+   endRunning();
 }
 
-void Queue::failed( Reactor & reactor, AttributeId attribute ) {
+void Queue::endRunning() noexcept {
+   Running const ended = running_;
+   running_ = {};
+   if( ended.item )
+      release( ended.item );
+   if( ended.group )
+      release( ended.group );
+}
+
+Outcome Queue::failed( Reactor & reactor, AttributeId attribute, unsigned failures ) {
    if( !current_ ) {
       reportException( "a reactor that is gone", String8() );
-      return;
+      return Outcome::failed;
    }
+   bool again = reactor.deliveredUntilDone();
    try {
-      reactor.handleNotificationException( attribute );
+      throw;
+   } catch( std::bad_alloc const & ) {
+      again = true;
    } catch( ... ) {
-      reportException( "handleNotificationException", String8() );
    }
+   if( !again || failures == 0 ) {
+      try {
+         reactor.handleNotificationException( attribute );
+      } catch( ... ) {
+         reportException( "handleNotificationException", String8() );
+      }
+   }
+   return again ? Outcome::cutShort : Outcome::failed;
+}
+
+// ------------------------------------------------------------------- what was cut short
+
+double restAfter( unsigned failures ) {
+   return failures < 2 ? 0.0 : failures < 12 ? 0.001 * ( 1U << ( failures - 2 ) ) : 1.0;
+}
+
+// The same call, if it has been asked for again while it ran.
+QueueItem * Queue::pendingAgain( Form form, Text const & key ) noexcept {
+   Reactor & reactor = *running_.reactor;
+   if( form == Form::member )
+      return find( reactor, *running_.attribute, form, key,
+                   hashOf( reactor, *running_.attribute, form, key ) );
+   QueueItem * const ring = reactor.pending_;
+   if( QueueItem * item = ring )
+      do {
+         if( item->form == form && item->attribute == running_.attribute )
+            return item;
+         item = item->nextOfReactor;
+      } while( item != ring );
+   return nullptr;
+}
+
+// Makes what is delivered at this moment pending again, from what was kept of it.
+QueueItem * Queue::putBack( Form form, Text const & key ) noexcept {
+   Reactor & reactor = *running_.reactor;
+   Attribute const & attribute = *running_.attribute;
+   if( QueueItem * const again = pendingAgain( form, key ) )
+      return again;
+   auto const taken = [ & ]( QueueItem *& kept, Form f ) {
+      QueueItem * const item = kept;
+      kept = nullptr;
+      item->reactor = &reactor;
+      item->attribute = &attribute;
+      item->form = f;
+      return item;
+   };
+   if( form == Form::whole ) {
+      reactor.pendingAttributes_ |= bitOf( attribute );
+      QueueItem * const item = taken( running_.item, form );
+      pend( item );
+      return item;
+   }
+   std::uint32_t const groupHash = hashOf( reactor, attribute, Form::group, Text() );
+   QueueItem * group = find( reactor, attribute, Form::group, Text(), groupHash );
+   if( !group ) {
+      group = taken( running_.group ? running_.group : running_.item, Form::group );
+      group->hash = groupHash;
+      enter( group );
+   }
+   if( form == Form::group ) {
+      group->wanted = true;
+      pend( group );
+      return group;
+   }
+   QueueItem * const item = taken( running_.item, form );
+   item->key = key;
+   item->hash = hashOf( reactor, attribute, form, key );
+   item->group = group;
+   enter( item );
+   pend( item );
+   ++group->pendingKeys;
+   return item;
+}
+
+void Queue::rest( QueueItem * item, unsigned failures ) noexcept {
+   item->failures = static_cast< std::uint8_t >( std::min( failures, 0xffU ) );
+   if( !item->linked )
+      return; // its reactor has been switched off
+   unlink( item );
+   Resting & list = resting_[ std::min( failures, rests ) - 1 ];
+   if( !list.head )
+      list.until = now() + restAfter( failures );
+   item->previous = list.tail;
+   ( list.tail ? list.tail->next : list.head ) = item;
+   list.tail = item;
+   item->rests = true;
+   nextTime_ = std::min( nextTime_, list.until );
+   timersChanged();
+}
+
+void Queue::endRest( QueueItem * item ) noexcept {
+   Resting & list = resting_[ std::min< unsigned >( item->failures, rests ) - 1 ];
+   ( item->previous ? item->previous->next : list.head ) = item->next;
+   ( item->next ? item->next->previous : list.tail ) = item->previous;
+   item->next = item->previous = nullptr;
+   item->rests = false;
+   nextTime_ = std::numeric_limits< double >::infinity();
+   for( Resting const & r : resting_ )
+      if( r.head )
+         nextTime_ = std::min( nextTime_, r.until );
+   timersChanged();
+}
+
+void Queue::clockChanged() noexcept {
+   for( Resting & list : resting_ )
+      if( list.head )
+         list.until = nextTime_ = -std::numeric_limits< double >::infinity();
+}
+
+// Puts those back into the queue that have rested long enough.
+void Queue::resume() noexcept {
+   double const time = now();
+   for( Resting & list : resting_ )
+      while( list.head && list.until <= time ) {
+         QueueItem * const item = list.head;
+         endRest( item );
+         link( item );
+      }
 }
 
 QueueItem * Queue::find( Reactor const & reactor, Attribute const & attribute, Form form,

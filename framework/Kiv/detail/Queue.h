@@ -4,17 +4,21 @@
 //    first_ :  [R1.timeout] <-> [R2.event "Net"] <-> [R1.event "Net"] <-> ...   served first
 //    second_:  [R2.event, deferred] <-> ...                 served while first_ is empty
 //
+//    resting_: [R3.event "Disk"] ...   were cut short by an exception, and will be delivered again
+//
 // Every item also stands in a ring of its reactor, oldest first, so that dropping what is pending
 // for one reactor costs what is dropped. Items of a reactor whose notifications are off stand in
 // that ring alone. Items with keys, and the groups that count them, are found through a hash
 // table. Items come from a pool, so that a steady state allocates nothing.
 //
 // Invariants:
-//  1. An item stands in first_ or second_ exactly while its reactor is active.
+//  1. An item stands in first_, second_ or resting_ exactly while its reactor is active.
 //  2. For every (reactor, attribute, key) there is at most one member item, and for every
 //     (reactor, attribute) with member items or a deferred call pending exactly one group.
 //  3. A group's `pendingKeys` is the number of its member items; it is in its reactor's ring
 //     exactly while its deferred call is pending.
+//  4. While a callback runs, what it takes to put it back is in running_, so that putting it back
+//     needs no memory.
 #pragma once
 
 #include <Kiv/Notifiee.h>
@@ -22,10 +26,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 namespace Kiv::detail {
 
 enum class Form : std::uint8_t { whole, member, group };
+
+// How long a callback or timer rests that an exception has cut short `failures` times in a row,
+// in seconds: it is tried again at once when everything else that is pending has had its turn, then
+// after a millisecond and, while it keeps failing, after twice as long each time, up to a second.
+// Memory that is short for a moment costs no time, and memory that is short for long no processor.
+double restAfter( unsigned failures );
+
+// What became of a callback.
+enum class Outcome : std::uint8_t {
+   done,
+   failed,   // an exception left it, and it is given up
+   cutShort, // an exception left it, and it is to be delivered again
+   gone,     // its reactor was destroyed meanwhile
+};
 
 struct QueueItem : KivMemPool {
    QueueItem * next = nullptr; // in first_ or second_; in the pool
@@ -43,6 +62,8 @@ struct QueueItem : KivMemPool {
    Form form = Form::whole;
    bool linked = false; // stands in first_ or second_
    bool wanted = false; // of a group: the deferred call is pending
+   bool rests = false;  // stands in resting_
+   std::uint8_t failures = 0; // in a row
 };
 
 class Queue {
@@ -71,16 +92,24 @@ class Queue {
    void activationEnds() noexcept;
 
    bool empty() const { return !first_.head && !second_.head; }
-   // Delivers the next callback; false when there is none. REQUIRES: none is running.
+   // When the first of those that rest is delivered again, in seconds on the activity's clock;
+   // +infinity: none rests.
+   double nextTime() const { return nextTime_; }
+   // Times on the clock before say nothing any more: what rests has rested.
+   void clockChanged() noexcept;
+   // Delivers the next callback, those that have rested long enough after all others; false when
+   // there is none. REQUIRES: none is running.
    bool runOne();
    bool runOldest( Reactor & reactor );
    bool running() const { return busy_; }
    // What the reactor whose callback runs watched when it was called; null when none runs.
    PtrInterface const * notifier() const { return notifier_; }
 
-   // Runs `call` as a callback of `reactor`: keeps the reactor, catches what it throws.
+   // Runs `call` as a callback of `reactor`: keeps the reactor, catches what it throws. A callback
+   // that is to be delivered again is reported at the first of its `failures` in a row only, and
+   // once more with their number when it has been delivered.
    template< class Call >
-   void guarded( Reactor & reactor, AttributeId attribute, Call call );
+   Outcome guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call );
 
    std::size_t pooled() const { return free_; }
 
@@ -99,8 +128,23 @@ class Queue {
    void pend( QueueItem * item ) noexcept;
    static void sortAfter( List & list, QueueItem * last ) noexcept;
    void take( QueueItem * item ) noexcept;
+   void leaveGroup( QueueItem * group ) noexcept;
    void deliver( QueueItem * item );
-   void failed( Reactor & reactor, AttributeId attribute );
+   Outcome failed( Reactor & reactor, AttributeId attribute, unsigned failures );
+
+   // What is delivered at this moment, and its group when that went with it.
+   struct Running {
+      QueueItem * item = nullptr;
+      QueueItem * group = nullptr;
+      Reactor * reactor = nullptr;
+      Attribute const * attribute = nullptr;
+   };
+   void endRunning() noexcept;
+   QueueItem * pendingAgain( Form form, Text const & key ) noexcept;
+   QueueItem * putBack( Form form, Text const & key ) noexcept;
+   void rest( QueueItem * item, unsigned failures ) noexcept;
+   void endRest( QueueItem * item ) noexcept;
+   void resume() noexcept;
 
    QueueItem * find( Reactor const & reactor, Attribute const & attribute, Form form,
                      Text const & key, std::uint32_t hash ) const noexcept;
@@ -109,6 +153,14 @@ class Queue {
 
    List first_;
    List second_;
+   // For each length of rest those that have it; all of them are resumed together.
+   static constexpr unsigned rests = 12;
+   struct Resting : List {
+      double until = 0;
+   };
+   Resting resting_[ rests ];
+   double nextTime_ = std::numeric_limits< double >::infinity();
+   Running running_;
    QueueItem * firstBefore_ = nullptr;  // the ends of both when the activation began
    QueueItem * secondBefore_ = nullptr;
    unsigned activations_ = 0; // under way, nested
@@ -129,5 +181,9 @@ Queue & queue();
 // Tells of an exception that nobody else will: through the trace facility and on standard error.
 // REQUIRES: called while the exception is handled.
 void reportException( char const * where, String8 const & what ) noexcept;
+// Tells that a callback for `attribute` of `notifier` that was cut short `failures` times in a row
+// has been delivered.
+void reportRecovery( PtrInterface const * notifier, AttributeId attribute,
+                     unsigned failures ) noexcept;
 
 } // namespace Kiv::detail
