@@ -4,8 +4,12 @@
 
 #include <Ordovan/ConfigSm.h>
 
+#include <Ordovan/detail/OnException.h>
+
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
+
+#include <exception>
 
 namespace Stage {
 
@@ -150,22 +154,36 @@ Ptr< T > const & notNull( Ptr< T > const & entity, char const * text ) {
    return entity;
 }
 
+ConfigSm * machineOf( ConfigSm & sm ) { return &sm; }
+ConfigSm * machineOf( KivStageStatus & stage ) { return stage.configSm(); }
+
 } // namespace
+
+// A callback; what earlier ones were kept from doing comes first.
+template< class Reactor, class Owner, class Call >
+void ConfigSm::react( Reactor & reactor, Owner * owner, Call call ) {
+   Kiv::detail::toOwner( reactor, owner, [ & ]( Owner & o ) {
+      if( ConfigSm * const machine = machineOf( o ) )
+         machine->settle();
+      call( o );
+   } );
+}
 
 // ------------------------------------------------------------------------------ KivAgentDir
 
 ConfigSm::KivAgentDir::KivAgentDir( Ptr< Kiv::Dir const > const & dir, ConfigSm * configSm )
    : configSm_( configSm ) {
    notifierIs( dir );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 ConfigSm::KivAgentDir::~KivAgentDir() { kivDoZombieReactors( true ); }
 
 void ConfigSm::KivAgentDir::onEntityPtr( Name agent ) {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & sm ) { sm.handleAgent( agent ); } );
+   react( *this, configSm_, [ & ]( ConfigSm & sm ) { sm.handleAgent( agent ); } );
 }
 void ConfigSm::KivAgentDir::onEntityPtrkivImmediate() {
-   Kiv::detail::toOwner( *this, configSm_, []( ConfigSm & sm ) { sm.handleAgent(); } );
+   react( *this, configSm_, []( ConfigSm & sm ) { sm.handleAgent(); } );
 }
 void ConfigSm::KivAgentDir::onEntityPtr() { onEntityPtrkivImmediate(); }
 
@@ -180,6 +198,7 @@ ConfigSm::KivAgentConfig::KivAgentConfig( Ptr< AgentConfig const > const & agent
    : configSm_( configSm ), key_( agent->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    AgentConfig::NotifieeConst::notifierIs( agent );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
    handleEvent();
 }
@@ -188,18 +207,19 @@ ConfigSm::KivAgentConfig::~KivAgentConfig() { kivDoZombieReactors( true ); }
 void ConfigSm::KivAgentConfig::notifierIs( Ptr< PtrInterface const > const & agent ) {
    if( notifierPtr() == agent )
       return;
-   AgentConfig::NotifieeConst::notifierIs( agent );
-   if( kivMarkedForDeletion() )
-      return;
-   isRegisteredNotifieeIs( true );
-   handleEvent();
+   detail::reattach< AgentConfig::NotifieeConst >( *this, agent, [ this ] {
+      if( kivMarkedForDeletion() )
+         return;
+      isRegisteredNotifieeIs( true );
+      handleEvent();
+   } );
 }
 
 void ConfigSm::KivAgentConfig::onEvent( Name stage ) {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) { handleEvent( stage ); } );
+   react( *this, configSm_, [ & ]( ConfigSm & ) { handleEvent( stage ); } );
 }
 void ConfigSm::KivAgentConfig::onEventkivImmediate() {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) { handleEvent(); } );
+   react( *this, configSm_, [ & ]( ConfigSm & ) { handleEvent(); } );
 }
 void ConfigSm::KivAgentConfig::onEvent() { onEventkivImmediate(); }
 
@@ -212,12 +232,13 @@ void ConfigSm::KivAgentConfig::kivDoZombieReactors( bool zombie ) {
 ConfigSm::KivStatus::KivStatus( Ptr< Status > const & status, ConfigSm * configSm )
    : configSm_( configSm ) {
    notifierIs( status );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 ConfigSm::KivStatus::~KivStatus() { kivDoZombieReactors( true ); }
 
 void ConfigSm::KivStatus::onStage( Name name ) {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & sm ) {
+   react( *this, configSm_, [ & ]( ConfigSm & sm ) {
       if( Ptr< StageStatus > const stage = notifier()->stage( name ) )
          sm.stageStatusIs( stage );
       else
@@ -227,7 +248,7 @@ void ConfigSm::KivStatus::onStage( Name name ) {
    } );
 }
 void ConfigSm::KivStatus::onStagekivImmediate() {
-   Kiv::detail::toOwner( *this, configSm_, []( ConfigSm & sm ) { sm.reconcileStages(); } );
+   react( *this, configSm_, []( ConfigSm & sm ) { sm.reconcileStages(); } );
 }
 void ConfigSm::KivStatus::onStage() { onStagekivImmediate(); }
 
@@ -242,6 +263,7 @@ KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * con
    Kiv::KeepDuringConstruction const keep( *this );
    // The overload that is not ours: ours would run the handlers as for a re-attachment.
    StageStatus::Notifiee::notifierIs( Ptr< PtrInterface const >( stage ) );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
    for( auto i = stage->eventIteratorConst(); i; ++i )
       eventConfigIs( i.ptr() );
@@ -256,28 +278,76 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
    Ptr< StageStatus > const before = this->stage();
-   StageStatus::Notifiee::notifierIs( stage );
-   if( kivMarkedForDeletion() )
-      return;
-   if( stage ) {
-      isRegisteredNotifieeIs( true );
-      eventConfigDelAll();
-      reconcileEvents();
-      handleCritical();
-   }
-   withdrawLinks( before );
+   detail::reattach< StageStatus::Notifiee >( *this, stage, [ & ] {
+      left_ = nullptr; // it was the other stage's
+      if( kivMarkedForDeletion() )
+         return;
+      if( stage ) {
+         isRegisteredNotifieeIs( true );
+         eventConfigDelAll();
+         reconcileEvents();
+         handleCritical();
+      }
+      withdrawLinks( before );
+   } );
 }
 
 // The stage is no critical ancestor any more of what only `before`, which it was, depended on.
 void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
    if( !before )
       return;
+   // Whatever a stage throws that decides anew, the others lose the link, too: nobody would come
+   // back for it.
+   std::exception_ptr thrown;
    for( auto i = configSm_->stageStatusIterator(); i; ++i ) {
       if( stage() && stage()->hasDependency( String8( i.key() ) ) )
          continue;
-      if( Ptr< KivStageStatus > const other = i.ptr() )
-         other->criticalAncestorDel( String8( key_ ) );
+      Ptr< KivStageStatus > const other = i.ptr();
+      if( !other || !other->criticalAncestorErase( String8( key_ ) ) )
+         continue;
+      if( thrown ) {
+         other->undecidedIs();
+         continue;
+      }
+      try {
+         other->criticalAncestorNotify( String8( key_ ) );
+      } catch( ... ) {
+         thrown = std::current_exception();
+      }
    }
+   if( thrown )
+      std::rethrow_exception( thrown );
+}
+
+// ---- what callbacks that were cut short have left undone
+
+void KivStageStatus::leftIs( Ptr< EventConfig const > const & event, bool setTimeout ) {
+   left_ = event;
+   leftSetTimeout_ = setTimeout;
+   configSm_->unsettled_ = true;
+}
+void KivStageStatus::undecidedIs() {
+   undecided_ = true;
+   if( configSm_ )
+      configSm_->unsettled_ = true;
+}
+void KivStageStatus::settle() {
+   if( Ptr< EventConfig const > const event = left_ ) {
+      left_ = nullptr;
+      eventHasLeft( event, leftSetTimeout_ );
+   }
+   if( undecided_ ) {
+      undecided_ = false;
+      handleCritical();
+   }
+}
+void ConfigSm::settle() {
+   if( !unsettled_ )
+      return;
+   for( auto i = stageStatusIterator(); i; ++i )
+      if( Ptr< KivStageStatus > const reactor = i.ptr() )
+         reactor->settle();
+   unsettled_ = false;
 }
 
 void KivStageStatus::hasNotificationActiveIs( bool active ) {
@@ -295,11 +365,11 @@ void KivStageStatus::kivDoZombieReactors( bool zombie ) {
 }
 
 void KivStageStatus::onDependency( String8 stage ) {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) { handleDependency( stage ); } );
+   react( *this, configSm_, [ & ]( ConfigSm & ) { handleDependency( stage ); } );
 }
 void KivStageStatus::onDependencykivImmediate() {
    // What went was told by key; what is there is linked again, which changes nothing.
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) {
+   react( *this, configSm_, [ & ]( ConfigSm & ) {
       for( auto i = stage()->dependencyIteratorConst(); i; ++i )
          handleDependency( i.key() );
    } );
@@ -307,7 +377,7 @@ void KivStageStatus::onDependencykivImmediate() {
 void KivStageStatus::onDependency() { onDependencykivImmediate(); }
 
 void KivStageStatus::onEvent( String8 agent ) {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) {
+   react( *this, configSm_, [ & ]( ConfigSm & ) {
       if( Ptr< EventConfig const > const event = stage()->event( agent ) )
          eventConfigIs( event );
       else
@@ -315,7 +385,7 @@ void KivStageStatus::onEvent( String8 agent ) {
    } );
 }
 void KivStageStatus::onEventkivImmediate() {
-   Kiv::detail::toOwner( *this, configSm_, [ & ]( ConfigSm & ) { reconcileEvents(); } );
+   react( *this, configSm_, [ & ]( ConfigSm & ) { reconcileEvents(); } );
 }
 void KivStageStatus::onEvent() { onEventkivImmediate(); }
 
@@ -411,6 +481,7 @@ KivEventConfig::KivEventConfig( Ptr< EventConfig const > const & event,
    : kivStageStatus_( kivStageStatus ), key_( event->agent() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    EventConfig::NotifieeConst::notifierIs( event );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
    handleAll();
 }
@@ -425,27 +496,28 @@ void KivEventConfig::handleAll() {
 void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
    if( notifierPtr() == event )
       return;
-   EventConfig::NotifieeConst::notifierIs( event );
-   if( !event || kivMarkedForDeletion() )
-      return;
-   isRegisteredNotifieeIs( true );
-   handleAll();
+   detail::reattach< EventConfig::NotifieeConst >( *this, event, [ & ] {
+      if( !event || kivMarkedForDeletion() )
+         return;
+      isRegisteredNotifieeIs( true );
+      handleAll();
+   } );
 }
 
 void KivEventConfig::onDependency( String8 stage ) {
-   Kiv::detail::toOwner( *this, kivStageStatus_,
+   react( *this, kivStageStatus_,
                          [ & ]( KivStageStatus & ) { handleDependency( stage ); } );
 }
 void KivEventConfig::onDependencykivImmediate() {
-   Kiv::detail::toOwner( *this, kivStageStatus_,
+   react( *this, kivStageStatus_,
                          [ & ]( KivStageStatus & ) { handleDependency(); } );
 }
 void KivEventConfig::onDependency() { onDependencykivImmediate(); }
 void KivEventConfig::onTimeout() {
-   Kiv::detail::toOwner( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleTimeout(); } );
+   react( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleTimeout(); } );
 }
 void KivEventConfig::onCritical() {
-   Kiv::detail::toOwner( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleCritical(); } );
+   react( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleCritical(); } );
 }
 
 void KivEventConfig::kivDoZombieReactors( bool zombie ) {
@@ -458,6 +530,7 @@ ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & st
                     Ptr< Kiv::Dir const > const & agentDir ) {
    Kiv::KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
+   deliveredUntilDoneIs( true );
    status_ = newStatus( status );
    agentDir_ = newAgentDir( agentDir );
    isRegisteredNotifieeIs( true );

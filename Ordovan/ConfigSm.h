@@ -8,6 +8,10 @@
 
 namespace Stage {
 
+namespace detail {
+class CriticalStack;
+}
+
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
 // every stage name that an agent declares an event for, with the stage's events by agent, the
 // union of their dependencies, the largest of their timeouts, and whether it is critical.
@@ -226,6 +230,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
 
     private:
       friend class ConfigSm;
+      friend class detail::CriticalStack;
 
       template< class F >
       void ownReactors( F f ) {
@@ -238,11 +243,20 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       bool criticalAncestorErase( Kiv::String8 const & name );
       void reconcileEvents();
       void withdrawLinks( Kiv::Ptr< StageStatus > const & before );
+      void eventHasLeft( Kiv::Ptr< EventConfig const > const & event, bool setTimeout );
+
+      // What an exception has kept this from doing, and what does it.
+      void leftIs( Kiv::Ptr< EventConfig const > const & event, bool setTimeout );
+      void undecidedIs();
+      void settle();
 
       ConfigSm * configSm_;
       Kiv::Name const key_;
       EventConfigMap eventConfig_;
       CriticalAncestorMap criticalAncestor_;
+      Kiv::Ptr< EventConfig const > left_; // an event that left, and may have left things behind
+      bool leftSetTimeout_ = false;
+      bool undecided_ = false; // handleCritical() has to run, and push on
    };
 
    using AgentConfigMap = Kiv::HashMap< KivAgentConfig, Kiv::Name >;
@@ -318,6 +332,10 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    // The agent's entry in the directory, null if there is none of that type.
    Kiv::Ptr< AgentConfig > agentEntry( Kiv::Name const & agent ) const;
    void reconcileStages();
+   // Does what callbacks that were cut short have left undone.
+   void settle();
+   template< class Reactor, class Owner, class Call >
+   static void react( Reactor & reactor, Owner * owner, Call call );
    template< class F >
    void ownReactors( F f ) {
       if( status_ )
@@ -334,6 +352,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    Kiv::Ptr< KivAgentDir > agentDir_;
    AgentConfigMap agentConfig_;
    StageStatusMap stageStatus_;
+   bool unsettled_ = false; // some stage owes something
 };
 
 // Makes a ConfigSm without a manager, with its notifications on.

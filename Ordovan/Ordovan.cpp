@@ -20,11 +20,18 @@
 //   suspended    StageSm         the last pending event completes                 -> complete
 //   complete     StageSm         stays; completes again whenever its pending set empties again
 //
+// A handler that an exception has cut short, for want of memory or by what others' code throws into
+// it, is delivered again (Kiv/Notifiee.h). So each either finds its work still to be done when it
+// runs again, or takes back what would keep it from doing it (detail::OnException), or remembers
+// what it owes (KivStageStatus::settle, StageSm::pendingEventChanged). A line of the log may then
+// stand there twice; none is lost.
+//
 // The first words of a handler's first trace are its signature.
 
 #include <Ordovan/Ordovan.h>
 
 #include <Ordovan/detail/CriticalPush.h>
+#include <Ordovan/detail/OnException.h>
 #include <Ordovan/detail/Trace.h>
 
 #include <Kiv/Exception.h>
@@ -184,13 +191,20 @@ void KivStageStatus::handleEventDel( String8 agentName ) {
    std::uint32_t const before = ec->dependencys();
    watched->eventDel( agentName );
    Kiv::assertInvariant( ec->dependencys() == before, "ec->dependencys() == before" );
+   eventHasLeft( ec, eventTimeout == stageTimeout );
+}
+
+// What only the event brought goes with it.
+void KivStageStatus::eventHasLeft( Ptr< EventConfig const > const & ec, bool setTimeout ) {
+   detail::OnException const owed( [ & ] { leftIs( ec, setTimeout ); } );
    // The event is gone from the stage: only the others can keep a dependency now.
    for( auto i = ec->dependencyIteratorConst(); i; ++i ) {
-      ORDOVAN_TRACE( 9, "Handling dependency deletion of ", i.key(), " from event ", ec->uid() );
+      ORDOVAN_TRACE_IN( "handleEventDel", 9, "Handling dependency deletion of ", i.key(),
+                        " from event ", ec->uid() );
       handleDependencyDel( i.key() );
    }
    handleCritical();
-   if( eventTimeout == stageTimeout )
+   if( setTimeout )
       if( Ptr< KivStageStatus > const reactor = configSm()->stageStatus( fwkKey() ) )
          reactor->handleTimeout();
 }
@@ -275,24 +289,22 @@ void KivStageStatus::writeCritical( bool critical ) {
 void KivStageStatus::handleCritical() {
    if( !stage() || !configSm() )
       return;
-   detail::CriticalStack stack;
-   Ptr< KivStageStatus > next( this );
+   detail::CriticalStack stack( *this );
    do {
-      if( next ) {
+      if( Ptr< KivStageStatus > const stage = stack.next ) {
          ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical()", " for stage ",
-                        next->fwkKey(), " critical=", next->stage()->critical() );
-         bool const critical = next->decideCritical();
-         next->writeCritical( critical );
-         stack.push_back( { next, next->notifier()->dependencyIteratorConst(), critical } );
-         next = nullptr;
+                        stage->fwkKey(), " critical=", stage->stage()->critical() );
+         bool const critical = stage->decideCritical();
+         stage->writeCritical( critical );
+         stack.push( { stage, stage->notifier()->dependencyIteratorConst(), critical } );
       }
-      detail::CriticalFrame & frame = stack.back();
+      detail::CriticalFrame & frame = stack.top();
       // In a cycle the push may have come back and made a stage critical whose flag was being taken
       // back. That later decision has been pushed on already; the rest of the earlier one would cut
       // links that hold now.
       bool const overtaken = frame.critical != frame.stage->notifier()->critical();
       if( !frame.dependency || overtaken ) {
-         stack.pop_back();
+         stack.pop();
          continue;
       }
       Name const name( frame.dependency.key() );
@@ -309,8 +321,8 @@ void KivStageStatus::handleCritical() {
          continue;
       ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
                      " key ", self );
-      next = other;
-   } while( next || !stack.empty() );
+      stack.next = other;
+   } while( !stack.done() );
 }
 
 // =============================================================================================
@@ -382,11 +394,13 @@ void StatusSm::handleEnabled() {
    Ptr< Status > const stages = Kiv::valid( status() );
    if( stages->activeStages() != 0 )
       return;
-   if( stageEnableSms() == 0 && stageSms() == 0 )
+   if( stageEnableSms() == 0 && stageSms() == 0 ) {
+      detail::OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
       for( auto i = stages->stageIteratorConst(); i; ++i ) {
          ORDOVAN_TRACE( 8, "Creating Stage Enable Sm for ", i.key() );
          stageEnableSmIs( Ptr< StageStatus const >( i.ptr() ) );
       }
+   }
    if( stages->complete() )
       return;
    logSm()->logIs( "Stage progression started" );
@@ -463,6 +477,7 @@ void StatusSm::handleNextStage() {
       return;
    }
    needRecalculateNextStageIs( false );
+   detail::OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
    Ptr< Status > const stages = Kiv::valid( status() );
    bool const criticalWaiting = criticalStageWaits( *stages );
    bool inactiveStages = false;
@@ -544,12 +559,22 @@ void StatusSm::handleActiveStage( String8 name ) {
    Ptr< StageStatus > const stage = status()->activeStage( name );
    if( !stage )
       return; // it has left again: nothing is torn down
-   if( stageSm( name ) )
+   if( Ptr< StageSm > const held = stageSm( name ) ) {
+      if( held->progressOwed_ )
+         recordProgress( name );
       return; // replaced once
+   }
    ORDOVAN_TRACE( 8, "Replacing Stage Enable Sm with Stage Sm for ", name );
    stageEnableSmDel( name );
    stageSmIs( Ptr< StageStatus const >( stage ), logSm() );
+   recordProgress( name );
+}
+
+void StatusSm::recordProgress( String8 const & name ) {
+   Ptr< StageSm > const sm = stageSm( name );
+   sm->progressOwed_ = true; // until it is written
    Kiv::valid( progress() )->stageIs( name, true );
+   sm->progressOwed_ = false;
 }
 
 void StageSm::handleInitialized() {

@@ -45,6 +45,7 @@ StageEnableSm::StageEnableSm( Ptr< StageStatus const > const & stage, StatusSm *
    : mainSm_( mainSm ), key_( stage->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    StageStatus::NotifieeConst::notifierIs( stage );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 StageEnableSm::~StageEnableSm() { kivDoZombieReactors( true ); }

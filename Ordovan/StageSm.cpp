@@ -4,6 +4,7 @@
 #include <Ordovan/StageSm.h>
 
 #include <Ordovan/StatusSm.h>
+#include <Ordovan/detail/OnException.h>
 
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
@@ -196,6 +197,7 @@ StageSm::KivEvent::KivEvent( Ptr< EventConfig const > const & event, String8 con
    : stageSm_( stageSm ), key_( key ) {
    Kiv::KeepDuringConstruction const keep( *this );
    EventConfig::NotifieeConst::notifierIs( event );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
    handleComplete();
 }
@@ -204,11 +206,12 @@ StageSm::KivEvent::~KivEvent() { kivDoZombieReactors( true ); }
 void StageSm::KivEvent::notifierIs( Ptr< PtrInterface const > const & event ) {
    if( notifierPtr() == event )
       return;
-   EventConfig::NotifieeConst::notifierIs( event );
-   if( !event || kivMarkedForDeletion() )
-      return;
-   isRegisteredNotifieeIs( true );
-   handleComplete();
+   detail::reattach< EventConfig::NotifieeConst >( *this, event, [ & ] {
+      if( !event || kivMarkedForDeletion() )
+         return;
+      isRegisteredNotifieeIs( true );
+      handleComplete();
+   } );
 }
 
 void StageSm::KivEvent::onComplete() {
@@ -230,6 +233,7 @@ StageSm::KivStageUncompleted::KivStageUncompleted( Ptr< Kiv::Clock const > const
    : stageSm_( stageSm ) {
    Kiv::KeepDuringConstruction const keep( *this );
    Kiv::Clock::NotifieeConst::notifierIs( clock );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 StageSm::KivStageUncompleted::~KivStageUncompleted() { kivDoZombieReactors( true ); }
@@ -249,6 +253,7 @@ StageSm::StageSm( Ptr< StageStatus const > const & stage, Ptr< LogSm > const & l
    : logSm_( Kiv::valid( logSm ) ), mainSm_( mainSm ), key_( Kiv::valid( stage )->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    StageStatus::NotifieeConst::notifierIs( stage );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
    mirrorEvents();
    handleInitialized();
@@ -308,20 +313,26 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
    Kept const kept( *this );
-   StageStatus::NotifieeConst::notifierIs( stage );
-   if( !stage || kivMarkedForDeletion() )
-      return;
-   isRegisteredNotifieeIs( true );
+   detail::reattach< StageStatus::NotifieeConst >( *this, stage, [ & ] {
+      if( !stage || kivMarkedForDeletion() )
+         return;
+      isRegisteredNotifieeIs( true );
+      catchUp();
+   } );
+}
+
+// Has been attached to another stage.
+void StageSm::catchUp() {
    // What is incomplete is pending before any event is looked at: else the set could run empty in
    // between, and the stage complete.
-   for( auto i = this->stage()->eventIteratorConst(); i; ++i )
+   for( auto i = stage()->eventIteratorConst(); i; ++i )
       if( !i.ptr()->complete() )
          pendingEventIs( i.ptr() );
    mirrorEvents();
    // An event that this stage does not have would be pending for ever.
    for( auto i = pendingEventIterator(); i; ++i ) {
       Ptr< EventConfig const > const pending = i.ptr()->pendingEvent();
-      if( !pending || this->stage()->event( pending->agent() ) != pending )
+      if( !pending || stage()->event( pending->agent() ) != pending )
          pendingEventDel( i.key() );
    }
 }
@@ -373,6 +384,7 @@ StageSm::newPendingEvent( Ptr< EventConfig const > const & event ) {
 void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
    Kept const kept( *this );
    String8 const uid = Kiv::valid( event )->uid();
+   tellUntold();
    Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
    if( held && held->pendingEvent() == event )
       return;
@@ -380,17 +392,30 @@ void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
       held->pendingEventIs( event );
    else
       pendingEvent_.memberIs( uid, newPendingEvent( event ) );
-   StageSm::handlePendingEvent( uid );
-   pendingEventNotify( uid );
+   pendingEventChanged( uid );
 }
 
 void StageSm::pendingEventDel( String8 const & uid ) {
    Kept const kept( *this );
    String8 const key = uid; // the caller's may belong to what goes
-   if( !pendingEvent_.memberDel( key ) )
+   tellUntold();
+   if( pendingEvent_.memberDel( key ) )
+      pendingEventChanged( key );
+}
+
+// When the reaction is cut short the entry has changed already, and whoever changes it again finds
+// nothing to do: so it is remembered, and made up for by the next who comes.
+void StageSm::pendingEventChanged( String8 const & uid ) {
+   detail::OnException const owed( [ & ] { untold_ = uid; } );
+   StageSm::handlePendingEvent( uid );
+   pendingEventNotify( uid );
+}
+void StageSm::tellUntold() {
+   String8 const uid = untold_;
+   if( uid.empty() )
       return;
-   StageSm::handlePendingEvent( key );
-   pendingEventNotify( key );
+   untold_ = String8();
+   pendingEventChanged( uid );
 }
 
 void StageSm::pendingEventDelAll() {
@@ -417,8 +442,12 @@ Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
    Kept const kept( *this );
    Kiv::valid( event );
    if( Ptr< KivEvent > const held = event_.member( agentName ) ) {
-      if( held->event() != event ) {
+      if( Ptr< EventConfig const > const before = held->event(); before != event ) {
          held->notifierIs( event );
+         detail::OnException const undo( [ & ] {
+            held->EventConfig::NotifieeConst::notifierIs( before );
+            held->isRegisteredNotifieeIs( true );
+         } );
          eventNotify( agentName );
       }
       return held;

@@ -214,6 +214,9 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
          f( *i.ptr() );
    }
    void mirrorEvents();
+   void catchUp();
+   void pendingEventChanged( Kiv::String8 const & uid );
+   void tellUntold();
 
    Kiv::Ptr< LogSm > logSm_;
    StatusSm * mainSm_;
@@ -225,6 +228,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    PendingEventMap pendingEvent_;
    EventMap event_;
    Kiv::Ptr< KivStageUncompleted > stageUncompleted_;
+   Kiv::String8 untold_; // a pending event whose change was not reacted to
+   bool progressOwed_ = false; // the owner has not recorded the stage in its progress
 };
 
 } // namespace Stage

@@ -92,6 +92,7 @@ static_assert( Kiv::numbered( rows ) );
 StatusSm::KivConfig::KivConfig( Ptr< Config const > const & config, StatusSm * statusSm )
    : statusSm_( statusSm ) {
    notifierIs( config );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 StatusSm::KivConfig::~KivConfig() { kivDoZombieReactors( true ); }
@@ -105,6 +106,7 @@ void StatusSm::KivConfig::kivDoZombieReactors( bool zombie ) {
 StatusSm::KivStatus::KivStatus( Ptr< Status > const & status, StatusSm * statusSm )
    : statusSm_( statusSm ) {
    notifierIs( status );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 StatusSm::KivStatus::~KivStatus() { kivDoZombieReactors( true ); }
@@ -122,6 +124,7 @@ StatusSm::KivRecalculateNextStage::KivRecalculateNextStage( Ptr< Kiv::Clock cons
                                                             StatusSm * statusSm )
    : statusSm_( statusSm ) {
    notifierIs( clock );
+   deliveredUntilDoneIs( true );
    isRegisteredNotifieeIs( true );
 }
 StatusSm::KivRecalculateNextStage::~KivRecalculateNextStage() { kivDoZombieReactors( true ); }

@@ -190,6 +190,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    bool criticalStageWaits( Status const & status ) const;
    bool dependenciesSatisfied( Status const & status, StageStatus const & stage ) const;
    bool inProgress( StageStatus const & stage, bool criticalWaiting ) const;
+   void recordProgress( Kiv::String8 const & name );
 
    Kiv::String8 const application_;
    Kiv::Ptr< KivConfig > config_;
