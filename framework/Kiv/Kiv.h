@@ -15,6 +15,7 @@
 #include <Kiv/Log.h>
 #include <Kiv/Memory.h>
 #include <Kiv/Notifiee.h>
+#include <Kiv/Printable.h>
 #include <Kiv/Ptr.h>
 #include <Kiv/Text.h>
 #include <Kiv/Trace.h>

@@ -1,20 +1,20 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <simulation/detail/Text.h>
+#include <Kiv/Printable.h>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using Simulation::Detail::characterLength;
-using Simulation::Detail::printable;
-using Simulation::Detail::quoted;
+using Kiv::characterLength;
+using Kiv::printable;
+using Kiv::quoted;
 
-TEST( Text, OrdinaryTextIsShownAsItIs ) {
+TEST( Printable, OrdinaryTextIsShownAsItIs ) {
    EXPECT_EQ( printable( "network-online.target h\u00f6 \u20ac \U0001F600" ),
               "network-online.target h\u00f6 \u20ac \U0001F600" );
 }
 
-TEST( Text, NothingReachesATerminalThatCouldSteerIt ) {
+TEST( Printable, NothingReachesATerminalThatCouldSteerIt ) {
    EXPECT_EQ( printable( "\x1b[2J" ), R"(\x1b[2J)" );
    EXPECT_EQ( printable( "a\nb\r\t\x7f" ), R"(a\x0ab\x0d\x09\x7f)" );
    EXPECT_EQ( printable( "\u0085\u009b" ), R"(\u0085\u009b)" );
@@ -23,9 +23,9 @@ TEST( Text, NothingReachesATerminalThatCouldSteerIt ) {
    EXPECT_EQ( printable( std::string_view( "\0", 1 ) ), R"(\x00)" );
 }
 
-TEST( Text, QuotedTextStandsBetweenQuotes ) { EXPECT_EQ( quoted( "Boot" ), R"("Boot")" ); }
+TEST( Printable, QuotedTextStandsBetweenQuotes ) { EXPECT_EQ( quoted( "Boot" ), R"("Boot")" ); }
 
-TEST( Text, TheLengthOfACharacterIsTheNumberOfItsBytes ) {
+TEST( Printable, TheLengthOfACharacterIsTheNumberOfItsBytes ) {
    EXPECT_EQ( characterLength( "" ), 0U );
    EXPECT_EQ( characterLength( "ab" ), 1U );
    EXPECT_EQ( characterLength( "\u00f6x" ), 2U );
@@ -33,7 +33,7 @@ TEST( Text, TheLengthOfACharacterIsTheNumberOfItsBytes ) {
    EXPECT_EQ( characterLength( "\U0010FFFFx" ), 4U );
 }
 
-TEST( Text, WhatIsNoCharacterHasNoLength ) {
+TEST( Printable, WhatIsNoCharacterHasNoLength ) {
    for( auto text : { "\x80", "\xbf", "\xc0\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80",
                       "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff",
                       "\xc3", "\xe2\x82", "\xe2\x28\xa1", "\xe2\x82\x28" } ) {
