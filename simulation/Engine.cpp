@@ -10,6 +10,7 @@
 #include <Ordovan/Ordovan.h>
 #include <Stage/Stage.h>
 
+#include <simulation/Reasons.h>
 #include <simulation/Timeline.h>
 #include <simulation/detail/Causes.h>
 #include <simulation/detail/Chronicle.h>
@@ -159,6 +160,8 @@ class Run {
       result.outcome = outcomeOf( result );
       if( result.outcome == Outcome::complete ) {
          result.determined = causes_.determined();
+      } else {
+         result.explanation = explained( *statusSm_, result );
       }
       return result;
    }

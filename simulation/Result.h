@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include <Ordovan/Explain.h>
+
 #include <simulation/Determined.h>
 #include <simulation/Plan.h>
 
@@ -63,6 +65,7 @@ struct Result {
    std::map< std::string, bool > progress;
    // Why it took as long as it did; of a run that is complete.
    std::optional< Determined > determined;
+   Stage::Explanation explanation;  // why the outcome is not `complete`; empty if it is
 };
 
 // The outcome that the other members of `result` amount to.

@@ -19,13 +19,13 @@
 #include <Kiv/Trace.h>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
-#include <simulation/Reasons.h>
 #include <simulation/RecordWriter.h>
 #include <simulation/detail/Text.h>
 #include <tools/Display.h>
 #include <tools/Files.h>
 #include <tools/Options.h>
 #include <tools/PlanFile.h>
+#include <tools/Reasons.h>
 
 namespace Tools {
 
@@ -40,11 +40,10 @@ struct Options {
    double until = Simulation::infinity;
    std::optional< std::string > ring;
    std::uint64_t ringBytes = Flitlog::defaultRingBytes;
+   bool all = false;
    bool quiet = false;
    bool noColor = false;
 };
-
-void complain( std::string_view text ) { fmt::print( stderr, "{}\n", text ); }
 
 bool wantsColour( Options const & options ) {
    auto const set = []( char const * variable ) {
@@ -116,21 +115,14 @@ class Ring {
    bool on_;
 };
 
-// Says what every unfinished stage is waiting for.
+// Says what holds the start-up up.
 void explain( Options const & options, Simulation::Result const & result ) {
    std::fflush( stdout );
    auto const state = Simulation::stateName( result );
    auto const so = result.exhausted ? fmt::format( "did not complete: {}", state )
                                     : fmt::format( "is {} at {} s", state, result.now );
-   complain( fmt::format( "{}: the start-up {}", printable( options.plan ), so ) );
-   auto const reasons = Simulation::reasons( result );
-   for( auto const & reason : reasons ) {
-      complain( reason.sentence );
-   }
-   if( reasons.empty() ) {
-      complain( result.started ? "No stage is unfinished, but no decision has been made since."
-                               : "Progression was never enabled." );
-   }
+   tellReasons( fmt::format( "{}: the start-up {}", printable( options.plan ), so ), result,
+                options.all ? Telling::all : Telling::causes );
 }
 
 Status simulate( Options const & options ) {
@@ -192,6 +184,8 @@ void addSimulate( CLI::App & app, Status & status ) {
          "How much of the latest traces the ring holds, 8M if not said otherwise" )
       ->type_name( "BYTES" )
       ->needs( ring );
+   command->add_flag( "--all", options->all,
+                      "When the start-up does not complete, say of every unfinished stage why" );
    command->add_flag( "--quiet", options->quiet, "Show nothing but errors" );
    command->add_flag( "--no-color", options->noColor,
                       "Show no colours on a terminal; so does NO_COLOR in the environment" );

@@ -240,8 +240,8 @@ TEST_F( ExplainRandom, WhatWaitsForARootAndNothingElseIsLeftWhenAllOthersArePutR
             bool const cycles = std::any_of( e.root.begin(), e.root.end(), []( auto const & one ) {
                return one.kind == Kind::cycle;
             } );
-            // A cycle is put right by taking a dependency away, through which others may have waited
-            // for this root. A decision cannot be put off.
+            // A cycle is put right by taking a dependency away, through which others may have
+            // waited for this root. A decision cannot be put off.
             if( roots == 0 || cycles || e.root[ i ].kind == Kind::decision )
                return;
             auto const root = e.root[ i ];

@@ -71,8 +71,8 @@ TEST( EngineOutcome, AnEventThatIsNeverReportedStallsTheRun ) {
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_EQ( result.t, 1 );
    EXPECT_FALSE( result.stage.at( "Net" ).active );
-   EXPECT_EQ( reasonFor( result, "Boot" ), "stage \"Boot\" is active and waits for the event of "
-                                           "agent \"B\" (pending since 0 s); it has no time limit "
+   EXPECT_EQ( reasonFor( result, "Boot" ), "stage \"Boot\" is active and waits for event "
+                                           "\"Boot:B\" of agent \"B\" (pending since 0 s); it has no time limit "
                                            "and waits for ever." );
    EXPECT_EQ( reasonFor( result, "Net" ),
               "stage \"Net\" waits for stage \"Boot\", which is not complete; it has no time "
@@ -126,8 +126,8 @@ TEST( EngineOutcome, ACriticalStageThatTimesOutSuspendsTheRun ) {
    EXPECT_EQ( boot.timedOutAt, 5 );
    EXPECT_EQ( boot.timeout, 5 );
    EXPECT_EQ( reasonFor( result, "Boot" ),
-              "critical stage \"Boot\" timed out at 5 s and is suspended; it waits for the event "
-              "of agent \"A\" (pending since 0 s), with no time limit any more." );
+              "critical stage \"Boot\" timed out at 5 s and is suspended; it waits for event "
+              "\"Boot:A\" of agent \"A\" (pending since 0 s), with no time limit any more." );
 }
 
 // Boot's time runs from 2 s on, when it starts; nobody reports its event.
@@ -146,7 +146,7 @@ TEST( EngineOutcome, ARunThatIsEndedShowsHowThingsStand ) {
    EXPECT_FALSE( result.exhausted );
    EXPECT_EQ( result.stage.at( "Boot" ).timeIsUp, 32 );
    EXPECT_EQ( reasonFor( result, "Boot" ),
-              "stage \"Boot\" is active and waits for the event of agent \"A\" (pending since "
+              "stage \"Boot\" is active and waits for event \"Boot:A\" of agent \"A\" (pending since "
               "2 s); its time is up at 32 s, in 19.5 s, and it would then be declared complete all the "
               "same." );
    EXPECT_EQ( reasonFor( result, "Net" ),

@@ -46,15 +46,17 @@ TEST_F( Command, ShowsAStartUpThatCompletes ) {
    EXPECT_EQ( run.err, "" );
 }
 
-TEST_F( Command, SaysWhatEachUnfinishedStageWaitsFor ) {
+TEST_F( Command, SaysWhatHoldsAStartUpUp ) {
    auto const run = ordovan( "simulate stalled.yaml" );
    EXPECT_EQ( run.status, 1 );
    EXPECT_TRUE( contains( run.out, "application: stalled after 0 s\n" ) );
    EXPECT_EQ( run.err, "stalled.yaml: the start-up did not complete: stalled\n"
-                       "stage \"Boot\" is active and waits for the event of agent \"A\" (pending "
-                       "since 0 s); it has no time limit and waits for ever.\n"
-                       "stage \"Net\" waits for stage \"Boot\", which is not complete and stage "
-                       "\"Gone\", which no agent has declared; it has no time limit.\n" );
+                       "stage \"Boot\" is active and waits for event \"Boot:A\" of agent \"A\" "
+                       "(pending since 0 s); it has no time limit and waits for ever; 1 more stage "
+                       "waits for this.\n"
+                       "stage \"Gone\" is declared by no agent, but event \"Net:B\" of agent \"B\" "
+                       "depends on it; 1 stage waits for this.\n"
+                       "1 other stage waits for these; --all says for what.\n" );
 }
 
 TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
@@ -63,9 +65,10 @@ TEST_F( Command, EndsAtATimeAndTellsWhatWouldHappen ) {
    EXPECT_EQ( run.status, 1 );
    EXPECT_EQ( run.out, "" );
    EXPECT_EQ( run.err, "p.yaml: the start-up is in progress at 12 s\n"
-                       "critical stage \"Boot\" is active and waits for the event of agent \"A\" "
-                       "(pending since 0 s); its time is up at 30 s, in 18 s, and it would then be "
-                       "suspended, with the message ORDOVAN_STAGE_SLOW.\n" );
+                       "critical stage \"Boot\" is active and waits for event \"Boot:A\" of agent "
+                       "\"A\" (pending since 0 s); its time is up at 30 s, in 18 s, and it would "
+                       "then be suspended, with the message ORDOVAN_STAGE_SLOW; no other stage "
+                       "waits for this.\n" );
    EXPECT_EQ( ordovan( "simulate --quiet --until 40 p.yaml" ).status, 0 );
 }
 
@@ -251,7 +254,7 @@ TEST_F( Command, AStartUpThatIsNeverEnabledIsNotComplete ) {
    auto const run = ordovan( "simulate p.yaml" );
    EXPECT_EQ( run.status, 1 );
    EXPECT_EQ( run.err, "p.yaml: the start-up did not complete: disabled\n"
-                       "Progression was never enabled.\n" );
+                       "progression has not been enabled; no stage waits for this.\n" );
 }
 
 TEST_F( Command, QuietShowsNothingButTheLibrarysOwnLine ) {

@@ -1,0 +1,65 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <tools/Reasons.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <unistd.h>
+
+#include <fmt/format.h>
+#include <simulation/Reasons.h>
+#include <tools/Lines.h>
+
+namespace Tools {
+
+namespace {
+
+using Stage::Explanation;
+
+// The stages that no cause names as its own.
+std::size_t others( Explanation const & explanation ) {
+   std::vector< bool > named( explanation.stage.size() );
+   for( auto const & root : explanation.root ) {
+      for( auto const place : root.of ) {
+         named[ place ] = true;
+      }
+   }
+   std::size_t count = 0;
+   for( bool const one : named ) {
+      count += one ? 0 : 1;
+   }
+   return count;
+}
+
+}  // namespace
+
+void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling ) {
+   auto const columns = columnsOf( STDERR_FILENO );
+   auto const tell = [ columns ]( std::string_view sentence ) {
+      fmt::print( stderr, "{}\n", broken( sentence, columns ) );
+   };
+   tell( heading );
+   for( auto const & cause : Simulation::causes( result ) ) {
+      tell( cause );
+   }
+   if( telling == Telling::all ) {
+      for( auto const & reason : Simulation::reasons( result ) ) {
+         // A stage that is a cause by itself was told with the same words.
+         if( !reason.cause ) {
+            tell( reason.sentence );
+         }
+      }
+   } else if( auto const count = others( result.explanation ); count != 0 ) {
+      tell( count == 1 ? std::string( "1 other stage waits for these; --all says for what." )
+                       : fmt::format( "{} other stages wait for these; --all says for what each of "
+                                      "them does.", count ) );
+   }
+   if( result.explanation.root.empty() ) {
+      tell( "No stage is unfinished, but no decision has been made since." );
+   }
+}
+
+}  // namespace Tools
