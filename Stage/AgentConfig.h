@@ -10,6 +10,10 @@ namespace Stage {
 
 // One agent's events, at most one per stage. Made and written by the agent, which files it in the
 // directory of agents; the stage manager only reads it.
+//
+// It gives out what it holds as const, to its agent as well: an agent that wants to report an event
+// complete, or to change it later, keeps the Ptr< EventConfig > that EventConfigIs() returned
+// (examples/keeps-its-events.cpp).
 class STAGE_EXPORT AgentConfig : public Kiv::Entity {
  public:
    class STAGE_EXPORT NotifieeConst
@@ -31,7 +35,7 @@ class STAGE_EXPORT AgentConfig : public Kiv::Entity {
    ~AgentConfig() override;
    void isNondestructingIs( bool nondestructing ) override;
 
-   // Declared events, by the name of the stage they belong to; null when absent.
+   // Declared events, to be read, by the name of the stage they belong to; null when absent.
    Kiv::Ptr< EventConfig const > event( Kiv::Name const & stage ) const {
       return event_.member( stage );
    }
