@@ -284,12 +284,25 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
          return;
       if( stage ) {
          isRegisteredNotifieeIs( true );
+         dropFormerAncestors();
          eventConfigDelAll();
          reconcileEvents();
          handleCritical();
       }
       withdrawLinks( before );
    } );
+}
+
+// A stage that came back under its name keeps those ancestors that are ancestors still. One that
+// ceased to be while the stage was away took no link back: it found no stage to take it from. The
+// decision about our own flag is the caller's.
+void KivStageStatus::dropFormerAncestors() {
+   for( auto i = criticalAncestorIterator(); i; ++i ) {
+      Ptr< KivStageStatus > const other = configSm_->stageStatus( i.key() );
+      Ptr< StageStatus > const ancestor = other ? other->stage() : Ptr< StageStatus >();
+      if( !ancestor || !ancestor->critical() || !ancestor->hasDependency( String8( key_ ) ) )
+         criticalAncestorErase( i.key() );
+   }
 }
 
 // The stage is no critical ancestor any more of what only `before`, which it was, depended on.

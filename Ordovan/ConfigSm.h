@@ -242,6 +242,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );
       bool criticalAncestorErase( Kiv::String8 const & name );
       void reconcileEvents();
+      void dropFormerAncestors();
       void withdrawLinks( Kiv::Ptr< StageStatus > const & before );
       void eventHasLeft( Kiv::Ptr< EventConfig const > const & event, bool setTimeout );
 

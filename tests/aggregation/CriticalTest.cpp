@@ -101,6 +101,42 @@ TEST( Critical, TheAgentOfTheCriticalEventReleasesAllWhenItLeaves ) {
    EXPECT_EQ( criticalStages( w ), ( Names{} ) );
 }
 
+// While it is away there is no stage to take the link from, and nobody would look at it again.
+TEST( Critical, AStageThatReturnsUnheardIsReleasedByWhoNoLongerDependsOnIt ) {
+   World w;
+   Ptr< ConfigSm > const machine = w.configSm();
+   Ptr< EventConfig > const a = w.declare( "x", "A", { "B", "C" }, 0, true );
+   w.declare( "x", "B" );
+   w.declare( "x", "C" );
+   w.idle();
+   a->dependencyDel( "B" );
+   EXPECT_TRUE( Kiv::activityManager()->runOne() ); // A loses the dependency
+   EXPECT_FALSE( w.stage( "A" )->hasDependency( "B" ) );
+   w.status->stageDel( "B" );
+   EXPECT_TRUE( Kiv::activityManager()->runOne() ); // and would take the link back
+   w.status->stageIs( "B" );
+   w.idle();
+   EXPECT_EQ( criticalStages( w ), ( Names{ "A", "C" } ) );
+   EXPECT_EQ( ancestorsOf( machine, "B" ), ( Names{} ) );
+   EXPECT_EQ( ancestorsOf( machine, "C" ), ( Names{ "A" } ) );
+}
+
+TEST( Critical, AStageThatReturnsUnheardIsCriticalForWhoStillDependsOnIt ) {
+   World w;
+   Ptr< ConfigSm > const machine = w.configSm();
+   w.declare( "x", "A", { "B" }, 0, true );
+   w.declare( "x", "B" );
+   w.idle();
+   Ptr< ConfigSm::KivStageStatus > const reactor = machine->stageStatus( "B" );
+   w.status->stageDel( "B" );
+   w.status->stageIs( "B" );
+   EXPECT_FALSE( w.stage( "B" )->critical() );
+   w.idle();
+   EXPECT_EQ( machine->stageStatus( "B" ), reactor );
+   EXPECT_EQ( criticalStages( w ), ( Names{ "A", "B" } ) );
+   EXPECT_EQ( ancestorsOf( machine, "B" ), ( Names{ "A" } ) );
+}
+
 // Nothing breaks a cycle: each stage is the reason of the next one.
 TEST( Critical, ACycleStaysCriticalAfterTheEventThatStartedItIsNotAnyMore ) {
    World w;

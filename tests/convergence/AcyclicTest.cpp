@@ -36,5 +36,10 @@ TEST( Convergence, StagesAreWhatTheirEventsSayAlsoWhenStagesAndTheAggregationCom
    playMany( { .acyclic = true, .remade = true, .stagesGo = true }, 1000 );
 }
 
+TEST( Convergence, StagesAreWhatTheirEventsSayAlsoWhenStagesReturnBeforeAnybodyHeardThatTheyLeft ) {
+   playMany( { .acyclic = true, .partial = true, .stagesGo = true }, 1000 );
+   playMany( { .acyclic = true, .partial = true, .stagesGo = true, .links = true }, 2000 );
+}
+
 } // namespace
 } // namespace convergence

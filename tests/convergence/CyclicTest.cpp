@@ -25,5 +25,10 @@ TEST( Cycles, TheSameHoldsWhenLittleButLinksChanges ) {
    playMany( { .acyclic = false, .links = true }, 2000 );
 }
 
+TEST( Cycles, TheSameHoldsWhenStagesReturnBeforeAnybodyHeardThatTheyLeft ) {
+   playMany( { .acyclic = false, .partial = true, .stagesGo = true }, 1000 );
+   playMany( { .acyclic = false, .partial = true, .stagesGo = true, .links = true }, 2000 );
+}
+
 } // namespace
 } // namespace convergence

@@ -120,6 +120,10 @@ void History::remake() {
 // --------------------------------------------------------------------------------------- writes
 
 void History::write() {
+   if( kind_.stagesGo && random_.oneIn( 8 ) ) {
+      changeStages();
+      return;
+   }
    if( kind_.links && !random_.oneIn( 20 ) ) {
       changeEvent();
       return;
@@ -336,13 +340,28 @@ void History::changeEvent() {
 
 void History::changeStages() {
    std::string const stage = stages_[ random_.below( static_cast< unsigned >( stages_.size() ) ) ];
-   if( kind_.stagesGo && random_.oneIn( 2 ) ) {
-      w_.status->stageDel( stage );
-      say( "the outside removes " + stage );
+   if( kind_.stagesGo && random_.oneIn( 16 ) ) {
+      w_.status->stageDelAll();
+      say( "the outside removes all stages" );
       return;
    }
-   w_.status->stageIs( stage );
+   bool const goes = kind_.stagesGo && !random_.oneIn( 3 );
+   if( goes ) {
+      w_.status->stageDel( stage );
+      say( "the outside removes " + stage );
+      if( kind_.partial && random_.oneIn( 2 ) )
+         deliverSome();
+   }
+   if( goes && random_.oneIn( 2 ) )
+      return;
+   Ptr< StageStatus > const made = w_.status->stageIs( stage );
    say( "the outside creates " + stage );
+   // What was in it is gone, and no agent declares it again; the outside may put it back.
+   if( goes && random_.oneIn( 2 ) )
+      for( std::string const & agent : agents_ )
+         if( Ptr< AgentConfig > const there = entry( agent ) )
+            if( Ptr< EventConfig const > const event = there->event( stage ) )
+               made->eventIs( event );
 }
 
 // --------------------------------------------------------------------------------------- checks

@@ -52,7 +52,7 @@ struct Kind {
    bool partial = false;
    // The aggregation is sometimes released and made anew.
    bool remade = false;
-   // The outside also removes stages from the status.
+   // The outside also removes stages from the status; some return before that is heard.
    bool stagesGo = false;
    // Nearly all writes change flags and dependencies of events that are there.
    bool links = false;
