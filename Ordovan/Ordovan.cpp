@@ -36,6 +36,7 @@
 
 #include <Kiv/Exception.h>
 
+#include <cmath>
 #include <cstdio>
 #include <limits>
 
@@ -331,13 +332,18 @@ void KivStageStatus::handleCritical() {
 
 namespace {
 
-// In single precision, as a stage's timeout is kept. What does not fit is infinite.
+// To the nearest in single precision, as a stage's timeout is kept. The language leaves open what
+// becomes of a value beyond the largest float; here it is rounded like any other. Less than half a
+// unit of the last place beyond, the largest float is the nearest; from there on, with the tie, it
+// is infinity.
 float narrowed( double seconds ) {
-   double const limit = std::numeric_limits< float >::max();
-   if( seconds > limit )
-      return std::numeric_limits< float >::infinity();
-   if( seconds < -limit )
-      return -std::numeric_limits< float >::infinity();
+   float const infinity = std::numeric_limits< float >::infinity();
+   float const largest = std::numeric_limits< float >::max();
+   double const tooLarge = 0x1.ffffffp127;
+   if( std::fabs( seconds ) >= tooLarge )
+      return seconds < 0 ? -infinity : infinity;
+   if( std::fabs( seconds ) > double{ largest } )
+      return seconds < 0 ? -largest : largest;
    return static_cast< float >( seconds );
 }
 

@@ -221,8 +221,6 @@ TEST( MaximumOfTimeouts, NoNumberIsTakenAndReplacedByTheNextValue ) {
 }
 
 TEST( MaximumOfTimeouts, WhatSinglePrecisionCannotHoldIsInfinite ) {
-   EXPECT_EQ( maximumOf( { largestFloat } ), largestFloat );
-   EXPECT_EQ( maximumOf( { std::nextafter( largestFloat, inf ) } ), inf );
    EXPECT_EQ( maximumOf( { 1e39 } ), inf );
    EXPECT_EQ( maximumOf( { 1e308, 30 } ), inf );
    EXPECT_EQ( maximumOf( { inf } ), inf );
@@ -232,6 +230,19 @@ TEST( MaximumOfTimeouts, WhatSinglePrecisionCannotHoldIsInfinite ) {
    EXPECT_EQ( maximumOf( { nan, -inf } ), -inf );
    EXPECT_EQ( maximumOf( { nan, -largestFloat } ), -largestFloat );
    EXPECT_EQ( maximumOf( { nan, -inf, -inf } ), -inf );
+}
+
+// To the nearest, and of two that are equally near to the even one: the largest float is odd.
+TEST( MaximumOfTimeouts, WhatIsNearestToTheLargestFloatBecomesThat ) {
+   double const half = std::ldexp( 1, 103 ); // of the last place of the largest float
+   EXPECT_EQ( maximumOf( { largestFloat } ), largestFloat );
+   EXPECT_EQ( maximumOf( { std::nextafter( largestFloat, inf ) } ), largestFloat );
+   EXPECT_EQ( maximumOf( { std::nextafter( largestFloat + half, 0 ) } ), largestFloat );
+   EXPECT_EQ( maximumOf( { largestFloat + half } ), inf );
+   EXPECT_EQ( maximumOf( { std::nextafter( largestFloat + half, inf ) } ), inf );
+   EXPECT_EQ( maximumOf( { nan, std::nextafter( -largestFloat, -inf ) } ), -largestFloat );
+   EXPECT_EQ( maximumOf( { nan, std::nextafter( -largestFloat - half, 0 ) } ), -largestFloat );
+   EXPECT_EQ( maximumOf( { nan, -largestFloat - half } ), -inf );
 }
 
 // ------------------------------------------------------------------------------------- traces

@@ -23,11 +23,15 @@ std::string list( std::set< std::string > const & names ) {
    return text + " }";
 }
 
+double constexpr largestFloat = std::numeric_limits< float >::max();
+double constexpr halfAUnitBeyond = 0x1.ffffffp127;
+
 // As aggregation keeps a timeout.
 double narrowed( double seconds ) {
-   double const limit = std::numeric_limits< float >::max();
-   if( std::fabs( seconds ) > limit )
+   if( std::fabs( seconds ) >= halfAUnitBeyond )
       return std::copysign( std::numeric_limits< double >::infinity(), seconds );
+   if( std::fabs( seconds ) > largestFloat )
+      return std::copysign( largestFloat, seconds );
    return static_cast< double >( static_cast< float >( seconds ) );
 }
 
@@ -277,6 +281,10 @@ double History::anyTimeout() {
                                      -1e39,
                                      1e39,
                                      16777217,
+                                     largestFloat,
+                                     0x1.fffffefp127, // rounds to the largest float
+                                     -0x1.fffffefp127,
+                                     halfAUnitBeyond,
                                      std::numeric_limits< double >::quiet_NaN(),
                                      std::numeric_limits< double >::infinity(),
                                      -std::numeric_limits< double >::infinity() };

@@ -574,6 +574,15 @@ class Model {
          tellStage( id, What::dependency, on );
    }
 
+   // Of the 24 bits of a float one more is asked for here: from there on rounding leads out of all
+   // floats. What is less is one of them or, beyond the last, rounds to that.
+   static float inSinglePrecision( double timeout ) {
+      if( timeout >= std::ldexp( ( 1 << 25 ) - 1, 103 ) )
+         return std::numeric_limits< float >::infinity();
+      return static_cast< float >(
+         std::min( timeout, double{ std::numeric_limits< float >::max() } ) );
+   }
+
    void recomputeTimeout( Id id ) {
       Stage & stage = stage_.at( id );
       float largest = 0;
@@ -581,9 +590,7 @@ class Model {
          double const timeout = event( number ).timeout;
          if( largest > timeout )
             continue;
-         largest = timeout > std::numeric_limits< float >::max()
-                      ? std::numeric_limits< float >::infinity()
-                      : static_cast< float >( timeout );
+         largest = inSinglePrecision( timeout );
       }
       stage.timeout = largest;
    }

@@ -13,9 +13,11 @@
 #include <simulation/Engine.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <set>
 #include <sstream>
 
@@ -245,6 +247,22 @@ Simulation::Event event( std::string const & stage, Simulation::Behaviour::Kind 
    made.stage = stage;
    made.complete.kind = complete;
    return made;
+}
+
+TEST( Model, AgreesWithTheLibraryOnTimeoutsAtTheEndOfSinglePrecision ) {
+   double const largest = std::numeric_limits< float >::max();
+   double const half = std::ldexp( 1, 103 ); // of its last place
+   for( auto const & [ timeout, kept ] :
+        { std::pair{ largest, largest }, { std::nextafter( largest, 1e300 ), largest },
+          { std::nextafter( largest + half, 0 ), largest },
+          { largest + half, Simulation::infinity }, { 1e39, Simulation::infinity } } ) {
+      Plan plan;
+      auto late = event( "Late", Simulation::Behaviour::Kind::never );
+      late.timeout = timeout;
+      plan.agent = { { "agent", { late }, {} } };
+      waysOf( plan, number( timeout ) );
+      EXPECT_EQ( playLibrary( plan ).result.stage.at( "Late" ).timeout, kept ) << number( timeout );
+   }
 }
 
 // Disks is critical because Shell, which is critical, waits for it; it is late, and then the agent
