@@ -584,7 +584,7 @@ void StatusSm::recordProgress( String8 const & name ) {
 }
 
 void StageSm::handleInitialized() {
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleInitialized() ", fwkKey() );
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleInitialized() ", name() );
    if( pendingEvents() != 0 ) {
       // Not armed before the pending events were looked at once more.
       stageUncompletedIs( Kiv::activityManager()->clock() );
@@ -605,7 +605,7 @@ void StageSm::handleInitialized() {
 void StageSm::KivEvent::handleComplete() {
    Ptr< EventConfig const > const ev = event();
    ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(), " (stage: ",
-                  stageSm()->fwkKey(), ", agent:", ev->agent(), ")" );
+                  stageSm()->name(), ", agent:", ev->agent(), ")" );
    bool const complete = ev->complete();
    stageSm()->logSm()->logIs( "  event " + ev->uid() + ( complete ? " completed" : " started" ) );
    if( complete )
@@ -615,7 +615,7 @@ void StageSm::KivEvent::handleComplete() {
 }
 
 void StageSm::handleEventDel( String8 agentName ) {
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", fwkKey(), " ",
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", name(), " ",
                   agentName );
    if( !stage() )
       return;
@@ -645,25 +645,25 @@ void StageSm::handlePendingEvent( String8 uid ) {
 // There is no test of `complete` on purpose: whenever the pending set is found empty the stage is
 // completed, also one that a timeout completed before.
 void StageSm::handlePendingEvent() {
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::handlePendingEvent() ", fwkKey() );
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handlePendingEvent() ", name() );
    if( !initialized() ) {
       ORDOVAN_TRACE( 8, "Not initialized.  Return from", " ",
                      "void Stage::StageSm::handlePendingEvent()" );
       return;
    }
    if( pendingEvents() != 0 ) {
-      ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents." );
+      ORDOVAN_TRACE( 8, name(), " has ", pendingEvents(), " pendingEvents." );
       return;
    }
    StatusSm * const owner = mainSm(); // what the message sets off may take it from us
    if( !stage() || !owner )
       return;
    Kept const kept( *this );
-   String8 const text = "stage " + String8( fwkKey() ) + " is complete";
+   String8 const text = "stage " + String8( name() ) + " is complete";
    if( timedOut() ) {
-      ORDOVAN_TRACE( 0, " Stage ", fwkKey(), " completed, but had previously timed out." );
+      ORDOVAN_TRACE( 0, " Stage ", name(), " completed, but had previously timed out." );
       if( stage()->critical() )
-         Kiv::log( ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT, mainSm()->application(), fwkKey() );
+         Kiv::log( ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT, mainSm()->application(), name() );
    }
    if( stageUncompleted() )
       stageUncompleted()->timeMinIs( Kiv::infinity );
@@ -692,7 +692,7 @@ String8 namesOfPending( StageSm const & sm ) {
 } // namespace
 
 void StageSm::handleStageUncompleted() {
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleStageUncompleted() ", fwkKey() );
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleStageUncompleted() ", name() );
    if( !initialized() ) {
       ORDOVAN_TRACE( 8, " not yet initialized; ignore initial handler for timeout." );
       return;
@@ -700,10 +700,10 @@ void StageSm::handleStageUncompleted() {
    if( !stage() || !mainSm() )
       return;
    Kept const kept( *this );
-   ORDOVAN_TRACE( 8, fwkKey(), " has ", pendingEvents(), " pendingEvents remaining" );
+   ORDOVAN_TRACE( 8, name(), " has ", pendingEvents(), " pendingEvents remaining" );
    ORDOVAN_TRACE( 8, " Incomplete events: ", namesOfPending( *this ) );
    // Also for a critical stage, although that one is not completed.
-   logSm()->logIs( "stage " + String8( fwkKey() ) + " is complete (timeout)" );
+   logSm()->logIs( "stage " + String8( name() ) + " is complete (timeout)" );
    if( !stage()->critical() ) {
       // The pending events stay: when the last of them completes, the stage completes again.
       completionTimeIs( Kiv::now() );
@@ -713,13 +713,13 @@ void StageSm::handleStageUncompleted() {
       return;
    }
    String8 const application = mainSm()->application();
-   String8 const name( fwkKey() );
-   Kiv::log( ORDOVAN_STAGE_SLOW, application, name );
+   String8 const slow( name() );
+   Kiv::log( ORDOVAN_STAGE_SLOW, application, slow );
    // The stage first and the application second, a leading blank, no newline and no flush: whoever
    // watches the console knows the line by that.
-   std::printf( " Critical stage %s timed out! %s suspended for debugging.", name.charPtr(),
+   std::printf( " Critical stage %s timed out! %s suspended for debugging.", slow.charPtr(),
                 application.charPtr() );
-   ORDOVAN_TRACE( 0, " Critical stage ", name, " timed out! ", application,
+   ORDOVAN_TRACE( 0, " Critical stage ", slow, " timed out! ", application,
                   " suspended for debugging." );
    timedOutIs( true );
 }

@@ -125,7 +125,7 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    Kiv::Ptr< LogSm > logSm() const { return logSm_; }
    // Null once the StatusSm has let go of this: then it does not react any more.
    StatusSm * mainSm() const { return mainSm_; }
-   // The stage's name: the key in its owner's collection.
+   // The key in its owner's collection: the name of the stage that it was made for.
    Kiv::Name fwkKey() const { return key_; }
 
    // The stage is complete. Never taken back.
