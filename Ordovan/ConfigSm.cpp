@@ -323,7 +323,7 @@ void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
          continue;
       }
       try {
-         other->criticalAncestorNotify( String8( key_ ) );
+         other->criticalAncestorNotify( String8( key_ ), nullptr );
       } catch( ... ) {
          thrown = std::current_exception();
       }
@@ -471,16 +471,19 @@ bool KivStageStatus::criticalAncestorErase( String8 const & name ) {
    return criticalAncestor_.memberDel( name );
 }
 
-void KivStageStatus::criticalAncestorNotify( String8 const & name ) { handleCritical( name ); }
+void KivStageStatus::criticalAncestorNotify( String8 const & name,
+                                             Ptr< KivCriticalAncestor > const & ) {
+   handleCritical( name );
+}
 
 void KivStageStatus::criticalAncestorIs( String8 const & name, bool value ) {
    if( criticalAncestorSet( name, value ) )
-      criticalAncestorNotify( name );
+      criticalAncestorNotify( name, criticalAncestor_.member( name ) );
 }
 void KivStageStatus::criticalAncestorDel( String8 const & name ) {
    String8 const key = name; // the caller's may belong to the entry
    if( criticalAncestorErase( key ) )
-      criticalAncestorNotify( key );
+      criticalAncestorNotify( key, nullptr );
 }
 void KivStageStatus::criticalAncestorDelAll() {
    for( auto i = criticalAncestorIterator(); i; ++i )

@@ -148,11 +148,13 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       using EventConfigIterator = Kiv::OwnedIterator< EventConfigMap, KivStageStatus >;
       using EventConfigIteratorConst = Kiv::OwnedIterator< EventConfigMap, KivStageStatus const >;
       using KivEventConfigIterator = EventConfigIterator;
+      using KivEventConfigIteratorConst = EventConfigIteratorConst;
       using CriticalAncestorMap = Kiv::HashMap< KivCriticalAncestor, Kiv::String8 >;
       using CriticalAncestorIterator = Kiv::OwnedIterator< CriticalAncestorMap, KivStageStatus >;
       using CriticalAncestorIteratorConst =
          Kiv::OwnedIterator< CriticalAncestorMap, KivStageStatus const >;
       using KivCriticalAncestorIterator = CriticalAncestorIterator;
+      using KivCriticalAncestorIteratorConst = CriticalAncestorIteratorConst;
 
       // Makes a reactor for every event that the stage has, then runs handleCritical().
       KivStageStatus( Kiv::Ptr< StageStatus > const & stage, ConfigSm * configSm );
@@ -206,8 +208,9 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       // Removes the entry, then runs handleCritical( name ); nothing when there is none.
       void criticalAncestorDel( Kiv::String8 const & name );
       void criticalAncestorDelAll();
-      // Tells of an entry that has changed: runs handleCritical( name ).
-      void criticalAncestorNotify( Kiv::String8 const & name );
+      // Tells of an entry that has come, changed or, null, gone: runs handleCritical( name ).
+      void criticalAncestorNotify( Kiv::String8 const & name,
+                                   Kiv::Ptr< KivCriticalAncestor > const & criticalAncestor );
       Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
 
       // ---- handlers. One that watches no stage any more does not react.
@@ -264,10 +267,12 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    using AgentConfigIterator = Kiv::OwnedIterator< AgentConfigMap, ConfigSm >;
    using AgentConfigIteratorConst = Kiv::OwnedIterator< AgentConfigMap, ConfigSm const >;
    using KivAgentConfigIterator = AgentConfigIterator;
+   using KivAgentConfigIteratorConst = AgentConfigIteratorConst;
    using StageStatusMap = Kiv::HashMap< KivStageStatus, Kiv::Name >;
    using StageStatusIterator = Kiv::OwnedIterator< StageStatusMap, ConfigSm >;
    using StageStatusIteratorConst = Kiv::OwnedIterator< StageStatusMap, ConfigSm const >;
    using KivStageStatusIterator = StageStatusIterator;
+   using KivStageStatusIteratorConst = StageStatusIteratorConst;
 
    // Catches up with the agents and stages that are there. Notifications are off until
    // hasNotificationActiveIs( true ).

@@ -356,6 +356,8 @@ void StageSm::onEventkivImmediate() {
       mirrorEvents();
 }
 
+void StageSm::onEvent() { onEventkivImmediate(); }
+
 void StageSm::mirrorEvents() {
    Ptr< StageStatus const > const watched = stage();
    for( auto i = watched->eventIteratorConst(); i; ++i )
@@ -408,7 +410,7 @@ void StageSm::pendingEventDel( String8 const & uid ) {
 void StageSm::pendingEventChanged( String8 const & uid ) {
    detail::OnException const owed( [ & ] { untold_ = uid; } );
    StageSm::handlePendingEvent( uid );
-   pendingEventNotify( uid );
+   pendingEventNotify( uid, pendingEvent( uid ) );
 }
 void StageSm::tellUntold() {
    String8 const uid = untold_;
@@ -424,7 +426,7 @@ void StageSm::pendingEventDelAll() {
       pendingEventDel( i.key() );
 }
 
-void StageSm::pendingEventNotify( String8 const & uid ) {
+void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > const & ) {
    Kiv::detail::Change( *this, row( Stage::pendingEvent ), 1 ).queue( uid );
 }
 
@@ -448,7 +450,7 @@ Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
             held->EventConfig::NotifieeConst::notifierIs( before );
             held->isRegisteredNotifieeIs( true );
          } );
-         eventNotify( agentName );
+         eventNotify( agentName, held );
       }
       return held;
    }
@@ -475,7 +477,7 @@ void StageSm::eventDelAll() {
       eventDel( i.key() );
 }
 
-void StageSm::eventNotify( String8 const & agentName ) {
+void StageSm::eventNotify( String8 const & agentName, Ptr< KivEvent > const & ) {
    Kiv::detail::Change( *this, row( Stage::event ), 1 ).queue( agentName );
 }
 

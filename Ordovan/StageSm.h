@@ -101,9 +101,13 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    using PendingEventMap = Kiv::HashMap< KivPendingEvent, Kiv::String8 >;
    using PendingEventIterator = Kiv::OwnedIterator< PendingEventMap, StageSm >;
    using PendingEventIteratorConst = Kiv::OwnedIterator< PendingEventMap, StageSm const >;
+   using KivPendingEventIterator = PendingEventIterator;
+   using KivPendingEventIteratorConst = PendingEventIteratorConst;
    using EventMap = Kiv::HashMap< KivEvent, Kiv::String8 >;
    using EventIterator = Kiv::OwnedIterator< EventMap, StageSm >;
    using EventIteratorConst = Kiv::OwnedIterator< EventMap, StageSm const >;
+   using KivEventIterator = EventIterator;
+   using KivEventIteratorConst = EventIteratorConst;
 
    // Catches up with the stage's events; may complete the stage at once. A range exception for a
    // null stage or logSm. REQUIRES: mainSm is not null and outlives this.
@@ -114,9 +118,9 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    ~StageSm() override;
    // Mirrors the events of another stage; does not run handleInitialized().
    void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
-   using StageStatus::NotifieeConst::onEvent;
    void onEvent( Kiv::String8 agentName ) override;
    void onEventkivImmediate() override;
+   void onEvent() override;
    virtual void kivDoZombieReactors( bool zombie );
 
    static Kiv::KivType const & _fwkType();
@@ -155,7 +159,9 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void pendingEventDel( Kiv::String8 const & uid );
    void pendingEventDelAll();
    Kiv::Ptr< KivPendingEvent > newPendingEvent( Kiv::Ptr< EventConfig const > const & event );
-   void pendingEventNotify( Kiv::String8 const & uid );
+   // Tells the observers of a member that has come, changed or, null, gone. They look it up.
+   void pendingEventNotify( Kiv::String8 const & uid,
+                            Kiv::Ptr< KivPendingEvent > const & pendingEvent );
 
    // ---- one reactor per event, by agent name
 
@@ -170,7 +176,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void eventDelAll();
    Kiv::Ptr< KivEvent > newEvent( Kiv::String8 const & agentName,
                                   Kiv::Ptr< EventConfig const > const & event );
-   void eventNotify( Kiv::String8 const & agentName );
+   // Tells the observers of a member that has come, changed or, null, gone. They look it up.
+   void eventNotify( Kiv::String8 const & agentName, Kiv::Ptr< KivEvent > const & event );
 
    // ---- the slow-stage timer, null when there is none
 

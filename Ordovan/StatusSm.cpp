@@ -116,6 +116,9 @@ void StatusSm::KivStatus::onActiveStage( Name name ) {
    } );
 }
 void StatusSm::KivStatus::onActiveStagekivImmediate() {}
+void StatusSm::KivStatus::onActiveStage() {
+   Kiv::detail::toOwner( *this, statusSm_, []( StatusSm & sm ) { sm.handleActiveStage(); } );
+}
 void StatusSm::KivStatus::kivDoZombieReactors( bool zombie ) {
    Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
 }

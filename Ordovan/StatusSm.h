@@ -44,10 +44,10 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
       KivStatus( Kiv::Ptr< Status > const & status, StatusSm * statusSm );
       ~KivStatus() override;
       StatusSm * statusSm() const { return statusSm_; }
-      using Status::Notifiee::onActiveStage;
       void onActiveStage( Kiv::Name name ) override;
       // Nothing: every stage is told by name.
       void onActiveStagekivImmediate() override;
+      void onActiveStage() override;
       virtual void kivDoZombieReactors( bool zombie );
 
     private:

@@ -447,6 +447,11 @@ TEST( CriticalAncestors, AllCanBeRemovedAndIteratedOver ) {
       EXPECT_EQ( i.ptr()->fwkKey(), i.key() );
    }
    EXPECT_EQ( met, ( Names{ "A", "B", "C" } ) );
+   ConfigSm::KivStageStatus::KivCriticalAncestorIterator const first =
+      s.reactor( "S" )->criticalAncestorIterator();
+   ConfigSm::KivStageStatus::KivCriticalAncestorIteratorConst const firstConst =
+      s.reactor( "S" )->criticalAncestorIteratorConst();
+   EXPECT_EQ( first.ptr(), firstConst.ptr() );
    ASSERT_TRUE( s.w.stage( "T" )->critical() );
    s.reactor( "S" )->criticalAncestorDelAll();
    EXPECT_EQ( s.reactor( "S" )->criticalAncestors(), 0U );
@@ -458,7 +463,7 @@ TEST( CriticalAncestors, TellingOfAnEntryDecides ) {
    Stages s( Graph{ { "S", {} } } );
    s.w.stage( "S" )->criticalIs( true );
    TraceRecorder traces;
-   s.reactor( "S" )->criticalAncestorNotify( "A" );
+   s.reactor( "S" )->criticalAncestorNotify( "A", nullptr );
    EXPECT_FALSE( s.w.stage( "S" )->critical() );
    EXPECT_EQ( traces.taken()[ 0 ], ofStage + "handleCritical(Kiv::String8) key A" );
 }

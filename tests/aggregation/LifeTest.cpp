@@ -284,6 +284,27 @@ TEST( Mutators, TheirIteratorsVisitEveryMember ) {
    EXPECT_EQ( machine->stageStatus( "S" )->eventConfigs(), 0U );
 }
 
+// Each member is a reactor, so the iterators named after the reactors are the same.
+TEST( Mutators, TheirIteratorsAreNamedAfterTheReactorsInBothForms ) {
+   World w;
+   w.declare( "a", "S" );
+   Ptr< ConfigSm > const machine = silentConfigSm( w );
+   ConfigSm::KivAgentConfigIterator const agent = machine->agentConfigIterator();
+   ConfigSm::KivAgentConfigIteratorConst const agentConst = machine->agentConfigIteratorConst();
+   EXPECT_EQ( agent.ptr(), machine->agentConfig( "a" ) );
+   EXPECT_EQ( agentConst.ptr(), machine->agentConfig( "a" ) );
+   ConfigSm::KivStageStatusIterator const stage = machine->stageStatusIterator();
+   ConfigSm::KivStageStatusIteratorConst const stageConst = machine->stageStatusIteratorConst();
+   Ptr< ConfigSm::KivStageStatus > const reactor = machine->stageStatus( "S" );
+   EXPECT_EQ( stage.ptr(), reactor );
+   EXPECT_EQ( stageConst.ptr(), reactor );
+   using Reactor = ConfigSm::KivStageStatus;
+   Reactor::KivEventConfigIterator const event = reactor->eventConfigIterator();
+   Reactor::KivEventConfigIteratorConst const eventConst = reactor->eventConfigIteratorConst();
+   EXPECT_EQ( event.ptr(), reactor->eventConfig( "a" ) );
+   EXPECT_EQ( eventConst.ptr(), reactor->eventConfig( "a" ) );
+}
+
 // ------------------------------------------------------------------------------------- marking
 
 TEST( Marking, AMarkedAggregationIgnoresWhatHappens ) {

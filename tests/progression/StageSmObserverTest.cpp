@@ -188,6 +188,20 @@ TEST_F( StageSmObserverTest, ALateCompletionAfterATimeoutTellsTheNewTimeAlone ) 
       << "it was complete already";
 }
 
+TEST_F( StageSmObserverTest, TellingOfAMemberTellsThemByItsKey ) {
+   newEvent( "S", "a" );
+   activate();
+   told();
+   s->eventNotify( "a", s->event( "a" ) );
+   s->pendingEventNotify( "S:a", s->pendingEvent( "S:a" ) );
+   EXPECT_EQ( told(), ( Lines{ "event a", "pendingEvent S:a" } ) );
+   s->eventNotify( "gone", nullptr );
+   s->pendingEventNotify( "S:gone", nullptr );
+   EXPECT_EQ( told(), ( Lines{ "event gone", "pendingEvent S:gone" } ) );
+   EXPECT_EQ( s->events(), 1U );
+   EXPECT_EQ( s->pendingEvents(), 1U );
+}
+
 TEST_F( StageSmObserverTest, TheDefaultsDoNothing ) {
    newEvent( "S", "a" );
    activate();

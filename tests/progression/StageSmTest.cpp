@@ -449,6 +449,35 @@ TEST_F( StageSmTest, TheDeferredFormBringsTheMirrorIntoLineAndRunsNoHandler ) {
    EXPECT_EQ( texts(), ( Lines{ "  event S:new started" } ) ) << "said by the new event's reactor";
 }
 
+TEST_F( StageSmTest, TheWholeFormIsTheDeferredOne ) {
+   newEvent( "S", "gone" );
+   activate();
+   s->isRegisteredNotifieeIs( false );
+   stage_->eventDel( "gone" );
+   newEvent( "S", "new" );
+   TraceRecorder trace;
+   s->onEvent();
+   EXPECT_EQ( mirrored(), ( Lines{ "new" } ) );
+   EXPECT_EQ( trace.countStarting( "void Stage::StageSm::handleEventDel" ), 0U );
+   s->kivDoZombieReactors( true );
+   stage_->eventDel( "new" );
+   s->onEvent();
+   EXPECT_EQ( mirrored(), ( Lines{ "new" } ) ) << "a marked one reacts";
+}
+
+TEST_F( StageSmTest, ItsIteratorsAreNamedAfterTheReactorsInBothForms ) {
+   newEvent( "S", "a" );
+   activate();
+   Stage::StageSm::KivEventIterator const event = s->eventIterator();
+   Stage::StageSm::KivEventIteratorConst const eventConst = s->eventIteratorConst();
+   EXPECT_EQ( event.ptr(), s->event( "a" ) );
+   EXPECT_EQ( eventConst.ptr(), s->event( "a" ) );
+   Stage::StageSm::KivPendingEventIterator const pendingEvent = s->pendingEventIterator();
+   Stage::StageSm::KivPendingEventIteratorConst const pendingConst = s->pendingEventIteratorConst();
+   EXPECT_EQ( pendingEvent.ptr(), s->pendingEvent( "S:a" ) );
+   EXPECT_EQ( pendingConst.ptr(), s->pendingEvent( "S:a" ) );
+}
+
 TEST_F( StageSmTest, TheDeferredFormFollowsTwoChangesAtOnceAndChangesNothingMore ) {
    activate();
    texts();

@@ -671,6 +671,7 @@ TEST_F( StatusSmTest, ItsEndDetachesItsReactorsAndReleasesItsChildren ) {
    pass( 100 );
    kivConfig->onEnabled();
    kivStatus->onActiveStage( "A" );
+   kivStatus->onActiveStage();
    timer->onTime();
    waits->onCritical();
    EXPECT_EQ( trace.taken(), Lines() );
@@ -711,6 +712,27 @@ TEST_F( StatusSmTest, DestructionRunsNoHandler ) {
    sm = nullptr;
    idle();
    EXPECT_EQ( trace.taken(), Lines() );
+}
+
+TEST_F( StatusSmTest, TheWholeFormOfActiveStageLooksAtEveryActiveStage ) {
+   newEvent( "A", "a" );
+   newEvent( "B", "b" );
+   newStage( "C", { "Nowhere" } );
+   make();
+   // Nothing of this is told by name.
+   sm->kivStatus()->isRegisteredNotifieeIs( false );
+   status->activeStageIs( status->stage( "A" ) );
+   status->activeStageIs( status->stage( "B" ) );
+   TraceRecorder trace;
+   sm->kivStatus()->onActiveStage();
+   EXPECT_EQ( trace.lines().front().text, "void Stage::StatusSm::handleActiveStage()" );
+   EXPECT_TRUE( sm->stageSm( "A" ) && sm->stageSm( "B" ) );
+   EXPECT_FALSE( sm->stageSm( "C" ) );
+   EXPECT_EQ( progress->stages(), 2U );
+   sm->kivStatus()->kivDoZombieReactors( true );
+   trace.clear();
+   sm->kivStatus()->onActiveStage();
+   EXPECT_EQ( trace.taken(), Lines() ) << "a marked reactor reacts";
 }
 
 TEST_F( StatusSmTest, TheDeferredFormOfActiveStageDoesNothing ) {
