@@ -195,7 +195,7 @@ void ConfigSm::KivAgentDir::kivDoZombieReactors( bool zombie ) {
 
 ConfigSm::KivAgentConfig::KivAgentConfig( Ptr< AgentConfig const > const & agent,
                                           ConfigSm * configSm )
-   : configSm_( configSm ), key_( agent->name() ) {
+   : configSm_( configSm ), key_( Kiv::valid( agent )->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    AgentConfig::NotifieeConst::notifierIs( agent );
    deliveredUntilDoneIs( true );
@@ -259,7 +259,7 @@ void ConfigSm::KivStatus::kivDoZombieReactors( bool zombie ) {
 // --------------------------------------------------------------------------- KivStageStatus
 
 KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * configSm )
-   : configSm_( configSm ), key_( stage->name() ) {
+   : configSm_( configSm ), key_( Kiv::valid( stage )->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    // The overload that is not ours: ours would run the handlers as for a re-attachment.
    StageStatus::Notifiee::notifierIs( Ptr< PtrInterface const >( stage ) );
@@ -280,7 +280,7 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    Ptr< StageStatus > const before = this->stage();
    detail::reattach< StageStatus::Notifiee >( *this, stage, [ & ] {
       left_ = nullptr; // it was the other stage's
-      if( kivMarkedForDeletion() )
+      if( kivMarkedForDeletion() || !configSm_ )
          return;
       if( stage ) {
          isRegisteredNotifieeIs( true );
@@ -383,14 +383,17 @@ void KivStageStatus::onDependency( String8 stage ) {
 void KivStageStatus::onDependencykivImmediate() {
    // What went was told by key; what is there is linked again, which changes nothing.
    react( *this, configSm_, [ & ]( ConfigSm & ) {
-      for( auto i = stage()->dependencyIteratorConst(); i; ++i )
-         handleDependency( i.key() );
+      if( Ptr< StageStatus > const watched = stage() )
+         for( auto i = watched->dependencyIteratorConst(); i; ++i )
+            handleDependency( i.key() );
    } );
 }
 void KivStageStatus::onDependency() { onDependencykivImmediate(); }
 
 void KivStageStatus::onEvent( String8 agent ) {
    react( *this, configSm_, [ & ]( ConfigSm & ) {
+      if( !stage() )
+         return;
       if( Ptr< EventConfig const > const event = stage()->event( agent ) )
          eventConfigIs( event );
       else
@@ -404,6 +407,8 @@ void KivStageStatus::onEvent() { onEventkivImmediate(); }
 
 void KivStageStatus::reconcileEvents() {
    Ptr< StageStatus > const watched = stage();
+   if( !watched )
+      return;
    for( auto i = watched->eventIteratorConst(); i; ++i )
       eventConfigIs( i.ptr() );
    for( auto i = eventConfigIterator(); i; ++i )
@@ -494,7 +499,7 @@ void KivStageStatus::criticalAncestorDelAll() {
 
 KivEventConfig::KivEventConfig( Ptr< EventConfig const > const & event,
                                 KivStageStatus * kivStageStatus )
-   : kivStageStatus_( kivStageStatus ), key_( event->agent() ) {
+   : kivStageStatus_( kivStageStatus ), key_( Kiv::valid( event )->agent() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    EventConfig::NotifieeConst::notifierIs( event );
    deliveredUntilDoneIs( true );

@@ -67,7 +67,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       void onEvent() override;
       virtual void kivDoZombieReactors( bool zombie );
 
-      // Brings all stages into line with what the agent declares.
+      // Brings all stages into line with what the agent declares, unless its owner is gone.
       void handleEvent();
       // The same for one stage.
       void handleEvent( Kiv::Name stageName );
@@ -118,6 +118,8 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
          void onCritical() override;
          virtual void kivDoZombieReactors( bool zombie );
 
+         // ---- handlers. One that watches no event or has lost its stage does not react.
+
          void handleDependency();
          void handleDependency( Kiv::String8 name );
          void handleTimeout();
@@ -125,6 +127,9 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
 
        private:
          friend class KivStageStatus;
+         bool reacts() const {
+            return notifierPtr() && kivStageStatus_ && kivStageStatus_->reacts();
+         }
          void handleAll();
          KivStageStatus * kivStageStatus_;
          Kiv::String8 const key_;
@@ -213,7 +218,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
                                    Kiv::Ptr< KivCriticalAncestor > const & criticalAncestor );
       Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
 
-      // ---- handlers. One that watches no stage any more does not react.
+      // ---- handlers. One that watches no stage any more, or has lost its owner, does not react.
 
       // The stage's own dependency on `name` changed, or stage `name` appeared: makes or removes
       // the link to it.
@@ -240,6 +245,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
          for( auto i = eventConfig_.iterator(); i; ++i )
             f( *i.ptr() );
       }
+      bool reacts() const { return notifierPtr() && configSm_; }
       bool decideCritical() const;
       void writeCritical( bool critical );
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );

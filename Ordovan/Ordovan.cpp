@@ -75,6 +75,8 @@ void ConfigSm::handleAgent( Name agentName ) {
 
 void ConfigSm::KivAgentConfig::handleEvent() {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent() ", fwkKey() );
+   if( !configSm() )
+      return;
    if( Ptr< AgentConfig const > const declared = notifier() )
       for( auto i = declared->eventIteratorConst(); i; ++i )
          handleEvent( i.key() );
@@ -87,6 +89,8 @@ void ConfigSm::KivAgentConfig::handleEvent() {
 void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent(Kiv::Name) ", fwkKey(),
                   " ", stageName );
+   if( !configSm() )
+      return;
    String8 const agentName( fwkKey() );
    Ptr< StageStatus > stage = configSm()->status()->stage( stageName );
    Ptr< AgentConfig > const agent = configSm()->agentEntry( fwkKey() );
@@ -132,10 +136,10 @@ using KivStageStatus = ConfigSm::KivStageStatus;
 using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 void KivEventConfig::handleDependency() {
+   if( !reacts() )
+      return;
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency() ",
                   notifier()->uid() );
-   if( !kivStageStatus()->stage() )
-      return;
    // A name in both is handled twice; the second time changes nothing.
    for( auto i = kivStageStatus()->stage()->dependencyIteratorConst(); i; ++i )
       handleDependency( i.key() );
@@ -144,14 +148,14 @@ void KivEventConfig::handleDependency() {
 }
 
 void KivEventConfig::handleDependency( String8 name ) {
+   if( !reacts() )
+      return;
    Ptr< EventConfig const > const event = notifier();
    ORDOVAN_TRACE( 8,
                   "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency("
                   "Kiv::String8) ",
                   event->uid(), " ", "(dependency:", name, ")" );
    Ptr< StageStatus > const stage = kivStageStatus()->stage();
-   if( !stage )
-      return;
    if( event->dependency( name ) && !stage->hasDependency( name ) ) {
       // An event that has left its stage meanwhile brings nothing.
       if( stage->event( fwkKey() ) == event )
@@ -167,9 +171,9 @@ void KivStageStatus::handleDependencyDel( String8 name ) {
    ORDOVAN_TRACE( 8,
                   "void Stage::ConfigSm::KivStageStatus::handleDependencyDel(Kiv::String8)",
                   " for some event in stage ", fwkKey(), " (dependency: ", name, ")" );
-   Ptr< StageStatus > const watched = stage();
-   if( !watched )
+   if( !reacts() )
       return;
+   Ptr< StageStatus > const watched = stage();
    for( auto i = watched->eventIteratorConst(); i; ++i )
       if( i.ptr()->dependency( name ) ) {
          ORDOVAN_TRACE( 9, "Dependency found in event ", i.ptr()->uid() );
@@ -182,9 +186,10 @@ void KivStageStatus::handleDependencyDel( String8 name ) {
 void KivStageStatus::handleEventDel( String8 agentName ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleEventDel(Kiv::String8) ",
                   fwkKey(), " ", "(event:", agentName, ")" );
+   if( !reacts() )
+      return;
    Ptr< StageStatus > const watched = stage();
-   Ptr< EventConfig const > const ec =
-      watched ? watched->event( agentName ) : Ptr< EventConfig const >();
+   Ptr< EventConfig const > const ec = watched->event( agentName );
    if( !ec )
       return;
    double const stageTimeout = watched->timeout();
@@ -214,14 +219,14 @@ void KivStageStatus::handleStage( String8 name ) {
    ORDOVAN_TRACE( 9, "void Stage::ConfigSm::KivStageStatus::handleStage(Kiv::String8)",
                   " for stage ", fwkKey(), " detected stage ", name );
    // A dependency declared before its stage existed had no reactor to link to until now.
-   if( stage() && stage()->hasDependency( name ) )
+   if( reacts() && stage()->hasDependency( name ) )
       handleDependency( name );
 }
 
 void KivStageStatus::handleDependency( String8 name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleDependency(Kiv::String8)",
                   " for stage ", fwkKey(), " (dependency:", name, ")" );
-   if( !stage() || !configSm()->status()->stage( name ) )
+   if( !reacts() || !configSm()->status()->stage( name ) )
       return; // linked when it appears: handleStage
    Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
    if( !other )
@@ -245,6 +250,8 @@ void KivStageStatus::handleDependency( String8 name ) {
 // =============================================================================================
 
 void KivEventConfig::handleCritical() {
+   if( !reacts() )
+      return;
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleCritical() ",
                   notifier()->uid(), " ", " critical=", notifier()->critical() );
    kivStageStatus()->handleCritical();
@@ -288,7 +295,7 @@ void KivStageStatus::writeCritical( bool critical ) {
 // the links to the stages depended upon, which matters when a dependency was added. It ends
 // because setting a link that is set, or removing one that is not there, decides nothing anew.
 void KivStageStatus::handleCritical() {
-   if( !stage() || !configSm() )
+   if( !reacts() )
       return;
    detail::CriticalStack stack( *this );
    do {
@@ -350,15 +357,17 @@ float narrowed( double seconds ) {
 } // namespace
 
 void KivEventConfig::handleTimeout() {
+   if( !reacts() )
+      return;
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleTimeout() ",
                   notifier()->uid(), " ", " timeout=", notifier()->timeout() );
    kivStageStatus()->handleTimeout();
 }
 
 void KivStageStatus::handleTimeout() {
-   Ptr< StageStatus > const watched = stage();
-   if( !watched )
+   if( !reacts() )
       return;
+   Ptr< StageStatus > const watched = stage();
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleTimeout() ", fwkKey(), " ",
                   " timeout=", watched->timeout() );
    float largest = 0;
@@ -409,7 +418,7 @@ void StatusSm::handleEnabled() {
    }
    if( stages->complete() )
       return;
-   logSm()->logIs( "Stage progression started" );
+   Kiv::valid( logSm() )->logIs( "Stage progression started" );
    doNextStage();
 }
 
@@ -424,7 +433,7 @@ void StatusSm::doNextStage() {
       ORDOVAN_TRACE( 8, "not yet initialized" );
       return; // handleInitialized asks again
    }
-   recalculateNextStage()->timeMinIs( Kiv::now() );
+   Kiv::valid( recalculateNextStage() )->timeMinIs( Kiv::now() );
 }
 
 // Whether a critical stage has not been activated yet.
@@ -507,12 +516,12 @@ void StatusSm::handleNextStage() {
       if( !dependenciesSatisfied( *stages, *stage ) )
          continue;
       ORDOVAN_TRACE( 7, "Activating stage ", stage->name() );
-      logSm()->logIs( "stage " + String8( stage->name() ) + " started" );
+      Kiv::valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
       stages->activeStageIs( stage );
    }
    if( !inactiveStages && !incompleteActiveStages ) {
       stages->completeIs( true );
-      logSm()->logIs( "Stage progression is complete" );
+      Kiv::valid( logSm() )->logIs( "Stage progression is complete" );
    } else if( inactiveStages != incompleteActiveStages ) {
       ORDOVAN_TRACE( 8, " Inactive stages? ", inactiveStages, " IncompleteActiveStages? ",
                      incompleteActiveStages );
@@ -524,15 +533,20 @@ void StatusSm::handleNextStage() {
 // =============================================================================================
 
 void StageEnableSm::handleCritical() {
-   if( stage()->critical() )
+   if( !mainSm() )
+      return;
+   if( Kiv::valid( stage() )->critical() )
       mainSm()->doNextStage();
 }
 
 void StageEnableSm::handleDependencyDel( String8 key ) {
-   // A dependency that is there and set cannot have made the stage ready.
-   if( stage()->dependency( key ) )
+   if( !mainSm() )
       return;
-   for( auto i = stage()->dependencyIteratorConst(); i; ++i ) {
+   Ptr< StageStatus const > const watched = Kiv::valid( stage() );
+   // A dependency that is there and set cannot have made the stage ready.
+   if( watched->dependency( key ) )
+      return;
+   for( auto i = watched->dependencyIteratorConst(); i; ++i ) {
       Ptr< StageSm > const sm = mainSm()->stageSm( i.key() );
       if( !sm || !sm->complete() )
          return;
@@ -551,7 +565,7 @@ void StatusSm::handleActiveStage() {
                      "void Stage::StatusSm::handleActiveStage()" );
       return;
    }
-   for( auto i = status()->activeStageIteratorConst(); i; ++i )
+   for( auto i = Kiv::valid( status() )->activeStageIteratorConst(); i; ++i )
       handleActiveStage( String8( i.key() ) );
 }
 
@@ -562,7 +576,7 @@ void StatusSm::handleActiveStage( String8 name ) {
                      "void Stage::StatusSm::handleActiveStage(Kiv::String)", " for stage ", name );
       return;
    }
-   Ptr< StageStatus > const stage = status()->activeStage( name );
+   Ptr< StageStatus > const stage = Kiv::valid( status() )->activeStage( name );
    if( !stage )
       return; // it has left again: nothing is torn down
    if( Ptr< StageSm > const held = stageSm( name ) ) {
@@ -585,6 +599,8 @@ void StatusSm::recordProgress( String8 const & name ) {
 
 void StageSm::handleInitialized() {
    ORDOVAN_TRACE( 8, "void Stage::StageSm::handleInitialized() ", name() );
+   if( !stage() || !mainSm() )
+      return;
    if( pendingEvents() != 0 ) {
       // Not armed before the pending events were looked at once more.
       stageUncompletedIs( Kiv::activityManager()->clock() );
@@ -592,10 +608,10 @@ void StageSm::handleInitialized() {
    }
    initializedIs( true );
    handlePendingEvent();
-   if( pendingEvents() != 0 )
-      stageUncompleted()->timeMinIs( Kiv::now() + stage()->timeout() );
-   else
+   if( pendingEvents() == 0 )
       stageUncompletedDel();
+   else if( stage() && stageUncompleted() )
+      stageUncompleted()->timeMinIs( Kiv::now() + stage()->timeout() );
 }
 
 // =============================================================================================
@@ -604,6 +620,8 @@ void StageSm::handleInitialized() {
 
 void StageSm::KivEvent::handleComplete() {
    Ptr< EventConfig const > const ev = event();
+   if( !ev || !stageSm() )
+      return;
    ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(), " (stage: ",
                   stageSm()->name(), ", agent:", ev->agent(), ")" );
    bool const complete = ev->complete();

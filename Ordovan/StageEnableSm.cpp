@@ -4,6 +4,7 @@
 #include <Ordovan/StatusSm.h>
 
 #include <Kiv/Access.h>
+#include <Kiv/Exception.h>
 
 namespace Stage {
 
@@ -42,7 +43,7 @@ static_assert( Kiv::numbered( rows ) );
 } // namespace
 
 StageEnableSm::StageEnableSm( Ptr< StageStatus const > const & stage, StatusSm * mainSm )
-   : mainSm_( mainSm ), key_( stage->name() ) {
+   : mainSm_( mainSm ), key_( Kiv::valid( stage )->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    StageStatus::NotifieeConst::notifierIs( stage );
    deliveredUntilDoneIs( true );

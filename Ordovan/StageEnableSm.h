@@ -17,7 +17,8 @@ class StatusSm;
 // Owned by its StatusSm, which replaces it by a StageSm when the stage becomes active.
 class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
  public:
-   // Attaches without running a handler. REQUIRES: neither is null, and mainSm outlives this.
+   // Attaches without running a handler. A range exception for a null stage. REQUIRES: mainSm is not
+   // null.
    StageEnableSm( Kiv::Ptr< StageStatus const > const & stage, StatusSm * mainSm );
    Kiv::KivType const & fwkType() const override;
    ~StageEnableSm() override;
@@ -39,6 +40,7 @@ class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
    void stageIs( Kiv::Ptr< StageStatus const > const & stage ) {
       notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( stage ) );
    }
+   // Null once the StatusSm has let go of this: then it does not react any more.
    StatusSm * mainSm() const { return mainSm_; }
    void mainSmIs( StatusSm * mainSm ) { mainSm_ = mainSm; }
    void kivFwkActivityIs( Kiv::Ptr< Kiv::ActivityConfig > const & activity ) {
@@ -46,6 +48,8 @@ class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
    }
    // The stage's name: the key in its owner's collection.
    Kiv::Name fwkKey() const { return key_; }
+
+   // ---- handlers. A range exception while no stage is watched.
 
    // A stage that turned critical can change which stages are next.
    void handleCritical();

@@ -491,11 +491,12 @@ StageSm::newStageUncompleted( Ptr< Kiv::Clock const > const & clock ) {
 }
 
 void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
+   Kiv::valid( clock );
    if( stageUncompleted_ && stageUncompleted_->notifierPtr() == clock )
       return;
    Kiv::detail::Change change( *this, row( Stage::stageUncompleted ), 0 );
    if( stageUncompleted_ )
-      stageUncompleted_->notifierIs( Kiv::valid( clock ) );
+      stageUncompleted_->notifierIs( clock );
    else
       stageUncompleted_ = newStageUncompleted( clock );
    stageUncompleted_->isRegisteredNotifieeIs( true );

@@ -259,6 +259,7 @@ Ptr< LogSm > StatusSm::newLogSm( Ptr< Log > const & log ) {
 }
 
 void StatusSm::recalculateNextStageIs( Ptr< Kiv::Clock const > const & clock ) {
+   Kiv::valid( clock ); // a timer without one would never decide
    if( !recalculateNextStage_ ) {
       recalculateNextStage_ = newRecalculateNextStage( clock );
       return;
@@ -275,7 +276,8 @@ void StatusSm::recalculateNextStageDel() {
 }
 Ptr< StatusSm::KivRecalculateNextStage >
 StatusSm::newRecalculateNextStage( Ptr< Kiv::Clock const > const & clock ) {
-   Ptr< KivRecalculateNextStage > const made = new KivRecalculateNextStage( clock, this );
+   Ptr< KivRecalculateNextStage > const made =
+      new KivRecalculateNextStage( Kiv::valid( clock ), this );
    made->hasNotificationActiveIs( hasNotificationActive() );
    return Kiv::valid( made );
 }

@@ -154,6 +154,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    Kiv::Ptr< KivRecalculateNextStage > recalculateNextStage() const {
       return recalculateNextStage_;
    }
+   // A range exception for null.
    void recalculateNextStageIs( Kiv::Ptr< Kiv::Clock const > const & clock );
    void recalculateNextStageDel();
    Kiv::Ptr< KivRecalculateNextStage >
@@ -162,7 +163,8 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    bool initialized() const { return initialized_; }
    void initializedIs( bool initialized ) { initialized_ = initialized; }
 
-   // ---- handlers and operations
+   // ---- handlers and operations. A range exception ("null ValidPtr") when one comes to need what
+   // was deleted: the configuration, the status, the LogSm, the timer.
 
    void handleInitialized();
    void handleEnabled();
