@@ -259,7 +259,7 @@ Status::Status( Name const & name ) : Entity( name ) {}
 Status::~Status() {
    // A stage that somebody still holds must not point to a parent that is gone.
    for( auto i = stage_.map().iterator(); i; ++i )
-      i.ptr()->ownerGone();
+      i.ptr()->ownerGone( *this );
 }
 void Status::isNondestructingIs( bool on ) {
    nondestructingIs( on, status::rows[ status::isNondestructing ] );
@@ -282,7 +282,8 @@ void Status::stageDel( Name const & name ) {
                           Kiv::detail::itemsFor( *gone, 0 ) );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
-   gone->ownerIs( nullptr, Kiv::noAttribute );
+   if( gone->isChildOf( *this ) ) // somebody may have given it another parent
+      gone->ownerIs( nullptr, Kiv::noAttribute );
 }
 void Status::stageDelAll() {
    std::size_t items = 2 * stages() * Kiv::detail::itemsFor( *this, 1 );

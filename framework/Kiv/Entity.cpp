@@ -83,7 +83,9 @@ void Entity::ownerIs( Entity * parent, AttributeId attribute ) {
    change.queue();
 }
 
-void Entity::ownerGone() noexcept {
+void Entity::ownerGone( Entity const & owner ) noexcept {
+   if( !isChildOf( owner ) )
+      return;
    try {
       ownerIs( nullptr, noAttribute );
    } catch( ... ) {

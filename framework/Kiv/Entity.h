@@ -63,8 +63,11 @@ class KIV_EXPORT Entity : public PtrInterface {
    // For collections that own their members: the parent is not held, and the collection's owner
    // says null before it goes. Tells onParent().
    void ownerIs( Entity * parent, AttributeId attribute );
-   // The same for an owner that is being destroyed: tells as far as there is memory.
-   void ownerGone() noexcept;
+   // The same for a member that `owner`, which is being destroyed, has: tells as far as there is
+   // memory. Nothing when its parent is another by now.
+   void ownerGone( Entity const & owner ) noexcept;
+   // Whether that is the parent. For owners under destruction too, of which no Ptr can be made.
+   bool isChildOf( Entity const & owner ) const { return parent_ == &owner; }
 
    // Queues onIsNondestructing() after isNondestructingIs() changed the flag.
    void nondestructingIs( bool nondestructing, Attribute const & row );

@@ -142,6 +142,23 @@ TEST_F( StatusEntity, LetsGoOfADeletedStageAndOfItsActivity ) {
    EXPECT_NE( status->stageIs( "Net" ), net ) << "another one from then on";
 }
 
+TEST_F( StatusEntity, AStageThatWasGivenAnotherParentKeepsItWhenItsStatusDropsItOrGoes ) {
+   auto const shelf = Kiv::Dir::DirIs( "shelf" );
+   auto const dropped = status->stageIs( "Dropped" );
+   auto const left = status->stageIs( "Left" );
+   auto const own = status->stageIs( "Own" );
+   dropped->parentIs( shelf );
+   left->parentIs( shelf );
+   status->stageDel( "Dropped" );
+   EXPECT_EQ( dropped->parent(), shelf );
+   EXPECT_EQ( dropped->fullName(), String8( "shelf/Dropped" ) );
+   recorder = nullptr;
+   status = nullptr;
+   EXPECT_EQ( dropped->parent(), shelf );
+   EXPECT_EQ( left->parent(), shelf );
+   EXPECT_EQ( own->parent(), nullptr );
+}
+
 TEST_F( StatusEntity, LetsGoOfAllStagesAtOnce ) {
    for( char const * name : { "Boot", "Net", "Disk" } )
       status->activeStageIs( status->stageIs( name ) );
