@@ -303,3 +303,87 @@ TEST_F( ConfigZombies, ADestroyedAggregationIsMarkedBeforeItLetsGo ) {
    loop.deliver();
    EXPECT_FALSE( net->hasNotifiees() && status->hasNotifiees() && dir->hasNotifiees() );
 }
+
+// ---- every kind of reactor, attached and not
+
+namespace {
+
+// Marks the reactor and takes the mark back while it is attached and while it is not.
+template< class Machine >
+void switchesOnlyWhileAttached( char const * kind, Kiv::Ptr< Machine > const & machine ) {
+   Kiv::Ptr< Kiv::PtrInterface const > const nothing;
+   SCOPED_TRACE( kind );
+   machine->hasNotificationActiveIs( true );
+   ASSERT_TRUE( machine->notifierPtr() );
+   machine->kivDoZombieReactors( true );
+   EXPECT_TRUE( machine->kivMarkedForDeletion() );
+   EXPECT_FALSE( machine->hasNotificationActive() ) << "marked while attached";
+   machine->kivDoZombieReactors( false );
+   EXPECT_FALSE( machine->kivMarkedForDeletion() );
+   EXPECT_TRUE( machine->hasNotificationActive() ) << "unmarked while attached";
+
+   machine->notifierIs( nothing );
+   ASSERT_FALSE( machine->notifierPtr() );
+   machine->kivDoZombieReactors( true );
+   EXPECT_TRUE( machine->kivMarkedForDeletion() );
+   EXPECT_TRUE( machine->hasNotificationActive() ) << "marked while not attached";
+   machine->hasNotificationActiveIs( false );
+   machine->kivDoZombieReactors( false );
+   EXPECT_FALSE( machine->kivMarkedForDeletion() );
+   EXPECT_FALSE( machine->hasNotificationActive() ) << "unmarked while not attached";
+}
+
+// What is no reactor is never attached.
+template< class Machine >
+void neverSwitches( char const * kind, Kiv::Ptr< Machine > const & machine ) {
+   SCOPED_TRACE( kind );
+   machine->hasNotificationActiveIs( true );
+   machine->kivDoZombieReactors( true );
+   EXPECT_TRUE( machine->kivMarkedForDeletion() );
+   EXPECT_TRUE( machine->hasNotificationActive() );
+   machine->hasNotificationActiveIs( false );
+   machine->kivDoZombieReactors( false );
+   EXPECT_FALSE( machine->kivMarkedForDeletion() );
+   EXPECT_FALSE( machine->hasNotificationActive() );
+}
+
+} // namespace
+
+TEST_F( ConfigZombies, EveryKindOfItsReactorsIsSwitchedOnlyWhileItIsAttached ) {
+   configSm->hasNotificationActiveIs( true );
+   loop.deliver();
+   Kiv::Ptr< Stage::StageStatus > const other = status->stageIs( "Other" );
+   switchesOnlyWhileAttached( "KivAgentDir", configSm->newAgentDir( dir ) );
+   switchesOnlyWhileAttached( "KivStatus", configSm->newStatus( status ) );
+   switchesOnlyWhileAttached( "KivEventConfig", stage()->newEventConfig( net ) );
+   switchesOnlyWhileAttached( "KivStageStatus", configSm->newStageStatus( other ) );
+   switchesOnlyWhileAttached( "KivAgentConfig", configSm->newAgentConfig( agent ) );
+   switchesOnlyWhileAttached( "ConfigSm", configSm );
+}
+
+// ---- the progression
+
+TEST( StatusZombies, EveryKindOfReactorIsSwitchedOnlyWhileItIsAttached ) {
+   testing_support::Loop loop;
+   auto const config = Stage::Config::ConfigIs( "config" );
+   auto const status = Stage::Status::StatusIs( "status" );
+   auto const net = Stage::EventConfig::EventConfigIs( "Net", "dhcp" );
+   status->stageIs( "Net" )->eventIs( net );
+   auto const clock = Kiv::activityManager()->clock();
+   Kiv::Ptr< Stage::StatusSm > const statusSm =
+      new Stage::StatusSm( "application", config, status, Stage::Progress::ProgressIs( "progress" ),
+                           Stage::Log::LogIs( "log" ) );
+   Kiv::Ptr< Stage::StageStatus const > const stage = status->stage( "Net" );
+   Kiv::Ptr< Stage::StageSm > const stageSm = statusSm->newStageSm( stage, statusSm->logSm() );
+   switchesOnlyWhileAttached( "StatusSm::KivConfig", statusSm->newConfig( config ) );
+   switchesOnlyWhileAttached( "StatusSm::KivStatus", statusSm->newStatus( status ) );
+   switchesOnlyWhileAttached( "StatusSm::KivRecalculateNextStage",
+                              statusSm->newRecalculateNextStage( clock ) );
+   switchesOnlyWhileAttached( "StageEnableSm", statusSm->newStageEnableSm( stage ) );
+   switchesOnlyWhileAttached( "StageSm::KivEvent", stageSm->newEvent( "dhcp", net ) );
+   switchesOnlyWhileAttached( "StageSm::KivStageUncompleted",
+                              stageSm->newStageUncompleted( clock ) );
+   switchesOnlyWhileAttached( "StageSm", stageSm );
+   neverSwitches( "LogSm", statusSm->newLogSm( Stage::Log::LogIs( "log" ) ) );
+   neverSwitches( "StatusSm", statusSm );
+}
