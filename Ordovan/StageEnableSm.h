@@ -17,8 +17,8 @@ class StatusSm;
 // Owned by its StatusSm, which replaces it by a StageSm when the stage becomes active.
 class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
  public:
-   // Attaches without running a handler. A range exception for a null stage. REQUIRES: mainSm is not
-   // null.
+   // Attaches without running a handler. A range exception for a null stage. Without mainSm it asks
+   // nobody for anything.
    StageEnableSm( Kiv::Ptr< StageStatus const > const & stage, StatusSm * mainSm );
    Kiv::KivType const & fwkType() const override;
    ~StageEnableSm() override;

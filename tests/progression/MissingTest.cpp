@@ -146,7 +146,8 @@ TEST_F( MissingTest, AWaitingStageWhoseOwnerIsGoneAsksNobody ) {
 }
 
 TEST_F( MissingTest, AWaitingStageOfWhichTheOwnerWasTakenAsksNobody ) {
-   Ptr< Stage::StageEnableSm > const alone = new Stage::StageEnableSm( status->stage( "B" ), nullptr );
+   Ptr< Stage::StageEnableSm > const alone =
+      new Stage::StageEnableSm( status->stage( "B" ), nullptr );
    status->stage( "C" )->criticalIs( true );
    alone->notifierIs( status->stage( "C" ) );
    waits->mainSmIs( nullptr );
