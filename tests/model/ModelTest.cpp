@@ -355,6 +355,43 @@ TEST( Orders, DecideWhetherAMomentOfBeingCriticalBringsADecisionAbout ) {
    EXPECT_EQ( started, 1U );
 }
 
+// First's release is overtaken: Loop makes it critical again. Other, which First waits for, stays
+// critical whoever of the two is told first; else First and Other would wait for each other.
+TEST( Orders, DecideNothingWhenACycleTakesAReleaseBack ) {
+   auto const after = []( char const * stage, double seconds ) {
+      auto made = event( stage, Simulation::Behaviour::Kind::afterSeconds );
+      made.complete.seconds = seconds;
+      return made;
+   };
+   auto first = after( "First", 1 );
+   first.critical = true;
+   first.dependency = { { "Loop", true }, { "Other", true } };
+   auto loop = after( "Loop", 7 );
+   loop.critical = true;
+   auto other = after( "Other", 1 );
+   other.dependency = { { "Slow", true } };
+   Plan plan;
+   plan.agent = { { "Platform", { first, loop, other, after( "Slow", 3 ) }, {} } };
+   plan.timeline.push_back(
+      { 1,
+        Simulation::Set{ "Platform", "Loop", { Simulation::DependencyWrite{ "First", true } } },
+        {},
+        {},
+        {} } );
+   plan.timeline.push_back(
+      { 1,
+        Simulation::Set{ "Platform", "First", { Simulation::CriticalWrite{ false } } },
+        {},
+        {},
+        {} } );
+   auto const ways = waysOf( plan, "a release taken back" );
+   ASSERT_EQ( ways.size(), 1U );
+   std::string const & way = *ways.begin();
+   EXPECT_NE( way.find( "3 stage Other started\n" ), way.npos );
+   EXPECT_NE( way.find( "8 Stage progression is complete\n" ), way.npos );
+   EXPECT_NE( way.find( "Other: active complete critical" ), way.npos );
+}
+
 // One agent hands a stage over to another. If it goes before the other comes, the stage is complete
 // in between, and stays so.
 TEST( Orders, OfWritesDecideWhetherAStageIsCompleteBetweenTwoAgents ) {
