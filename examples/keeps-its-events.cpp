@@ -11,9 +11,7 @@ class Agent : public Stage::Status::NotifieeConst {
    Agent( Kiv::Name const & name, Kiv::Ptr< Kiv::Dir > const & agents,
           Kiv::Ptr< Stage::Status > const & status )
       : config_( Stage::AgentConfig::AgentConfigIs( name ) ) {
-      notifierIs( status );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( status );
       agents->entityPtrIs( config_ );
    }
    // Declares an event for the stage, with dependencies and all that its caller writes to it.

@@ -17,9 +17,7 @@ void say( Kiv::Name const & stage, char const * what ) {
 class StageWatch : public Stage::StageSm::NotifieeConst {
  public:
    explicit StageWatch( Kiv::Ptr< Stage::StageSm > const & stage ) {
-      notifierIs( stage );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( stage );
    }
    void onTimedOut() override {
       say( stage(), notifier()->complete() ? "is late, and is given up"
@@ -42,9 +40,7 @@ class Robot : public Stage::Status::NotifieeConst {
    Robot( Kiv::Ptr< Kiv::Dir > const & agents, Kiv::Ptr< Stage::Status > const & status,
           Kiv::Ptr< Stage::StatusSm > const & progression )
       : progression_( progression ) {
-      notifierIs( status );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( status );
       agents->entityPtrIs( config_ );
    }
    // Its event of the stage, which takes `seconds` and may take `timeout`.
@@ -70,9 +66,7 @@ class Robot : public Stage::Status::NotifieeConst {
    struct Part : Kiv::Clock::NotifieeConst {
       Part( Kiv::Name const & stage, Kiv::Name const & agent, double s )
          : event( Stage::EventConfig::EventConfigIs( stage, agent ) ), seconds( s ) {
-         notifierIs( Kiv::activityManager()->clock() );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( Kiv::activityManager()->clock() );
       }
       void begin() { timeMinIs( Kiv::now() + seconds ); }
       void onTime() override { event->completeIs( true ); }

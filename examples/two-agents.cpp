@@ -11,9 +11,7 @@ struct Agent : Stage::Status::NotifieeConst {
         event( Stage::EventConfig::EventConfigIs( stage, name ) ) {
       config->eventIs( stage, event );
       agents->entityPtrIs( config );
-      notifierIs( status );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( status );
    }
    using NotifieeConst::onActiveStage;
    void onActiveStage( Kiv::Name stage ) override {

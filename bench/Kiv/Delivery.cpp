@@ -17,9 +17,7 @@ namespace {
 class Watcher : public Stage::EventConfig::NotifieeConst {
  public:
    explicit Watcher( Kiv::Ptr< Stage::EventConfig > const & event ) {
-      notifierIs( event );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( event );
    }
    using NotifieeConst::onDependency;
    void onComplete() override { ++calls_; }

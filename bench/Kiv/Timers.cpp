@@ -16,9 +16,7 @@ namespace {
 class Timer : public Kiv::Clock::NotifieeConst {
  public:
    Timer( Kiv::Ptr< Kiv::Clock > const & clock, Random & random ) : random_( random ) {
-      notifierIs( clock );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( clock );
       timeMinIs( random_.fraction() );
    }
    void onTime() override { timeMinIs( Kiv::now() + random_.fraction() ); }

@@ -26,9 +26,7 @@ class World : public Stage::Status::NotifieeConst {
    void eventAdd( Kiv::Ptr< Stage::EventConfig > const & event ) { event_.push_back( event ); }
    void watch( Kiv::Ptr< Stage::Status > const & status, Kiv::Ptr< Stage::Log > const & log ) {
       log_ = log;
-      notifierIs( status );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      NotifieeConst::watch( status );
    }
    using Stage::Status::NotifieeConst::onActiveStage;
    void onActiveStage( Kiv::Name stage ) override {

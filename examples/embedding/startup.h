@@ -24,9 +24,7 @@ class Agent : public Stage::Status::NotifieeConst {
         event_( Stage::EventConfig::EventConfigIs( stage, name ) ) {
       config_->eventIs( stage, event_ );
       agents->entityPtrIs( config_ );
-      notifierIs( status );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( status );
    }
    using NotifieeConst::onActiveStage;
    void onActiveStage( Kiv::Name stage ) override {
@@ -65,9 +63,7 @@ class Platform : public Agent {
  private:
    struct Timer : Kiv::Clock::NotifieeConst {
       explicit Timer( Platform & platform ) : platform_( platform ) {
-         notifierIs( Kiv::activityManager()->clock() );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( Kiv::activityManager()->clock() );
       }
       void onTime() override { platform_.test(); }
       Platform & platform_;

@@ -20,6 +20,8 @@ class KIV_EXPORT Entity : public PtrInterface {
    // Watches an entity for what every entity has.
    class KIV_EXPORT NotifieeConst : public PtrInterface::NotifieeConst {
     public:
+      // As NotifieeOf has it, for an entity of any type.
+      void watch( Ptr< Entity const > const & entity ) { watchObject( entity ); }
       // The entity's name; empty while nothing is watched.
       Name name() const override;
       virtual void onParent();

@@ -110,6 +110,19 @@ void Reactor::notifierIs( Ptr< PtrInterface const > const & notifier ) {
    notifier_ = next;
 }
 
+void Reactor::watchObject( Ptr< PtrInterface const > const & object ) {
+   notifierIs( object );
+   if( !notifier_ )
+      return;
+   try {
+      isRegisteredNotifieeIs( true );
+   } catch( ... ) {
+      notifierIs( nullptr );
+      throw;
+   }
+   hasNotificationActiveIs( true );
+}
+
 void Reactor::handleNotification( ActivityConfig * ) {
    if( !detail::queue().running() )
       detail::queue().runOldest( *this );

@@ -16,6 +16,7 @@
 //    unregistering and destroying.
 //  - A callback may do anything: delete, detach or re-attach any reactor or object, itself
 //    included. A reactor that is held by a Ptr lives at least until its running callback returns.
+//  - A reactor of one's own watches by one call, watch( object ), whose comment says what that takes.
 //  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
 //    loop goes on with the next callback. A callback that std::bad_alloc has cut short is delivered
 //    again: at once when nothing else is queued, then, while it keeps failing, after a rest that
@@ -46,9 +47,10 @@ class Queue;
 // Base of every reactor.
 //
 // Owned by whoever made it, like any counted object; holds a reference to what it watches, so
-// that a watched object outlives its reactors. Attaching does not register: a constructor that
-// wants notifications says isRegisteredNotifieeIs( true ), and they are delivered once
-// hasNotificationActiveIs( true ) was said.
+// that a watched object outlives its reactors. To be told of changes takes three things: being
+// attached (notifierIs), being registered (isRegisteredNotifieeIs), from where on changes are queued,
+// and being switched on (hasNotificationActiveIs), from where on they are delivered. The typed
+// reactors' watch() does all three; forgetting one of them is not noticed by anything.
 class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
  public:
    void hasNotificationActiveIs( bool active ) override;
@@ -112,6 +114,9 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    // which others' code throws.
    void deliveredUntilDoneIs( bool on ) { flagIs( untilDone, on ); }
 
+   // What watch() of every type does.
+   void watchObject( Ptr< PtrInterface const > const & object );
+
    // What a class of reactors can watch and be told of; set by its constructor.
    //
    // Whether an object is of the type that is watched.
@@ -135,12 +140,31 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 };
 
 // What the NotifieeConst of every type E adds, without a virtual operation of its own: what is
-// watched, as an E, and the refusal of anything else.
+// watched, as an E, the refusal of anything else, and one call that does all that watching takes.
 template< class E, class Base >
 class NotifieeOf : public Base {
  public:
    // Null while nothing is watched.
    Ptr< E const > notifier() const { return static_cast< E const * >( this->notifierPtr().get() ); }
+
+   // Watches this object from now on, and is told of its changes: attaches, registers, and switches
+   // notifications on. Can be said in a constructor. What the object is like already is not told:
+   // whoever needs it looks.
+   //
+   // Another object takes the place of the one before, and what was queued for that is dropped; null
+   // stops, in the same way. For the object that is watched already it makes good what was missing of
+   // the three, and drops nothing.
+   //
+   // The reactor belongs in a Ptr, which somebody keeps: it is told of nothing once that is gone, and
+   // a reactor without one may not be destroyed by what its own callback does. It holds the object.
+   //
+   // Throws std::bad_alloc, for a timer (Clock) only; nothing is watched then. Cost: some stores.
+   //
+   // Not for the reactors that a state machine makes: they are switched on and off with their owner,
+   // and switched on too early they would be told before the owner is complete. Not on a state machine
+   // itself either. Those say notifierIs() and isRegisteredNotifieeIs(), and leave the rest to the
+   // owner.
+   void watch( Ptr< E const > const & object ) { this->watchObject( object ); }
 
  protected:
    NotifieeOf() {
@@ -156,6 +180,8 @@ template< class E, class Base >
 class WritingNotifieeOf : public Base {
  public:
    Ptr< E > notifier() const { return const_cast< E * >( Base::notifier().get() ); }
+   // As NotifieeOf has it, but not for an object that may only be read.
+   void watch( Ptr< E > const & object ) { Base::watch( object ); }
    using Base::notifierIs;
    void notifierIs( Ptr< E > const & object ) {
       this->notifierIs( Ptr< PtrInterface const >( object ) );

@@ -32,9 +32,7 @@ StageWatch::StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
    , chronicle_( chronicle )
    , causes_( causes )
    , activeSince_( Kiv::now() ) {
-   notifierIs( stageSm );
-   isRegisteredNotifieeIs( true );
-   hasNotificationActiveIs( true );
+   watch( stageSm );
    for( auto i = stageSm->pendingEventIterator(); i; ++i ) {
       lookAtPending( i.key() );
    }
@@ -118,9 +116,7 @@ void StageWatch::lookAtPending( Kiv::String8 const & uid ) {
 DependencyWatch::DependencyWatch( Kiv::Ptr< Stage::StageStatus const > const & stage,
                                   Chronicle & chronicle, Causes & causes )
    : chronicle_( chronicle ), causes_( causes ) {
-   notifierIs( stage );
-   isRegisteredNotifieeIs( true );
-   hasNotificationActiveIs( true );
+   watch( stage );
    for( auto i = stage->dependencyIteratorConst(); i; ++i ) {
       look( i.key() );
    }
@@ -142,9 +138,7 @@ StatusWatch::StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
    , chronicle_( chronicle )
    , reports_( reports )
    , causes_( causes ) {
-   notifierIs( status );
-   isRegisteredNotifieeIs( true );
-   hasNotificationActiveIs( true );
+   watch( status );
    for( auto i = status->stageIteratorConst(); i; ++i ) {
       stageKnown( i.key() );
    }

@@ -21,9 +21,7 @@ namespace {
 class Recorder : public Dir::NotifieeConst {
  public:
    Recorder( Ptr< Dir const > const & dir, Trail & trail ) : trail_( trail ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( dir ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( dir );
    }
    void onEntityPtr( Name name ) override { trail_.push_back( name.str() ); }
    void onEntityPtrkivImmediate() override { trail_.push_back( "(deferred)" ); }

@@ -39,9 +39,7 @@ Ptr< Node > node( Name const & name ) { return new Node( name ); }
 class Watcher : public Entity::NotifieeConst {
  public:
    explicit Watcher( Ptr< Entity const > const & entity ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( entity ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( entity );
    }
    void onParent() override { ++parentChanges; }
    void onVersion() override { ADD_FAILURE() << "reserved, never called"; }

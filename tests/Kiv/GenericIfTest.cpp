@@ -151,9 +151,7 @@ TEST_F( GenericDir, WritesAndDeletesMembersAsTheSettersDo ) {
       std::vector< std::string > told;
    };
    Ptr< Watcher > const watcher = new Watcher;
-   watcher->notifierIs( Ptr< Kiv::PtrInterface const >( dir ) );
-   watcher->isRegisteredNotifieeIs( true );
-   watcher->hasNotificationActiveIs( true );
+   watcher->watch( dir );
    access.attributeOp( entityPtr, Op::write, GenericIf::Index{ "a" }, a );
    access.attributeOp( entityPtr, Op::write, GenericIf::Index{ "a" }, a );
    access.attributeOp( entityPtr, Op::write, GenericIf::Index{ "b" }, b );

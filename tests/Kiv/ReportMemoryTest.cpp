@@ -27,9 +27,7 @@ class Failing : public Kiv::Dir::NotifieeConst {
  public:
    Failing( Ptr< Kiv::Dir > const & dir, std::optional< Allocations > & allocations )
       : allocations_( allocations ) {
-      notifierIs( dir );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( dir );
    }
    using NotifieeConst::onEntityPtr;
    void onEntityPtr( Kiv::Name ) override {

@@ -22,9 +22,7 @@ namespace {
 class Recorder : public AgentConfig::NotifieeConst {
  public:
    explicit Recorder( Ptr< AgentConfig const > const & agent ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( agent ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( agent );
    }
    using AgentConfig::NotifieeConst::onEvent;
    void onEvent( Name stage ) override { stages.push_back( stage.str() ); }

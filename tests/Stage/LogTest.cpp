@@ -19,9 +19,7 @@ namespace {
 class Watcher : public Log::NotifieeConst {
  public:
    explicit Watcher( Ptr< Log const > const & log ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( log ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( log );
    }
 };
 

@@ -27,9 +27,7 @@ namespace {
 class Recorder : public Status::NotifieeConst {
  public:
    explicit Recorder( Ptr< Status const > const & status ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( status ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( status );
    }
    using Status::NotifieeConst::onActiveStage;
    using Status::NotifieeConst::onStage;
@@ -179,9 +177,7 @@ namespace {
 class ParentWatcher : public StageStatus::NotifieeConst {
  public:
    explicit ParentWatcher( Ptr< StageStatus const > const & stage ) {
-      notifierIs( Ptr< Kiv::PtrInterface const >( stage ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( stage );
    }
    void onParent() override { ++parentChanges; }
    int parentChanges = 0;

@@ -15,9 +15,7 @@ class Listener : public Stage::EventConfig::NotifieeConst {
  public:
    Listener( Journal & journal, Kiv::Ptr< Stage::EventConfig > const & event )
       : journal_( journal ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( event );
    }
    std::function< void() > act;
    void onTimeout() override {

@@ -133,9 +133,7 @@ TEST( Posting, TheTasksOfThreadsAndCallbacksTakeTurnsWithoutMixing ) {
    class Counter : public Stage::EventConfig::NotifieeConst {
     public:
       explicit Counter( Kiv::Ptr< Stage::EventConfig > const & event ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( event );
       }
       void onTimeout() override { ++calls; }
       int calls = 0;

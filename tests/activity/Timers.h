@@ -21,9 +21,7 @@ class Timer : public Kiv::Clock::NotifieeConst {
    Timer( std::string id, Journal & journal,
           Kiv::Ptr< Kiv::Clock > const & clock = Kiv::activityManager()->clock() )
       : id_( std::move( id ) ), journal_( journal ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( clock ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( clock );
    }
    // Runs inside onTime(), after the id was written.
    std::function< void() > act;

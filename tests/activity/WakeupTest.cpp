@@ -112,9 +112,7 @@ TEST_F( Waking, WithWorkToDoItDoesNotSleep ) {
    class Listener : public Stage::EventConfig::NotifieeConst {
     public:
       explicit Listener( Kiv::Ptr< Stage::EventConfig > const & event ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( event );
       }
       void onTimeout() override { manager()->stop(); }
    };

@@ -462,9 +462,7 @@ TEST( Destruction, InTheMiddleOfADeliveryEndsItQuietly ) {
    struct Vice : Stage::Status::NotifieeConst {
       explicit Vice( Ptr< Stage::Status > const & status, Ptr< ConfigSm > & machine )
          : victim( machine ) {
-         notifierIs( status );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( status );
       }
       using Stage::Status::NotifieeConst::onStage;
       void onStage( Name ) override { victim = nullptr; }

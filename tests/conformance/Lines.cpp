@@ -110,9 +110,7 @@ class LineOf : public Base {
    Ptr< Kiv::PtrInterface::NotifieeConst > watchSilently( Entity & entity ) const override {
       struct Silent : E::NotifieeConst {};
       Ptr< Silent > const reactor = new Silent;
-      reactor->notifierIs( Ptr< Kiv::PtrInterface const >( &entity ) );
-      reactor->isRegisteredNotifieeIs( true );
-      reactor->hasNotificationActiveIs( true );
+      reactor->watch( &static_cast< E & >( entity ) );
       return reactor;
    }
 

@@ -18,9 +18,7 @@ class RecorderOf : public E::Notifiee {
  public:
    RecorderOf( Kiv::Ptr< E > const & entity, Trail & trail, std::string who )
       : trail_( trail ), who_( std::move( who ) ) {
-      this->notifierIs( entity );
-      this->isRegisteredNotifieeIs( true );
-      this->hasNotificationActiveIs( true );
+      this->watch( entity );
    }
    void onParent() override { say( "onParent()" ); }
    void onVersion() override { say( "onVersion()" ); }

@@ -63,9 +63,7 @@ TEST_F( Deferred, KeysOfTwoCollectionsDoNotAddUp ) {
     public:
       StatusWatcher( Kiv::Ptr< Stage::Status > const & watched, Journal & journal )
          : journal_( journal ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( watched ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( watched );
       }
       void onStage( Kiv::Name n ) override { journal_.push_back( "stage " + n.str() ); }
       void onStage() override {}

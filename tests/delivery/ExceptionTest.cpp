@@ -176,9 +176,7 @@ TEST_F( Exceptions, ATimersExceptionIsReportedAndTheNextTimerFires ) {
    class Timer : public Kiv::Clock::NotifieeConst {
     public:
       Timer( double seconds, bool throws ) : throws_( throws ) {
-         notifierIs( Kiv::activityManager()->clock() );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( Kiv::activityManager()->clock() );
          timeMinIs( seconds );
       }
       void onTime() override {

@@ -45,9 +45,7 @@ class Misbehaviour : public testing::Test {
     protected:
       virtual void vice() {}
       void attach( Kiv::Ptr< Entity > const & entity ) {
-         this->notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( entity ) );
-         this->isRegisteredNotifieeIs( true );
-         this->hasNotificationActiveIs( true );
+         this->watch( entity );
       }
       Misbehaviour & room() { return room_; }
 
@@ -393,9 +391,7 @@ TEST( MembersThatAreDestroyed, MayChangeOthersFromTheirDestructorsWhateverRemove
    class DirWatcher : public Kiv::Dir::NotifieeConst {
     public:
       explicit DirWatcher( Kiv::Ptr< Kiv::Dir > const & watched ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( watched ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( watched );
       }
       void onEntityPtr( Kiv::Name ) override { ++calls; }
       void onEntityPtrkivImmediate() override { ++deferred; }
@@ -434,9 +430,7 @@ TEST( MembersThatAreDestroyed, MayLoseAParentWhoseDestructorChangesOthers ) {
    class ParentWatcher : public Kiv::Entity::NotifieeConst {
     public:
       explicit ParentWatcher( Kiv::Ptr< Kiv::Entity > const & watched ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( watched ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( watched );
       }
       void onParent() override { ++calls; }
       int calls = 0;

@@ -101,9 +101,7 @@ class Entities {
    template< class E >
    void watch( Ptr< E > const & entity ) {
       Ptr< typename E::NotifieeConst > const reactor = new typename E::NotifieeConst;
-      reactor->notifierIs( Ptr< Kiv::PtrInterface const >( entity ) );
-      reactor->isRegisteredNotifieeIs( true );
-      reactor->hasNotificationActiveIs( true );
+      reactor->watch( entity );
       reactors.push_back( reactor );
    }
 };

@@ -42,9 +42,7 @@ TEST_F( Delivery, AFiredTimerDoesNotDeliverWhatItsCallbackQueues ) {
    class Timer : public Kiv::Clock::NotifieeConst {
     public:
       explicit Timer( Kiv::Ptr< Stage::EventConfig > const & e ) : event_( e ) {
-         notifierIs( Kiv::activityManager()->clock() );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( Kiv::activityManager()->clock() );
       }
       void onTime() override { event_->timeoutIs( 1 ); }
 
@@ -95,9 +93,7 @@ TEST_F( Delivery, ForAPointerTheSameObjectIsTheSameValueAndAnEqualOneIsNot ) {
    class ConfigWatcher : public Stage::Config::NotifieeConst {
     public:
       explicit ConfigWatcher( Kiv::Ptr< Stage::Config > const & config ) {
-         notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( config ) );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( config );
       }
    };
    auto const config = Stage::Config::ConfigIs( "config" );
@@ -279,9 +275,7 @@ class Wide : public Kiv::Entity {
 class WideWatcher : public Wide::NotifieeConst {
  public:
    WideWatcher( Kiv::Ptr< Wide > const & wide, Journal & journal ) : journal_( journal ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( wide ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( wide );
    }
    void onLow() override { journal_.push_back( "low" ); }
    void onHigh() override { journal_.push_back( "high" ); }

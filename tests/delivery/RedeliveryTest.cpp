@@ -26,9 +26,7 @@ class Careful : public Watcher {
 
 struct Timer : Kiv::Clock::NotifieeConst {
    explicit Timer( Kiv::Ptr< Kiv::Clock const > const & clock ) {
-      notifierIs( clock );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( clock );
    }
    using Kiv::Clock::NotifieeConst::deliveredUntilDoneIs;
    void onTime() override {

@@ -41,9 +41,7 @@ namespace {
 class Counter : public Stage::EventConfig::NotifieeConst {
  public:
    explicit Counter( Kiv::Ptr< Stage::EventConfig const > const & event ) {
-      notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( event );
    }
    void onTimeout() override { ++calls; }
    void onDependency( Kiv::String8 ) override { ++calls; }
@@ -55,9 +53,7 @@ class Counter : public Stage::EventConfig::NotifieeConst {
 class Ticker : public Kiv::Clock::NotifieeConst {
  public:
    Ticker() {
-      notifierIs( Kiv::activityManager()->clock() );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( Kiv::activityManager()->clock() );
    }
    void onTime() override { ++calls; }
    unsigned calls = 0;

@@ -19,9 +19,7 @@ struct Line {
 template< class E >
 struct Watcher : E::NotifieeConst {
    explicit Watcher( Ptr< E > const & entity ) {
-      this->notifierIs( Ptr< Kiv::PtrInterface const >( entity ) );
-      this->isRegisteredNotifieeIs( true );
-      this->hasNotificationActiveIs( true );
+      this->watch( entity );
    }
 };
 

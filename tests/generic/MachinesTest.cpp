@@ -327,9 +327,7 @@ TEST_F( GenericMachine, WritesOfAStageSmTellWhoWatchesIt ) {
       std::string told;
    };
    Ptr< Watcher > const watcher = new Watcher;
-   watcher->notifierIs( Ptr< Kiv::PtrInterface const >( world.stageSm() ) );
-   watcher->isRegisteredNotifieeIs( true );
-   watcher->hasNotificationActiveIs( true );
+   watcher->watch( world.stageSm() );
    GenericIf const access{ world.stageSm() };
    access.write( "timedOut", "true" );
    access.write( "complete", true );

@@ -234,9 +234,7 @@ TEST_F( LifetimeTest, AnObserverOfTheStageSmMayDestroyTheManager ) {
    };
    Ptr< Observer > const observer = new Observer;
    observer->manager = &manager;
-   observer->notifierIs( stageS() );
-   observer->isRegisteredNotifieeIs( true );
-   observer->hasNotificationActiveIs( true );
+   observer->watch( stageS() );
    event->completeIs( true );
    idle();
    EXPECT_TRUE( observer->called );
@@ -253,9 +251,7 @@ TEST_F( LifetimeTest, AnObserverOfTheStatusMayDestroyTheManager ) {
    };
    Ptr< Observer > const observer = new Observer;
    observer->manager = &manager;
-   observer->notifierIs( status );
-   observer->isRegisteredNotifieeIs( true );
-   observer->hasNotificationActiveIs( true );
+   observer->watch( status );
    event->completeIs( true );
    idle();
    EXPECT_FALSE( manager );

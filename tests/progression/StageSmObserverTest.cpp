@@ -10,9 +10,7 @@ namespace {
 // Writes down every callback.
 struct Observer : Stage::StageSm::NotifieeConst {
    explicit Observer( Ptr< Stage::StageSm > const & watched ) {
-      notifierIs( watched );
-      isRegisteredNotifieeIs( true );
-      hasNotificationActiveIs( true );
+      watch( watched );
    }
    void onComplete() override { calls.emplace_back( "complete" ); }
    void onTimedOut() override { calls.emplace_back( "timedOut" ); }
@@ -206,9 +204,7 @@ TEST_F( StageSmObserverTest, TheDefaultsDoNothing ) {
    newEvent( "S", "a" );
    activate();
    Ptr< Stage::StageSm::NotifieeConst > const silent = new Stage::StageSm::NotifieeConst;
-   silent->notifierIs( s );
-   silent->isRegisteredNotifieeIs( true );
-   silent->hasNotificationActiveIs( true );
+   silent->watch( s );
    texts();
    s->completeIs( true );
    s->timedOutIs( true );

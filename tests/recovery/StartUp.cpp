@@ -40,9 +40,7 @@ class Agent {
    Agent( Agent const & ) = delete;
    Agent & operator=( Agent const & ) = delete;
    void watch( Ptr< Stage::Status > const & status ) {
-      reactor_->notifierIs( Ptr< Kiv::PtrInterface const >( status ) );
-      reactor_->isRegisteredNotifieeIs( true );
-      reactor_->hasNotificationActiveIs( true );
+      reactor_->watch( status );
    }
    void leave() {
       reactor_->notifierIs( nullptr );
@@ -54,9 +52,7 @@ class Agent {
  private:
    struct Timer : Kiv::Clock::NotifieeConst {
       explicit Timer( Agent & a ) : agent( a ) {
-         notifierIs( Kiv::activityManager()->clock() );
-         isRegisteredNotifieeIs( true );
-         hasNotificationActiveIs( true );
+         watch( Kiv::activityManager()->clock() );
       }
       void onTime() override { agent.event->completeIs( true ); }
       Agent & agent;
