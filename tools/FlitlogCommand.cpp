@@ -22,8 +22,10 @@
 #include <Flitlog/Reader.h>
 #include <fmt/format.h>
 #include <simulation/detail/Text.h>
+#include <tools/CommandLine.h>
 #include <tools/Options.h>
 #include <tools/RecordFilter.h>
+#include <tools/Streams.h>
 
 namespace Tools {
 
@@ -78,8 +80,8 @@ class Output {
       bool const quiet = errno == EPIPE || ( errno == EINTR && interrupted );
       ends_ = quiet ? Ends::quietly : Ends::failed;
       if( !quiet ) {
-         fmt::print( stderr, "flitlog: standard output cannot be written: {}\n",
-                     std::strerror( errno ) );
+         complain( fmt::format( "flitlog: standard output cannot be written: {}",
+                                std::strerror( errno ) ) );
       }
    }
 
@@ -113,7 +115,7 @@ class Printing {
 };
 
 void Printing::complain( std::string const & sentence ) const {
-   fmt::print( stderr, "{}: {}\n", printable( options_.path ), sentence );
+   Tools::complain( fmt::format( "{}: {}", printable( options_.path ), sentence ) );
 }
 
 void Printing::complainOfNew() {
@@ -262,26 +264,23 @@ void addOptions( CLI::App & app, Options & options ) {
    app.add_flag( "--json", options.json, "Print a JSON object for each record" );
    app.set_version_flag( "--version", "flitlog " ORDOVAN_VERSION );
    app.footer( "Exit status: 0 everything in the file has been read, 1 something could not be, and "
-               "standard\nerror says what, 2 the command line is wrong, FILE is no trace file, or "
-               "the output cannot be\nwritten. Records that the writer had to leave out are not in "
-               "the file: standard error counts\nthem, and the exit status stays 0." );
+               "standard error says what, 2 the command line is wrong, FILE is no trace file, or "
+               "the output cannot be written. Records that the writer had to leave out are not in "
+               "the file: standard error counts them, and the exit status stays 0." );
 }
 
 int run( int count, char ** arguments ) {
    CLI::App app( "Print the records of a binary trace file", "flitlog" );
    Options options;
    addOptions( app, options );
-   try {
-      app.parse( count, arguments );
-   } catch( CLI::ParseError const & error ) {
-      // Asking for help or the version ends here, too.
-      return app.exit( error ) == 0 ? allRead : wrong;
+   if( auto const parsed = parse( app, count, arguments ); parsed != Parsed::run ) {
+      return parsed == Parsed::wrong || !outputArrived( "flitlog" ) ? wrong : allRead;
    }
    resolveTimes( options );
    if( options.filter.from > options.filter.to ) {
-      fmt::print( stderr,
-                  "flitlog: --from is {} and --to is {}; expected them the other way round\n",
-                  options.filter.from, options.filter.to );
+      complain( fmt::format(
+         "flitlog: --from is {} and --to is {}; expected them the other way round",
+         options.filter.from, options.filter.to ) );
       return wrong;
    }
    struct sigaction interrupt {};
@@ -296,13 +295,11 @@ int run( int count, char ** arguments ) {
 }  // namespace
 
 int flitlogCommand( int count, char ** arguments ) {
-   // A reader that has seen enough is no failure.
-   std::signal( SIGPIPE, SIG_IGN );
+   prepareStreams();
    try {
-      int const status = run( count, arguments );
-      return Output().flush() ? status : wrong;
+      return run( count, arguments );
    } catch( std::exception const & error ) {
-      fmt::print( stderr, "flitlog: {}\n", printable( error.what() ) );
+      complain( fmt::format( "flitlog: {}", printable( error.what() ) ) );
       return wrong;
    }
 }

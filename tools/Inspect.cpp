@@ -15,6 +15,7 @@
 #include <simulation/Engine.h>
 #include <tools/Options.h>
 #include <tools/PlanFile.h>
+#include <tools/Streams.h>
 #include <tools/Tree.h>
 
 namespace Tools {
@@ -69,7 +70,7 @@ Status inspect( Options const & options ) {
       return Status::wrong;
    }
    auto const text = textOf( options, *plan );
-   std::fwrite( text.data(), 1, text.size(), stdout );
+   print( text );
    return Status::complete;
 }
 
@@ -89,7 +90,7 @@ void addInspect( CLI::App & app, Status & status ) {
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
    command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, "
                     "\\n and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
-                    "plan is wrong\nor a file cannot be read." );
+                    "plan is wrong or a file cannot be read." );
    command->callback( [ options, &status ] { status = inspect( *options ); } );
 }
 

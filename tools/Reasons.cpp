@@ -2,16 +2,13 @@
 #include <tools/Reasons.h>
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <unistd.h>
-
 #include <fmt/format.h>
 #include <simulation/Reasons.h>
-#include <tools/Lines.h>
+#include <tools/Streams.h>
 
 namespace Tools {
 
@@ -37,28 +34,24 @@ std::size_t others( Explanation const & explanation ) {
 }  // namespace
 
 void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling ) {
-   auto const columns = columnsOf( STDERR_FILENO );
-   auto const tell = [ columns ]( std::string_view sentence ) {
-      fmt::print( stderr, "{}\n", broken( sentence, columns ) );
-   };
-   tell( heading );
+   complain( heading );
    for( auto const & cause : Simulation::causes( result ) ) {
-      tell( cause );
+      complain( cause );
    }
    if( telling == Telling::all ) {
       for( auto const & reason : Simulation::reasons( result ) ) {
          // A stage that is a cause by itself was told with the same words.
          if( !reason.cause ) {
-            tell( reason.sentence );
+            complain( reason.sentence );
          }
       }
    } else if( auto const count = others( result.explanation ); count != 0 ) {
-      tell( count == 1 ? std::string( "1 other stage waits for these; --all says for what." )
+      complain( count == 1 ? std::string( "1 other stage waits for these; --all says for what." )
                        : fmt::format( "{} other stages wait for these; --all says for what each of "
                                       "them does.", count ) );
    }
    if( result.explanation.root.empty() ) {
-      tell( "No stage is unfinished, but no decision has been made since." );
+      complain( "No stage is unfinished, but no decision has been made since." );
    }
 }
 

@@ -26,6 +26,7 @@
 #include <tools/Options.h>
 #include <tools/PlanFile.h>
 #include <tools/Reasons.h>
+#include <tools/Streams.h>
 
 namespace Tools {
 
@@ -117,7 +118,7 @@ class Ring {
 
 // Says what holds the start-up up.
 void explain( Options const & options, Simulation::Result const & result ) {
-   std::fflush( stdout );
+   flushOutput();
    auto const state = Simulation::stateName( result );
    auto const so = result.exhausted ? fmt::format( "did not complete: {}", state )
                                     : fmt::format( "is {} at {} s", state, result.now );
@@ -181,7 +182,7 @@ void addSimulate( CLI::App & app, Status & status ) {
       ->add_option_function< std::string >(
          "--ring-size",
          [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); },
-         "How much of the latest traces the ring holds, 8M if not said otherwise" )
+         "How much of the latest traces the file of --ring holds, 8M if not said otherwise" )
       ->type_name( "BYTES" )
       ->needs( ring );
    command->add_flag( "--all", options->all,
@@ -191,7 +192,7 @@ void addSimulate( CLI::App & app, Status & status ) {
                       "Show no colours on a terminal; so does NO_COLOR in the environment" );
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
    command->footer( "Exit status: 0 the start-up completed, 1 it did not, and standard error says "
-                    "why,\n2 the command line or the plan is wrong or a file cannot be read or "
+                    "why, 2 the command line or the plan is wrong or a file cannot be read or "
                     "written." );
    command->callback( [ options, &status ] { status = simulate( *options ); } );
 }

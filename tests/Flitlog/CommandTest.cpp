@@ -256,26 +256,27 @@ TEST_F( FlitlogCommand, RefusesWrongUseWithTheReason ) {
       EXPECT_EQ( run.out, "" );
       return run.err.substr( 0, run.err.find( '\n' ) );
    };
-   EXPECT_EQ( refused( "" ), "FILE is required" );
+   EXPECT_EQ( refused( "" ), "flitlog: FILE is required" );
    EXPECT_EQ( refused( "ring --level 10" ),
-              "--level: levels \"10\", character 2: expected \",\", \"-\" or the end" );
+              "flitlog: --level: levels \"10\", character 2: expected \",\", \"-\" or the end" );
    EXPECT_EQ( refused( "ring --level 9-7" ),
-              "--level: levels \"9-7\", character 3: expected a level that is not below the first of "
+              "flitlog: --level: levels \"9-7\", character 3: expected a level that is not below the first of "
               "the range" );
    EXPECT_EQ( refused( "ring --level 8," ),
-              "--level: levels \"8,\", character 3: expected a level, 0 to 9" );
+              "flitlog: --level: levels \"8,\", character 3: expected a level, 0 to 9" );
    EXPECT_EQ( refused( "ring --level ''" ),
-              "--level: levels \"\", character 1: expected a level, 0 to 9" );
+              "flitlog: --level: levels \"\", character 1: expected a level, 0 to 9" );
    for( char const * text : { "x", "nan", "inf", "1s", "''" } )
       EXPECT_TRUE( refused( std::string( "ring --from " ) + text )
                       .ends_with( "\", expected a number of seconds" ) )
          << text;
    EXPECT_EQ( refused( "ring --from 4 --to 3" ),
               "flitlog: --from is 4 and --to is 3; expected them the other way round" );
-   EXPECT_EQ( refused( "ring --last -1" ), "--last: \"-1\", expected a number of records" );
-   EXPECT_EQ( refused( "ring --last 3x" ), "--last: \"3x\", expected a number of records" );
-   EXPECT_NE( refused( "ring other" ), "" );
-   EXPECT_NE( refused( "ring --unknown" ), "" );
+   EXPECT_EQ( refused( "ring --last -1" ), "flitlog: --last: \"-1\", expected a number of records" );
+   EXPECT_EQ( refused( "ring --last 3x" ), "flitlog: --last: \"3x\", expected a number of records" );
+   EXPECT_EQ( refused( "ring other" ), "flitlog: argument \"other\" is one too many" );
+   EXPECT_EQ( refused( "ring --folow" ),
+              "flitlog: unknown option \"--folow\"; did you mean \"--follow\"?" );
 }
 
 TEST_F( FlitlogCommand, PrintsWhatCanBeReadOfADamagedFileAndReportsTheRest ) {

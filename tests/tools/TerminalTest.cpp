@@ -1,12 +1,8 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include "Process.h"
+#include "OnTerminal.h"
 
 #include <string>
 #include <vector>
-
-#include <cerrno>
-#include <pty.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -21,39 +17,11 @@ struct Terminal : Process::Folder {
 
    std::string shown( std::vector< std::string > const & environment,
                       std::vector< std::string > const & options, int expected = 0 ) const {
-      int terminal = -1;
-      auto const child = forkpty( &terminal, nullptr, nullptr, nullptr );
-      if( child == 0 ) {
-         become( environment, options );
-      }
-      std::string text;
-      char part[ 4096 ];
-      for( ssize_t count = 1; count > 0; ) {
-         count = read( terminal, part, sizeof part );
-         text.append( part, count > 0 ? static_cast< std::size_t >( count ) : 0 );
-      }
-      close( terminal );
-      int status = 0;
-      EXPECT_EQ( waitpid( child, &status, 0 ), child );
-      EXPECT_TRUE( WIFEXITED( status ) && WEXITSTATUS( status ) == expected ) << text;
-      return text;
-   }
-
- private:
-   [[noreturn]] void become( std::vector< std::string > const & environment,
-                             std::vector< std::string > const & options ) const {
-      clearenv();
-      for( auto const & setting : environment ) {
-         putenv( strdup( setting.c_str() ) );
-      }
-      auto const plan = folder / "p.yaml";
-      std::vector< char const * > arguments = { "ordovan", "simulate", plan.c_str() };
-      for( auto const & option : options ) {
-         arguments.push_back( option.c_str() );
-      }
-      arguments.push_back( nullptr );
-      execv( ORDOVAN_COMMAND, const_cast< char * const * >( arguments.data() ) );
-      _exit( 127 );
+      std::vector< std::string > arguments = { "simulate", "p.yaml" };
+      arguments.insert( arguments.end(), options.begin(), options.end() );
+      auto const run = Process::onTerminal( folder, {}, environment, arguments );
+      EXPECT_EQ( run.status, expected ) << run.out;
+      return run.out;
    }
 };
 
