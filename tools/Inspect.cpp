@@ -1,10 +1,8 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <tools/Inspect.h>
 
-#include <cstdio>
 #include <memory>
 #include <string>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,32 +27,20 @@ struct Options {
    bool json = false;
 };
 
-// Standard output goes nowhere while this lives: what the state machines print when a critical
-// stage is late would stand in the middle of what was asked for.
-class Silence {
- public:
-   Silence() : kept_( dup( STDOUT_FILENO ) ) {
-      std::fflush( stdout );
-      int const nowhere = open( "/dev/null", O_WRONLY | O_CLOEXEC );
-      if( nowhere < 0 || kept_ < 0 || dup2( nowhere, STDOUT_FILENO ) < 0 ) {
-         throw std::system_error( errno, std::generic_category(), "standard output" );
-      }
-      close( nowhere );
-   }
-   ~Silence() {
-      std::fflush( stdout );
-      dup2( kept_, STDOUT_FILENO );
-      close( kept_ );
-   }
-   Silence( Silence const & ) = delete;
-   Silence & operator=( Silence const & ) = delete;
+struct Nowhere {
+   Nowhere() = default;
+   ~Nowhere() { close( descriptor ); }
+   Nowhere( Nowhere const & ) = delete;
+   Nowhere & operator=( Nowhere const & ) = delete;
 
- private:
-   int kept_;
+   int const descriptor = open( "/dev/null", O_WRONLY | O_CLOEXEC );
 };
 
 std::string textOf( Options const & options, Simulation::Plan const & plan ) {
-   Silence const silence;
+   // What the state machines print when a critical stage is late would stand in the middle of what
+   // was asked for.
+   Nowhere const nowhere;
+   OutputElsewhere const silence( nowhere.descriptor );
    std::string text;
    Simulation::run( plan, {}, options.at, [ & ]( auto const & manager ) {
       text = shown( Kiv::Ptr< Kiv::PtrInterface const >( manager ), options.path,
@@ -80,7 +66,7 @@ void addInspect( CLI::App & app, Status & status ) {
    auto const options = std::make_shared< Options >();
    auto * const command = app.add_subcommand(
       "inspect", "Walk through a plan up to a moment and show any attribute of any object then" );
-   command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
+   command->add_option( "PLAN", options->plan, "The plan, a YAML file; - is standard input" )->required();
    command->add_option( "PATH", options->path,
                         "What to show, such as statusSm/stageSm[Boot]/pendingEvent; all if not "
                         "said otherwise" );

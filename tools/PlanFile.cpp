@@ -4,7 +4,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 #include <tools/Files.h>
 #include <tools/PlanReader.h>
 #include <tools/Streams.h>
@@ -14,7 +13,7 @@ namespace Tools {
 std::optional< Simulation::Plan > planOf( std::string const & path ) {
    auto [ plan, mistakes ] = readPlan( fileText( path ) );
    for( auto const & mistake : mistakes ) {
-      complain( fmt::format( "{}:{}:{}: {}", Simulation::Detail::printable( path ),
+      complain( fmt::format( "{}:{}:{}: {}", inputName( path ),
                              mistake.place.line, mistake.place.column, mistake.text ) );
    }
    return mistakes.empty() ? std::optional( std::move( plan ) ) : std::nullopt;

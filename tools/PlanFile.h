@@ -8,7 +8,7 @@
 
 namespace Tools {
 
-// The plan of a file; nothing when it has mistakes, which standard error then names with their
+// The plan of a file, or of standard input if `path` is "-"; nothing when it has mistakes, which standard error then names with their
 // places. Throws FileError for a file that cannot be read.
 std::optional< Simulation::Plan > planOf( std::string const & path );
 

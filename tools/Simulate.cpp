@@ -69,14 +69,21 @@ bool same( std::string const & one, std::string const & other ) {
    return !first.empty() && first == whole( other );
 }
 
+bool recordsToOutput( Options const & options ) {
+   return options.record && isStandardOutput( *options.record );
+}
+
 void refuseToOverwrite( Options const & options ) {
+   if( !options.record || recordsToOutput( options ) ) {
+      return;
+   }
    std::error_code error;
-   if( options.record && std::filesystem::is_regular_file( options.plan, error ) &&
-       same( options.plan, *options.record ) ) {
+   auto const plan = options.plan == standardStream ? "/dev/stdin" : options.plan;
+   if( std::filesystem::is_regular_file( plan, error ) && same( plan, *options.record ) ) {
       throw FileError( printable( *options.record ) +
                        ": is the plan itself; the record must be another file" );
    }
-   if( options.record && options.ring && same( *options.ring, *options.record ) ) {
+   if( options.ring && same( *options.ring, *options.record ) ) {
       throw FileError( printable( *options.record ) +
                        ": is the ring as well; the record must be another file" );
    }
@@ -122,7 +129,7 @@ void explain( Options const & options, Simulation::Result const & result ) {
    auto const state = Simulation::stateName( result );
    auto const so = result.exhausted ? fmt::format( "did not complete: {}", state )
                                     : fmt::format( "is {} at {} s", state, result.now );
-   tellReasons( fmt::format( "{}: the start-up {}", printable( options.plan ), so ), result,
+   tellReasons( fmt::format( "{}: the start-up {}", inputName( options.plan ), so ), result,
                 options.all ? Telling::all : Telling::causes );
 }
 
@@ -132,12 +139,18 @@ Status simulate( Options const & options ) {
       return Status::wrong;
    }
    refuseToOverwrite( options );
+   // The record alone goes to standard output, if at all.
+   std::optional< OutputElsewhere > aside;
+   if( recordsToOutput( options ) ) {
+      aside.emplace( STDERR_FILENO );
+   }
    Display display( stdout, plan->application, { wantsColour( options ), options.quiet } );
    std::vector< Simulation::Observer * > observers = { &display };
    std::unique_ptr< OutputFile > record;
    std::optional< Simulation::RecordWriter > writer;
    if( options.record ) {
-      record = std::make_unique< OutputFile >( *options.record );
+      record = aside ? std::make_unique< OutputFile >( aside->original(), outputName( "-" ) )
+                     : std::make_unique< OutputFile >( *options.record );
       writer.emplace( [ & ]( std::string_view line ) { record->write( line ); } );
       observers.push_back( &*writer );
    }
@@ -159,8 +172,12 @@ void addSimulate( CLI::App & app, Status & status ) {
    auto const options = std::make_shared< Options >();
    auto * const command = app.add_subcommand(
       "simulate", "Walk through a plan on a virtual clock and show the start-up that it gives" );
-   command->add_option( "PLAN", options->plan, "The plan, a YAML file" )->required();
-   command->add_option( "--record", options->record, "Write what happens to FILE, as JSON Lines" )
+   command->add_option( "PLAN", options->plan, "The plan, a YAML file; - is standard input" )
+      ->required();
+   command
+      ->add_option( "--record", options->record,
+                    "Write what happens to FILE, as JSON Lines; with - to standard output, and what "
+                    "people read to standard error" )
       ->type_name( "FILE" );
    addTime( *command, "--until", options->until,
             "End at this time and tell how things stand, though more would be due" );

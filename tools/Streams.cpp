@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,7 +21,24 @@ namespace {
 // Why standard output could not be written, the first time that it could not; 0: not known to.
 int outputError = 0;
 
-void noteOutputError() { outputError = outputError != 0 ? outputError : errno; }
+bool isElsewhere = false;
+
+void noteOutputError() {
+   if( !isElsewhere && outputError == 0 ) {
+      outputError = errno;
+   }
+}
+
+int checked( int descriptor ) {
+   if( descriptor < 0 ) {
+      throw std::system_error( errno, std::generic_category(), "standard output" );
+   }
+   return descriptor;
+}
+
+int copyOf( int descriptor ) {
+   return checked( fcntl( descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1 ) );
+}
 
 }  // namespace
 
@@ -55,6 +73,22 @@ void flushOutput() {
       noteOutputError();
    }
 }
+
+OutputElsewhere::OutputElsewhere( int descriptor ) : kept_( copyOf( STDOUT_FILENO ) ) {
+   flushOutput();
+   checked( dup2( descriptor, STDOUT_FILENO ) );
+   isElsewhere = true;
+}
+
+OutputElsewhere::~OutputElsewhere() {
+   std::fflush( stdout );
+   std::clearerr( stdout );  // what failed before is known by its reason
+   dup2( kept_, STDOUT_FILENO );
+   close( kept_ );
+   isElsewhere = false;
+}
+
+int OutputElsewhere::original() const { return copyOf( kept_ ); }
 
 bool outputArrived( std::string_view command ) {
    flushOutput();

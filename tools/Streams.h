@@ -22,6 +22,23 @@ void print( std::string_view text );
 // Hands everything that was printed over to the system, likewise.
 void flushOutput();
 
+// While this lives, what is printed to standard output goes to another descriptor: what the
+// libraries print, too. That it may not arrive there is no failure. REQUIRES: at most one lives.
+class OutputElsewhere {
+ public:
+   // Throws std::system_error when there are no descriptors left.
+   explicit OutputElsewhere( int descriptor );
+   ~OutputElsewhere();
+   OutputElsewhere( OutputElsewhere const & ) = delete;
+   OutputElsewhere & operator=( OutputElsewhere const & ) = delete;
+
+   // A new descriptor of standard output itself, which whoever asks closes. Throws likewise.
+   int original() const;
+
+ private:
+   int kept_;
+};
+
 // Whether all that was ever printed to standard output got there; if not, standard error says why. That
 // whoever reads it has seen enough is no failure.
 bool outputArrived( std::string_view command );
