@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <optional>
 #include <sstream>
 #include <unordered_map>
 
@@ -188,6 +189,28 @@ std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
    return 0;
 }
 
+// What stands before the first character of a node in the line of `offset`: blanks, tabs, and
+// indicators that open an entry.
+struct Indentation {
+   std::size_t start;
+   std::string_view text;
+};
+Indentation indentationAt( std::string_view text, std::size_t offset ) {
+   auto const newline =
+      offset == 0 ? std::string_view::npos : text.find_last_of( "\r\n", offset - 1 );
+   auto const start = newline == std::string_view::npos ? 0 : newline + 1;
+   auto end = start;
+   while( end < text.size() ) {
+      bool const entry = std::strchr( "-?:", text[ end ] ) && end + 1 < text.size() &&
+                         ( text[ end + 1 ] == ' ' || text[ end + 1 ] == '\t' );
+      if( text[ end ] != ' ' && text[ end ] != '\t' && !entry ) {
+         break;
+      }
+      ++end;
+   }
+   return { start, text.substr( start, end - start ) };
+}
+
 }  // namespace
 
 // Makes nodes from the parser's events.
@@ -347,6 +370,13 @@ class YamlTree::Builder : public YAML::EventHandler {
       }
    }
 
+   struct SyntaxError {
+      std::size_t offset;
+      std::string what;
+   };
+   static std::optional< SyntaxError > errorOf( std::string const & text );
+   std::size_t tabToBlame( SyntaxError const & error ) const;
+
    void parse();
    void checkKeys( YamlNode const & map );
    void mistake( Place at, std::string what ) {
@@ -380,8 +410,52 @@ void YamlTree::Builder::run() {
    } catch( SecondDocument const & second ) {
       secondDocument( second.offset );
    } catch( YAML::Exception const & error ) {
-      syntaxError( offsetOf( error.mark ), error.msg );
+      SyntaxError const found{ offsetOf( error.mark ), error.msg };
+      if( auto const tab = tabToBlame( found ); tab != std::string_view::npos ) {
+         syntaxError( tab, "a tab in the indentation; only blanks are allowed there" );
+      } else {
+         syntaxError( found.offset, found.what );
+      }
    }
+}
+
+std::optional< YamlTree::Builder::SyntaxError > YamlTree::Builder::errorOf(
+   std::string const & text ) {
+   YamlTree tree( "" );
+   try {
+      Builder( tree, text, nullptr ).parse();
+   } catch( SecondDocument const & second ) {
+      return SyntaxError{ second.offset, "" };
+   } catch( YAML::Exception const & error ) {
+      return SyntaxError{ offsetOf( error.mark ), error.msg };
+   }
+   return std::nullopt;
+}
+
+// The first tab in the indentation of the line with the error, if blanks would change the error;
+// else npos. They do not where brackets and commas alone say what belongs where, as in JSON: there
+// tabs are as good as blanks.
+std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
+   auto const [ start, indentation ] = indentationAt( text_, error.offset );
+   auto const tab = indentation.find( '\t' );
+   if( tab == std::string_view::npos ) {
+      return tab;
+   }
+   auto blanks = std::string( indentation );
+   std::replace( blanks.begin(), blanks.end(), '\t', ' ' );
+   // As many blanks as tabs may be as wrong as the tabs. As many as the line before has are not.
+   auto const before = indentationAt( text_, lastIndicatorBefore( text_, start ) ).text;
+   for( auto const & instead : { blanks, std::string( before.size(), ' ' ) } ) {
+      auto text = std::string( text_ );
+      auto const now = errorOf( text.replace( start, indentation.size(), instead ) );
+      bool const same = now && now->what == error.what &&
+                        ( now->offset == error.offset ||
+                          text.size() - now->offset == text_.size() - error.offset );
+      if( !same ) {
+         return start + tab;
+      }
+   }
+   return std::string_view::npos;
 }
 
 void YamlTree::Builder::parse() {

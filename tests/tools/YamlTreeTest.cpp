@@ -2,6 +2,7 @@
 #include <tools/YamlTree.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -121,6 +122,42 @@ TEST( YamlTree, AQuoteThatIsNeverClosedIsASyntaxError ) {
    EXPECT_TRUE( startsWith( mistake( "a: \"x" ), "1:6: not YAML: " ) );
    for( auto text : { "a: 'x'''\n", "a: \"\\\\\"\n", "a: it's\n", "a: &x !!str 'b'\n", "a: ''\n" } ) {
       EXPECT_TRUE( mistakes( text ).empty() ) << text;
+   }
+}
+
+TEST( YamlTree, ATabInTheIndentationIsToldAsWhatItIsAndWhereItStands ) {
+   std::string const told = ": not YAML: a tab in the indentation; only blanks are allowed there";
+   for( auto const & [ text, place ] : std::vector< std::pair< std::string, std::string > >{
+           { "\ta: 1\n", "1:1" },
+           { "a:\n\tb: {}\n", "2:1" },
+           { "a:\n  b:\n  \tc: {}\n", "3:3" },
+           { "a:\n  b: {}\n\tc: {}\n", "3:1" },
+           { "a:\r\n  b: {}\r\n\r\n\tc: {}\r\n", "4:1" },
+           { "a:\n  b: 1\n  # c\n \tc: 1\n", "4:2" },
+           { "a:\n  b:\n    c:\n\t  d: 1\n", "4:1" },
+           { "a:\n\tb:\n\t\tc: 1\n", "2:1" },
+           { "a:\n  b:\n\t\tc: 1\n", "3:1" },
+           { "a:\n\t- b\n", "2:1" },
+           { "a:\n-\tb: 1\n", "2:2" },
+           { "a:\n  - b: 1\n\tc: 2\n", "3:1" },
+           { "a: |\n\tb\n", "2:1" },
+           { "a: b\n\tc: d\n", "2:1" },
+           { "a:\n  ? b\n  :\tc: 1\n", "3:4" } } ) {
+      EXPECT_EQ( mistake( text ), place + told ) << text;
+   }
+}
+
+TEST( YamlTree, ATabThatIsAllowedIsNotToBlame ) {
+   for( std::string const text :
+        { "{\n\t\"a\": {},\n\t\"b\" true\n}\n", "{\n\t\"a\": {}\n\t\"b\": true\n}\n", "{\n\t\"a\": {\n",
+          "a: [\n\t1,\n\t2\n", "a:\n  b: [\n\t1]]\n", "[\n\t\"a\",\n\t\t*b\n]\n" } ) {
+      auto const what = mistake( text );
+      EXPECT_NE( what.find( "not YAML: " ), std::string::npos ) << text;
+      EXPECT_EQ( what.find( "tab" ), std::string::npos ) << what;
+   }
+   for( std::string const text : { "{\n\t\"a\":\t{},\n\t\t\"b\": [\n\t1\n\t]\n}\n", "a:\n\t\n  b:\t1\n",
+                                   "\t# c\na: 1\t# c\n", "a:\n  b: {\n\tc: 1}\n", "-\t{}\n" } ) {
+      EXPECT_EQ( mistakes( text ), std::vector< std::string >() ) << text;
    }
 }
 
