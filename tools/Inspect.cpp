@@ -1,8 +1,12 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <tools/Inspect.h>
 
+#include <charconv>
 #include <memory>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,6 +19,7 @@
 #include <tools/PlanFile.h>
 #include <tools/Streams.h>
 #include <tools/Tree.h>
+#include <tools/Wrap.h>
 
 namespace Tools {
 
@@ -24,6 +29,7 @@ struct Options {
    std::string plan;
    std::string path;
    double at = Simulation::infinity;
+   std::optional< std::size_t > depth;
    bool json = false;
 };
 
@@ -36,17 +42,56 @@ struct Nowhere {
    int const descriptor = open( "/dev/null", O_WRONLY | O_CLOEXEC );
 };
 
-std::string textOf( Options const & options, Simulation::Plan const & plan ) {
+struct Screen {
+   std::size_t width, height;
+};
+
+// The screen that what is shown has to fit; none if it goes to no terminal, where there may be a
+// program or a pager, or if it was said how much is wanted.
+std::optional< Screen > screenFor( Options const & options ) {
+   if( options.json || options.depth || isatty( STDOUT_FILENO ) == 0 ) {
+      return std::nullopt;
+   }
+   return Screen{ widthOf( STDOUT_FILENO ), heightOf( STDOUT_FILENO ) };
+}
+
+struct Shown {
+   std::string text;
+   bool isCut = false;  // to fit the screen
+};
+
+// As many levels as the screen has room for, but one at least.
+Shown fitting( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string const & path,
+               Screen const & screen ) {
+   std::size_t constexpr ownRows = 2;  // for the hint that there is more, and the shell's prompt
+   auto text = shown( root, path, Format::text, 1 );
+   for( std::size_t depth = 2;; ++depth ) {
+      auto deeper = shown( root, path, Format::text, depth );
+      if( deeper == text ) {
+         return { text, false };
+      }
+      if( rowsOf( deeper, screen.width ) + ownRows > screen.height ) {
+         return { text, true };
+      }
+      text = std::move( deeper );
+   }
+}
+
+Shown whatIsAskedFor( Options const & options, Simulation::Plan const & plan ) {
+   auto const screen = screenFor( options );
    // What the state machines print when a critical stage is late would stand in the middle of what
    // was asked for.
    Nowhere const nowhere;
    OutputElsewhere const silence( nowhere.descriptor );
-   std::string text;
+   Shown result;
    Simulation::run( plan, {}, options.at, [ & ]( auto const & manager ) {
-      text = shown( Kiv::Ptr< Kiv::PtrInterface const >( manager ), options.path,
-                    options.json ? Format::json : Format::text );
+      Kiv::Ptr< Kiv::PtrInterface const > const root( manager );
+      auto const format = options.json ? Format::json : Format::text;
+      result = screen ? fitting( root, options.path, *screen )
+                      : Shown{ shown( root, options.path, format,
+                                      options.depth.value_or( everyLevel ) ) };
    } );
-   return text;
+   return result;
 }
 
 Status inspect( Options const & options ) {
@@ -55,9 +100,23 @@ Status inspect( Options const & options ) {
    if( !plan ) {
       return Status::wrong;
    }
-   auto const text = textOf( options, *plan );
+   auto const [ text, isCut ] = whatIsAskedFor( options, *plan );
    print( text );
+   if( isCut ) {
+      flushOutput();
+      complain( "There is more than fits the screen; --depth shows it." );
+   }
    return Status::complete;
+}
+
+std::size_t levels( std::string const & text ) {
+   std::size_t count = 0;
+   auto const end = text.data() + text.size();
+   auto const [ read, error ] = std::from_chars( text.data(), end, count );
+   if( error != std::errc() || read != end ) {
+      throw CLI::ValidationError( "--depth", "N is a whole number from 0 on" );
+   }
+   return count;
 }
 
 }  // namespace
@@ -66,12 +125,19 @@ void addInspect( CLI::App & app, Status & status ) {
    auto const options = std::make_shared< Options >();
    auto * const command = app.add_subcommand(
       "inspect", "Walk through a plan up to a moment and show any attribute of any object then" );
-   command->add_option( "PLAN", options->plan, "The plan, a YAML file; - is standard input" )->required();
+   command->add_option( "PLAN", options->plan, "The plan, a YAML file; - is standard input" )
+      ->required();
    command->add_option( "PATH", options->path,
                         "What to show, such as statusSm/stageSm[Boot]/pendingEvent; all if not "
                         "said otherwise" );
    addTime( *command, "--at", options->at,
             "When everything due until then has happened; at the end if not said otherwise" );
+   command
+      ->add_option_function< std::string >(
+         "--depth", [ options ]( std::string const & text ) { options->depth = levels( text ); },
+         "Show N levels of what belongs to it; if not said otherwise as many as fit the screen, "
+         "all where there is none, and with --json" )
+      ->type_name( "N" );
    command->add_flag( "--json", options->json, "Show it as JSON" );
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
    command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, "

@@ -105,29 +105,34 @@ bool isPlain( std::string_view key ) {
 
 std::vector< Step > readPath( std::string_view text ) { return Reader( text ).path(); }
 
-std::string bracketed( std::string_view key ) {
-   if( !key.empty() && isPlain( key ) ) {
-      return fmt::format( "[{}]", key );
-   }
-   std::string quoted;
-   while( !key.empty() ) {
+std::string escaped( std::string_view text, std::string_view special ) {
+   std::string result;
+   while( !text.empty() ) {
       // A character at a time, so that what can be read stays readable.
-      auto const length = std::max< std::size_t >( Simulation::Detail::characterLength( key ), 1 );
-      auto const character = key.substr( 0, length );
-      if( character == "\"" || character == "\\" ) {
-         quoted += '\\';
-         quoted += character;
+      auto const length = std::max< std::size_t >( Simulation::Detail::characterLength( text ), 1 );
+      auto const character = text.substr( 0, length );
+      if( special.find( character ) != std::string_view::npos ) {
+         result += '\\';
+         result += character;
       } else if( Simulation::Detail::printable( character ) == character ) {
-         quoted += character;
+         result += character;
       } else {
          for( char const byte : character ) {
-            quoted += fmt::format( "\\x{:02x}", static_cast< unsigned char >( byte ) );
+            result += fmt::format( "\\x{:02x}", static_cast< unsigned char >( byte ) );
          }
       }
-      key.remove_prefix( length );
+      text.remove_prefix( length );
    }
-   return fmt::format( "[\"{}\"]", quoted );
+   return result;
 }
+
+std::string inQuotes( std::string_view text ) { return '"' + escaped( text, "\"\\" ) + '"'; }
+
+std::string bareOrInQuotes( std::string_view text ) {
+   return !text.empty() && isPlain( text ) ? std::string( text ) : inQuotes( text );
+}
+
+std::string bracketed( std::string_view key ) { return '[' + bareOrInQuotes( key ) + ']'; }
 
 std::string written( Step const & step ) {
    return step.key ? step.name + bracketed( *step.key ) : step.name;

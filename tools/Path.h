@@ -33,6 +33,13 @@ struct Step {
 // Leading and trailing "/" are allowed; "" and "/" have no steps. Throws PathError.
 std::vector< Step > readPath( std::string_view text );
 
+// `text` with a backslash before each character that is in `special`, and \xNN for each byte that
+// does not print: when a backslash is one of them, two texts never look the same.
+std::string escaped( std::string_view text, std::string_view special );
+// As keys are written: between double quotes, or without them when it needs none.
+std::string inQuotes( std::string_view text );
+std::string bareOrInQuotes( std::string_view text );
+
 // "[key]", quoted when it has to be: what readPath() reads.
 std::string bracketed( std::string_view key );
 // "name" or "name[key]".

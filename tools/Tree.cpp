@@ -102,6 +102,9 @@ class Writer {
                            std::string const & place ) = 0;
    virtual void beginObject( std::string const & label, Value const & object ) = 0;
    virtual void beginMembers( std::string const & label, std::size_t count ) = 0;
+   // In place of beginMembers(), when they are not shown.
+   virtual void members( std::string const & label, std::size_t count,
+                         std::string const & place ) = 0;
    virtual void beginMember( Kiv::String8 const & key ) = 0;
    virtual void end() = 0;
    std::string text;
@@ -117,7 +120,7 @@ class TextWriter : public Writer {
    void value( std::string const & label, Value const & value ) override {
       // Alone on its line, a text needs no quotes.
       line( label, label.empty() && depth_ == 0 && value.is( Kind::text )
-                      ? printable( value.text().view() )
+                      ? escaped( value.text().view(), "\\" )
                       : simple( value ) );
    }
    void reference( std::string const & label, Value const & object,
@@ -129,9 +132,12 @@ class TextWriter : public Writer {
       ++depth_;
    }
    void beginMembers( std::string const & label, std::size_t count ) override {
-      line( label,
-            count == 0 ? "none" : fmt::format( "{} member{}", count, count == 1 ? "" : "s" ) );
+      line( label, counted( count ) );
       ++depth_;
+   }
+   void members( std::string const & label, std::size_t count,
+                 std::string const & place ) override {
+      line( label, counted( count ) + ( count == 0 ? "" : ", see " + place ) );
    }
    void beginMember( Kiv::String8 const & key ) override { member_ = bracketed( key.view() ); }
    void end() override { --depth_; }
@@ -140,14 +146,17 @@ class TextWriter : public Writer {
    static std::string titled( Value const & object ) {
       auto const name = nameOf( object );
       return object.object()->fwkType().name() +
-             ( name.empty() ? std::string() : " " + printable( name ) );
+             ( name.empty() ? std::string() : " " + bareOrInQuotes( name ) );
+   }
+   static std::string counted( std::size_t members ) {
+      return members == 0 ? "none" : fmt::format( "{} member{}", members, members == 1 ? "" : "s" );
    }
    static std::string simple( Value const & value ) {
       if( value.is( Kind::nothing ) ) {
          return "null";
       }
       if( value.is( Kind::text ) ) {
-         return quoted( value.text().view() );
+         return inQuotes( value.text().view() );
       }
       if( !value.is( Kind::list ) ) {
          return printable( value.toString().view() );
@@ -195,6 +204,11 @@ class JsonWriter : public Writer {
       begin( label );
       text += "{";
       open( "}" );
+   }
+   void members( std::string const & label, std::size_t count, std::string const & ) override {
+      begin( label );
+      text += std::to_string( count );
+      finish();
    }
    void beginMember( Kiv::String8 const & key ) override {
       member_ = Simulation::Detail::jsonString( key.view() );
@@ -275,7 +289,8 @@ class JsonWriter : public Writer {
 
 class Tree {
  public:
-   Tree( Places const & places, Writer & writer ) : places_( places ), writer_( writer ) {}
+   Tree( Places const & places, Writer & writer, std::size_t depth )
+      : places_( places ), writer_( writer ), levelsLeft_( depth ) {}
 
    // What stands at `path`; an object in full where it is shown, else where that is.
    void put( std::string const & label, Value const & value, std::string const & path ) {
@@ -292,8 +307,13 @@ class Tree {
    }
 
    void object( std::string const & label, Value const & value, std::string const & path ) {
+      if( levelsLeft_ == 0 ) {
+         writer_.reference( label, value, path );
+         return;
+      }
       GenericIf const access( value );
       writer_.beginObject( label, value );
+      --levelsLeft_;
       for( auto const * row : readable( access.type() ) ) {
          if( !inTree( *row ) ) {
             continue;
@@ -305,22 +325,30 @@ class Tree {
             put( row->name, access.read( row->name ), below );
          }
       }
+      ++levelsLeft_;
       writer_.end();
    }
 
    void members( std::string const & label, GenericIf const & owner, Kiv::Attribute const & row,
                  std::string const & path ) {
+      if( levelsLeft_ == 0 ) {
+         writer_.members( label, owner.attributeCount( row.id ), path );
+         return;
+      }
       writer_.beginMembers( label, owner.attributeCount( row.id ) );
+      --levelsLeft_;
       for( auto i = owner.attributeIteratorConst( row.id ); i; ++i ) {
          writer_.beginMember( i.key() );
          put( "", i.value(), path + bracketed( i.key().view() ) );
       }
+      ++levelsLeft_;
       writer_.end();
    }
 
  private:
    Places const & places_;
    Writer & writer_;
+   std::size_t levelsLeft_;  // to be shown below what is shown now
 };
 
 // --------------------------------------------------------------------------------- the way there
@@ -408,13 +436,13 @@ Target follow( Value const & root, std::vector< Step > const & steps ) {
 }  // namespace
 
 std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string_view path,
-                   Format format ) {
+                   Format format, std::size_t depth ) {
    auto const target = follow( root, readPath( path ) );
    auto const places = placesFrom( root );
    TextWriter textWriter;
    JsonWriter jsonWriter;
    Writer & writer = format == Format::text ? static_cast< Writer & >( textWriter ) : jsonWriter;
-   Tree tree( places, writer );
+   Tree tree( places, writer, depth );
    // What was asked for is shown in full, also by a path that is not its own.
    auto const place = target.value.is( Kind::object )
                          ? places.find( target.value.object().get() )

@@ -21,12 +21,32 @@ std::size_t columns( std::string_view text ) {
    return count;
 }
 
+winsize sizeOf( int descriptor ) {
+   winsize size{};
+   bool const known = ioctl( descriptor, TIOCGWINSZ, &size ) == 0;
+   return known ? size : winsize{};
+}
+
 }  // namespace
 
 std::size_t widthOf( int descriptor ) {
-   winsize size{};
-   bool const known = ioctl( descriptor, TIOCGWINSZ, &size ) == 0 && size.ws_col > 0;
-   return known ? size.ws_col : 80;
+   auto const columns = sizeOf( descriptor ).ws_col;
+   return columns > 0 ? columns : 80;
+}
+
+std::size_t heightOf( int descriptor ) {
+   auto const rows = sizeOf( descriptor ).ws_row;
+   return rows > 0 ? rows : 24;
+}
+
+std::size_t rowsOf( std::string_view text, std::size_t width ) {
+   std::size_t rows = 0;
+   while( !text.empty() ) {
+      auto const line = text.substr( 0, text.find( '\n' ) );
+      rows += std::max< std::size_t >( 1, ( columns( line ) + width - 1 ) / width );
+      text.remove_prefix( std::min( text.size(), line.size() + 1 ) );
+   }
+   return rows;
 }
 
 std::string wrapped( std::string_view text, std::size_t width, std::size_t indent,

@@ -151,4 +151,11 @@ TEST( Wrap, CountsCharactersNotBytes ) {
    EXPECT_EQ( wrapped( "\xff\xff \xff x", 4 ), "\xff\xff \xff\nx" );
 }
 
+TEST( Wrap, RowsAreThoseOfTheTerminal ) {
+   EXPECT_EQ( Tools::rowsOf( "", 10 ), 0U );
+   EXPECT_EQ( Tools::rowsOf( "one\n\ntwo\n", 10 ), 3U );
+   EXPECT_EQ( Tools::rowsOf( "0123456789\n0123456789x", 10 ), 3U );
+   EXPECT_EQ( Tools::rowsOf( "\u00e9\u00e9\u00e9\n", 3 ), 1U );
+}
+
 }  // namespace

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include "Process.h"
+#include "OnTerminal.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <sstream>
@@ -11,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <Stage/Stage.h>
 #include <tools/Tree.h>
+#include <tools/Wrap.h>
 
 namespace {
 
@@ -289,6 +291,153 @@ TEST_F( Inspect, KeysWithOddCharactersAreFoundAndShownInQuotes ) {
    EXPECT_EQ( event.out, "false\n" ) << event.err;
 }
 
+// Each of these could be taken for another, were it shown as it is.
+TEST_F( Inspect, NoTwoNamesOrTextsLookTheSame ) {
+   std::vector< std::string > const all = {
+      R"(a\nb)",     "a\nb",        R"(a\x0ab)",      R"(a\\x0ab)", R"(a\)", R"(a\")", R"("a")", R"("a)",
+      "a, see /",    "a,",          "a b",            "a",          "none",  "null",   "a]: b",  "[a]",
+      R"(a\u202eb)", "a\u202eb",    R"(a\xe2\x80\xaeb)", "2 members, see b" };
+   std::map< std::string, std::string > names, keys, texts;  // what is shown, and for which
+   for( auto const & name : all ) {
+      file( "p.yaml", Json{ { "application", name },
+                            { "agents", { { name, { { "S", Json::object() } } } } } }.dump() );
+      auto const agents = ordovan( "inspect p.yaml configSm/agentDir/entityPtr --depth 1" );
+      ASSERT_EQ( agents.status, 0 ) << agents.err;
+      auto const lines = agents.out.substr( agents.out.find( '\n' ) + 1 );
+      auto const middle = lines.find( ": Stage::AgentConfig " );
+      ASSERT_NE( middle, std::string::npos ) << lines;
+      EXPECT_EQ( std::count( lines.begin(), lines.end(), '\n' ), 1 ) << lines;
+      keys.emplace( lines.substr( 0, middle ), name );
+      names.emplace( lines.substr( middle, lines.rfind( ", see " ) - middle ), name );
+      // What is shown of a key is what leads there, however the place is written.
+      auto const place = lines.substr( lines.rfind( ", see configSm" ) + 6 );
+      file( "path", place.substr( 0, place.size() - 1 ) );
+      EXPECT_EQ( shell( "\"$ordovan\" inspect p.yaml \"$( cat path )\" --depth 0" ).status, 0 )
+         << place;
+      texts.emplace( ordovan( "inspect p.yaml statusSm/application" ).out, name );
+   }
+   EXPECT_EQ( keys.size(), all.size() );
+   EXPECT_EQ( names.size(), all.size() );
+   EXPECT_EQ( texts.size(), all.size() );
+}
+
+TEST_F( Inspect, QuotesAndBackslashesInNamesAreEscaped ) {
+   file( "p.yaml", "application: 'R\\1 \"x\"'\nagents: {'A \"B\\': {'S, see /': {complete: never}}}\n" );
+   EXPECT_EQ( ordovan( "inspect p.yaml statusSm/application" ).out, "R\\\\1 \"x\"\n" )
+      << "alone, without quotes";
+   auto const machine = ordovan( "inspect p.yaml statusSm --depth 1" ).out;
+   EXPECT_NE( machine.find( "\n  application: \"R\\\\1 \\\"x\\\"\"\n" ), std::string::npos ) << machine;
+   EXPECT_EQ( ordovan( "inspect p.yaml configSm/status/stage --depth 2" ).out,
+              "1 member\n"
+              "  [\"S, see /\"]: Stage::StageStatus \"status/S, see /\"\n"
+              "    isNondestructing: true\n"
+              "    name: \"S, see /\"\n"
+              "    event: 1 member, see configSm/status/stage[\"S, see /\"]/event\n"
+              "    dependency: none\n"
+              "    timeout: inf\n"
+              "    critical: false\n"
+              "    parent: Stage::Status status, see configSm/status\n" );
+   EXPECT_NE( ordovan( "inspect p.yaml 'configSm/status/stage[\"S, see /\"]/event'" )
+                 .out.find( "  [\"A \\\"B\\\\\"]: Stage::EventConfig \"S, see /:A \\\"B\\\\\"\n" ),
+              std::string::npos );
+}
+
+// --------------------------------------------------------------------------------------- depth
+
+TEST_F( Inspect, ShowsAsManyLevelsAsAreAskedFor ) {
+   EXPECT_EQ( value( "--at 2 --depth 0" ), "Stage::Ordovan ordovan, see /\n" );
+   EXPECT_EQ( value( "--at 2 --depth 1" ), "Stage::Ordovan ordovan\n"
+                                           "  isNondestructing: true\n"
+                                           "  configSm: Stage::ConfigSm config, see configSm\n"
+                                           "  statusSm: Stage::StatusSm, see statusSm\n"
+                                           "  parent: null\n" );
+   std::string const stageSm = "--at 2 statusSm/stageSm ";
+   EXPECT_EQ( value( stageSm + "--depth 0" ), "2 members, see statusSm/stageSm\n" );
+   EXPECT_NE( value( stageSm + "--depth 1" )
+                 .find( "\n  [Net]: Stage::StageSm status/Net, see statusSm/stageSm[Net]\n" ),
+              std::string::npos );
+   EXPECT_NE( value( stageSm + "--depth 2" )
+                 .find( "\n    pendingEvent: 1 member, see statusSm/stageSm[Net]/pendingEvent\n" ),
+              std::string::npos );
+   EXPECT_EQ( value( "statusSm/stageEnableSm --depth 0" ), "none\n" );
+   EXPECT_EQ( value( "statusSm/application --depth 0" ), "Router\n" );
+   EXPECT_EQ( value( "--at 2 --depth 100" ), value( "--at 2" ) ) << "where there is no screen";
+}
+
+TEST_F( Inspect, EveryDepthShowsTheSameBeginningOfEachLine ) {
+   for( int depth = 1; depth != 8; ++depth ) {
+      std::istringstream lines( value( "--at 2 --depth " + std::to_string( depth ) ) );
+      std::istringstream deeper( value( "--at 2 --depth " + std::to_string( depth + 1 ) ) );
+      for( std::string line; std::getline( lines, line ); ) {
+         std::string other;
+         auto const indentation = line.find_first_not_of( ' ' );
+         do {
+            ASSERT_TRUE( std::getline( deeper, other ) ) << line;
+         } while( other.find_first_not_of( ' ' ) > indentation );
+         EXPECT_LE( indentation, 2U * static_cast< unsigned >( depth ) );
+         EXPECT_TRUE( line == other || line.starts_with( other + ", see " ) ) << line << "\n" << other;
+      }
+   }
+}
+
+TEST_F( Inspect, AsJsonWhatIsTooDeepIsAPlaceOrANumber ) {
+   EXPECT_EQ( json( "--at 2 --depth 1" ),
+              ( Json{ { "type", "Stage::Ordovan" },
+                      { "name", "ordovan" },
+                      { "attributes",
+                        { { "isNondestructing", true },
+                          { "configSm", { { "type", "Stage::ConfigSm" },
+                                          { "name", "config" },
+                                          { "see", "configSm" } } },
+                          { "statusSm", { { "type", "Stage::StatusSm" }, { "see", "statusSm" } } },
+                          { "parent", nullptr } } } } ) );
+   EXPECT_EQ( json( "--at 2 statusSm/stageSm --depth 0" ), 2 );
+   EXPECT_EQ( json( "--at 2 --depth 2" )[ "attributes" ][ "statusSm" ][ "attributes" ][ "stageSm" ], 2 );
+   EXPECT_EQ( json( "--at 2 --depth 100" ), json( "--at 2" ) );
+}
+
+TEST_F( Inspect, WithoutADepthShowsWhatFitsTheTerminal ) {
+   std::size_t before = 0;
+   for( unsigned const rows : { 3U, 10U, 24U, 50U, 100U, 500U } ) {
+      auto const run = Process::onTerminal( folder, { 100, rows }, {},
+                                            { "inspect", "plan.yaml", "--at", "2" } );
+      EXPECT_EQ( run.status, 0 );
+      auto const used = Tools::rowsOf( run.out, 100 );
+      if( rows > 8 ) {
+         EXPECT_LT( used, rows ) << run.out;
+      }
+      bool const cut = run.out.find( "--depth shows it" ) != std::string::npos;
+      EXPECT_EQ( cut, rows < 400 ) << run.out;
+      EXPECT_GE( used, 5U ) << "what belongs to it directly, whatever the size";
+      EXPECT_GE( used, before );
+      before = used;
+   }
+   EXPECT_GT( before, 100U );
+   // A row for the hint that there is more, and one for the shell's prompt.
+   auto const two = static_cast< unsigned >( Tools::rowsOf( value( "--at 2 --depth 2" ), 100 ) );
+   for( unsigned const rows : { two + 1, two + 2 } ) {
+      auto text = Process::onTerminal( folder, { 100, rows }, {},
+                                       { "inspect", "plan.yaml", "--at", "2" } ).out;
+      std::erase( text, '\r' );
+      auto const * const depth = rows == two + 1 ? "1" : "2";
+      EXPECT_TRUE( text.starts_with( value( std::string( "--at 2 --depth " ) + depth ) ) ) << text;
+   }
+   for( std::string const option : { "--json", "--depth=100" } ) {
+      auto const whole = Process::onTerminal( folder, { 100, 24 }, {},
+                                              { "inspect", "plan.yaml", "--at", "2", option } );
+      auto text = whole.out;
+      std::erase( text, '\r' );
+      EXPECT_EQ( text, value( "--at 2 " + option ) );
+   }
+}
+
+TEST_F( Inspect, ADepthIsAWholeNumber ) {
+   for( std::string const depth : { "-1", "x", "1.5", "99999999999999999999999", "1x" } ) {
+      EXPECT_EQ( error( "--depth=" + depth ).substr( 0, 56 ),
+                 "ordovan inspect: --depth: N is a whole number from 0 on\n" ) << depth;
+   }
+}
+
 TEST( Tree, ShowsEntriesByTheirPlaces ) {
    auto const log = Stage::Log::LogIs( "log" );
    log->logEnq( { 1.5, "first \"one\"" } );
@@ -296,7 +445,7 @@ TEST( Tree, ShowsEntriesByTheirPlaces ) {
    Kiv::Ptr< Kiv::PtrInterface const > const root = log;
    EXPECT_EQ( Tools::shown( root, "log", Tools::Format::text ),
               "2 members\n"
-              "  [0]: time 1.5, msg \"first \"one\"\"\n"
+              "  [0]: time 1.5, msg \"first \\\"one\\\"\"\n"
               "  [1]: time inf, msg \"second\"\n" );
    EXPECT_EQ( Tools::shown( root, "log[1]", Tools::Format::text ), "time inf, msg \"second\"\n" );
    EXPECT_EQ( Json::parse( Tools::shown( root, "log", Tools::Format::json ) ),
