@@ -16,7 +16,7 @@
 #include <fmt/format.h>
 #include <simulation/detail/Text.h>
 #include <tools/Streams.h>
-#include <tools/Wrap.h>
+#include <tools/Lines.h>
 
 namespace Tools {
 
@@ -31,10 +31,10 @@ class Help : public CLI::Formatter {
    explicit Help( std::size_t width ) : width_( width ) {}
 
    std::string make_description( CLI::App const * app ) const override {
-      return wrapped( app->get_description(), width_ ) + '\n';
+      return broken( app->get_description(), width_, 0 ) + '\n';
    }
    std::string make_footer( CLI::App const * app ) const override {
-      return app->get_footer().empty() ? "" : wrapped( app->get_footer(), width_ ) + '\n';
+      return app->get_footer().empty() ? "" : broken( app->get_footer(), width_, 0 ) + '\n';
    }
    std::string make_subcommand( CLI::App const * app ) const override {
       return entry( app->get_name(), app->get_description() );
@@ -53,15 +53,16 @@ class Help : public CLI::Formatter {
       bool const fits = before.size() + 2 <= column;
       return before + ( fits ? "" : "\n" ) +
              std::string( fits ? column - before.size() : column, ' ' ) +
-             wrapped( text, width_, column, column ) + '\n';
+             broken( text, width_, column, column ) + '\n';
    }
 
    std::size_t width_;
 };
 
-// A subcommand has a formatter of its own.
-void formatterIs( CLI::App & app, std::size_t width ) {
-   auto const help = std::make_shared< Help >( width );
+// For help that goes to the descriptor. A subcommand has a formatter of its own.
+void formatterIs( CLI::App & app, int descriptor ) {
+   auto const columns = columnsOf( descriptor );
+   auto const help = std::make_shared< Help >( columns != 0 ? columns : 80 );
    app.formatter( help );
    for( auto * const subcommand : app.get_subcommands( []( CLI::App * ) { return true; } ) ) {
       subcommand->formatter( help );
@@ -180,7 +181,7 @@ std::string wrongWith( CLI::App const & app, CLI::App const & at, CLI::ParseErro
 
 Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
    try {
-      formatterIs( app, widthOf( STDOUT_FILENO ) );
+      formatterIs( app, STDOUT_FILENO );
       app.parse( count, arguments );
       return Parsed::run;
    } catch( CLI::ParseError const & error ) {
@@ -191,7 +192,7 @@ Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
          return Parsed::answered;
       }
       if( count <= 1 && !subcommandsOf( app ).empty() ) {
-         formatterIs( app, widthOf( STDERR_FILENO ) );
+         formatterIs( app, STDERR_FILENO );
          auto help = app.help();
          help.erase( help.find_last_not_of( '\n' ) + 1 );
          complain( help );

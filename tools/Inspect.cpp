@@ -15,11 +15,11 @@
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
+#include <tools/Lines.h>
 #include <tools/Options.h>
 #include <tools/PlanFile.h>
 #include <tools/Streams.h>
 #include <tools/Tree.h>
-#include <tools/Wrap.h>
 
 namespace Tools {
 
@@ -52,7 +52,8 @@ std::optional< Screen > screenFor( Options const & options ) {
    if( options.json || options.depth || isatty( STDOUT_FILENO ) == 0 ) {
       return std::nullopt;
    }
-   return Screen{ widthOf( STDOUT_FILENO ), heightOf( STDOUT_FILENO ) };
+   auto const columns = columnsOf( STDOUT_FILENO );
+   return Screen{ columns != 0 ? columns : 80, heightOf( STDOUT_FILENO ) };
 }
 
 struct Shown {

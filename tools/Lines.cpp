@@ -41,29 +41,56 @@ std::size_t columnsOf( int descriptor ) {
    return read.ec == std::errc() && read.ptr == end ? columns : 0;
 }
 
-std::string broken( std::string_view text, std::size_t columns ) {
-   std::string_view constexpr indent = "   ";
+std::size_t heightOf( int descriptor ) {
+   winsize size{};
+   bool const known = ioctl( descriptor, TIOCGWINSZ, &size ) == 0 && size.ws_row != 0;
+   return known ? size.ws_row : 24;
+}
+
+std::string broken( std::string_view text, std::size_t columns, std::size_t indent,
+                    std::size_t used ) {
    std::string result;
-   std::size_t used = 0;
-   for( bool first = true, more = true; more; first = false ) {
-      auto const blank = text.find( ' ' );
-      more = blank != std::string_view::npos;
-      auto const word = text.substr( 0, blank );
-      auto const length = columnsOf( word );
-      if( first ) {
-         used = length;
-      } else if( columns == 0 || used + 1 + length <= columns ) {
-         result += ' ';
-         used += 1 + length;
-      } else {
-         result += '\n';
-         result += indent;
-         used = indent.size() + length;
+   std::size_t blanks = 0;  // that stand before the next word, unless a line ends between
+   bool first = true;       // the next word is the first of its line
+   while( !text.empty() ) {
+      if( text.front() == ' ' ) {
+         ++blanks;
+         text.remove_prefix( 1 );
+         continue;
       }
+      if( text.front() == '\n' ) {
+         result.append( blanks, ' ' );
+         result += '\n';
+         used = blanks = 0;
+         first = true;
+         text.remove_prefix( 1 );
+         continue;
+      }
+      auto const word = text.substr( 0, text.find_first_of( " \n" ) );
+      auto const length = columnsOf( word );
+      if( columns != 0 && !first && used + blanks + length > columns ) {
+         result += '\n';
+         used = 0;
+         blanks = indent;
+      }
+      result.append( blanks, ' ' );
       result += word;
-      text.remove_prefix( more ? blank + 1 : text.size() );
+      used += blanks + length;
+      blanks = 0;
+      first = false;
+      text.remove_prefix( word.size() );
    }
-   return result;
+   return result.append( blanks, ' ' );
+}
+
+std::size_t rowsOf( std::string_view text, std::size_t columns ) {
+   std::size_t rows = 0;
+   while( !text.empty() ) {
+      auto const line = text.substr( 0, text.find( '\n' ) );
+      rows += std::max< std::size_t >( 1, ( columnsOf( line ) + columns - 1 ) / columns );
+      text.remove_prefix( std::min( text.size(), line.size() + 1 ) );
+   }
+   return rows;
 }
 
 }  // namespace Tools

@@ -13,9 +13,17 @@ namespace Tools {
 // environment says.
 std::size_t columnsOf( int descriptor );
 
+// Its rows; 24 if nobody knows.
+std::size_t heightOf( int descriptor );
+
 // `text` broken at blanks so that no line is longer than `columns`, if it has such blanks; lines
-// after the first are indented. 0 columns: not broken. REQUIRES: printable text. A character counts
-// as one column, also one that a terminal shows in two.
-std::string broken( std::string_view text, std::size_t columns );
+// that breaking makes are indented. Line ends that are there stay.
+// 0 columns: not broken. `used` columns stand before the text already. REQUIRES: printable text. A
+// character counts as one column, also one that a terminal shows in two.
+std::string broken( std::string_view text, std::size_t columns, std::size_t indent = 3,
+                    std::size_t used = 0 );
+
+// The rows that `text` takes on a terminal, which breaks it anywhere. REQUIRES: columns above 0.
+std::size_t rowsOf( std::string_view text, std::size_t columns );
 
 }  // namespace Tools

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include <fmt/format.h>
-#include <tools/Wrap.h>
+#include <tools/Lines.h>
 
 namespace Tools {
 
@@ -57,8 +57,7 @@ void prepareStreams() {
 
 void complain( std::string_view text ) {
    // One line for each message is what programs read; people have terminals.
-   auto const line = ( isatty( STDERR_FILENO ) ? wrapped( text, widthOf( STDERR_FILENO ), 3 )
-                                               : std::string( text ) ) + '\n';
+   auto const line = broken( text, columnsOf( STDERR_FILENO ) ) + '\n';
    std::fwrite( line.data(), 1, line.size(), stderr );
 }
 

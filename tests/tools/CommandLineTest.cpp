@@ -8,11 +8,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <tools/Wrap.h>
 
 namespace {
-
-using Tools::wrapped;
 
 struct CommandLine : Process::Folder {
    // The first line of standard error of a wrong command line.
@@ -125,37 +122,6 @@ TEST_F( CommandLine, MessagesBreakAtBlanksOnATerminalAndAreLinesElsewhere ) {
    EXPECT_LE( longestLine( shown.out ), 60U ) << shown.out;
    EXPECT_NE( shown.out.find( "\r\n   " ), std::string::npos ) << shown.out;
    EXPECT_EQ( withBlanksForLineEnds( shown.out ), withBlanksForLineEnds( line.err ) );
-}
-
-TEST( Wrap, BreaksAtTheLastBlankThatFits ) {
-   EXPECT_EQ( wrapped( "one two three", 7 ), "one two\nthree" );
-   EXPECT_EQ( wrapped( "one two three", 6 ), "one\ntwo\nthree" );
-   EXPECT_EQ( wrapped( "one two three", 13 ), "one two three" );
-   EXPECT_EQ( wrapped( "one two three", 12, 2 ), "one two\n  three" );
-   EXPECT_EQ( wrapped( "one two", 12, 8, 6 ), "one\n      two" ) << "at most half of the width";
-}
-
-TEST( Wrap, LeavesWhatCannotBeBroken ) {
-   EXPECT_EQ( wrapped( "see /a/very/long/path now", 6 ), "see\n/a/very/long/path\nnow" );
-   EXPECT_EQ( wrapped( "unbroken", 3 ), "unbroken" );
-   EXPECT_EQ( wrapped( "", 3 ), "" );
-}
-
-TEST( Wrap, KeepsLineEndsAndBlanksThatAreThere ) {
-   EXPECT_EQ( wrapped( "  a  b\n\n  c d\n", 6 ), "  a  b\n\n  c d\n" );
-   EXPECT_EQ( wrapped( "a\nb c", 3 ), "a\nb c" );
-}
-
-TEST( Wrap, CountsCharactersNotBytes ) {
-   EXPECT_EQ( wrapped( "\u00e9\u00e9\u00e9 \u00e9\u00e9 x", 6 ), "\u00e9\u00e9\u00e9 \u00e9\u00e9\nx" );
-   EXPECT_EQ( wrapped( "\xff\xff \xff x", 4 ), "\xff\xff \xff\nx" );
-}
-
-TEST( Wrap, RowsAreThoseOfTheTerminal ) {
-   EXPECT_EQ( Tools::rowsOf( "", 10 ), 0U );
-   EXPECT_EQ( Tools::rowsOf( "one\n\ntwo\n", 10 ), 3U );
-   EXPECT_EQ( Tools::rowsOf( "0123456789\n0123456789x", 10 ), 3U );
-   EXPECT_EQ( Tools::rowsOf( "\u00e9\u00e9\u00e9\n", 3 ), 1U );
 }
 
 }  // namespace

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <Stage/Stage.h>
+#include <tools/Lines.h>
 #include <tools/Tree.h>
-#include <tools/Wrap.h>
 
 namespace {
 

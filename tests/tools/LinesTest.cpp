@@ -44,6 +44,25 @@ TEST( Lines, AreMeasuredInCharacters ) {
               "\u00f6\u00f6\u00f6\n   \u20ac\u20ac" );
 }
 
+TEST( Lines, ThatAreThereStay ) {
+   EXPECT_EQ( broken( "  a  b\n\n  c d \n", 6 ), "  a  b\n\n  c d \n" );
+   EXPECT_EQ( broken( "a\nb c", 3 ), "a\nb c" );
+}
+
+TEST( Lines, AreIndentedAsIsWanted ) {
+   EXPECT_EQ( broken( "one two three", 7, 0 ), "one two\nthree" );
+   EXPECT_EQ( broken( "one two three", 12, 2 ), "one two\n  three" );
+   EXPECT_EQ( broken( "one two", 12, 8, 6 ), "one\n        two" ) << "6 columns are used";
+   EXPECT_EQ( broken( "\xff\xff \xff x", 4, 0 ), "\xff\xff \xff\nx" );
+}
+
+TEST( Lines, TakeRowsOfATerminal ) {
+   EXPECT_EQ( Tools::rowsOf( "", 10 ), 0U );
+   EXPECT_EQ( Tools::rowsOf( "one\n\ntwo\n", 10 ), 3U );
+   EXPECT_EQ( Tools::rowsOf( "0123456789\n0123456789x", 10 ), 3U );
+   EXPECT_EQ( Tools::rowsOf( "\u00e9\u00e9\u00e9\n", 3 ), 1U );
+}
+
 // A terminal, and what the environment says while it is there.
 struct TerminalColumns : testing::Test {
    ~TerminalColumns() override {
