@@ -26,6 +26,7 @@ TEST_F( PartTest, HoldsWhatTheStageWaitsForAndNothingElse ) {
    EXPECT_EQ( roots( web ), ( Lines{ "events Boot 3", "undeclared Gone 1" } ) );
    auto const dependency = stageOf( web, "Net" ).dependency.at( 0 );
    EXPECT_EQ( name( web, dependency.unfinished.value() ), "Boot" );
+   EXPECT_EQ( stageOf( web, "Web" ).dependency.at( 1 ).unfinished, 1U ) << "its place in the part";
    EXPECT_EQ( uids( stageOf( web, "Boot" ).event ), ( Lines{ "Boot:A of A" } ) );
    EXPECT_EQ( stages( part( "Disk" ) ), ( Lines{ "Disk" } ) );
 }
