@@ -599,32 +599,28 @@ void ConfigSm::kivDoZombieReactors( bool zombie ) {
 
 Kiv::KivType const & ConfigSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & ConfigSm::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm", &PtrInterface::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::ConfigSm", &PtrInterface::_fwkType(), rows );
    return type;
 }
 
 Kiv::KivType const & ConfigSm::KivAgentConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & ConfigSm::KivAgentConfig::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivAgentConfig",
-                         &PtrInterface::_fwkType(), agentConfigRows::rows );
+   static Kiv::KivType const type( "Stage::ConfigSm::KivAgentConfig",
+                                   &PtrInterface::_fwkType(), agentConfigRows::rows );
    return type;
 }
 
 Kiv::KivType const & KivStageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & KivStageStatus::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus",
-                         &PtrInterface::_fwkType(), stageStatusRows::rows );
+   static Kiv::KivType const type( "Stage::ConfigSm::KivStageStatus",
+                                   &PtrInterface::_fwkType(), stageStatusRows::rows );
    return type;
 }
 
 Kiv::KivType const & KivEventConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & KivEventConfig::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::ConfigSm::KivStageStatus::KivEventConfig",
-                         &PtrInterface::_fwkType(), eventConfigRows::rows );
+   static Kiv::KivType const type( "Stage::ConfigSm::KivStageStatus::KivEventConfig",
+                                   &PtrInterface::_fwkType(), eventConfigRows::rows );
    return type;
 }
 

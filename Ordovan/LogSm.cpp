@@ -68,8 +68,7 @@ void LogSm::kivDoZombieReactors( bool zombie ) {
 
 Kiv::KivType const & LogSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & LogSm::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::LogSm", &PtrInterface::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::LogSm", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

@@ -107,7 +107,7 @@ String8 Ordovan::attributeString( Kiv::AttributeId attribute ) const {
 }
 Kiv::KivType const & Ordovan::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Ordovan::_fwkType() {
-   static auto const & type = *new Kiv::KivType( "Stage::Ordovan", &Entity::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::Ordovan", &Entity::_fwkType(), rows );
    return type;
 }
 

@@ -77,8 +77,7 @@ void StageEnableSm::kivDoZombieReactors( bool zombie ) {
 
 Kiv::KivType const & StageEnableSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageEnableSm::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageEnableSm", &PtrInterface::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::StageEnableSm", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

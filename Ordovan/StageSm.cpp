@@ -269,24 +269,22 @@ StageSm::~StageSm() {
 
 Kiv::KivType const & StageSm::KivEvent::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivEvent::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm::KivEvent", &PtrInterface::_fwkType(), eventRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivEvent",
+                                   &PtrInterface::_fwkType(), eventRows::rows );
    return type;
 }
 
 Kiv::KivType const & StageSm::KivPendingEvent::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivPendingEvent::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm::KivPendingEvent",
-                         &PtrInterface::_fwkType(), pendingEventRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivPendingEvent",
+                                   &PtrInterface::_fwkType(), pendingEventRows::rows );
    return type;
 }
 
 Kiv::KivType const & StageSm::KivStageUncompleted::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm::KivStageUncompleted",
-                         &PtrInterface::_fwkType(), timerRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivStageUncompleted",
+                                   &PtrInterface::_fwkType(), timerRows::rows );
    return type;
 }
 
@@ -515,8 +513,7 @@ void StageSm::stageUncompletedDel() {
 
 Kiv::KivType const & StageSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageSm", &PtrInterface::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::StageSm", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

@@ -140,9 +140,8 @@ void StatusSm::KivRecalculateNextStage::kivDoZombieReactors( bool zombie ) {
 
 Kiv::KivType const & StatusSm::KivRecalculateNextStage::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StatusSm::KivRecalculateNextStage::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StatusSm::KivRecalculateNextStage",
-                         &Kiv::PtrInterface::_fwkType(), timerRows::rows );
+   static Kiv::KivType const type( "Stage::StatusSm::KivRecalculateNextStage",
+                                   &Kiv::PtrInterface::_fwkType(), timerRows::rows );
    return type;
 }
 
@@ -193,8 +192,7 @@ void StatusSm::kivDoZombieReactors( bool zombie ) {
 
 Kiv::KivType const & StatusSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StatusSm::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StatusSm", &PtrInterface::_fwkType(), rows );
+   static Kiv::KivType const type( "Stage::StatusSm", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

@@ -73,8 +73,7 @@ void Config::enabledIs( bool on ) {
 }
 Kiv::KivType const & Config::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Config::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::Config", &Entity::_fwkType(), config::rows );
+   static Kiv::KivType const type( "Stage::Config", &Entity::_fwkType(), config::rows );
    return type;
 }
 
@@ -130,8 +129,7 @@ void AgentConfig::eventDelAll() {
 }
 Kiv::KivType const & AgentConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & AgentConfig::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::AgentConfig", &Entity::_fwkType(), agentConfig::rows );
+   static Kiv::KivType const type( "Stage::AgentConfig", &Entity::_fwkType(), agentConfig::rows );
    return type;
 }
 
@@ -207,8 +205,7 @@ void EventConfig::completeIs( bool on ) {
 }
 Kiv::KivType const & EventConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & EventConfig::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::EventConfig", &Entity::_fwkType(), eventConfig::rows );
+   static Kiv::KivType const type( "Stage::EventConfig", &Entity::_fwkType(), eventConfig::rows );
    return type;
 }
 
@@ -315,8 +312,7 @@ void Status::progressIs( Ptr< Progress > const & progress ) {
 void Status::sortedIs( bool on ) { sorted_.valueIs( *this, status::rows[ status::sorted ], on ); }
 Kiv::KivType const & Status::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Status::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::Status", &Entity::_fwkType(), status::rows );
+   static Kiv::KivType const type( "Stage::Status", &Entity::_fwkType(), status::rows );
    return type;
 }
 
@@ -394,8 +390,7 @@ void StageStatus::criticalIs( bool on ) {
 }
 Kiv::KivType const & StageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageStatus::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::StageStatus", &Entity::_fwkType(), stageStatus::rows );
+   static Kiv::KivType const type( "Stage::StageStatus", &Entity::_fwkType(), stageStatus::rows );
    return type;
 }
 
@@ -436,8 +431,7 @@ void Progress::stageDelAll() {
 }
 Kiv::KivType const & Progress::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Progress::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::Progress", &Entity::_fwkType(), progress::rows );
+   static Kiv::KivType const type( "Stage::Progress", &Entity::_fwkType(), progress::rows );
    return type;
 }
 
@@ -528,8 +522,7 @@ bool Log::logDeq( LogEntry & entry ) {
 }
 Kiv::KivType const & Log::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Log::_fwkType() {
-   static auto const & type =
-      *new Kiv::KivType( "Stage::Log", &Entity::_fwkType(), logRows::rows );
+   static Kiv::KivType const type( "Stage::Log", &Entity::_fwkType(), logRows::rows );
    return type;
 }
 

@@ -4,9 +4,11 @@
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
 #include <Kiv/detail/EpollWakeup.h>
+#include <Kiv/detail/Forever.h>
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -28,7 +30,7 @@ static ActivityManager * embedded = nullptr;
 static bool forked = false;
 } // namespace detail
 
-ActivityConfig::ActivityConfig( Name const & name ) : name_( name ) {}
+ActivityConfig::ActivityConfig( char const * name ) : name_( name ) {}
 ActivityConfig::~ActivityConfig() = default;
 
 Wakeup::~Wakeup() = default;
@@ -58,9 +60,22 @@ Wakeup & ActivityManager::wakeup() {
    return *world_->wakeup;
 }
 
+namespace {
+// Where a part of the activity stands, of which there is one. None of it needs the heap: its first
+// use may be where memory is short and no exception may leave. None is ever destroyed.
+template< class T >
+void * place() {
+   alignas( T ) static std::byte bytes[ sizeof( T ) ];
+   return bytes;
+}
+} // namespace
+
 ActivityManager::ActivityManager()
-   : clock_( new Clock ), config_( new ActivityConfig( "activity" ) ),
-     activity_( new Activity( *this ) ), world_( new World ) {
+   : clock_( new( place< Clock >() ) Clock ),
+     config_( new( place< ActivityConfig >() ) ActivityConfig( "activity" ) ),
+     activity_( new( place< Activity >() ) Activity( *this ) ),
+     world_( new( place< World >() ) World ) {
+   clock_->newRef(); // outlives its replacement by another one
    pthread_atfork( nullptr, nullptr, [] {
       detail::forked = true;
       detail::embedded = nullptr;
@@ -69,9 +84,9 @@ ActivityManager::ActivityManager()
 ActivityManager::~ActivityManager() = default;
 
 Ptr< ActivityManager > const & activityManager() {
-   static Ptr< ActivityManager > const & manager =
-      *new Ptr< ActivityManager >( new ActivityManager );
-   return manager;
+   static detail::Forever< Ptr< ActivityManager > const > const manager(
+      new( place< ActivityManager >() ) ActivityManager );
+   return *manager;
 }
 
 void ActivityManager::clockIs( Ptr< Clock > const & clock ) {

@@ -34,8 +34,8 @@ class KIV_EXPORT ActivityConfig : public PtrInterface {
 
  private:
    friend class ActivityManager;
-   explicit ActivityConfig( Name const & name );
-   Name name_;
+   explicit ActivityConfig( char const * name );
+   char const * name_;
 };
 
 // How the loop sleeps, is woken, and watches descriptors. A seam: a test can replace it.
@@ -74,7 +74,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    void clockIs( Ptr< Clock > const & clock );
 
    Ptr< ActivityConfig > const & config() const { return config_; }
-   Activity * activity() const { return activity_.get(); }
+   Activity * activity() const { return activity_; }
 
    // ---- the loop as the process's own
 
@@ -155,8 +155,8 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
 
    Ptr< Clock > clock_;
    Ptr< ActivityConfig > config_;
-   std::unique_ptr< Activity > activity_;
-   std::unique_ptr< World > world_;
+   Activity * const activity_;
+   World * const world_;
    bool embedded_ = false; // descriptor() was asked for
    bool inTurn_ = false;
    bool woken_ = false; // the descriptor was made readable for work or a timer

@@ -212,7 +212,7 @@ void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
 
 KivType const & Clock::fwkType() const { return _fwkType(); }
 KivType const & Clock::_fwkType() {
-   static KivType const & type = *new KivType( "Kiv::Clock", &PtrInterface::_fwkType(), rows );
+   static KivType const type( "Kiv::Clock", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

@@ -45,7 +45,7 @@ void Dir::entityPtrDelAll() { entityPtr_.memberDelAll( *this, rows[ 0 ] ); }
 
 KivType const & Dir::fwkType() const { return _fwkType(); }
 KivType const & Dir::_fwkType() {
-   static KivType const & type = *new KivType( "Kiv::Dir", &Entity::_fwkType(), rows );
+   static KivType const type( "Kiv::Dir", &Entity::_fwkType(), rows );
    return type;
 }
 

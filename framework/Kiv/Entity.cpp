@@ -123,8 +123,7 @@ void Entity::nondestructingIs( bool on, Attribute const & row ) {
 
 KivType const & Entity::fwkType() const { return _fwkType(); }
 KivType const & Entity::_fwkType() {
-   static KivType const & type =
-      *new KivType( "Kiv::Entity", &PtrInterface::_fwkType(), rows );
+   static KivType const type( "Kiv::Entity", &PtrInterface::_fwkType(), rows );
    return type;
 }
 

@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <Kiv/detail/Forever.h>
+
 namespace Kiv {
 
 namespace {
@@ -39,8 +41,8 @@ struct Registry {
 
 // Never destroyed: types, and what refers to them, are used until the process is gone.
 Registry & registry() {
-   static Registry & all = *new Registry;
-   return all;
+   static detail::Forever< Registry > all;
+   return *all;
 }
 [[maybe_unused]] Registry & loaded = registry();
 

@@ -3,6 +3,7 @@
 
 #include <Kiv/Clock.h>
 #include <Kiv/detail/ErrorLine.h>
+#include <Kiv/detail/Forever.h>
 
 #include <string>
 #include <string_view>
@@ -17,8 +18,8 @@ template KIV_EXPORT void log( LogHandle &, String8 const &, Name const & ) noexc
 namespace {
 
 LogSink & sink() {
-   static LogSink & theSink = *new LogSink;
-   return theSink;
+   static detail::Forever< LogSink > theSink;
+   return *theSink;
 }
 
 // Gives `put` the text of a message in pieces. Of the arguments, `known` are known.

@@ -3,6 +3,7 @@
 
 #include <Kiv/Exception.h>
 #include <Kiv/detail/ErrorLine.h>
+#include <Kiv/detail/Forever.h>
 #include <Kiv/detail/Queue.h>
 
 #include <charconv>
@@ -31,6 +32,7 @@ struct Setting {
 };
 
 struct Registry {
+   Registry();
    std::list< TraceHandle * > handles;
    std::vector< Setting > settings;
 };
@@ -128,19 +130,20 @@ std::vector< Setting > parse( std::string_view settings ) {
    return entries;
 }
 
+Registry::Registry() {
+   char const * const wanted = secure_getenv( "KIV_TRACE" );
+   if( !wanted )
+      return;
+   try {
+      settings = parse( wanted );
+   } catch( Exception const & e ) {
+      std::fprintf( stderr, "kiv: KIV_TRACE ignored: %s\n", e.what() );
+   }
+}
+
 Registry & registry() {
-   static Registry & theRegistry = [ ] () -> Registry & {
-      auto r = std::make_unique< Registry >();
-      if( char const * settings = secure_getenv( "KIV_TRACE" ) ) {
-         try {
-            r->settings = parse( settings );
-         } catch( Exception const & e ) {
-            std::fprintf( stderr, "kiv: KIV_TRACE ignored: %s\n", e.what() );
-         }
-      }
-      return *r.release(); // never destroyed
-   }();
-   return theRegistry;
+   static detail::Forever< Registry > theRegistry;
+   return *theRegistry;
 }
 
 // tracesIs() was called with anything in it.
@@ -154,13 +157,13 @@ bool tracesWanted() {
 }
 
 TraceSink & sink() {
-   static TraceSink & theSink = *new TraceSink;
-   return theSink;
+   static detail::Forever< TraceSink > theSink;
+   return *theSink;
 }
 
 TraceHandle & kivTrace() {
-   static TraceHandle & handle = *new TraceHandle( "Kiv", false );
-   return handle;
+   static detail::Forever< TraceHandle > handle( "Kiv", false );
+   return *handle;
 }
 
 } // namespace
@@ -189,12 +192,11 @@ TraceSink traceSinkIs( TraceSink next ) {
 // What handles leave behind: reachable for ever, one for each name.
 struct TraceStates {
    static TraceHandle::State & stateOf( String8 const & name ) {
-      static auto & left = *new std::list< TraceHandle::State >;
-      for( TraceHandle::State & state : left )
+      static detail::Forever< std::list< TraceHandle::State > > left;
+      for( TraceHandle::State & state : *left )
          if( state.name == name && !inUse( state ) )
             return state;
-      left.push_back( { name } );
-      return left.back();
+      return ( *left ).emplace_back( TraceHandle::State{ name } );
    }
    static bool inUse( TraceHandle::State const & state ) {
       for( TraceHandle const * handle : registry().handles )
@@ -291,8 +293,8 @@ struct Wanted {
    std::string bytes; // as written; empty: not said
 };
 Wanted & wanted() {
-   static Wanted & theWanted = *new Wanted;
-   return theWanted;
+   static detail::Forever< Wanted > theWanted;
+   return *theWanted;
 }
 
 struct AtLoad {

@@ -34,7 +34,7 @@ Attribute const * KivType::attribute( AttributeId id ) const {
 namespace {
 template< class T >
 KivType const & builtin( char const * name ) {
-   static KivType const & type = *new KivType( name, nullptr, {} );
+   static KivType const type( name, nullptr, {} );
    return type;
 }
 } // namespace

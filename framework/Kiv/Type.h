@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <type_traits>
 
 namespace Kiv {
 
@@ -155,6 +156,8 @@ class KIV_EXPORT KivType {
    KivType const * base_;
    std::span< Attribute const > attributes_;
 };
+// So that one of static lifetime is never destroyed.
+static_assert( std::is_trivially_destructible_v< KivType > );
 
 // The registered type of a built-in type: bool, double, unsigned int, String8, Name.
 template< class T >

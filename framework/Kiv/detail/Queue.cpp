@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cassert>
 #include <new>
+#include <type_traits>
 
 namespace Kiv::detail {
 
@@ -31,7 +32,10 @@ std::uint32_t bitOf( Attribute const & attribute ) {
 } // namespace
 
 Queue & queue() {
-   static Queue & theQueue = *new Queue;
+   // Needs no heap: its first use may be in the destructor of a reactor whose constructor ran out
+   // of memory.
+   static constinit Queue theQueue;
+   static_assert( std::is_trivially_destructible_v< Queue > );
    return theQueue;
 }
 
