@@ -7,6 +7,7 @@
 #include <Kiv/detail/Forever.h>
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstdio>
@@ -38,10 +39,30 @@ Wakeup::~Wakeup() = default;
 bool Activity::running() const { return detail::queue().running(); }
 
 // What comes from outside of the activity, and where it belongs.
+//
+// It is served in rounds: the tasks that were there when the round began, then each descriptor that
+// is ready, once. A round may stretch over several calls of runDue(). So nothing waits for ever
+// behind a task that posts itself anew, or a descriptor that is always ready.
 struct ActivityManager::World {
-   std::map< int, std::shared_ptr< std::function< void( unsigned ) > > > watches;
-   std::vector< Wakeup::Ready > ready; // seen by the last wait, not yet told
-   std::list< Task > tasks;            // taken over from `posted`, not yet run
+   using Call = std::function< void( unsigned ) >;
+   struct Watch {
+      std::shared_ptr< Call > call;
+      std::uint64_t round; // in which it was told last
+   };
+
+   std::map< int, Watch > watches;
+   std::array< Wakeup::Ready, 64 > ready; // seen by the last wait
+   std::size_t readys = 0;                // of these, not yet told
+   std::list< Task > tasks;               // taken over from `posted`, not yet run
+   std::uint64_t round = 0;
+   std::size_t tasksOfRound = 0; // still to be run
+
+   void roundBegins();
+   template< class Which >
+   void dropReady( Which which );
+   void forgetReady( int fd );
+   std::shared_ptr< Call > nextWatch( unsigned & events );
+
    std::mutex mutex;
    // Guarded by `mutex`. The wake-up is made when the loop first sleeps, watches or is embedded:
    // a process that does none of these spends no descriptors.
@@ -172,7 +193,7 @@ bool ActivityManager::dueNow() const {
 
 bool ActivityManager::idle() const {
    std::lock_guard const lock( world_->mutex );
-   return !dueNow() && world_->posted.empty() && world_->tasks.empty() && world_->ready.empty();
+   return !dueNow() && world_->posted.empty() && world_->tasks.empty() && world_->readys == 0;
 }
 
 // ------------------------------------------------------------------------------------ the loop
@@ -209,14 +230,18 @@ std::size_t ActivityManager::runDue( std::size_t limit ) {
 
 // Collects what woke the loop up.
 void ActivityManager::gather( bool block ) {
+   Wakeup & sleeper = wakeup();
    // In place of what was seen before and not told yet: descriptors are level-triggered, so that
    // what is still ready is seen again.
+   world_->readys = 0;
    try {
-      world_->ready = wakeup().wait( block );
+      world_->readys = sleeper.wait( block, world_->ready );
    } catch( ... ) {
-      wakeup().wake(); // it may have been taken back already, and tasks wait for it
+      sleeper.wake(); // it may have been taken back already, and tasks wait for it
       throw;
    }
+   world_->dropReady(
+      [ this ]( Wakeup::Ready const & r ) { return !world_->watches.contains( r.fd ); } );
    std::lock_guard const lock( world_->mutex );
    world_->tasks.splice( world_->tasks.end(), world_->posted );
 }
@@ -231,36 +256,81 @@ void ActivityManager::sleepUntilDue() {
 // timer. Descriptors that are ready keep it readable by themselves.
 void ActivityManager::rearm() {
    gather( false );
-   world_->ready.clear();
+   world_->readys = 0;
    woken_ = dueNow() || !world_->tasks.empty();
    if( woken_ )
       wakeup().wake();
    wakeup().alarmIs( clock_->delayUntil( nextTime() ) );
 }
 
-// Runs one task or tells one descriptor's watcher; false when there was none.
-bool ActivityManager::runWorld() {
-   Task task;
-   if( !world_->tasks.empty() ) {
-      task = std::move( world_->tasks.front() );
-      world_->tasks.pop_front();
-   } else {
-      while( !world_->ready.empty() && !task ) {
-         Wakeup::Ready const ready = world_->ready.front();
-         world_->ready.erase( world_->ready.begin() );
-         auto const watch = world_->watches.find( ready.fd );
-         if( watch != world_->watches.end() )
-            task = [ call = watch->second, ready ] { ( *call )( ready.events ); };
-      }
+void ActivityManager::World::roundBegins() {
+   ++round;
+   tasksOfRound = tasks.size();
+}
+
+template< class Which >
+void ActivityManager::World::dropReady( Which which ) {
+   auto const end = ready.begin() + static_cast< std::ptrdiff_t >( readys );
+   readys = static_cast< std::size_t >( std::remove_if( ready.begin(), end, which ) -
+                                        ready.begin() );
+}
+
+// What was seen of a descriptor is not for a watch made later under its number.
+void ActivityManager::World::forgetReady( int fd ) {
+   dropReady( [ fd ]( Wakeup::Ready const & r ) { return r.fd == fd; } );
+}
+
+// The next descriptor that is ready and was not told in this round; null when there is none.
+std::shared_ptr< ActivityManager::World::Call >
+ActivityManager::World::nextWatch( unsigned & events ) {
+   for( std::size_t i = 0; i != readys; ++i ) {
+      Wakeup::Ready const seen = ready[ i ];
+      Watch & watch = watches.find( seen.fd )->second;
+      if( watch.round == round )
+         continue;
+      watch.round = round;
+      forgetReady( seen.fd );
+      events = seen.events;
+      return watch.call;
    }
-   if( !task )
-      return false;
+   return nullptr;
+}
+
+namespace {
+// For what nobody else will hear of an exception of.
+template< class Call >
+void reporting( Call const & call ) {
    try {
-      task();
+      call();
    } catch( ... ) {
       detail::reportException( "a task of the activity", String8() );
    }
+}
+} // namespace
+
+// Runs one task, or tells one descriptor's watcher, of this round; false when it is over.
+bool ActivityManager::runOfRound() {
+   if( world_->tasksOfRound != 0 ) {
+      Task const task = std::move( world_->tasks.front() );
+      world_->tasks.pop_front();
+      --world_->tasksOfRound;
+      reporting( task );
+      return true;
+   }
+   unsigned events = 0;
+   auto const call = world_->nextWatch( events );
+   if( !call )
+      return false;
+   reporting( [ & ] { ( *call )( events ); } );
    return true;
+}
+
+// The same, in another round when this one is over; false when there is nothing.
+bool ActivityManager::runWorld() {
+   if( runOfRound() )
+      return true;
+   world_->roundBegins();
+   return runOfRound();
 }
 
 void ActivityManager::workArrived() noexcept {
@@ -316,8 +386,9 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
                                     std::function< void( unsigned ) > ready ) {
    detail::checkThread();
    checkProcess();
-   auto call = std::make_shared< std::function< void( unsigned ) > >( std::move( ready ) );
-   auto const [ place, added ] = world_->watches.try_emplace( fd );
+   auto call = std::make_shared< World::Call >( std::move( ready ) );
+   auto const [ place, added ] =
+      world_->watches.try_emplace( fd, World::Watch{ nullptr, world_->round } );
    try {
       wakeup().watchIs( fd, events );
    } catch( ... ) {
@@ -325,13 +396,8 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
          world_->watches.erase( place );
       throw;
    }
-   place->second = std::move( call );
-   forgetReady( fd );
-}
-
-// What was seen of a descriptor is not for a watch made later under its number.
-void ActivityManager::forgetReady( int fd ) {
-   std::erase_if( world_->ready, [ fd ]( Wakeup::Ready const & r ) { return r.fd == fd; } );
+   place->second.call = std::move( call );
+   world_->forgetReady( fd );
 }
 
 void ActivityManager::descriptorDel( int fd ) {
@@ -339,7 +405,7 @@ void ActivityManager::descriptorDel( int fd ) {
    checkProcess();
    if( !world_->watches.erase( fd ) )
       return;
-   forgetReady( fd );
+   world_->forgetReady( fd );
    wakeup().watchIs( fd, 0 );
 }
 
@@ -353,7 +419,7 @@ void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
    if( !world_->posted.empty() )
       world_->wakeup->wake();
    world_->watches.clear();
-   world_->ready.clear();
+   world_->readys = 0;
 }
 
 namespace detail {

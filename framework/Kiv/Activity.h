@@ -19,7 +19,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <vector>
+#include <span>
 
 namespace Kiv {
 
@@ -55,9 +55,11 @@ class KIV_EXPORT Wakeup {
    virtual void alarmIs( double delay ) = 0;
    // Events as poll(2) has them; 0 ends the watch. Throws std::system_error.
    virtual void watchIs( int fd, unsigned events ) = 0;
-   // Takes back wake-ups and alarms, and says which descriptors are ready. When `block` is true it
-   // sleeps until there is something.
-   virtual std::vector< Ready > wait( bool block ) = 0;
+   // Takes back wake-ups and alarms, writes down descriptors that are ready, as many as there is
+   // room for, and returns how many. When `block` is true it sleeps until there is something. Those
+   // that were left out come first in one of the next calls. It needs no memory, so that a loop in
+   // a process that has none left goes on; throws std::system_error.
+   virtual std::size_t wait( bool block, std::span< Ready > ready ) = 0;
 };
 
 // The process's one activity, its clock and its loop. Made at first use, never destroyed. Belongs
@@ -79,7 +81,9 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // ---- the loop as the process's own
 
    // Runs turns until stop() is called, inside the loop. Throws an exception when called inside a
-   // callback, or in a process forked from the one that made the activity.
+   // callback, or in a process forked from the one that made the activity; and std::system_error or
+   // std::bad_alloc, before it runs anything, when there is no wake-up yet and none can be made.
+   // Memory that is short later does not end it.
    void run();
    // run() returns after the callback that is running; what is queued stays queued.
    void stop() { stopped_ = true; }
@@ -92,8 +96,9 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // When the next timer is due, or a callback that was cut short is delivered again, in seconds on
    // the scale of now(); +infinity: none.
    double nextTime() const;
-   // Runs what is due and never blocks: at most `limit` callbacks, timers and tasks; the
-   // descriptor stays readable when something is left. Returns how many ran. Throws as run() does.
+   // Runs what is due and never blocks: at most `limit` callbacks, timers, tasks and watchers of
+   // descriptors; the descriptor stays readable when something is left. Whatever the limit, each of
+   // them gets its turn. Returns how many ran. Throws as run() does.
    std::size_t runDue( std::size_t limit = 4096 );
 
    // ---- the loop by hand: each throws when called inside a callback
@@ -114,7 +119,8 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    void post( Task task );
    // Calls `ready` with the events that hold whenever `fd` is ready for `events` (poll(2)'s
    // POLLIN, POLLOUT ...). One watch per descriptor; another call replaces it. The descriptor
-   // stays the caller's. Throws std::system_error for one that cannot be watched.
+   // stays the caller's. Throws std::system_error for one that cannot be watched, and std::bad_alloc;
+   // nothing has changed then.
    void descriptorIs( int fd, unsigned events, std::function< void( unsigned ) > ready );
    // REQUIRES: called before the descriptor is closed. Nothing happens for one not watched.
    void descriptorDel( int fd );
@@ -145,10 +151,10 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    void checkMayRun() const;
    template< class Call >
    auto byHand( Call call );
-   void forgetReady( int fd );
    bool dueNow() const;
    bool step();
    bool runWorld();
+   bool runOfRound();
    void gather( bool block );
    void sleepUntilDue();
    void rearm();

@@ -5,10 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 using namespace activity;
 
@@ -248,6 +252,82 @@ TEST_F( Watching, ManyAreAllTold ) {
    for( int i = 0; i != 10; ++i )
       manager()->runDue();
    EXPECT_EQ( journal, Lines( 150, "pipe" ) );
+}
+
+TEST_F( Watching, WhateverTheLimitEachThatIsReadyGetsItsTurn ) {
+   std::vector< std::unique_ptr< Pipe > > pipes;
+   std::vector< int > told( 100, 0 ); // more than the loop sees at a time
+   for( std::size_t i = 0; i != told.size(); ++i ) {
+      pipes.push_back( std::make_unique< Pipe >() );
+      Pipe const & pipe = *pipes.back();
+      EXPECT_TRUE( pipe.put() ); // nobody takes it: all are ready all the time
+      manager()->descriptorIs( pipe.reading(), POLLIN, [ &told, i ]( unsigned ) { ++told[ i ]; } );
+      watched.push_back( pipe.reading() );
+   }
+   for( std::size_t limit : { 1U, 3U } ) {
+      std::fill( told.begin(), told.end(), 0 );
+      std::size_t const turns = 4 * told.size();
+      for( std::size_t ran = 0; ran < turns; ran += limit )
+         EXPECT_EQ( manager()->runDue( limit ), limit );
+      auto const [ least, most ] = std::minmax_element( told.begin(), told.end() );
+      EXPECT_GE( *least, 2 ) << "limit " << limit;
+      EXPECT_LE( *most, 8 ) << "limit " << limit;
+   }
+}
+
+TEST_F( Watching, DescriptorsAndATaskThatPostsItselfTakeTurnsWhateverTheLimit ) {
+   Pipe a;
+   Pipe b;
+   EXPECT_TRUE( a.put() && b.put() );
+   for( Pipe const * pipe : { &a, &b } ) {
+      manager()->descriptorIs( pipe->reading(), POLLIN, [ this ]( unsigned ) {
+         journal.push_back( "descriptor" );
+      } );
+      watched.push_back( pipe->reading() );
+   }
+   std::function< void() > const task = [ & ] {
+      journal.push_back( "task" );
+      if( journal.size() < 7 )
+         post( task );
+   };
+   post( task );
+   for( int i = 0; i != 9; ++i )
+      EXPECT_EQ( manager()->runDue( 1 ), 1U );
+   Lines const round{ "task", "descriptor", "descriptor" };
+   Lines expected;
+   for( int i = 0; i != 3; ++i )
+      expected.insert( expected.end(), round.begin(), round.end() );
+   EXPECT_EQ( journal, expected );
+}
+
+TEST_F( Watching, AWatchThatIsMadeAnewInItsCallbackWaitsForTheOthers ) {
+   Pipe a;
+   Pipe b;
+   EXPECT_TRUE( a.put() && b.put() );
+   std::function< void( unsigned ) > const again = [ & ]( unsigned ) {
+      journal.push_back( "again" );
+      manager()->descriptorDel( a.reading() );
+      manager()->descriptorIs( a.reading(), POLLIN, again );
+   };
+   manager()->descriptorIs( a.reading(), POLLIN, again );
+   watched.push_back( a.reading() );
+   manager()->descriptorIs( b.reading(), POLLIN, [ & ]( unsigned ) { journal.push_back( "b" ); } );
+   watched.push_back( b.reading() );
+   for( int i = 0; i != 4; ++i )
+      manager()->runDue( 1 );
+   EXPECT_EQ( std::count( journal.begin(), journal.end(), "b" ), 2 );
+}
+
+TEST_F( Watching, ANumberThatWasClosedWithoutAWordCanBeWatchedAgain ) {
+   Pipe first;
+   int const number = first.reading();
+   watch( "first", first );
+   Pipe second;
+   EXPECT_EQ( ::dup2( second.reading(), number ), number ); // closes the first pipe's end
+   watch( "second", first );
+   EXPECT_TRUE( second.put() );
+   manager()->runDue();
+   EXPECT_EQ( journal, Lines{ "second" } );
 }
 
 TEST_F( Watching, ADescriptorWakesALoopThatSleeps ) {

@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 #include <memory>
+#include <span>
+#include <vector>
 
 using namespace activity;
 
@@ -40,16 +43,17 @@ class FakeWakeup : public Kiv::Wakeup {
       if( refuses )
          throw std::system_error( EBADF, std::generic_category(), "watch" );
    }
-   std::vector< Ready > wait( bool block ) override {
+   std::size_t wait( bool block, std::span< Ready > room ) override {
       if( block ) {
          journal_.push_back( "sleep " + Kiv::valueToString( alarm ).str() );
          sleep_();
       }
       if( ready.empty() )
-         return {};
+         return 0;
       auto const seen = ready.front();
       ready.pop_front();
-      return seen;
+      std::copy( seen.begin(), seen.end(), room.begin() );
+      return seen.size();
    }
 
  private:

@@ -1,12 +1,12 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/detail/EpollWakeup.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
 #include <ctime>
 #include <cstdint>
-#include <set>
 #include <system_error>
 
 #include <poll.h>
@@ -75,26 +75,26 @@ class EpollWakeup : public Wakeup {
 
    void watchIs( int fd, unsigned events ) override {
       if( events == 0 ) {
-         if( watched_.erase( fd ) )
-            epoll_ctl( epoll_.get(), EPOLL_CTL_DEL, fd, nullptr ); // closed already: gone as well
+         epoll_ctl( epoll_.get(), EPOLL_CTL_DEL, fd, nullptr ); // closed already: gone as well
          return;
       }
       // poll(2)'s and epoll's event bits have the same values on Linux.
       static_assert( POLLIN == EPOLLIN && POLLOUT == EPOLLOUT && POLLPRI == EPOLLPRI );
       static_assert( POLLERR == EPOLLERR && POLLHUP == EPOLLHUP );
-      bool const known = watched_.contains( fd );
-      watch( fd, events, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD );
-      watched_.insert( fd );
+      // The kernel knows what is watched. A list of our own could not be kept in step with it when
+      // memory is short, or when a descriptor was closed and its number given to another.
+      if( !changed( fd, events ) )
+         watch( fd, events, EPOLL_CTL_ADD );
    }
 
-   std::vector< Ready > wait( bool block ) override {
+   std::size_t wait( bool block, std::span< Ready > ready ) override {
       std::array< epoll_event, 64 > events;
-      int const count = epoll_wait( epoll_.get(), events.data(),
-                                    static_cast< int >( events.size() ), block ? -1 : 0 );
-      std::vector< Ready > ready;
+      int const room = static_cast< int >( std::min( events.size(), ready.size() ) );
+      int const count = epoll_wait( epoll_.get(), events.data(), room, block ? -1 : 0 );
+      std::size_t found = 0;
       if( count < 0 ) {
          if( errno == EINTR )
-            return ready;
+            return found;
          fail( "epoll_wait" );
       }
       for( int i = 0; i != count; ++i ) {
@@ -103,25 +103,35 @@ class EpollWakeup : public Wakeup {
             std::uint64_t times;
             [[maybe_unused]] auto const taken = ::read( fd, &times, sizeof times );
          } else {
-            ready.push_back( { fd, events[ static_cast< std::size_t >( i ) ].events } );
+            ready[ found++ ] = { fd, events[ static_cast< std::size_t >( i ) ].events };
          }
       }
-      return ready;
+      return found;
    }
 
  private:
-   void watch( int fd, unsigned events, int operation ) {
+   bool control( int fd, unsigned events, int operation ) {
       epoll_event event{};
       event.events = events;
       event.data.fd = fd;
-      if( epoll_ctl( epoll_.get(), operation, fd, &event ) != 0 )
+      return epoll_ctl( epoll_.get(), operation, fd, &event ) == 0;
+   }
+   void watch( int fd, unsigned events, int operation ) {
+      if( !control( fd, events, operation ) )
          fail( "epoll_ctl" );
+   }
+   // False for one that is not watched.
+   bool changed( int fd, unsigned events ) {
+      if( control( fd, events, EPOLL_CTL_MOD ) )
+         return true;
+      if( errno != ENOENT )
+         fail( "epoll_ctl" );
+      return false;
    }
 
    Descriptor epoll_;
    Descriptor event_;
    Descriptor timer_;
-   std::set< int > watched_;
 };
 
 } // namespace
