@@ -20,6 +20,7 @@
 #include <pthread.h>
 
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Turn.h>
 
 namespace Kiv {
 
@@ -56,6 +57,7 @@ struct ActivityManager::World {
    std::list< Task > tasks;               // taken over from `posted`, not yet run
    std::uint64_t round = 0;
    std::size_t tasksOfRound = 0; // still to be run
+   detail::Turn turn;
 
    void roundBegins();
    template< class Which >
@@ -200,7 +202,46 @@ bool ActivityManager::idle() const {
 
 // One callback, timer, or thing from outside; false when nothing is left.
 bool ActivityManager::step() {
-   return detail::queue().runOne() || clock_->fireOne() || runWorld();
+   detail::Turn & turn = world_->turn;
+   if( turn.over() ) [[unlikely]] {
+      if( stepOfOthers() )
+         return true;
+      turn.goesOn();
+   }
+   detail::Queue & queue = detail::queue();
+   if( detail::QueueItem const * const item = queue.next() ) {
+      turn.delivers( *item->reactor, item->attribute->id, item->asked );
+      return queue.runOne();
+   }
+   if( auto const * const timer = clock_->nextDue() ) {
+      turn.delivers( *timer, timeAttribute, timer->armed_ );
+      if( clock_->fireOne() )
+         return true;
+   }
+   turn.ends();
+   return runWorld();
+}
+
+// The turn has no end, or none is in sight: a timer that waits for it, or a thing from outside.
+// False when each has had its turn.
+bool ActivityManager::stepOfOthers() {
+   detail::Turn & turn = world_->turn;
+   if( !turn.othersHaveBegun() ) {
+      gather( false );
+      world_->roundBegins();
+      detail::queue().resume(); // what was cut short waits for an empty queue otherwise
+      turn.othersBegin( clock_->now() );
+   }
+   return clock_->fireOneArmed( turn.asked(), turn.time() ) || runOfRound();
+}
+
+std::size_t ActivityManager::turnLimit() const { return world_->turn.limit(); }
+
+void ActivityManager::turnLimitIs( std::size_t limit ) {
+   if( limit == 0 )
+      throwRangeException( "a turn that delivers nothing" );
+   detail::checkThread();
+   world_->turn.limitIs( limit );
 }
 
 void ActivityManager::run() {

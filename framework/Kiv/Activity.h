@@ -8,6 +8,11 @@
 //    sleep until the next due time, a watched descriptor, or a post from another thread
 //    run what woke it up, one by one, delivering after each
 //
+// Work that leads to more work without an end would keep a turn from ending: reactors that answer
+// each other, a timer that is set for "now" whenever it fires. So what a turn delivers is bounded
+// (turnLimit()); past the bound, timers that are due, descriptors and posts get their turn before
+// the rest. Nothing is lost, and the queue stays first in, first out.
+//
 // A loop that is the process's own is run() on the thread that owns it. A loop that lives in
 // another one (poll, an event library) is reached through descriptor(), nextTime() and runDue().
 #pragma once
@@ -101,6 +106,21 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // them gets its turn. Returns how many ran. Throws as run() does.
    std::size_t runDue( std::size_t limit = 4096 );
 
+   // ---- what one turn delivers, in run() and runDue()
+
+   // How many callbacks and timers a turn delivers before each timer that is due, each post and each
+   // descriptor that is ready gets its turn; then it goes on. The reactors that keep the loop so
+   // busy are named once, in the trace and on standard error: what they watch, and the attribute.
+   // The next report comes when there was nothing to do in between.
+   //
+   // 100,000 if not said otherwise. A callback takes a microsecond or so, so that others wait for a
+   // fraction of a second in the worst case, while start-ups of some ten thousand stages never get
+   // there. Nor does any burst that ends by itself, of any size: a turn is only cut when work has
+   // led to more work 64 times over. Timers that fired between two halves of a burst would see half
+   // of what was declared in one instant. A range exception for 0.
+   std::size_t turnLimit() const;
+   void turnLimitIs( std::size_t limit );
+
    // ---- the loop by hand: each throws when called inside a callback
 
    // Delivers one callback; false when nothing is queued.
@@ -153,6 +173,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    auto byHand( Call call );
    bool dueNow() const;
    bool step();
+   bool stepOfOthers();
    bool runWorld();
    bool runOfRound();
    void gather( bool block );

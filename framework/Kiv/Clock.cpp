@@ -85,10 +85,27 @@ void Clock::fire( Timer & timer ) const {
       enter( timer );
 }
 
+Clock::Timer const * Clock::nextDue() const {
+   return !heap_.empty() && heap_.front()->due() <= now() ? heap_.front() : nullptr;
+}
+
+bool Clock::fireOneArmed( std::uint64_t before, double time ) const {
+   while( !heap_.empty() && heap_.front()->turn_ <= time ) {
+      Timer const & first = *heap_.front();
+      if( first.armed_ <= before )
+         return fireOne();
+      if( first.turn_ == time )
+         break; // what is left was armed later, or is not due
+      first.turn_ = time;
+      settle( 0 );
+   }
+   return false;
+}
+
 // ------------------------------------------------------------------------------------ the heap
 
 bool Clock::earlier( Timer const & a, Timer const & b ) {
-   return a.due() != b.due() ? a.due() < b.due() : a.armed_ < b.armed_;
+   return a.turn_ != b.turn_ ? a.turn_ < b.turn_ : a.armed_ < b.armed_;
 }
 
 void Clock::put( std::uint32_t place, Timer * timer ) const {
@@ -118,6 +135,7 @@ void Clock::settle( std::uint32_t place ) const {
 }
 
 void Clock::enter( Timer const & timer ) const {
+   timer.turn_ = timer.due();
    if( timer.place_ == Timer::notQueued ) {
       assert( heap_.size() < heap_.capacity() );
       heap_.push_back( const_cast< Timer * >( &timer ) );
@@ -199,9 +217,8 @@ void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
    if( timeMin_ == time )
       return;
    detail::checkThread();
-   static std::uint64_t armings = 0;
    timeMin_ = time;
-   armed_ = ++armings;
+   armed_ = detail::queue().ask();
    if( !notifierPtr() )
       return;
    if( eligible() )

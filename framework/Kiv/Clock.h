@@ -43,6 +43,7 @@ class KIV_EXPORT Clock : public PtrInterface {
 
     private:
       friend class Clock;
+      friend class ActivityManager;
       static constexpr std::uint32_t notQueued = 0xffffffffU;
 
       bool eligible() const;
@@ -51,7 +52,10 @@ class KIV_EXPORT Clock : public PtrInterface {
 
       double timeMin_ = infinity;
       double restsUntil_ = -infinity; // after an exception has cut onTime() short
-      std::uint64_t armed_ = 0; // the how many-th arming it was: the order at equal times
+      // When its turn is: when it is due, or later for one that is set again and again to a time that
+      // has come, while others wait.
+      mutable double turn_ = infinity;
+      std::uint64_t armed_ = 0; // numbers the armings: the order at equal times
       mutable std::uint32_t place_ = notQueued;
       std::uint32_t failures_ = 0; // in a row
    };
@@ -75,7 +79,14 @@ class KIV_EXPORT Clock : public PtrInterface {
    static KivType const & _fwkType();
 
  private:
+   friend class ActivityManager;
    using Timer = NotifieeConst;
+
+   // The timer that fireOne() would fire; null when none is due.
+   Timer const * nextDue() const;
+   // Fires the first timer that is due at `time` and was armed no later than the arming of that
+   // number; false when there is none. Those armed later come after them from now on.
+   bool fireOneArmed( std::uint64_t before, double time ) const;
 
    static bool earlier( Timer const & a, Timer const & b );
    void fire( Timer & timer ) const;
@@ -84,7 +95,7 @@ class KIV_EXPORT Clock : public PtrInterface {
    void settle( std::uint32_t place ) const;
    void put( std::uint32_t place, Timer * timer ) const;
 
-   // A heap by (time, order of arming). Its capacity covers all registered timers, so that arming
+   // A heap by (turn, order of arming). Its capacity covers all registered timers, so that arming
    // never needs memory.
    mutable std::vector< Timer * > heap_;
    mutable std::size_t registeredTimers_ = 0;

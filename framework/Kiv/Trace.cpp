@@ -502,6 +502,33 @@ void traceLost( char const * function, bool handleMade ) noexcept {
    }
 }
 
+void reportBusy( std::size_t delivered, std::span< std::string_view const > busy,
+                 bool more ) noexcept {
+   auto const who = [ & ]( auto put ) {
+      for( std::size_t i = 0; i != busy.size(); ++i ) {
+         put( i == 0 ? "" : ", " );
+         put( busy[ i ] );
+      }
+      put( !more ? "" : busy.empty() ? "whom there is no memory to name" : ", and others" );
+   };
+   static constexpr char before[] = "the loop is kept busy by ";
+   static constexpr char after[] = " callbacks and timers in one turn, and no end; due timers, "
+                                   "descriptors and posts go first until there is one";
+   try {
+      std::string names;
+      who( [ & ]( std::string_view name ) { names += name; } );
+      KIV_TRACE( kivTrace(), 0, "Trace", before, names, ": ", delivered, after );
+   } catch( std::bad_alloc const & ) {
+      // The line needs none.
+   }
+   char digits[ 24 ];
+   char * const end = std::to_chars( digits, digits + sizeof digits, delivered ).ptr;
+   ErrorLine line;
+   line << "kiv: " << before;
+   who( [ & ]( std::string_view name ) { line << name; } );
+   line << ": " << std::string_view( digits, static_cast< std::size_t >( end - digits ) ) << after;
+}
+
 void reportException( char const * where, String8 const & what ) noexcept {
    char const * const before = !*where ? "" : what.empty() ? " of " : " in ";
    char const * const of = what.empty() ? "" : " of a reactor on ";

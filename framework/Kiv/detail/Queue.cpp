@@ -119,7 +119,7 @@ void Queue::unlink( QueueItem * item ) noexcept {
 
 // Puts an item at the end of its reactor's ring, and of the queue when the reactor is active.
 void Queue::pend( QueueItem * item ) noexcept {
-   item->asked = ++asked_;
+   item->asked = ask();
    QueueItem *& ring = item->reactor->pending_;
    if( !ring ) {
       ring = item->nextOfReactor = item->previousOfReactor = item;
@@ -304,13 +304,16 @@ void Queue::forget( Reactor & reactor ) noexcept {
       running_.reactor = nullptr;
 }
 
-bool Queue::runOne() {
+QueueItem const * Queue::next() {
    if( empty() && nextTime_ <= now() )
       resume();
-   QueueItem * item = first_.head ? first_.head : second_.head;
-   if( !item )
+   return first_.head ? first_.head : second_.head;
+}
+
+bool Queue::runOne() {
+   if( !next() )
       return false;
-   deliver( item );
+   deliver( first_.head ? first_.head : second_.head );
    return true;
 }
 
@@ -482,7 +485,6 @@ void Queue::clockChanged() noexcept {
          list.until = nextTime_ = -std::numeric_limits< double >::infinity();
 }
 
-// Puts those back into the queue that have rested long enough.
 void Queue::resume() noexcept {
    double const time = now();
    for( Resting & list : resting_ )

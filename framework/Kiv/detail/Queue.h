@@ -27,6 +27,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <span>
+#include <string_view>
 
 namespace Kiv::detail {
 
@@ -56,7 +58,7 @@ struct QueueItem : KivMemPool {
    PtrInterface::NotifieeConst * reactor = nullptr;
    Attribute const * attribute = nullptr;
    Text key;
-   std::uint64_t asked = 0; // the how many-th it was to be queued
+   std::uint64_t asked = 0; // the how many-th thing it was that was asked of the loop
    std::uint32_t hash = 0;
    std::uint32_t pendingKeys = 0; // of a group
    Form form = Form::whole;
@@ -97,8 +99,15 @@ class Queue {
    double nextTime() const { return nextTime_; }
    // Times on the clock before say nothing any more: what rests has rested.
    void clockChanged() noexcept;
-   // Delivers the next callback, those that have rested long enough after all others; false when
-   // there is none. REQUIRES: none is running.
+   // Puts those back into the queue that have rested long enough.
+   void resume() noexcept;
+   // What runOne() would deliver, those that have rested long enough after all others; null when
+   // there is nothing.
+   QueueItem const * next();
+   // Numbers all that is asked of the loop, callbacks and timers, in the order of asking.
+   std::uint64_t ask() { return ++asked_; }
+   std::uint64_t asked() const { return asked_; }
+   // Delivers it; false when there is none. REQUIRES: none is running.
    bool runOne();
    bool runOldest( Reactor & reactor );
    bool running() const { return busy_; }
@@ -144,7 +153,6 @@ class Queue {
    QueueItem * putBack( Form form, Text const & key ) noexcept;
    void rest( QueueItem * item, unsigned failures ) noexcept;
    void endRest( QueueItem * item ) noexcept;
-   void resume() noexcept;
 
    QueueItem * find( Reactor const & reactor, Attribute const & attribute, Form form,
                      Text const & key, std::uint32_t hash ) const noexcept;
@@ -185,5 +193,9 @@ void reportException( char const * where, String8 const & what ) noexcept;
 // has been delivered.
 void reportRecovery( PtrInterface const * notifier, AttributeId attribute,
                      unsigned failures ) noexcept;
+// Tells, in the same ways, that a turn of the loop was cut after so many callbacks and timers, and
+// which of them were busy to the last; `more`: there were others.
+void reportBusy( std::size_t delivered, std::span< std::string_view const > busy,
+                 bool more ) noexcept;
 
 } // namespace Kiv::detail
