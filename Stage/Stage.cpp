@@ -418,15 +418,15 @@ Progress::Progress( Name const & name ) : Entity( name ) {}
 Progress::~Progress() = default;
 void Progress::isNondestructingIs( bool on ) { nondestructingIs( on, progress::rows[ 0 ] ); }
 void Progress::stageIs( String8 const & name, bool active ) {
-   Kiv::detail::checkThread();
+   Kiv::detail::checkThread( *this, "stage" );
    stage_.memberIs( name, active );
 }
 void Progress::stageDel( String8 const & name ) {
-   Kiv::detail::checkThread();
+   Kiv::detail::checkThread( *this, "stage" );
    stage_.memberDel( name );
 }
 void Progress::stageDelAll() {
-   Kiv::detail::checkThread();
+   Kiv::detail::checkThread( *this, "stage" );
    stage_.clear();
 }
 Kiv::KivType const & Progress::fwkType() const { return _fwkType(); }
@@ -509,11 +509,11 @@ Log::Log( Name const & name ) : Entity( name ) {}
 Log::~Log() = default;
 void Log::isNondestructingIs( bool on ) { nondestructingIs( on, logRows::rows[ 0 ] ); }
 void Log::logEnq( LogEntry const & entry ) {
-   Kiv::detail::checkThread();
+   Kiv::detail::checkThread( *this, "log" );
    log_.push_back( entry );
 }
 bool Log::logDeq( LogEntry & entry ) {
-   Kiv::detail::checkThread();
+   Kiv::detail::checkThread( *this, "log" );
    if( log_.empty() )
       return false;
    entry = log_.front();

@@ -10,16 +10,14 @@
 #include <array>
 #include <cassert>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <list>
 #include <map>
 #include <mutex>
-#include <thread>
 
 #include <pthread.h>
 
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Thread.h>
 #include <Kiv/detail/Turn.h>
 
 namespace Kiv {
@@ -70,7 +68,6 @@ struct ActivityManager::World {
    // a process that does none of these spends no descriptors.
    std::list< Task > posted;
    std::unique_ptr< Wakeup > wakeup;
-   std::thread::id thread; // the owner: the first that does more than post
 };
 
 Wakeup & ActivityManager::wakeup() {
@@ -128,7 +125,7 @@ namespace {
 } // namespace
 
 void ActivityManager::checkNotNested() const {
-   detail::checkThread();
+   detail::checkOwner( nullptr, "" );
    if( detail::queue().running() || inTurn_ )
       refuse( "the activity's loop does not nest: called inside a callback" );
 }
@@ -240,7 +237,7 @@ std::size_t ActivityManager::turnLimit() const { return world_->turn.limit(); }
 void ActivityManager::turnLimitIs( std::size_t limit ) {
    if( limit == 0 )
       throwRangeException( "a turn that delivers nothing" );
-   detail::checkThread();
+   detail::checkOwner( nullptr, "" );
    world_->turn.limitIs( limit );
 }
 
@@ -425,7 +422,7 @@ void ActivityManager::post( Task task ) {
 
 void ActivityManager::descriptorIs( int fd, unsigned events,
                                     std::function< void( unsigned ) > ready ) {
-   detail::checkThread();
+   detail::checkOwner( nullptr, "" );
    checkProcess();
    auto call = std::make_shared< World::Call >( std::move( ready ) );
    auto const [ place, added ] =
@@ -442,7 +439,7 @@ void ActivityManager::descriptorIs( int fd, unsigned events,
 }
 
 void ActivityManager::descriptorDel( int fd ) {
-   detail::checkThread();
+   detail::checkOwner( nullptr, "" );
    checkProcess();
    if( !world_->watches.erase( fd ) )
       return;
@@ -450,7 +447,7 @@ void ActivityManager::descriptorDel( int fd ) {
    wakeup().watchIs( fd, 0 );
 }
 
-void ActivityManager::ownerThreadIs() { world_->thread = std::this_thread::get_id(); }
+void ActivityManager::ownerThreadIs() { detail::ownThread(); }
 
 void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
    if( !wakeup )
@@ -480,23 +477,6 @@ void timersChanged() noexcept {
       embedded->timersChanged();
 }
 
-void checkThread() {
-#ifndef NDEBUG
-   activityManager()->checkOwnerThread();
-#endif
-}
-
 } // namespace detail
-
-void ActivityManager::checkOwnerThread() const {
-   if( world_->thread == std::thread::id() )
-      world_->thread = std::this_thread::get_id();
-   if( std::this_thread::get_id() == world_->thread )
-      return;
-   std::fputs( "kiv: an entity was touched outside of the activity's thread; other threads may "
-               "only call ActivityManager::post\n",
-               stderr );
-   std::abort();
-}
 
 } // namespace Kiv

@@ -68,9 +68,10 @@ class KIV_EXPORT Wakeup {
 };
 
 // The process's one activity, its clock and its loop. Made at first use, never destroyed. Belongs
-// to the thread that used it first, other than by post() (ownerThreadIs() moves it); a debug build
-// stops with a message when another thread touches an entity. post() alone may be called from any
-// thread.
+// to the thread that used it first, other than by post() (ownerThreadIs() moves it). post() alone
+// may be called from any thread: when another thread changes an entity, sets a timer, or switches or
+// registers a reactor, a message on standard error says which thread, what it has touched and which
+// attribute, and the process ends. That is one comparison for each change, in every build.
 class KIV_EXPORT ActivityManager : public PtrInterface {
  public:
    using Task = std::function< void() >;
@@ -151,12 +152,10 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
 
    // For the framework: work has come or is gone, or the next timer is another, while the loop is
-   // embedded;
-   // what a debug build checks.
+   // embedded.
    void workArrived() noexcept;
    void workGone() noexcept;
    void timersChanged() noexcept;
-   void checkOwnerThread() const;
 
  private:
    friend KIV_EXPORT Ptr< ActivityManager > const & activityManager();

@@ -56,8 +56,9 @@ class KIV_EXPORT Change {
 KIV_EXPORT void makeRoom( std::size_t items );
 KIV_EXPORT std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys );
 
-// Stops a debug build when it is called on another thread than the activity's.
-KIV_EXPORT void checkThread();
+// Ends the process, with a message that says what was touched, when it is called on another thread
+// than the activity's.
+KIV_EXPORT void checkThread( PtrInterface const & object, char const * attribute );
 
 } // namespace detail
 
@@ -123,9 +124,10 @@ class Collection {
          change.queue( key );
          return;
       }
+      // First, as it also finds out whether this is the activity's thread.
+      detail::Change change( owner, row, 1 );
       map_.reserve( 1 );
       std::unique_ptr< typename Map::Node > node( new typename Map::Node( key, value ) );
-      detail::Change change( owner, row, 1 );
       map_.insert( node.release() );
       change.queue( key );
    }

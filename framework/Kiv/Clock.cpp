@@ -11,6 +11,7 @@
 #include <cmath>
 
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Thread.h>
 
 namespace Kiv {
 
@@ -216,7 +217,7 @@ void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
    double const time = seconds != seconds ? infinity : seconds;
    if( timeMin_ == time )
       return;
-   detail::checkThread();
+   detail::checkOwner( this, "timeMin" );
    timeMin_ = time;
    armed_ = detail::queue().ask();
    if( !notifierPtr() )

@@ -9,6 +9,7 @@
 #include <cassert>
 
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Thread.h>
 
 namespace Kiv {
 
@@ -58,7 +59,7 @@ Reactor::~NotifieeConst() {
 void Reactor::hasNotificationActiveIs( bool active ) {
    if( active == hasNotificationActive() )
       return;
-   detail::checkThread();
+   detail::checkOwner( this, "hasNotificationActive" );
    PtrInterface::hasNotificationActiveIs( active );
    if( active )
       detail::queue().activate( *this );
@@ -79,7 +80,7 @@ bool Reactor::isStreamAdapter() const { return false; }
 void Reactor::isRegisteredNotifieeIs( bool on ) const {
    if( on == flag( registered ) || !notifier_ )
       return;
-   detail::checkThread();
+   detail::checkOwner( this, "isRegisteredNotifiee" );
    flagIs( registered, on );
    if( on ) {
       detail::Ring::enter( *notifier_, *this );

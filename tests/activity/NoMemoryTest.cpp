@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <functional>
 #include <new>
+#include <thread>
 
 using namespace activity;
 using testing_support::Allocations;
@@ -191,4 +192,19 @@ int runForTheFirstTime() {
 TEST( NoMemoryDeathTest, ALoopThatCannotBeginSaysSoAndBeginsLater ) {
    testing::GTEST_FLAG( death_test_style ) = "threadsafe";
    EXPECT_EXIT( std::_Exit( runForTheFirstTime() ), testing::ExitedWithCode( 0 ), "" );
+}
+
+TEST( NoMemoryDeathTest, AThreadThatMayNotIsStoppedAndToldOfAsFarAsItCanBe ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   auto const event = Stage::EventConfig::EventConfigIs( "Net", "agent" );
+   event->timeoutIs( 1 );
+   EXPECT_DEATH(
+      {
+         std::thread other( [ & ] {
+            Allocations const none( 0, FailingAllocations::allFromThenOn );
+            event->timeoutIs( 2 );
+         } );
+         other.join();
+      },
+      "kiv: timeout of (Stage::EventConfig|Net:agent) was touched outside" );
 }

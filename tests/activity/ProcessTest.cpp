@@ -6,10 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <string>
 #include <thread>
 
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,8 +85,6 @@ TEST( Forking, AProcessThatMakesTheActivityAfterTheForkMayRunIt ) {
       testing::ExitedWithCode( 0 ), "" );
 }
 
-#ifndef NDEBUG
-
 namespace {
 
 constexpr char message[] = "outside of the activity's thread";
@@ -145,6 +146,61 @@ TEST_F( ThreadsDeathTest, AnotherThreadThatRunsTheLoopIsStopped ) {
    EXPECT_DEATH( onAnotherThread( [] { manager()->descriptorIs( 0, 1, []( unsigned ) {} ); } ), message );
 }
 
+TEST_F( ThreadsDeathTest, TheMessageNamesTheThreadTheObjectAndTheAttribute ) {
+   auto const status = Stage::Status::StatusIs( "status" );
+   auto const stage = status->stageIs( "Net" );
+   EXPECT_DEATH( onAnotherThread( [ & ] {
+                    ::pthread_setname_np( ::pthread_self(), "worker" );
+                    stage->timeoutIs( 1 );
+                 } ),
+                 "^kiv: timeout of status/Net was touched outside of the activity's thread: on "
+                 "thread [0-9]+ \\(worker\\), while the activity's is [0-9]+; other threads may only "
+                 "call ActivityManager::post\n$" );
+   EXPECT_DEATH( onAnotherThread( [ & ] { event->dependencyIs( "Disk", true ); } ),
+                 "kiv: dependency of Net:agent was touched" );
+   EXPECT_DEATH( onAnotherThread( [ & ] { progress->stageIs( "Net", true ); } ),
+                 "kiv: stage of progress was touched" );
+   EXPECT_DEATH( onAnotherThread( [ & ] { log->logEnq( { 1, "text" } ); } ),
+                 "kiv: log of log was touched" );
+   EXPECT_DEATH( onAnotherThread( [ & ] { timer->timeMinIs( 5 ); } ),
+                 "kiv: timeMin of a reactor on Kiv::Clock was touched" );
+   EXPECT_DEATH( onAnotherThread( [ & ] { reactor->hasNotificationActiveIs( true ); } ),
+                 "kiv: hasNotificationActive of a reactor was touched" );
+   reactor->notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( event ) );
+   EXPECT_DEATH( onAnotherThread( [ & ] { reactor->isRegisteredNotifieeIs( true ); } ),
+                 "kiv: isRegisteredNotifiee of a reactor on Net:agent was touched" );
+   EXPECT_DEATH( onAnotherThread( [] { manager()->runOne(); } ), "kiv: the activity was touched" );
+}
+
+TEST_F( ThreadsDeathTest, AValueThatIsHeldAlreadyIsNoChange ) {
+   event->timeoutIs( 1 );
+   onAnotherThread( [ & ] { event->timeoutIs( 1 ); } );
+}
+
+TEST( ThreadDeathTest, WhoeverChangesSomethingFirstOwnsTheActivity ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   EXPECT_DEATH(
+      {
+         auto const event = Stage::EventConfig::EventConfigIs( "Net", "agent" );
+         onAnotherThread( [ & ] { event->timeoutIs( 1 ); } );
+         std::fputs( "the other thread may\n", stderr );
+         event->timeoutIs( 2 );
+      },
+      std::string( "the other thread may\n.*" ) + message );
+}
+
+TEST( ThreadDeathTest, APostDoesNotMakeItsThreadTheOwner ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   EXPECT_EXIT(
+      {
+         onAnotherThread( [] { post( [] {} ); } );
+         Stage::EventConfig::EventConfigIs( "Net", "agent" )->timeoutIs( 2 );
+         manager()->runDue();
+         std::_Exit( 0 );
+      },
+      testing::ExitedWithCode( 0 ), "" );
+}
+
 TEST_F( ThreadsDeathTest, AnotherThreadMayPost ) {
    onAnotherThread( [ & ] { post( [ & ] { event->timeoutIs( 1 ); } ); } );
    manager()->runDue();
@@ -170,4 +226,3 @@ TEST_F( ThreadsDeathTest, TheActivityMayMoveToAnotherThreadForGood ) {
       message );
 }
 
-#endif

@@ -5,6 +5,7 @@
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Thread.h>
 
 #include <algorithm>
 #include <cassert>
@@ -551,7 +552,7 @@ void makeRoom( std::size_t items ) {
 
 Change::Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
    : notifier_( notifier ), attribute_( attribute ) {
-   checkThread();
+   checkOwner( &notifier, attribute.name );
    makeRoom( itemsFor( notifier, keys ) );
 }
 
