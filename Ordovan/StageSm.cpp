@@ -250,7 +250,8 @@ void StageSm::KivStageUncompleted::kivDoZombieReactors( bool zombie ) {
 
 StageSm::StageSm( Ptr< StageStatus const > const & stage, Ptr< LogSm > const & logSm,
                   StatusSm * mainSm )
-   : logSm_( Kiv::valid( logSm ) ), mainSm_( mainSm ), key_( Kiv::valid( stage )->name() ) {
+   : logSm_( Kiv::valid( logSm ) ), mainSm_( Kiv::valid( mainSm ) ),
+     key_( Kiv::valid( stage )->name() ) {
    Kiv::KeepDuringConstruction const keep( *this );
    StageStatus::NotifieeConst::notifierIs( stage );
    deliveredUntilDoneIs( true );

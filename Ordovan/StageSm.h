@@ -110,7 +110,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    using KivEventIteratorConst = EventIteratorConst;
 
    // Catches up with the stage's events; may complete the stage at once. A range exception for a
-   // null stage or logSm. REQUIRES: mainSm is not null and outlives this.
+   // null stage, logSm or mainSm. mainSm is not held: it lets go of each of its own before it goes,
+   // after which nothing is handled any more.
    StageSm( Kiv::Ptr< StageStatus const > const & stage, Kiv::Ptr< LogSm > const & logSm,
             StatusSm * mainSm );
    void hasNotificationActiveIs( bool active ) override;

@@ -35,8 +35,8 @@ class STAGE_EXPORT Log : public Kiv::Entity {
    // Takes the oldest entry; false, and `entry` unchanged, when there is none.
    bool logDeq( LogEntry & entry );
    std::size_t logs() const { return log_.size(); }
-   // The entry `place` places after the oldest. REQUIRES: place < logs().
-   LogEntry const & log( std::size_t place ) const { return log_[ place ]; }
+   // The entry `place` places after the oldest. A range exception when there is none.
+   LogEntry const & log( std::size_t place ) const;
 
    Kiv::KivType const & fwkType() const override;
    static Kiv::KivType const & _fwkType();

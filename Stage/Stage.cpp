@@ -520,6 +520,12 @@ bool Log::logDeq( LogEntry & entry ) {
    log_.pop_front();
    return true;
 }
+LogEntry const & Log::log( std::size_t place ) const {
+   if( place >= log_.size() )
+      Kiv::throwRangeException( "the log has no entry " + std::to_string( place ) +
+                                " after the oldest, it has " + std::to_string( log_.size() ) );
+   return log_[ place ];
+}
 Kiv::KivType const & Log::fwkType() const { return _fwkType(); }
 Kiv::KivType const & Log::_fwkType() {
    static Kiv::KivType const type( "Stage::Log", &Entity::_fwkType(), logRows::rows );

@@ -191,6 +191,9 @@ class Run {
 
 Result run( Plan const & plan, std::vector< Observer * > const & observers, double until,
             Look const & look ) {
+   if( Kiv::activityManager()->activity()->running() ) {
+      throw std::logic_error( "a run cannot begin inside a callback" );
+   }
    requireRunnable( plan );
    if( !( until >= 0 ) ) {
       throw std::invalid_argument( "the time at which a run ends is a number of seconds from 0" );

@@ -34,9 +34,10 @@ using Look = std::function< void( Kiv::Ptr< Stage::Ordovan > const & manager ) >
 // declaration.
 //
 // Uses the activity manager, its clock and the sink of log messages of this process, gives clock
-// and sink back as they were, and runs whatever else is queued. REQUIRES: no callback is running.
-// Throws std::invalid_argument for a plan with mistakes (Timeline.h) or values out of range, a
-// negative `until` among them, before anything runs, and passes on what an observer or `look` throws.
+// and sink back as they were, and runs whatever else is queued. Throws std::logic_error when called
+// inside a callback of the activity, std::invalid_argument for a plan with mistakes (Timeline.h) or
+// values out of range, a negative `until` among them, before anything runs, and passes on what an
+// observer or `look` throws.
 // Cost: that of the library, plus a logarithmic step for each event.
 Result run( Plan const & plan, std::vector< Observer * > const & observers = {},
             double until = infinity, Look const & look = {} );

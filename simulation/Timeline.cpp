@@ -2,9 +2,11 @@
 #include <simulation/Timeline.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <numeric>
 #include <set>
+#include <stdexcept>
 
 #include <simulation/detail/Json.h>
 #include <simulation/detail/Text.h>
@@ -127,9 +129,19 @@ class Directory {
    TimelineEntry const * entry_ = nullptr;
 };
 
+// Without an order of its times a timeline cannot be sorted.
+void requireTime( double at ) {
+   if( std::isnan( at ) ) {
+      throw std::invalid_argument( "an entry of the timeline is at NaN, which is no time" );
+   }
+}
+
 }  // namespace
 
 std::vector< std::size_t > timelineOrder( std::vector< TimelineEntry > const & timeline ) {
+   for( auto const & entry : timeline ) {
+      requireTime( entry.at );
+   }
    std::vector< std::size_t > order( timeline.size() );
    std::iota( order.begin(), order.end(), std::size_t{ 0 } );
    std::stable_sort( order.begin(), order.end(), [ & ]( std::size_t a, std::size_t b ) {
@@ -140,6 +152,9 @@ std::vector< std::size_t > timelineOrder( std::vector< TimelineEntry > const & t
 
 std::vector< Mistake > planMistakes( Plan const & plan,
                                      std::vector< UnclearEntry > const & unclear ) {
+   for( auto const & entry : unclear ) {
+      requireTime( entry.at );
+   }
    std::vector< Mistake > mistakes;
    Directory directory( mistakes );
    for( auto const & agent : plan.agent ) {

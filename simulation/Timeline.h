@@ -10,7 +10,7 @@
 namespace Simulation {
 
 // The entries of a timeline as indexes into it, in the order in which they run: by `at`, equal
-// times in the order of the file. REQUIRES: no `at` is NaN.
+// times in the order of the file. Throws std::invalid_argument for an `at` that is NaN.
 std::vector< std::size_t > timelineOrder( std::vector< TimelineEntry > const & timeline );
 
 // An entry that a reader could not make sense of, though it names an agent: from its time on the
@@ -29,7 +29,8 @@ struct UnclearEntry {
 // entry counts as not made, but for the events of a wrong `Join`: they count as declared, so that
 // one slip is not reported again at each entry that follows from it.
 //
-// Empty for a plan that can be run. REQUIRES: no `at` is NaN. Cost: n log n.
+// Empty for a plan that can be run. Throws std::invalid_argument for an `at` that is NaN.
+// Cost: n log n.
 std::vector< Mistake > planMistakes( Plan const & plan,
                                      std::vector< UnclearEntry > const & unclear = {} );
 

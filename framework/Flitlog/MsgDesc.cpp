@@ -4,7 +4,6 @@
 #include <Flitlog/Ring.h>
 #include <Flitlog/detail/Format.h>
 
-#include <cassert>
 #include <cstring>
 #include <stdexcept>
 
@@ -45,7 +44,8 @@ void MsgFormatString::put( char const * code ) { value( code, false ); }
 
 MsgDesc::MsgDesc( TraceFile * file, char const * source, int line )
    : file_( file ), source_( source ), line_( line ) {
-   assert( file );
+   if( !file )
+      throw std::invalid_argument( "the descriptor of a trace point needs a file" );
 }
 
 MsgDesc & MsgDesc::operator<<( char const * literal ) {

@@ -44,7 +44,7 @@ class FLITLOG_EXPORT MsgFormatString {
 // message's parts, finished, dropped: once per point and file. Not for the path of every record.
 class FLITLOG_EXPORT MsgDesc {
  public:
-   // REQUIRES: a file, which outlives this object.
+   // The file is written to by finish(). Throws std::invalid_argument for null.
    MsgDesc( TraceFile * file, char const * source, int line );
 
    void handleIs( std::string_view handle ) { handle_ = handle; }

@@ -109,6 +109,7 @@ struct TraceFile::State {
 
 // REQUIRES: the ring is not empty.
 void TraceFile::State::dropOldest() {
+   assert( tail != head );
    std::uint32_t size;
    std::memcpy( &size, ring + tailAt, sizeof size );
    if( size < sizeof( RecordHead ) || size % 8 != 0 || size > head - tail ) {

@@ -147,7 +147,8 @@ class FLITLOG_EXPORT TraceFile {
    TraceFile & operator=( TraceFile const & ) = delete;
 
    // Registers the variable that holds a point's id: it becomes 0 when this file closes, and the
-   // point then gives its descriptor to the next one. REQUIRES: it outlives this file.
+   // point then gives its descriptor to the next one. So it is a variable of static lifetime, or of
+   // something that lives longer than this file.
    void msgIdArrIs( int * id );
 
    std::string const & path() const;

@@ -35,7 +35,7 @@ ActivityConfig::~ActivityConfig() = default;
 
 Wakeup::~Wakeup() = default;
 
-bool Activity::running() const { return detail::queue().running(); }
+bool Activity::running() const { return detail::queue().running() || manager_.inTurn_; }
 
 // What comes from outside of the activity, and where it belongs.
 //
@@ -124,10 +124,14 @@ namespace {
 }
 } // namespace
 
+void detail::refuseNesting() {
+   refuse( "the activity's loop does not nest: called inside a callback" );
+}
+
 void ActivityManager::checkNotNested() const {
    detail::checkOwner( nullptr, "" );
    if( detail::queue().running() || inTurn_ )
-      refuse( "the activity's loop does not nest: called inside a callback" );
+      detail::refuseNesting();
 }
 
 void ActivityManager::checkProcess() const {
@@ -447,7 +451,11 @@ void ActivityManager::descriptorDel( int fd ) {
    wakeup().watchIs( fd, 0 );
 }
 
-void ActivityManager::ownerThreadIs() { detail::ownThread(); }
+void ActivityManager::ownerThreadIs() {
+   if( inTurn_ )
+      detail::checkOwner( nullptr, "" );
+   detail::ownThread();
+}
 
 void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
    if( !wakeup )

@@ -69,9 +69,9 @@ class KIV_EXPORT Wakeup {
 
 // The process's one activity, its clock and its loop. Made at first use, never destroyed. Belongs
 // to the thread that used it first, other than by post() (ownerThreadIs() moves it). post() alone
-// may be called from any thread: when another thread changes an entity, sets a timer, or switches or
-// registers a reactor, a message on standard error says which thread, what it has touched and which
-// attribute, and the process ends. That is one comparison for each change, in every build.
+// may be called from any thread: when another thread changes an entity, sets a timer, or switches
+// or registers a reactor, a message on standard error says which thread, what it has touched and
+// which attribute, and the process ends. That is one comparison for each change, in every build.
 class KIV_EXPORT ActivityManager : public PtrInterface {
  public:
    using Task = std::function< void() >;
@@ -109,10 +109,10 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
 
    // ---- what one turn delivers, in run() and runDue()
 
-   // How many callbacks and timers a turn delivers before each timer that is due, each post and each
-   // descriptor that is ready gets its turn; then it goes on. The reactors that keep the loop so
-   // busy are named once, in the trace and on standard error: what they watch, and the attribute.
-   // The next report comes when there was nothing to do in between.
+   // How many callbacks and timers a turn delivers before each timer that is due, each post and
+   // each descriptor that is ready gets its turn; then it goes on. The reactors that keep the loop
+   // so busy are named once, in the trace and on standard error: what they watch, and the
+   // attribute. The next report comes when there was nothing to do in between.
    //
    // 100,000 if not said otherwise. A callback takes a microsecond or so, so that others wait for a
    // fraction of a second in the worst case, while start-ups of some ten thousand stages never get
@@ -140,13 +140,16 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    void post( Task task );
    // Calls `ready` with the events that hold whenever `fd` is ready for `events` (poll(2)'s
    // POLLIN, POLLOUT ...). One watch per descriptor; another call replaces it. The descriptor
-   // stays the caller's. Throws std::system_error for one that cannot be watched, and std::bad_alloc;
-   // nothing has changed then.
+   // stays the caller's. Throws std::system_error for one that cannot be watched, and
+   // std::bad_alloc; nothing has changed then.
    void descriptorIs( int fd, unsigned events, std::function< void( unsigned ) > ready );
-   // REQUIRES: called before the descriptor is closed. Nothing happens for one not watched.
+   // For the time before the descriptor is closed. One that was closed is told of no more either,
+   // and its number can be watched anew, unless it has a copy (dup(), fork()): that is told of
+   // under the old number for as long as it is open. Nothing happens for one not watched.
    void descriptorDel( int fd );
 
-   // The calling thread owns the activity from now on. REQUIRES: no other thread uses it.
+   // The calling thread owns the activity from now on; the one that owned it is another thread like
+   // all the others. While the loop runs there, this ends the process as any use from outside does.
    void ownerThreadIs();
    // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
@@ -159,6 +162,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
 
  private:
    friend KIV_EXPORT Ptr< ActivityManager > const & activityManager();
+   friend class Activity;
    struct World;
 
    ActivityManager();
@@ -196,6 +200,7 @@ class KIV_EXPORT Activity {
  public:
    explicit Activity( ActivityManager & manager ) : manager_( manager ) {}
    ActivityManager & manager() const { return manager_; }
+   // Inside a callback, a timer, a task, or what else the loop calls.
    bool running() const;
 
  private:

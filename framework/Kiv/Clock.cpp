@@ -50,6 +50,8 @@ double Clock::delayUntil( double time ) const { return std::fmax( 0.0, time - no
 double Clock::nextTime() const { return heap_.empty() ? infinity : heap_.front()->due(); }
 
 bool Clock::fireOne() const {
+   if( detail::queue().running() )
+      detail::refuseNesting();
    while( !heap_.empty() && heap_.front()->due() <= now() ) {
       Timer & timer = *heap_.front();
       if( timer.kivMarkedForDeletion() ) {

@@ -52,8 +52,8 @@ class KIV_EXPORT Clock : public PtrInterface {
 
       double timeMin_ = infinity;
       double restsUntil_ = -infinity; // after an exception has cut onTime() short
-      // When its turn is: when it is due, or later for one that is set again and again to a time that
-      // has come, while others wait.
+      // When its turn is: when it is due, or later for one that is set again and again to a time
+      // that has come, while others wait.
       mutable double turn_ = infinity;
       std::uint64_t armed_ = 0; // numbers the armings: the order at equal times
       mutable std::uint32_t place_ = notQueued;
@@ -71,7 +71,7 @@ class KIV_EXPORT Clock : public PtrInterface {
    // The earliest armed time; +infinity when no timer is armed.
    double nextTime() const;
    // Fires the first timer that is due, by (time, order of arming); false when none is. What its
-   // onTime() queues is not delivered here. REQUIRES: no callback is running.
+   // onTime() queues is not delivered here. Throws an exception when called inside a callback.
    bool fireOne() const;
    std::size_t armedTimers() const { return heap_.size(); }
 

@@ -84,6 +84,13 @@ Ptr< T > const & valid( Ptr< T > const & p ) {
    return p;
 }
 
+template< class T >
+T * valid( T * p ) {
+   if( !p )
+      throwRangeException( "null ValidPtr" );
+   return p;
+}
+
 // Ends the process when an invariant of ours is broken, in every build: says which on standard
 // error. Not for what callers do wrong.
 [[noreturn]] KIV_EXPORT void invariantBroken( char const * invariant );

@@ -1,7 +1,8 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Kiv/HashMap.h>
 
-#include <cassert>
+#include <Kiv/Exception.h>
+
 #include <new>
 
 namespace Kiv::detail {
@@ -75,8 +76,9 @@ void MapBase::reserve( std::uint32_t more ) {
 }
 
 void MapBase::insert( MapNode * node ) noexcept {
-   assert( table_ && "room was made" );
+   assertInvariant( table_, "room was made for a new member" );
    MapNode ** link = place( node->key );
+   assertInvariant( !*link || !( ( *link )->key == node->key ), "a new member's key is new" );
    node->next = *link;
    *link = node;
    ++size_;

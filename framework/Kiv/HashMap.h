@@ -58,7 +58,7 @@ class KIV_EXPORT MapBase {
 
    // Makes room for `more` members. Throws std::bad_alloc and has then changed nothing.
    void reserve( std::uint32_t more );
-   // REQUIRES: room was made, and the key is absent.
+   // REQUIRES: room was made, and the key is absent. Ends the process otherwise.
    void insert( MapNode * node ) noexcept;
    // Unlinks the member and returns it, null when absent; gives memory back when it can.
    MapNode * remove( Text const & key ) noexcept;
@@ -132,8 +132,8 @@ class HashMap : public detail::MapBase {
    // Members may look at the map while they are destroyed: it is empty by then.
    void clear() { disposeAll( takeAll() ); }
 
-   // REQUIRES: the map outlives the iterator (the iterators that entities hand out keep their
-   // entity alive themselves). May be used across any change of the map.
+   // May be used across any change of the map, not after its end: it points to the map (the
+   // iterators that entities hand out keep their entity alive themselves).
    class IteratorConst {
     public:
       IteratorConst() = default;

@@ -7,10 +7,12 @@
 #include <Kiv/Exception.h>
 
 #include <algorithm>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <Kiv/detail/Forever.h>
+#include <Kiv/detail/Thread.h>
 
 namespace Kiv {
 
@@ -63,6 +65,9 @@ Ptr< KivAttr const > KivType::attr( String8 const & name ) const {
 }
 
 void typeNodeIs( KivType const & type ) {
+   // Libraries register their types when they are loaded, which does not decide whose thread it is.
+   if( detail::hasOwnThread() )
+      detail::checkOwner( nullptr, type.name() );
    Registry & all = registry();
    if( KivType const * const held = typeNode( type.name() ) ) {
       if( held != &type )
@@ -87,7 +92,13 @@ KivType const * typeNode( String8 const & name ) {
    return found == registry().byName.end() ? nullptr : found->second;
 }
 std::size_t typeNodes() { return registry().types.size(); }
-KivType const & typeNode( std::size_t place ) { return *registry().types[ place ]; }
+KivType const & typeNode( std::size_t place ) {
+   auto const & types = registry().types;
+   if( place >= types.size() )
+      throwRangeException( "there is no type " + std::to_string( place ) + ", only " +
+                           std::to_string( types.size() ) + " are registered, from 0" );
+   return *types[ place ];
+}
 
 IntrospectionReactor::~IntrospectionReactor() { isRegisteredIs( false ); }
 

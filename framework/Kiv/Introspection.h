@@ -34,13 +34,15 @@ class KIV_EXPORT KivAttr : public PtrInterface {
 };
 
 // Registers a type under its full name. The same one again is nothing; another one of a name that
-// is taken is refused with the name-in-use exception. REQUIRES: the type lives as long as the
-// process, and so does what its rows point to; the calling thread is the activity's, or there is
-// no other yet.
+// is taken is refused with the name-in-use exception. The type and what its rows point to are used
+// until the process is gone: they are objects of static lifetime that need no destruction. Like any
+// other use of the activity it is for the activity's thread, once there is one; another thread is
+// told of and ends the process (Activity.h).
 KIV_EXPORT void typeNodeIs( KivType const & type );
 // The registered type of that name; null when there is none.
 KIV_EXPORT KivType const * typeNode( String8 const & name );
-// All of them by number, in the order of registration. REQUIRES: place < typeNodes().
+// All of them by number, in the order of registration. A range exception for a number that is not
+// below typeNodes().
 KIV_EXPORT std::size_t typeNodes();
 KIV_EXPORT KivType const & typeNode( std::size_t place );
 

@@ -19,8 +19,8 @@ struct MemoryHooks {
 };
 
 // Installs `hooks` (null members: the global operators new and delete) and returns what was there
-// before. REQUIRES: memory is released by the hooks that allocated it, so a replacement either
-// passes on to the ones before it or is installed while nothing of the framework is alive.
+// before. From now on memory is released by these hooks, whichever have allocated it: a replacement
+// passes on to the ones before it, or is installed while nothing of the framework is alive.
 KIV_EXPORT MemoryHooks memoryHooksIs( MemoryHooks hooks );
 
 // Memory for parts that are not counted objects: characters, table nodes, queue items.

@@ -51,8 +51,9 @@ struct Delivery {
 // How one attribute is read, written and called by name (GenericIf.h): a function for each thing
 // that can be done to it, null for what cannot. Made from the typed accessors, see Access.h.
 //
-// REQUIRES of each function: the object is of the class that the accessors belong to, which holds
-// for an object whose fwkType() has the row. `name` is what an error calls the value.
+// Each function takes the object, unchecked, for one of the class that the accessors belong to. So
+// it is for objects whose fwkType() has the row, which is how GenericIf.h finds it. `name` is what
+// an error calls the value.
 struct Access {
    using Object = PtrInterface;
 

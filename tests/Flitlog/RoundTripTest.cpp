@@ -37,6 +37,10 @@ struct RoundTrip : Folder {
    }
 };
 
+TEST_F( RoundTrip, ADescriptorNeedsAFile ) {
+   EXPECT_THROW( MsgDesc( nullptr, "Source", 1 ), std::invalid_argument );
+}
+
 TEST_F( RoundTrip, BoolsAreTrueAndFalse ) {
    EXPECT_EQ( text( "b", true ), "true" );
    EXPECT_EQ( text( "b", false ), "false" );

@@ -340,3 +340,21 @@ TEST( HashMap, DoesWhatAnOrderedMapDoesInLongRandomSequences ) {
       ASSERT_FALSE( HasFailure() ) << "seed " << seed;
    }
 }
+
+// ---- what the framework itself owes a map
+
+namespace {
+struct BareMap : Kiv::detail::MapBase {};
+} // namespace
+
+TEST( MapBaseDeathTest, AMemberWithoutRoomOrOfAKeyThatIsThereEndsTheProcess ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   BareMap map;
+   Kiv::detail::MapNode a( Name( "a" ) );
+   Kiv::detail::MapNode again( Name( "a" ) );
+   EXPECT_DEATH( map.insert( &a ), "invariant broken: room was made for a new member" );
+   map.reserve( 2 );
+   map.insert( &a );
+   EXPECT_DEATH( map.insert( &again ), "invariant broken: a new member's key is new" );
+   map.takeAll();
+}

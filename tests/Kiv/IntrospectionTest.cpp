@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 using Kiv::KivType;
@@ -35,6 +37,34 @@ TEST( TypeNodes, BeginWithTheBuiltInTypesAndTheFrameworksOwn ) {
    ASSERT_GE( names.size(), first.size() );
    names.resize( first.size() );
    EXPECT_EQ( names, first );
+}
+
+TEST( TypeNodes, ANumberThatIsNotThereIsRefused ) {
+   std::size_t const count = Kiv::typeNodes();
+   EXPECT_STREQ( Kiv::typeNode( 0 ).name(), "bool" );
+   EXPECT_NO_THROW( Kiv::typeNode( count - 1 ) );
+   EXPECT_THROW( Kiv::typeNode( count ), Kiv::RangeException );
+   EXPECT_THROW( Kiv::typeNode( static_cast< std::size_t >( -1 ) ), Kiv::RangeException );
+}
+
+TEST( TypeNodesDeathTest, AnotherThreadThanTheActivitysRegistersNone ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   KivType const & type = made( "Test::Elsewhere" );
+   EXPECT_EXIT(
+      {
+         // Nobody owns the activity yet: a library may be loaded on any thread.
+         std::thread loader( [ & ] { Kiv::typeNodeIs( type ); } );
+         loader.join();
+         std::_Exit( Kiv::typeNode( "Test::Elsewhere" ) == &type ? 0 : 1 );
+      },
+      testing::ExitedWithCode( 0 ), "" );
+   EXPECT_DEATH(
+      {
+         Kiv::activityManager()->runQueued();
+         std::thread loader( [ & ] { Kiv::typeNodeIs( type ); } );
+         loader.join();
+      },
+      "outside of the activity's thread" );
 }
 
 TEST( TypeNodes, AreFoundByTheirFullNames ) {

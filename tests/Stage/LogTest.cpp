@@ -64,6 +64,21 @@ TEST( Log, IsReadWithoutRemovingToo ) {
    EXPECT_EQ( log->log( 0 ).msg, String8( "second" ) );
 }
 
+TEST( Log, AnEntryThatIsNotThereIsRefused ) {
+   Ptr< Log > const log = Log::LogIs( "log" );
+   EXPECT_THROW( log->log( 0 ), Kiv::RangeException );
+   log->logEnq( { 1, "first" } );
+   log->logEnq( { 2, "second" } );
+   EXPECT_EQ( log->log( 1 ).msg, String8( "second" ) );
+   try {
+      log->log( 2 );
+      ADD_FAILURE() << "an entry was made up";
+   } catch( Kiv::RangeException const & e ) {
+      EXPECT_STREQ( e.what(), "the log has no entry 2 after the oldest, it has 2" );
+   }
+   EXPECT_THROW( log->log( static_cast< std::size_t >( -1 ) ), Kiv::RangeException );
+}
+
 TEST( Log, KeepsACopyOfTheEntry ) {
    Ptr< Log > const log = Log::LogIs( "log" );
    LogEntry entry{ 1, "text" };

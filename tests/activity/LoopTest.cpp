@@ -261,6 +261,26 @@ TEST_F( Turns, TheLoopIsRefusedInsideACallbackOfAReactor ) {
    EXPECT_EQ( journal, ( Lines{ "told 1", "end" } ) );
 }
 
+TEST_F( Turns, TheClockFiresNoTimerInsideACallbackEither ) {
+   auto const due = timer( "due", 1000 );
+   listener->act = [ & ] {
+      EXPECT_THROW( loop.clock()->fireOne(), Kiv::Exception );
+      EXPECT_EQ( due->timeMin(), 1000 );
+      EXPECT_TRUE( manager()->activity()->running() );
+   };
+   event->timeoutIs( 1 );
+   loop.deliver();
+   EXPECT_EQ( journal, ( Lines{ "told 1" } ) );
+   EXPECT_FALSE( manager()->activity()->running() );
+   EXPECT_TRUE( loop.clock()->fireOne() );
+}
+
+TEST_F( Turns, ATaskRunsInsideTheLoopAsACallbackDoes ) {
+   post( [] { EXPECT_TRUE( manager()->activity()->running() ); } );
+   manager()->runDue();
+   EXPECT_FALSE( manager()->activity()->running() );
+}
+
 TEST_F( Turns, TheLoopIsRefusedInsideATimer ) {
    auto const due = timer( "due", 1000 );
    auto const other = timer( "other", 1000 );

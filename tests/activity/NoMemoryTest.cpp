@@ -1,5 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// The loop in a process that has no memory left: it goes on, and a watch is made whole or not at all.
+// The loop in a process that has no memory left: it goes on, and a watch is made whole or not at
+// all.
 #include "../support/Allocations.h"
 #include "Listener.h"
 #include "Pipe.h"

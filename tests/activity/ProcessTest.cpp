@@ -154,8 +154,8 @@ TEST_F( ThreadsDeathTest, TheMessageNamesTheThreadTheObjectAndTheAttribute ) {
                     stage->timeoutIs( 1 );
                  } ),
                  "^kiv: timeout of status/Net was touched outside of the activity's thread: on "
-                 "thread [0-9]+ \\(worker\\), while the activity's is [0-9]+; other threads may only "
-                 "call ActivityManager::post\n$" );
+                 "thread [0-9]+ \\(worker\\), while the activity's is [0-9]+; other threads may "
+                 "only call ActivityManager::post\n$" );
    EXPECT_DEATH( onAnotherThread( [ & ] { event->dependencyIs( "Disk", true ); } ),
                  "kiv: dependency of Net:agent was touched" );
    EXPECT_DEATH( onAnotherThread( [ & ] { progress->stageIs( "Net", true ); } ),
@@ -187,6 +187,16 @@ TEST( ThreadDeathTest, WhoeverChangesSomethingFirstOwnsTheActivity ) {
          event->timeoutIs( 2 );
       },
       std::string( "the other thread may\n.*" ) + message );
+}
+
+TEST( ThreadDeathTest, TheActivityCannotMoveWhileItsLoopRuns ) {
+   testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+   EXPECT_DEATH(
+      {
+         post( [] { onAnotherThread( [] { manager()->ownerThreadIs(); } ); } );
+         manager()->runDue();
+      },
+      message );
 }
 
 TEST( ThreadDeathTest, APostDoesNotMakeItsThreadTheOwner ) {

@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The first state machines of a process, with every one of its first allocations failing in turn.
-// What is made at first use must be there where the exception of a failed one unwinds. Each try is a
-// child of its own, because only a process that has used nothing yet has first uses; this program
+// What is made at first use must be there where the exception of a failed one unwinds. Each try is
+// a child of its own, because only a process that has used nothing yet has first uses; this program
 // itself uses nothing of the libraries.
 #include "../support/Allocations.h"
 

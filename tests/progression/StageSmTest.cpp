@@ -721,6 +721,19 @@ TEST_F( StageSmTest, AllEventReactorsAreRemovedAtOnceAndPendingEventsStay ) {
    s->eventDel( "a" );
 }
 
+TEST_F( StageSmTest, ItIsNotMadeWithoutAStageALogOrAnOwner ) {
+   newEvent( "S", "a" );
+   activate();
+   auto const stage = s->stage();
+   TraceRecorder trace;
+   EXPECT_EQ( thrownBy( [ & ] { new Stage::StageSm( nullptr, sm->logSm(), sm.get() ); } ),
+              nullValidPtr );
+   EXPECT_EQ( thrownBy( [ & ] { new Stage::StageSm( stage, nullptr, sm.get() ); } ), nullValidPtr );
+   EXPECT_EQ( thrownBy( [ & ] { new Stage::StageSm( stage, sm->logSm(), nullptr ); } ),
+              nullValidPtr );
+   EXPECT_EQ( trace.taken(), Lines() ); // no handler has run
+}
+
 TEST_F( StageSmTest, NullIsRefusedAndChangesNothing ) {
    newEvent( "S", "a" );
    activate();

@@ -24,6 +24,22 @@ TEST( Engine, AStageIsActiveAtOnceAndCompleteWhenItsAgentReports ) {
                        "end" } ) );
 }
 
+TEST( Engine, InsideACallbackOfTheActivityARunIsRefusedAndNothingHasHappened ) {
+   auto const & manager = Kiv::activityManager();
+   auto const clock = manager->clock();
+   auto const plan = planOf( { agent( "Platform", { event( "Boot" ) } ) } );
+   int refused = 0;
+   manager->post( [ & ] {
+      EXPECT_THROW( run( plan ), std::logic_error );
+      EXPECT_EQ( manager->clock(), clock );
+      ++refused;
+   } );
+   EXPECT_EQ( manager->runDue(), 1U );
+   EXPECT_EQ( refused, 1 );
+   EXPECT_TRUE( manager->idle() );
+   EXPECT_TRUE( has( logOf( plan ), "0 stage Boot started" ) );
+}
+
 TEST( Engine, AReportAfterZeroSecondsIsMadeWhenTheStageHasStarted ) {
    EXPECT_EQ( logOf( planOf( { agent( "Platform", { event( "Boot" ) } ) } ) ),
               ( Lines{ "0 Stage progression started", "0 stage Boot started",

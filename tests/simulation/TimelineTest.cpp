@@ -1,6 +1,9 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <simulation/Timeline.h>
 
+#include <limits>
+#include <stdexcept>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -44,6 +47,15 @@ TEST( Timeline, EntriesRunInOrderOfTimeAndEqualTimesInOrderOfTheFile ) {
    auto const plan = planWith( { entry( 1, 5, Enable() ), entry( 2, 0, Enable() ),
                                  entry( 3, 5, Enable() ), entry( 4, 0, Enable() ) } );
    EXPECT_EQ( timelineOrder( plan.timeline ), ( std::vector< std::size_t >{ 1, 3, 0, 2 } ) );
+}
+
+TEST( Timeline, ATimeThatIsNoneIsRefused ) {
+   double const nan = std::numeric_limits< double >::quiet_NaN();
+   auto const plan = planWith( { entry( 1, 5, Enable() ), entry( 2, nan, Enable() ) } );
+   EXPECT_THROW( timelineOrder( plan.timeline ), std::invalid_argument );
+   EXPECT_THROW( planMistakes( plan ), std::invalid_argument );
+   EXPECT_THROW( planMistakes( planWith( {} ), { { nan, "A" } } ), std::invalid_argument );
+   EXPECT_NO_THROW( planMistakes( planWith( {} ), { { -infinity, "A" } } ) );
 }
 
 TEST( Timeline, APlanInOrderHasNoMistakes ) {

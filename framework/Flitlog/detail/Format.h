@@ -19,6 +19,7 @@
 #pragma once
 
 #include <bit>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -159,6 +160,7 @@ class Sum {
 
 // REQUIRES: a multiple of 8 bytes.
 inline std::uint32_t checkOf( void const * data, std::size_t bytes ) {
+   assert( bytes % 8 == 0 );
    auto const * const at = static_cast< unsigned char const * >( data );
    Sum sum( bytes );
    for( std::size_t i = 0; i != bytes; i += 8 ) {

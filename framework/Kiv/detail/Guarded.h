@@ -47,4 +47,7 @@ void workArrived() noexcept;
 void workGone() noexcept;
 void timersChanged() noexcept;
 
+// Throws the exception for running the loop, or a part of it, inside a callback.
+[[noreturn]] void refuseNesting();
+
 } // namespace Kiv::detail

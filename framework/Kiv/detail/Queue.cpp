@@ -312,6 +312,7 @@ QueueItem const * Queue::next() {
 }
 
 bool Queue::runOne() {
+   assertInvariant( !busy_, "callbacks do not nest" );
    if( !next() )
       return false;
    deliver( first_.head ? first_.head : second_.head );

@@ -26,6 +26,8 @@ inline bool onOwnThread() {
    return ownerMark.load( std::memory_order_relaxed ) == &threadMark;
 }
 
+inline bool hasOwnThread() { return ownerMark.load( std::memory_order_relaxed ) != nullptr; }
+
 // One comparison: made in every build, whenever something is changed.
 inline void checkOwner( PtrInterface const * object, char const * attribute ) {
    if( !onOwnThread() ) [[unlikely]]
