@@ -181,5 +181,5 @@ int main( int count, char ** arguments ) {
       }
       status = WEXITSTATUS( result.status );
    }
-   std::printf( others > 4 ? "ok\n" : "no allocations to speak of\n" );
+   std::printf( others > 1 ? "ok\n" : "nothing could fail\n" ); // the last try is without
 }

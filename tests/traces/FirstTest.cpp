@@ -32,7 +32,7 @@ TEST( FirstHandler, WritesItsLogEntryWithoutMemoryForTheTraceHandle ) {
    // The handle comes first, as the trace is the first thing that a handler does.
    ASSERT_GT( all.first, all.second );
    unsigned const forTheHandle = all.first - all.second;
-   EXPECT_GT( forTheHandle, 3U );
+   EXPECT_GT( forTheHandle, 0U ) << "nothing could fail";
    for( unsigned failing = 0; failing != forTheHandle; ++failing ) {
       Written const written( failing );
       EXPECT_FALSE( written.thrown ) << "allocation " << failing;
