@@ -307,23 +307,27 @@ void KivStageStatus::dropFormerAncestors() {
 
 // The stage is no critical ancestor any more of what only `before`, which it was, depended on.
 void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
-   if( !before )
-      return;
-   // Whatever a stage throws that decides anew, the others lose the link, too: nobody would come
-   // back for it.
+   if( before )
+      configSm_->withdrawLinks( String8( key_ ), stage() );
+}
+
+// Stage `name` is a critical ancestor of no stage but those that `present`, if there is one,
+// depends on. Whatever a stage throws that decides anew, the others lose the link, too: nobody
+// would come back for it.
+void ConfigSm::withdrawLinks( String8 const & name, Ptr< StageStatus > const & present ) {
    std::exception_ptr thrown;
-   for( auto i = configSm_->stageStatusIterator(); i; ++i ) {
-      if( stage() && stage()->hasDependency( String8( i.key() ) ) )
+   for( auto i = stageStatusIterator(); i; ++i ) {
+      if( present && present->hasDependency( String8( i.key() ) ) )
          continue;
       Ptr< KivStageStatus > const other = i.ptr();
-      if( !other || !other->criticalAncestorErase( String8( key_ ) ) )
+      if( !other || !other->criticalAncestorErase( name ) )
          continue;
       if( thrown ) {
          other->undecidedIs();
          continue;
       }
       try {
-         other->criticalAncestorNotify( String8( key_ ), nullptr );
+         other->handleCritical( name );
       } catch( ... ) {
          thrown = std::current_exception();
       }
@@ -337,7 +341,8 @@ void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
 void KivStageStatus::leftIs( Ptr< EventConfig const > const & event, bool setTimeout ) {
    left_ = event;
    leftSetTimeout_ = setTimeout;
-   configSm_->unsettled_ = true;
+   if( configSm_ )
+      configSm_->unsettled_ = true;
 }
 void KivStageStatus::undecidedIs() {
    undecided_ = true;
@@ -687,8 +692,11 @@ Ptr< KivStageStatus > ConfigSm::stageStatusIs( Ptr< StageStatus > const & stage 
 }
 void ConfigSm::stageStatusDel( Name const & stage ) {
    Ptr< KivStageStatus > const gone = stageStatus_.member( stage );
-   if( !gone )
+   if( !gone ) {
+      // One whose making was cut short has left no reactor, but perhaps links.
+      withdrawLinks( String8( stage ), nullptr );
       return;
+   }
    bool const teardown = gone->kivMarkedForDeletion();
    Ptr< StageStatus > const before = gone->stage();
    gone->kivDoZombieReactors( true );
@@ -696,6 +704,7 @@ void ConfigSm::stageStatusDel( Name const & stage ) {
    // Not before it has left the collection: a stage in a cycle with it would push its flag back
    // and make it decide anew.
    if( !teardown ) {
+      detail::OnException const letGo( [ & ] { gone->configSm_ = nullptr; } );
       gone->notifierIs( Ptr< PtrInterface const >() );
       gone->withdrawLinks( before );
    }

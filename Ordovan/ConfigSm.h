@@ -344,6 +344,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    // The agent's entry in the directory, null if there is none of that type.
    Kiv::Ptr< AgentConfig > agentEntry( Kiv::Name const & agent ) const;
    void reconcileStages();
+   void withdrawLinks( Kiv::String8 const & name, Kiv::Ptr< StageStatus > const & present );
    // Does what callbacks that were cut short have left undone.
    void settle();
    template< class Reactor, class Owner, class Call >

@@ -576,14 +576,14 @@ void StatusSm::handleActiveStage( String8 name ) {
                      "void Stage::StatusSm::handleActiveStage(Kiv::String)", " for stage ", name );
       return;
    }
+   Ptr< StageSm > const held = stageSm( name );
+   if( held && held->progressOwed_ )
+      recordProgress( name ); // what an earlier call was kept from
    Ptr< StageStatus > const stage = Kiv::valid( status() )->activeStage( name );
    if( !stage )
       return; // it has left again: nothing is torn down
-   if( Ptr< StageSm > const held = stageSm( name ) ) {
-      if( held->progressOwed_ )
-         recordProgress( name );
+   if( held )
       return; // replaced once
-   }
    ORDOVAN_TRACE( 8, "Replacing Stage Enable Sm with Stage Sm for ", name );
    stageEnableSmDel( name );
    stageSmIs( Ptr< StageStatus const >( stage ), logSm() );

@@ -239,7 +239,13 @@ StageSm::KivStageUncompleted::KivStageUncompleted( Ptr< Kiv::Clock const > const
 StageSm::KivStageUncompleted::~KivStageUncompleted() { kivDoZombieReactors( true ); }
 
 void StageSm::KivStageUncompleted::onTime() {
-   Kiv::detail::toOwner( *this, stageSm_, []( StageSm & sm ) { sm.handleStageUncompleted(); } );
+   Kiv::detail::toOwner( *this, stageSm_, []( StageSm & sm ) {
+      // A completion that was cut short was before this, and disarms the timer.
+      bool const owed = !sm.untold_.empty();
+      sm.tellUntold();
+      if( !owed || sm.pendingEvents() != 0 )
+         sm.handleStageUncompleted();
+   } );
 }
 
 void StageSm::KivStageUncompleted::kivDoZombieReactors( bool zombie ) {
@@ -322,6 +328,10 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
 
 // Has been attached to another stage.
 void StageSm::catchUp() {
+   // What the other stage's completion was kept from is this one's only when all is seen.
+   String8 const owed = untold_;
+   untold_ = String8();
+   detail::OnException const stillOwed( [ & ] { untold_ = owed; } );
    // What is incomplete is pending before any event is looked at: else the set could run empty in
    // between, and the stage complete.
    for( auto i = stage()->eventIteratorConst(); i; ++i )
@@ -334,6 +344,8 @@ void StageSm::catchUp() {
       if( !pending || stage()->event( pending->agent() ) != pending )
          pendingEventDel( i.key() );
    }
+   if( !owed.empty() )
+      pendingEventChanged( owed );
 }
 
 void StageSm::onEvent( String8 agentName ) {

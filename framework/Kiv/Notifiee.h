@@ -20,9 +20,11 @@
 //  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
 //    loop goes on with the next callback. A callback that std::bad_alloc has cut short is delivered
 //    again: at once when nothing else is queued, then, while it keeps failing, after a rest that
-//    grows from a millisecond to a second. It is reported once, and once more with the number of
-//    failures when it has been delivered. A callback cut short by anything else is given up, unless
-//    its reactor said deliveredUntilDoneIs( true ). What is asked for of the same (reactor,
+//    grows from a millisecond to a second. It is reported once, and once more with their number
+//    when it has been delivered after two failures or more. A callback cut short by anything else
+//    is given up, unless its reactor said deliveredUntilDoneIs( true ); one cut short by a
+//    Kiv::Exception always, since what a caller did wrong is as wrong the next time. A key that is
+//    delivered again may come after the deferred form. What is asked for of the same (reactor,
 //    attribute, key) meanwhile is the same callback; the timer of a Clock is put back in the same
 //    way. So write callbacks that may run twice: what they have done by the time something throws
 //    must not keep them from doing it again.
@@ -109,8 +111,8 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
  protected:
    NotifieeConst();
 
-   // Whether a callback that any exception has cut short is delivered again, as one that
-   // std::bad_alloc cut short always is. Off. For reactors that may not lose a callback and to
+   // Whether a callback that any exception but a Kiv::Exception has cut short is delivered again,
+   // as one that std::bad_alloc cut short always is. Off. For reactors that may not lose a callback and to
    // which others' code throws.
    void deliveredUntilDoneIs( bool on ) { flagIs( untilDone, on ); }
 

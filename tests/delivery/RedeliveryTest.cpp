@@ -118,6 +118,56 @@ TEST_F( Redelivery, AReactorCanAskForItWhateverIsThrown ) {
    EXPECT_EQ( told(), ( Lines{ "a timeout 5", "b timeout 5", "a timeout 5" } ) );
 }
 
+TEST_F( Redelivery, WhatACallerDidWrongIsNotTriedAgainByAnybody ) {
+   a->deliveredUntilDoneIs( true );
+   a->act = [] { Kiv::throwRangeException( "wrong" ); };
+   event->timeoutIs( 5 );
+   loop.deliver();
+   EXPECT_EQ( told(), ( Lines{ "a timeout 5", "b timeout 5" } ) );
+   EXPECT_EQ( a->pendingNotifications(), 0U );
+}
+
+TEST_F( Redelivery, ADeferredFormThatCameThroughStartsToCountAnew ) {
+   // The key "Net" rests long; the deferred form fails twice and comes through meanwhile.
+   int deferredFails = 2;
+   bool netFails = true;
+   a->act = [ & ] {
+      bool const deferred = journal.back() == "a dependency...";
+      if( deferred && deferredFails > 0 ) {
+         --deferredFails;
+         throw std::bad_alloc();
+      }
+      if( netFails && journal.back().find( "a dependency Net" ) == 0 )
+         throw std::bad_alloc();
+   };
+   event->dependencyIs( "Net", true );
+   for( int i = 0; i != 7; ++i ) {
+      loop.deliver();
+      wait();
+   }
+   event->dependencyIs( "Disk", true );
+   event->dependencyIs( "Boot", true );
+   for( int i = 0; i != 3; ++i ) {
+      loop.deliver();
+      loop.nowIs( loop.now() + 0.0015 );
+   }
+   EXPECT_EQ( deferredFails, 0 );
+   EXPECT_NE( a->pendingNotifications(), 0U );
+   std::size_t const before = journal.size();
+   event->dependencyIs( "Disk", false );
+   event->dependencyIs( "Boot", false );
+   loop.deliver();
+   EXPECT_EQ( std::count( journal.begin() + static_cast< std::ptrdiff_t >( before ), journal.end(),
+                          "a dependency..." ), 1 );
+   netFails = false;
+   loop.nowIs( loop.now() + 10 );
+   loop.deliver();
+   std::string const text = taken();
+   EXPECT_NE( text.find( "after 2 exceptions in a row" ), std::string::npos ) << text;
+   EXPECT_EQ( text.find( "after 2 exceptions in a row" ),
+              text.rfind( "after 2 exceptions in a row" ) ) << text;
+}
+
 TEST_F( Redelivery, WhileItKeepsFailingItRestsTwiceAsLongEachTimeUpToASecond ) {
    a->act = throws< std::bad_alloc >( 14 );
    event->timeoutIs( 5 );

@@ -163,6 +163,7 @@ void Queue::take( QueueItem * item ) noexcept {
       break;
    case Form::group:
       group->wanted = false;
+      group->failures = 0;
       break;
    }
    if( group->pendingKeys == 0 && !group->wanted )
@@ -371,12 +372,15 @@ Outcome Queue::failed( Reactor & reactor, AttributeId attribute, unsigned failur
       reportException( "a reactor that is gone", String8() );
       return Outcome::failed;
    }
-   bool again = reactor.deliveredUntilDone();
+   bool again = false;
    try {
       throw;
    } catch( std::bad_alloc const & ) {
       again = true;
+   } catch( Exception const & ) {
+      // What a caller did wrong is as wrong the next time.
    } catch( ... ) {
+      again = reactor.deliveredUntilDone();
    }
    if( !again || failures == 0 ) {
       try {
@@ -403,7 +407,7 @@ QueueItem * Queue::pendingAgain( Form form, Text const & key ) noexcept {
    QueueItem * const ring = reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         if( item->form == form && item->attribute == running_.attribute )
+         if( item->form == form && item->attribute->id == running_.attribute->id )
             return item;
          item = item->nextOfReactor;
       } while( item != ring );
