@@ -49,7 +49,8 @@ TEST( TypeNodes, ANumberThatIsNotThereIsRefused ) {
 
 TEST( TypeNodesDeathTest, AnotherThreadThanTheActivitysRegistersNone ) {
    testing::GTEST_FLAG( death_test_style ) = "threadsafe";
-   KivType const & type = made( "Test::Elsewhere" );
+   // Only the two children register it, so here nothing would hold it but this test.
+   static KivType const type( "Test::Elsewhere", &Kiv::PtrInterface::_fwkType(), {} );
    EXPECT_EXIT(
       {
          // Nobody owns the activity yet: a library may be loaded on any thread.
