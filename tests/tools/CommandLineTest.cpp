@@ -87,7 +87,11 @@ TEST_F( CommandLine, WithoutArgumentsTheSubcommandsAreListedOnStandardError ) {
    auto const run = ordovan( "" );
    EXPECT_EQ( run.status, 2 );
    EXPECT_EQ( run.out, "" );
-   EXPECT_EQ( run.err + '\n', ordovan( "--help" ).out );
+   // Versions of the library that writes the help end it with one line end or with two.
+   auto const ended = []( std::string const & text ) {
+      return text.substr( 0, text.find_last_not_of( '\n' ) + 1 );
+   };
+   EXPECT_EQ( ended( run.err ), ended( ordovan( "--help" ).out ) );
    EXPECT_NE( run.err.find( "\n  simulate  " ), std::string::npos );
    EXPECT_NE( run.err.find( "\n  inspect  " ), std::string::npos );
 }
