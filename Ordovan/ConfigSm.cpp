@@ -13,6 +13,7 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::keyed;
 using Kiv::Name;
 using Kiv::Ptr;
@@ -26,34 +27,31 @@ using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 namespace {
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument, {},
-     reads< &ConfigSm::config >() },
-   { 9, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument, {},
-     reads< &ConfigSm::status >() },
-   { 10, "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument | Role::reactor, {},
-     reads< &ConfigSm::agentDir >() },
-   { 11, "handleAgent", "", "Kiv::Name", Role::handler, {},
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument,
+     reads< &ConfigSm::config >() ),
+   Attribute( "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument,
+     reads< &ConfigSm::status >() ),
+   Attribute( "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument | Role::reactor,
+     reads< &ConfigSm::agentDir >() ),
+   Attribute( "handleAgent", "", "Kiv::Name", Role::handler,
      Kiv::callsEither< Kiv::overload< void( Name ) >( &ConfigSm::handleAgent ),
-                       Kiv::overload< void() >( &ConfigSm::handleAgent ) >( "name" ) },
-   { 12, "agentConfig", "Stage::AgentConfig", "Kiv::Name", Role::collection | Role::reactor, {},
+                       Kiv::overload< void() >( &ConfigSm::handleAgent ) >( "name" ) ),
+   Attribute( "agentConfig", "Stage::AgentConfig", "Kiv::Name", Role::collection | Role::reactor,
      keyed< &ConfigSm::agentConfig, &ConfigSm::agentConfigs, &ConfigSm::agentConfigIteratorConst >()
         .memberWritesUnder< &ConfigSm::agentConfigIs, &AgentConfig::name >()
-        .memberDeletes< &ConfigSm::agentConfigDel, &ConfigSm::agentConfigDelAll >() },
-   { 13, "stageStatus", "Stage::StageStatus", "Kiv::Name", Role::collection | Role::reactor, {},
+        .memberDeletes< &ConfigSm::agentConfigDel, &ConfigSm::agentConfigDelAll >() ),
+   Attribute( "stageStatus", "Stage::StageStatus", "Kiv::Name", Role::collection | Role::reactor,
      keyed< &ConfigSm::stageStatus, &ConfigSm::stageStatuss, &ConfigSm::stageStatusIteratorConst >()
         .memberWritesUnder< &ConfigSm::stageStatusIs, &StageStatus::name >()
-        .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() },
-   { 14, "handleStage", "", "Kiv::Name", Role::handler, {},
-     Kiv::calls< &ConfigSm::handleStage >( "name" ) },
-   { 15, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
-     Kiv::activity() },
-   { 16, "hasNotificationActiveIs", "bool", "", Role::framework, {},
-     Kiv::notificationSwitch() },
-   { 17, "kivDoZombieReactors", "bool", "", Role::framework, {},
-     Kiv::zombieSwitch< ConfigSm >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() ),
+   Attribute( "handleStage", "", "Kiv::Name", Role::handler,
+     Kiv::calls< &ConfigSm::handleStage >( "name" ) ),
+   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+     Kiv::activity() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< ConfigSm >(),
+} );
 
 // ---- the nested reactors that can be reached by name
 
@@ -63,18 +61,17 @@ using Reactor = ConfigSm::KivAgentConfig;
 bool works( PtrInterface const & object ) {
    return static_cast< Reactor const & >( object ).configSm() != nullptr;
 }
-constexpr Kiv::Attribute rows[] = {
-   { 8, "agentConfig", "Kiv::Ptr<Stage::AgentConfig const>", "", Role::constructorArgument, {},
-     reads< &Reactor::notifier >() },
-   { 9, "handleEvent", "", "Kiv::Name", Role::handler, {},
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "agentConfig", "Kiv::Ptr<Stage::AgentConfig const>", "", Role::constructorArgument,
+     reads< &Reactor::notifier >() ),
+   Attribute( "handleEvent", "", "Kiv::Name", Role::handler,
      Kiv::callsEither< Kiv::overload< void( Name ) >( &Reactor::handleEvent ),
                        Kiv::overload< void() >( &Reactor::handleEvent ) >( "stageName" )
-        .whenever( &works ) },
-   { 10, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
-   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .whenever( &works ) ),
+   Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &Reactor::fwkKey >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace agentConfigRows
 
@@ -85,39 +82,38 @@ bool works( PtrInterface const & object ) {
    auto const & reactor = static_cast< Reactor const & >( object );
    return reactor.configSm() && reactor.stage();
 }
-constexpr Kiv::Attribute rows[] = {
-   { 8, "stageStatus", "Kiv::Ptr<Stage::StageStatus>", "", Role::constructorArgument, {},
-     reads< &Reactor::stage >() },
-   { 9, "eventConfig", "Stage::EventConfig", "Kiv::String8", Role::collection | Role::reactor, {},
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "stageStatus", "Kiv::Ptr<Stage::StageStatus>", "", Role::constructorArgument,
+     reads< &Reactor::stage >() ),
+   Attribute( "eventConfig", "Stage::EventConfig", "Kiv::String8", Role::collection | Role::reactor,
      keyed< &Reactor::eventConfig, &Reactor::eventConfigs, &Reactor::eventConfigIteratorConst >()
         .memberWritesUnder< &Reactor::eventConfigIs, &EventConfig::agent >()
         .memberDeletes< &Reactor::eventConfigDel, &Reactor::eventConfigDelAll >()
-        .whenever( &works ) },
-   { 10, "criticalAncestor", "bool", "Kiv::String8", Role::collection, {},
+        .whenever( &works ) ),
+   Attribute( "criticalAncestor", "bool", "Kiv::String8", Role::collection,
      keyed< &Reactor::criticalAncestor, &Reactor::criticalAncestors,
             &Reactor::criticalAncestorIteratorConst, &Reactor::hasCriticalAncestor >()
         .memberWrites< &Reactor::criticalAncestorIs >()
         .memberDeletes< &Reactor::criticalAncestorDel, &Reactor::criticalAncestorDelAll >()
-        .whenever( &works ) },
-   { 11, "handleDependency", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &Reactor::handleDependency >( "name" ).whenever( &works ) },
-   { 12, "handleDependencyDel", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &Reactor::handleDependencyDel >( "name" ).whenever( &works ) },
-   { 13, "handleEventDel", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &Reactor::handleEventDel >( "agentName" ).whenever( &works ) },
-   { 14, "handleStage", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &Reactor::handleStage >( "name" ).whenever( &works ) },
-   { 15, "handleCritical", "", "Kiv::String8", Role::handler, {},
+        .whenever( &works ) ),
+   Attribute( "handleDependency", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &Reactor::handleDependency >( "name" ).whenever( &works ) ),
+   Attribute( "handleDependencyDel", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &Reactor::handleDependencyDel >( "name" ).whenever( &works ) ),
+   Attribute( "handleEventDel", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &Reactor::handleEventDel >( "agentName" ).whenever( &works ) ),
+   Attribute( "handleStage", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &Reactor::handleStage >( "name" ).whenever( &works ) ),
+   Attribute( "handleCritical", "", "Kiv::String8", Role::handler,
      Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleCritical ),
                        Kiv::overload< void() >( &Reactor::handleCritical ) >( "name" )
-        .whenever( &works ) },
-   { 16, "handleTimeout", "", "", Role::handler, {},
-     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) },
-   { 17, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
-   { 18, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 19, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .whenever( &works ) ),
+   Attribute( "handleTimeout", "", "", Role::handler,
+     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
+   Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &Reactor::fwkKey >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace stageStatusRows
 
@@ -128,22 +124,21 @@ bool works( PtrInterface const & object ) {
    auto const & reactor = static_cast< Reactor const & >( object );
    return reactor.notifier() && reactor.kivStageStatus() && reactor.kivStageStatus()->configSm();
 }
-constexpr Kiv::Attribute rows[] = {
-   { 8, "eventConfig", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
-     reads< &Reactor::notifier >() },
-   { 9, "handleDependency", "", "Kiv::String8", Role::handler, {},
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "eventConfig", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
+     reads< &Reactor::notifier >() ),
+   Attribute( "handleDependency", "", "Kiv::String8", Role::handler,
      Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleDependency ),
                        Kiv::overload< void() >( &Reactor::handleDependency ) >( "name" )
-        .whenever( &works ) },
-   { 10, "handleTimeout", "", "", Role::handler, {},
-     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) },
-   { 11, "handleCritical", "", "", Role::handler, {},
-     Kiv::calls< &Reactor::handleCritical >().whenever( &works ) },
-   { 12, "fwkKey", "Kiv::String8", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
-   { 13, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 14, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .whenever( &works ) ),
+   Attribute( "handleTimeout", "", "", Role::handler,
+     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
+   Attribute( "handleCritical", "", "", Role::handler,
+     Kiv::calls< &Reactor::handleCritical >().whenever( &works ) ),
+   Attribute( "fwkKey", "Kiv::String8", "", Role::framework, reads< &Reactor::fwkKey >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace eventConfigRows
 

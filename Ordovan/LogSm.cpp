@@ -8,23 +8,21 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::Role;
 
 namespace {
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "stageLog", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, {},
-     Kiv::reads< &LogSm::stageLog >() },
-   { 9, "logIs", "", "Kiv::String8", Role::operation, {},
-     Kiv::calls< &LogSm::logIs >( "msg" ) },
-   { 10, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
-     Kiv::activity() },
-   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {},
-     Kiv::notificationSwitch() },
-   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {},
-     Kiv::zombieSwitch< LogSm >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "stageLog", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument,
+     Kiv::reads< &LogSm::stageLog >() ),
+   Attribute( "logIs", "", "Kiv::String8", Role::operation,
+     Kiv::calls< &LogSm::logIs >( "msg" ) ),
+   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+     Kiv::activity() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< LogSm >(),
+} );
 
 } // namespace
 

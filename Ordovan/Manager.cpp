@@ -9,6 +9,7 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::Ptr;
 using Kiv::Role;
 using Kiv::String8;
@@ -80,15 +81,14 @@ constexpr Kiv::Access machine( void ( *make )( Kiv::PtrInterface &, String8 cons
    return access;
 }
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "isNondestructing", "bool", "", Role::value, {},
-     Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >() },
-   { 9, "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value, {},
-     machine< &Ordovan::configSm, &Ordovan::configSmDel >( &configSmWith ) },
-   { 10, "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value, {},
-     machine< &Ordovan::statusSm, &Ordovan::statusSmDel >( &statusSmWith ) },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "isNondestructing", "bool", "", Role::value,
+     Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >() ),
+   Attribute( "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value,
+     machine< &Ordovan::configSm, &Ordovan::configSmDel >( &configSmWith ) ),
+   Attribute( "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value,
+     machine< &Ordovan::statusSm, &Ordovan::statusSmDel >( &statusSmWith ) ),
+} );
 
 } // namespace
 

@@ -8,6 +8,7 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::Ptr;
 using Kiv::Role;
 using Kiv::String8;
@@ -20,25 +21,22 @@ bool works( Kiv::PtrInterface const & object ) {
    return sm.mainSm() && sm.stage();
 }
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {},
-     Kiv::reads< &StageEnableSm::stage >() },
-   { 9, "name", "Kiv::Name", "", Role::value, {}, Kiv::reads< &StageEnableSm::name >() },
-   { 10, "handleDependencyDel", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) },
-   { 11, "handleCritical", "", "", Role::handler, {},
-     Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) },
-   { 12, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {},
-     Kiv::reads< &StageEnableSm::mainSm >() },
-   { 13, "fwkKey", "Kiv::Name", "", Role::framework, {}, Kiv::reads< &StageEnableSm::fwkKey >() },
-   { 14, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
-     Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() },
-   { 15, "hasNotificationActiveIs", "bool", "", Role::framework, {},
-     Kiv::notificationSwitch() },
-   { 16, "kivDoZombieReactors", "bool", "", Role::framework, {},
-     Kiv::zombieSwitch< StageEnableSm >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument,
+     Kiv::reads< &StageEnableSm::stage >() ),
+   Attribute( "name", "Kiv::Name", "", Role::value, Kiv::reads< &StageEnableSm::name >() ),
+   Attribute( "handleDependencyDel", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) ),
+   Attribute( "handleCritical", "", "", Role::handler,
+     Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) ),
+   Attribute( "mainSm", "Stage::StatusSm*", "", Role::constructorArgument,
+     Kiv::reads< &StageEnableSm::mainSm >() ),
+   Attribute( "fwkKey", "Kiv::Name", "", Role::framework, Kiv::reads< &StageEnableSm::fwkKey >() ),
+   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+     Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< StageEnableSm >(),
+} );
 
 } // namespace
 

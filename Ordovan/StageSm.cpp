@@ -11,6 +11,7 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::changes;
 using Kiv::keyed;
 using Kiv::members;
@@ -25,8 +26,8 @@ namespace {
 using N = StageSm::NotifieeConst;
 constexpr Role tells = Role::value | Role::notifying;
 constexpr Role keyedTells = Role::collection | Role::reactor | Role::notifying;
-enum : Kiv::AttributeId {
-   stage = Kiv::firstOwnAttribute,
+enum : unsigned {
+   stage,
    logSm,
    name,
    complete,
@@ -74,56 +75,53 @@ bool works( PtrInterface const & object ) {
    return sm.mainSm() && sm.stage();
 }
 
-constexpr Kiv::Attribute rows[] = {
-   { stage, "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument, {},
-     reads< &StageSm::stage >() },
-   { logSm, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument, {},
-     reads< &StageSm::logSm >() },
-   { name, "name", "Kiv::Name", "", Role::value, {}, reads< &StageSm::name >() },
-   { complete, "complete", "bool", "", tells, changes< &N::onComplete >(),
-     Kiv::value< &StageSm::complete, &StageSm::completeIs >() },
-   { timedOut, "timedOut", "bool", "", tells, changes< &N::onTimedOut >(),
-     Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() },
-   { completionTime, "completionTime", "double", "", tells, changes< &N::onCompletionTime >(),
-     Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() },
-   { pendingEvent, "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument,
+     reads< &StageSm::stage >() ),
+   Attribute( "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument,
+     reads< &StageSm::logSm >() ),
+   Attribute( "name", "Kiv::Name", "", Role::value, reads< &StageSm::name >() ),
+   Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
+     Kiv::value< &StageSm::complete, &StageSm::completeIs >() ),
+   Attribute( "timedOut", "bool", "", tells, changes< &N::onTimedOut >(),
+     Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() ),
+   Attribute( "completionTime", "double", "", tells, changes< &N::onCompletionTime >(),
+     Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() ),
+   Attribute( "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
               &N::onPendingEvent >(),
      keyed< &StageSm::pendingEvent, &StageSm::pendingEvents, &StageSm::pendingEventIteratorConst >()
         .memberWritesWith< Ptr< EventConfig const > >( &pendingEventWith )
         .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
-        .whenever( &works ) },
-   { handlePendingEvent, "handlePendingEvent", "", "Kiv::String8", Role::handler, {},
+        .whenever( &works ) ),
+   Attribute( "handlePendingEvent", "", "Kiv::String8", Role::handler,
      Kiv::callsEither< Kiv::overload< void( String8 ) >( &StageSm::handlePendingEvent ),
                        Kiv::overload< void() >( &StageSm::handlePendingEvent ) >( "uid" )
-        .whenever( &works ) },
-   { handleEventDel, "handleEventDel", "", "Kiv::String8", Role::handler, {},
-     Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) },
-   { event, "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
+        .whenever( &works ) ),
+   Attribute( "handleEventDel", "", "Kiv::String8", Role::handler,
+     Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) ),
+   Attribute( "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
      members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
      keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
         .memberWritesWith< Ptr< EventConfig const > >( &eventWith )
         .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
-        .whenever( &works ) },
-   { stageUncompleted, "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
-     changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() },
-   { handleStageUncompleted, "handleStageUncompleted", "", "", Role::handler, {},
-     Kiv::calls< &StageSm::handleStageUncompleted >().whenever( &works ) },
-   { initialized, "initialized", "bool", "", tells, changes< &N::onInitialized >(),
-     Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() },
-   { 21, "handleInitialized", "", "", Role::handler, {},
-     Kiv::calls< &StageSm::handleInitialized >().whenever( &works ) },
-   { 22, "mainSm", "Stage::StatusSm*", "", Role::constructorArgument, {},
-     reads< &StageSm::mainSm >() },
-   { 23, "fwkKey", "Kiv::Name", "", Role::framework, {}, reads< &StageSm::fwkKey >() },
-   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
-     Kiv::activity() },
-   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {},
-     Kiv::notificationSwitch() },
-   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {},
-     Kiv::zombieSwitch< StageSm >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .whenever( &works ) ),
+   Attribute( "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
+     changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() ),
+   Attribute( "handleStageUncompleted", "", "", Role::handler,
+     Kiv::calls< &StageSm::handleStageUncompleted >().whenever( &works ) ),
+   Attribute( "initialized", "bool", "", tells, changes< &N::onInitialized >(),
+     Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() ),
+   Attribute( "handleInitialized", "", "", Role::handler,
+     Kiv::calls< &StageSm::handleInitialized >().whenever( &works ) ),
+   Attribute( "mainSm", "Stage::StatusSm*", "", Role::constructorArgument,
+     reads< &StageSm::mainSm >() ),
+   Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &StageSm::fwkKey >() ),
+   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+     Kiv::activity() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< StageSm >(),
+} );
 
 // ---- the nested reactors
 
@@ -134,47 +132,40 @@ bool reports( PtrInterface const & object ) {
    auto const & reactor = static_cast< Reactor const & >( object );
    return reactor.stageSm() && reactor.event();
 }
-constexpr Kiv::Attribute rows[] = {
-   { 8, "event", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
-     reads< &Reactor::event >() },
-   { 9, "handleComplete", "", "", Role::handler, {},
-     Kiv::calls< &Reactor::handleComplete >().whenever( &reports ) },
-   { 10, "fwkKey", "Kiv::String8", "", Role::framework, {}, reads< &Reactor::fwkKey >() },
-   { 11, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 12, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
+     reads< &Reactor::event >() ),
+   Attribute( "handleComplete", "", "", Role::handler,
+     Kiv::calls< &Reactor::handleComplete >().whenever( &reports ) ),
+   Attribute( "fwkKey", "Kiv::String8", "", Role::framework, reads< &Reactor::fwkKey >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace eventRows
 
 namespace pendingEventRows {
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "pendingEvent", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument, {},
-     reads< &StageSm::KivPendingEvent::pendingEvent >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "pendingEvent", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
+     reads< &StageSm::KivPendingEvent::pendingEvent >() ),
+} );
 
 } // namespace pendingEventRows
 
 namespace timerRows {
 
 using Reactor = StageSm::KivStageUncompleted;
-constexpr Kiv::Attribute rows[] = {
-   { 8, "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument, {},
-     reads< &Reactor::notifier >() },
-   { 9, "timeMin", "double", "", Role::value, {},
-     Kiv::value< &Reactor::timeMin, &Reactor::timeMinIs >() },
-   { 10, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 11, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument,
+     reads< &Reactor::notifier >() ),
+   Attribute( "timeMin", "double", "", Role::value,
+     Kiv::value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace timerRows
-
-constexpr Kiv::Attribute const & row( Kiv::AttributeId id ) {
-   return rows[ id - Kiv::firstOwnAttribute ];
-}
 
 } // namespace
 
@@ -378,13 +369,13 @@ void StageSm::mirrorEvents() {
          eventDel( i.key() );
 }
 
-void StageSm::completeIs( bool on ) { complete_.valueIs( *this, row( Stage::complete ), on ); }
-void StageSm::timedOutIs( bool on ) { timedOut_.valueIs( *this, row( Stage::timedOut ), on ); }
+void StageSm::completeIs( bool on ) { complete_.valueIs( *this, rows[ Stage::complete ], on ); }
+void StageSm::timedOutIs( bool on ) { timedOut_.valueIs( *this, rows[ Stage::timedOut ], on ); }
 void StageSm::completionTimeIs( double const & seconds ) {
-   completionTime_.valueIs( *this, row( Stage::completionTime ), seconds );
+   completionTime_.valueIs( *this, rows[ Stage::completionTime ], seconds );
 }
 void StageSm::initializedIs( bool on ) {
-   initialized_.valueIs( *this, row( Stage::initialized ), on );
+   initialized_.valueIs( *this, rows[ Stage::initialized ], on );
 }
 
 // ---- pending events
@@ -438,7 +429,7 @@ void StageSm::pendingEventDelAll() {
 }
 
 void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > const & ) {
-   Kiv::detail::Change( *this, row( Stage::pendingEvent ), 1 ).queue( uid );
+   Kiv::detail::Change( *this, rows[ Stage::pendingEvent ], 1 ).queue( uid );
 }
 
 // ---- events
@@ -466,7 +457,7 @@ Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
       return held;
    }
    Ptr< KivEvent > const made = newEvent( agentName, event );
-   Kiv::detail::Change change( *this, row( Stage::event ), 1 );
+   Kiv::detail::Change change( *this, rows[ Stage::event ], 1 );
    event_.memberIs( agentName, made );
    change.queue( agentName );
    return made;
@@ -476,7 +467,7 @@ void StageSm::eventDel( String8 const & agentName ) {
    Ptr< KivEvent > const gone = event_.member( agentName );
    if( !gone )
       return;
-   Kiv::detail::Change change( *this, row( Stage::event ), 1 );
+   Kiv::detail::Change change( *this, rows[ Stage::event ], 1 );
    gone->kivDoZombieReactors( true );
    gone->stageSm_ = nullptr;
    event_.memberDel( gone->fwkKey() );
@@ -489,7 +480,7 @@ void StageSm::eventDelAll() {
 }
 
 void StageSm::eventNotify( String8 const & agentName, Ptr< KivEvent > const & ) {
-   Kiv::detail::Change( *this, row( Stage::event ), 1 ).queue( agentName );
+   Kiv::detail::Change( *this, rows[ Stage::event ], 1 ).queue( agentName );
 }
 
 // ---- timer
@@ -505,7 +496,7 @@ void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
    Kiv::valid( clock );
    if( stageUncompleted_ && stageUncompleted_->notifierPtr() == clock )
       return;
-   Kiv::detail::Change change( *this, row( Stage::stageUncompleted ), 0 );
+   Kiv::detail::Change change( *this, rows[ Stage::stageUncompleted ], 0 );
    if( stageUncompleted_ )
       stageUncompleted_->notifierIs( clock );
    else
@@ -517,7 +508,7 @@ void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
 void StageSm::stageUncompletedDel() {
    if( !stageUncompleted_ )
       return;
-   Kiv::detail::Change change( *this, row( Stage::stageUncompleted ), 0 );
+   Kiv::detail::Change change( *this, rows[ Stage::stageUncompleted ], 0 );
    stageUncompleted_->kivDoZombieReactors( true );
    stageUncompleted_->stageSmIs( nullptr );
    stageUncompleted_ = nullptr;

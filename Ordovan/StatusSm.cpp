@@ -8,6 +8,7 @@
 
 namespace Stage {
 
+using Kiv::Attribute;
 using Kiv::keyed;
 using Kiv::Name;
 using Kiv::Ptr;
@@ -24,64 +25,60 @@ bool works( Kiv::PtrInterface const & object ) {
    return sm.config() && sm.status() && sm.recalculateNextStage();
 }
 
-constexpr Kiv::Attribute rows[] = {
-   { 8, "application", "Kiv::String8", "", Role::constructorArgument, {},
-     reads< &StatusSm::application >() },
-   { 9, "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument | Role::reactor,
-     {}, reads< &StatusSm::config >() },
-   { 10, "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument | Role::reactor, {},
-     reads< &StatusSm::status >() },
-   { 11, "progress", "Kiv::Ptr<Stage::Progress>", "", Role::constructorArgument, {},
-     reads< &StatusSm::progress >() },
-   { 12, "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, {}, reads< &StatusSm::log >() },
-   { 13, "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::value, {}, reads< &StatusSm::logSm >() },
-   { 14, "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection, {},
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "application", "Kiv::String8", "", Role::constructorArgument,
+     reads< &StatusSm::application >() ),
+   Attribute( "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument | Role::reactor,
+     {}, reads< &StatusSm::config >() ),
+   Attribute( "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument | Role::reactor,
+     reads< &StatusSm::status >() ),
+   Attribute( "progress", "Kiv::Ptr<Stage::Progress>", "", Role::constructorArgument,
+     reads< &StatusSm::progress >() ),
+   Attribute( "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, reads< &StatusSm::log >() ),
+   Attribute( "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::value, reads< &StatusSm::logSm >() ),
+   Attribute( "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection,
      keyed< &StatusSm::stageEnableSm, &StatusSm::stageEnableSms,
             &StatusSm::stageEnableSmIteratorConst >()
         .memberWritesUnder< &StatusSm::stageEnableSmIs, &StageStatus::name >()
-        .memberDeletes< &StatusSm::stageEnableSmDel, &StatusSm::stageEnableSmDelAll >() },
-   { 15, "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection, {},
+        .memberDeletes< &StatusSm::stageEnableSmDel, &StatusSm::stageEnableSmDelAll >() ),
+   Attribute( "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection,
      keyed< &StatusSm::stageSm, &StatusSm::stageSms, &StatusSm::stageSmIteratorConst >()
-        .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() },
-   { 16, "handleActiveStage", "", "Kiv::String8", Role::handler, {},
+        .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() ),
+   Attribute( "handleActiveStage", "", "Kiv::String8", Role::handler,
      Kiv::callsEither< Kiv::overload< void( String8 ) >( &StatusSm::handleActiveStage ),
                        Kiv::overload< void() >( &StatusSm::handleActiveStage ) >( "name" )
-        .whenever( &works ) },
-   { 17, "needRecalculateNextStage", "bool", "", Role::value, {},
-     value< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >() },
-   { 18, "handleNextStage", "", "", Role::handler, {},
-     Kiv::calls< &StatusSm::handleNextStage >().whenever( &works ) },
-   { 19, "doNextStage", "", "", Role::operation, {},
-     Kiv::calls< &StatusSm::doNextStage >().whenever( &works ) },
-   { 20, "recalculateNextStage", "Kiv::Clock", "", Role::reactor, {},
-     reads< &StatusSm::recalculateNextStage >() },
-   { 21, "handleEnabled", "", "", Role::handler, {},
-     Kiv::calls< &StatusSm::handleEnabled >().whenever( &works ) },
-   { 22, "initialized", "bool", "", Role::value, {},
-     value< &StatusSm::initialized, &StatusSm::initializedIs >() },
-   { 23, "handleInitialized", "", "", Role::handler, {},
-     Kiv::calls< &StatusSm::handleInitialized >().whenever( &works ) },
-   { 24, "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework, {},
-     Kiv::activity() },
-   { 25, "hasNotificationActiveIs", "bool", "", Role::framework, {},
-     Kiv::notificationSwitch() },
-   { 26, "kivDoZombieReactors", "bool", "", Role::framework, {},
-     Kiv::zombieSwitch< StatusSm >() },
-};
-static_assert( Kiv::numbered( rows ) );
+        .whenever( &works ) ),
+   Attribute( "needRecalculateNextStage", "bool", "", Role::value,
+     value< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >() ),
+   Attribute( "handleNextStage", "", "", Role::handler,
+     Kiv::calls< &StatusSm::handleNextStage >().whenever( &works ) ),
+   Attribute( "doNextStage", "", "", Role::operation,
+     Kiv::calls< &StatusSm::doNextStage >().whenever( &works ) ),
+   Attribute( "recalculateNextStage", "Kiv::Clock", "", Role::reactor,
+     reads< &StatusSm::recalculateNextStage >() ),
+   Attribute( "handleEnabled", "", "", Role::handler,
+     Kiv::calls< &StatusSm::handleEnabled >().whenever( &works ) ),
+   Attribute( "initialized", "bool", "", Role::value,
+     value< &StatusSm::initialized, &StatusSm::initializedIs >() ),
+   Attribute( "handleInitialized", "", "", Role::handler,
+     Kiv::calls< &StatusSm::handleInitialized >().whenever( &works ) ),
+   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+     Kiv::activity() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< StatusSm >(),
+} );
 
 namespace timerRows {
 
 using Reactor = StatusSm::KivRecalculateNextStage;
-constexpr Kiv::Attribute rows[] = {
-   { 8, "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument, {},
-     reads< &Reactor::notifier >() },
-   { 9, "timeMin", "double", "", Role::value, {},
-     value< &Reactor::timeMin, &Reactor::timeMinIs >() },
-   { 10, "hasNotificationActiveIs", "bool", "", Role::framework, {}, Kiv::notificationSwitch() },
-   { 11, "kivDoZombieReactors", "bool", "", Role::framework, {}, Kiv::zombieSwitch< Reactor >() },
-};
-static_assert( Kiv::numbered( rows ) );
+constexpr auto rows = Kiv::numbered( {
+   Attribute( "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument,
+     reads< &Reactor::notifier >() ),
+   Attribute( "timeMin", "double", "", Role::value,
+     value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
+   Kiv::notificationSwitch(),
+   Kiv::zombieSwitch< Reactor >(),
+} );
 
 } // namespace timerRows
 

@@ -14,7 +14,6 @@ namespace Stage {
 using Kiv::Attribute;
 using Kiv::changes;
 using Kiv::Delivery;
-using Kiv::firstOwnAttribute;
 using Kiv::keyed;
 using Kiv::members;
 using Kiv::Name;
@@ -27,9 +26,6 @@ using Kiv::value;
 
 namespace {
 
-constexpr Kiv::AttributeId id( unsigned row ) {
-   return static_cast< Kiv::AttributeId >( firstOwnAttribute + row );
-}
 constexpr Role tells = Role::value | Role::notifying;
 constexpr Kiv::Access nondestructing =
    Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >();
@@ -43,15 +39,14 @@ namespace {
 namespace config {
 using N = Config::NotifieeConst;
 enum { isNondestructing, agentDir, enabled };
-constexpr Attribute rows[] = {
-   { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing },
-   { id( agentDir ), "agentDir", "Kiv::Ptr<Kiv::Dir>", "", tells, changes< &N::onAgentDir >(),
-     value< &Config::agentDir, &Config::agentDirIs >() },
-   { id( enabled ), "enabled", "bool", "", tells, changes< &N::onEnabled >(),
-     value< &Config::enabled, &Config::enabledIs >() },
-};
-static_assert( numbered( rows ) );
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "agentDir", "Kiv::Ptr<Kiv::Dir>", "", tells, changes< &N::onAgentDir >(),
+     value< &Config::agentDir, &Config::agentDirIs >() ),
+   Attribute( "enabled", "bool", "", tells, changes< &N::onEnabled >(),
+     value< &Config::enabled, &Config::enabledIs >() ),
+} );
 } // namespace config
 } // namespace
 
@@ -83,16 +78,15 @@ namespace {
 namespace agentConfig {
 using N = AgentConfig::NotifieeConst;
 enum { isNondestructing, event };
-constexpr Attribute rows[] = {
-   { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing },
-   { id( event ), "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::Name", keyedTells,
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::Name", keyedTells,
      members< Name, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
      keyed< &AgentConfig::event, &AgentConfig::events, &AgentConfig::eventIteratorConst >()
         .memberWrites< &AgentConfig::eventIs >()
-        .memberDeletes< &AgentConfig::eventDel, &AgentConfig::eventDelAll >() },
-};
-static_assert( numbered( rows ) );
+        .memberDeletes< &AgentConfig::eventDel, &AgentConfig::eventDelAll >() ),
+} );
 } // namespace agentConfig
 } // namespace
 
@@ -139,27 +133,26 @@ namespace {
 namespace eventConfig {
 using N = EventConfig::NotifieeConst;
 enum { isNondestructing, uid, agent, dependency, timeout, critical, complete };
-constexpr Attribute rows[] = {
-   { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing },
-   { id( uid ), "uid", "Kiv::String8", "", Role::constructorArgument, {},
-     reads< &EventConfig::uid >() },
-   { id( agent ), "agent", "Kiv::String8", "", Role::constructorArgument, {},
-     reads< &EventConfig::agent >() },
-   { id( dependency ), "dependency", "bool", "Kiv::String8", keyedTells,
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "uid", "Kiv::String8", "", Role::constructorArgument,
+     reads< &EventConfig::uid >() ),
+   Attribute( "agent", "Kiv::String8", "", Role::constructorArgument,
+     reads< &EventConfig::agent >() ),
+   Attribute( "dependency", "bool", "Kiv::String8", keyedTells,
      members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
      keyed< &EventConfig::dependency, &EventConfig::dependencys,
             &EventConfig::dependencyIteratorConst, &EventConfig::hasDependency >()
         .memberWrites< &EventConfig::dependencyIs >()
-        .memberDeletes< &EventConfig::dependencyDel, &EventConfig::dependencyDelAll >() },
-   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >(),
-     value< &EventConfig::timeout, &EventConfig::timeoutIs >() },
-   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >(),
-     value< &EventConfig::critical, &EventConfig::criticalIs >() },
-   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >(),
-     value< &EventConfig::complete, &EventConfig::completeIs >() },
-};
-static_assert( numbered( rows ) );
+        .memberDeletes< &EventConfig::dependencyDel, &EventConfig::dependencyDelAll >() ),
+   Attribute( "timeout", "double", "", tells, changes< &N::onTimeout >(),
+     value< &EventConfig::timeout, &EventConfig::timeoutIs >() ),
+   Attribute( "critical", "bool", "", tells, changes< &N::onCritical >(),
+     value< &EventConfig::critical, &EventConfig::criticalIs >() ),
+   Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
+     value< &EventConfig::complete, &EventConfig::completeIs >() ),
+} );
 } // namespace eventConfig
 } // namespace
 
@@ -215,28 +208,27 @@ namespace {
 namespace status {
 using N = Status::NotifieeConst;
 enum { isNondestructing, stage, activeStage, complete, progress, sorted };
-constexpr Attribute rows[] = {
-   { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing },
-   { id( stage ), "stage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "stage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
      members< Name, N, &N::onStage, &N::onStagekivImmediate, &N::onStage >(),
      keyed< &Status::stage, &Status::stages, &Status::stageIteratorConst >()
         .memberMakes< &Status::stageIs >()
-        .memberDeletes< &Status::stageDel, &Status::stageDelAll >() },
-   { id( activeStage ), "activeStage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
+        .memberDeletes< &Status::stageDel, &Status::stageDelAll >() ),
+   Attribute( "activeStage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
      members< Name, N, &N::onActiveStage, &N::onActiveStagekivImmediate, &N::onActiveStage >(),
      keyed< &Status::activeStage, &Status::activeStages, &Status::activeStageIteratorConst >()
         .memberWritesUnder< &Status::activeStageIs, &StageStatus::name >()
-        .memberDeletes< &Status::activeStageDel, &Status::activeStageDelAll >() },
-   { id( complete ), "complete", "bool", "", tells, changes< &N::onComplete >(),
-     value< &Status::complete, &Status::completeIs >() },
-   { id( progress ), "progress", "Kiv::Ptr<Stage::Progress>", "", tells,
+        .memberDeletes< &Status::activeStageDel, &Status::activeStageDelAll >() ),
+   Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
+     value< &Status::complete, &Status::completeIs >() ),
+   Attribute( "progress", "Kiv::Ptr<Stage::Progress>", "", tells,
      changes< &N::onProgress >(),
-     value< &Status::progress, &Status::progressIs >() },
-   { id( sorted ), "sorted", "bool", "", tells, changes< &N::onSorted >(),
-     value< &Status::sorted, &Status::sortedIs >() },
-};
-static_assert( numbered( rows ) );
+     value< &Status::progress, &Status::progressIs >() ),
+   Attribute( "sorted", "bool", "", tells, changes< &N::onSorted >(),
+     value< &Status::sorted, &Status::sortedIs >() ),
+} );
 } // namespace status
 } // namespace
 
@@ -266,7 +258,7 @@ Ptr< StageStatus > Status::stageIs( Name const & name ) {
       return held;
    Ptr< StageStatus > const made = new StageStatus( name );
    stage_.memberIs( *this, status::rows[ status::stage ], name, made );
-   made->ownerIs( this, id( status::stage ) );
+   made->ownerIs( this, status::rows[ status::stage ].id );
    return made;
 }
 void Status::stageDel( Name const & name ) {
@@ -322,28 +314,27 @@ namespace {
 namespace stageStatus {
 using N = StageStatus::NotifieeConst;
 enum { isNondestructing, name, event, dependency, timeout, critical };
-constexpr Attribute rows[] = {
-   { id( isNondestructing ), "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing },
-   { id( name ), "name", "Kiv::Name", "", Role::constructorArgument, {},
-     reads< &StageStatus::name >() },
-   { id( event ), "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::String8", keyedTells,
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "name", "Kiv::Name", "", Role::constructorArgument,
+     reads< &StageStatus::name >() ),
+   Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::String8", keyedTells,
      members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
      keyed< &StageStatus::event, &StageStatus::events, &StageStatus::eventIteratorConst >()
         .memberWritesUnder< &StageStatus::eventIs, &EventConfig::agent >()
-        .memberDeletes< &StageStatus::eventDel, &StageStatus::eventDelAll >() },
-   { id( dependency ), "dependency", "bool", "Kiv::String8", keyedTells,
+        .memberDeletes< &StageStatus::eventDel, &StageStatus::eventDelAll >() ),
+   Attribute( "dependency", "bool", "Kiv::String8", keyedTells,
      members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
      keyed< &StageStatus::dependency, &StageStatus::dependencys,
             &StageStatus::dependencyIteratorConst, &StageStatus::hasDependency >()
         .memberWrites< &StageStatus::dependencyIs >()
-        .memberDeletes< &StageStatus::dependencyDel, &StageStatus::dependencyDelAll >() },
-   { id( timeout ), "timeout", "double", "", tells, changes< &N::onTimeout >(),
-     value< &StageStatus::timeout, &StageStatus::timeoutIs >() },
-   { id( critical ), "critical", "bool", "", tells, changes< &N::onCritical >(),
-     value< &StageStatus::critical, &StageStatus::criticalIs >() },
-};
-static_assert( numbered( rows ) );
+        .memberDeletes< &StageStatus::dependencyDel, &StageStatus::dependencyDelAll >() ),
+   Attribute( "timeout", "double", "", tells, changes< &N::onTimeout >(),
+     value< &StageStatus::timeout, &StageStatus::timeoutIs >() ),
+   Attribute( "critical", "bool", "", tells, changes< &N::onCritical >(),
+     value< &StageStatus::critical, &StageStatus::criticalIs >() ),
+} );
 } // namespace stageStatus
 } // namespace
 
@@ -398,16 +389,15 @@ Kiv::KivType const & StageStatus::_fwkType() {
 
 namespace {
 namespace progress {
-constexpr Attribute rows[] = {
-   { id( 0 ), "isNondestructing", "bool", "", tells,
-     changes< &Progress::NotifieeConst::onIsNondestructing >(), nondestructing },
-   { id( 1 ), "stage", "bool", "Kiv::String8", Role::collection, {},
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &Progress::NotifieeConst::onIsNondestructing >(), nondestructing ),
+   Attribute( "stage", "bool", "Kiv::String8", Role::collection,
      keyed< &Progress::stage, &Progress::stages, &Progress::stageIteratorConst,
             &Progress::hasStage >()
         .memberWrites< &Progress::stageIs >()
-        .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >() },
-};
-static_assert( numbered( rows ) );
+        .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >() ),
+} );
 } // namespace progress
 } // namespace
 
@@ -493,12 +483,11 @@ constexpr Kiv::Access entries() {
    return access;
 }
 
-constexpr Attribute rows[] = {
-   { id( 0 ), "isNondestructing", "bool", "", tells,
-     changes< &Log::NotifieeConst::onIsNondestructing >(), nondestructing },
-   { id( 1 ), "log", "Stage::LogEntry", "", Role::queue, {}, entries() },
-};
-static_assert( numbered( rows ) );
+constexpr auto rows = numbered( {
+   Attribute( "isNondestructing", "bool", "", tells,
+     changes< &Log::NotifieeConst::onIsNondestructing >(), nondestructing ),
+   Attribute( "log", "Stage::LogEntry", "", Role::queue, entries() ),
+} );
 } // namespace logRows
 } // namespace
 

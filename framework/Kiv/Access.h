@@ -311,16 +311,18 @@ KIV_EXPORT Value readActivity( PtrInterface const & object );
 
 } // namespace detail
 
-// hasNotificationActiveIs: whether notifications are delivered.
-constexpr Access notificationSwitch() {
-   return value< &PtrInterface::hasNotificationActive, &PtrInterface::hasNotificationActiveIs >();
+// A row that every state machine has, hasNotificationActiveIs: whether notifications are delivered.
+constexpr Attribute notificationSwitch() {
+   return Attribute(
+      "hasNotificationActiveIs", "bool", "", Role::framework,
+      value< &PtrInterface::hasNotificationActive, &PtrInterface::hasNotificationActiveIs >() );
 }
-// kivDoZombieReactors: whether it and its reactors are marked for deletion.
+// Another one, kivDoZombieReactors: whether it and its reactors are marked for deletion.
 template< class Machine >
-constexpr Access zombieSwitch() {
+constexpr Attribute zombieSwitch() {
    Access access = reads< &PtrInterface::kivMarkedForDeletion >();
    access.write = &detail::markWith< Machine >;
-   return access;
+   return Attribute( "kivDoZombieReactors", "bool", "", Role::framework, access );
 }
 // kivFwkActivity: where the handlers run.
 constexpr Access activity() {

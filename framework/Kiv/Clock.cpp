@@ -18,8 +18,9 @@ namespace Kiv {
 namespace {
 
 constexpr Attribute rows[] = {
-   { timeAttribute, "time", "double", "", Role::notifying,
-     changes< &Clock::NotifieeConst::onTime >(), reads< &Clock::now >() },
+   Attribute( "time", "double", "", Role::notifying,
+     changes< &Clock::NotifieeConst::onTime >(), reads< &Clock::now >() )
+      .numberIs( timeAttribute ),
 };
 
 double seconds( std::chrono::nanoseconds d ) { return std::chrono::duration< double >( d ).count(); }

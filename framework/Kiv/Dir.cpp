@@ -9,15 +9,14 @@ namespace Kiv {
 namespace {
 
 using N = Dir::NotifieeConst;
-constexpr Attribute rows[] = {
-   { firstOwnAttribute, "entityPtr", "Kiv::Ptr<Kiv::Entity>", "Kiv::Name",
+constexpr auto rows = numbered( {
+   Attribute( "entityPtr", "Kiv::Ptr<Kiv::Entity>", "Kiv::Name",
      Role::collection | Role::notifying,
      members< Name, N, &N::onEntityPtr, &N::onEntityPtrkivImmediate, &N::onEntityPtr >(),
      keyed< &Dir::entityPtr, &Dir::entityPtrs, &Dir::entityPtrIteratorConst >()
         .memberWritesUnder< &Dir::entityPtrIs, &Entity::name >()
-        .memberDeletes< &Dir::entityPtrDel, &Dir::entityPtrDelAll >() },
-};
-static_assert( numbered( rows ) );
+        .memberDeletes< &Dir::entityPtrDel, &Dir::entityPtrDelAll >() ),
+} );
 
 } // namespace
 

@@ -12,11 +12,13 @@ namespace Kiv {
 namespace {
 
 constexpr Attribute rows[] = {
-   { parentAttribute, "parent", "Kiv::Ptr<Kiv::Entity const>", "", Role::notifying,
+   Attribute( "parent", "Kiv::Ptr<Kiv::Entity const>", "", Role::notifying,
      changes< &Entity::NotifieeConst::onParent >(),
-     reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() },
-   { versionAttribute, "version", "", "", Role::notifying,
-     changes< &Entity::NotifieeConst::onVersion >() },
+     reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() )
+      .numberIs( parentAttribute ),
+   Attribute( "version", "", "", Role::notifying,
+     changes< &Entity::NotifieeConst::onVersion >() )
+      .numberIs( versionAttribute ),
 };
 
 } // namespace

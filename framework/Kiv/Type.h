@@ -2,10 +2,12 @@
 // Types and the rows of their attribute tables.
 #pragma once
 
+#include <Kiv/Exception.h>
 #include <Kiv/Export.h>
 #include <Kiv/Ptr.h>
 #include <Kiv/Text.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -100,17 +102,6 @@ struct Access {
    }
 };
 
-// One row of a type's table of attributes.
-struct Attribute {
-   AttributeId id;
-   char const * name;
-   char const * type; // of the value; of the member for a collection
-   char const * key;  // type of the key of a collection, of the argument of a handler; else ""
-   Role role;
-   Delivery delivery;
-   Access access = {};
-};
-
 // Numbers of the framework's own attributes. A type's own rows start at firstOwnAttribute.
 inline constexpr AttributeId parentAttribute = 1;
 inline constexpr AttributeId versionAttribute = 2;
@@ -120,18 +111,51 @@ inline constexpr AttributeId firstOwnAttribute = 8;
 // What is pending of attributes without keys is kept in a word of bits, one for each number.
 inline constexpr AttributeId wholeAttributes = 32;
 
-// Whether rows are as a table has to have them: numbered one after the other from
-// firstOwnAttribute, and those that notify without keys below wholeAttributes.
-constexpr bool numbered( std::span< Attribute const > rows ) {
-   for( std::size_t i = 0; i != rows.size(); ++i ) {
-      if( rows[ i ].id != firstOwnAttribute + i )
-         return false;
-      bool const whole = has( rows[ i ].role, Role::notifying ) &&
-                         !has( rows[ i ].role, Role::collection );
-      if( whole && rows[ i ].id >= wholeAttributes )
-         return false;
+// One row of a type's table of attributes.
+struct Attribute {
+   constexpr Attribute( char const * n, char const * t, char const * k, Role r,
+                        Access const & a = {} )
+      : Attribute( n, t, k, r, Delivery(), a ) {}
+   constexpr Attribute( char const * n, char const * t, char const * k, Role r,
+                        Delivery const & d, Access const & a = {} )
+      : name( n ), type( t ), key( k ), role( r ), delivery( d ), access( a ) {}
+
+   // For the framework's own rows; those of other types are numbered by their table.
+   constexpr Attribute numberIs( AttributeId number ) const {
+      Attribute row = *this;
+      row.id = number;
+      return row;
    }
-   return true;
+
+   AttributeId id = firstOwnAttribute;
+   char const * name;
+   char const * type; // of the value; of the member for a collection
+   char const * key;  // type of the key of a collection, of the argument of a handler; else ""
+   Role role;
+   Delivery delivery;
+   Access access;
+};
+
+// Numbers rows one after the other from firstOwnAttribute on.
+//
+// Throws Kiv::RangeException when one that notifies without keys would not be below
+// wholeAttributes; for a constant table the compiler refuses it.
+constexpr void numberThem( std::span< Attribute > rows ) {
+   AttributeId next = firstOwnAttribute;
+   for( Attribute & row : rows ) {
+      row.id = next++;
+      bool const whole = has( row.role, Role::notifying ) && !has( row.role, Role::collection );
+      if( whole && row.id >= wholeAttributes )
+         throwRangeException( "too many attributes that notify without keys" );
+   }
+}
+
+// A table of attributes, numbered: `constexpr auto rows = numbered( { Attribute( ... ), ... } );`.
+template< std::size_t n >
+constexpr std::array< Attribute, n > numbered( Attribute const ( &rows )[ n ] ) {
+   std::array< Attribute, n > table = std::to_array( rows );
+   numberThem( table );
+   return table;
 }
 
 // A registered type: its full name, its base and its attributes in order. Lives for the process.

@@ -258,10 +258,12 @@ class Wide : public Kiv::Entity {
       virtual void onHigh() {}
    };
    static constexpr Kiv::Attribute rows[] = {
-      { Kiv::firstOwnAttribute, "low", "double", "", Kiv::Role::notifying,
-        Kiv::changes< &NotifieeConst::onLow >() },
-      { Kiv::wholeAttributes - 1, "high", "double", "", Kiv::Role::notifying,
-        Kiv::changes< &NotifieeConst::onHigh >() },
+      Kiv::Attribute( "low", "double", "", Kiv::Role::notifying,
+        Kiv::changes< &NotifieeConst::onLow >() )
+         .numberIs( Kiv::firstOwnAttribute ),
+      Kiv::Attribute( "high", "double", "", Kiv::Role::notifying,
+        Kiv::changes< &NotifieeConst::onHigh >() )
+         .numberIs( Kiv::wholeAttributes - 1 ),
    };
    explicit Wide( Kiv::Name const & name ) : Entity( name ) {}
    void lowIs( double value ) { low_.valueIs( *this, rows[ 0 ], value ); }
@@ -302,16 +304,15 @@ TEST_F( Delivery, TheLowestAndTheHighestAttributeAreToldApart ) {
 }
 
 TEST_F( Delivery, ATableWithMorePlainAttributesThanCanBeToldApartIsRefused ) {
-   std::vector< Kiv::Attribute > rows;
-   while( Kiv::firstOwnAttribute + rows.size() < Kiv::wholeAttributes )
-      rows.push_back( { static_cast< Kiv::AttributeId >( Kiv::firstOwnAttribute + rows.size() ),
-                        "plain", "double", "", Kiv::Role::notifying,
-                        Kiv::changes< &Wide::NotifieeConst::onLow >() } );
-   EXPECT_TRUE( Kiv::numbered( rows ) );
-   rows.push_back( rows.back() );
-   rows.back().id = Kiv::wholeAttributes;
-   EXPECT_FALSE( Kiv::numbered( rows ) );
-   rows.back().role = Kiv::Role::operation;
-   rows.back().delivery = {};
-   EXPECT_TRUE( Kiv::numbered( rows ) );
+   constexpr Kiv::Attribute plain( "plain", "double", "", Kiv::Role::notifying,
+                                   Kiv::changes< &Wide::NotifieeConst::onLow >() );
+   std::vector< Kiv::Attribute > rows( Kiv::wholeAttributes - Kiv::firstOwnAttribute, plain );
+   EXPECT_NO_THROW( Kiv::numberThem( rows ) );
+   EXPECT_EQ( rows.front().id, Kiv::firstOwnAttribute );
+   EXPECT_EQ( rows.back().id, Kiv::wholeAttributes - 1 );
+   rows.push_back( plain );
+   EXPECT_THROW( Kiv::numberThem( rows ), Kiv::RangeException );
+   rows.back() = Kiv::Attribute( "plain", "double", "", Kiv::Role::operation );
+   EXPECT_NO_THROW( Kiv::numberThem( rows ) );
+   EXPECT_EQ( rows.back().id, Kiv::wholeAttributes );
 }
