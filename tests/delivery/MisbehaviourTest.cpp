@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
@@ -55,15 +56,22 @@ class Misbehaviour : public testing::Test {
       bool alive_ = true;
    };
 
-   // Its vice, in the words of the test.
    class Bad : public Good {
     public:
-      Bad( Misbehaviour & room, Kiv::Ptr< Entity > const & entity ) : Good( "bad", room, entity ) {}
+      using Vice = std::function< void( Bad & ) >;
+      Bad( Misbehaviour & where, Kiv::Ptr< Entity > const & entity, Vice const & vice )
+         : Good( "bad", where, entity ), vice_( vice ) {}
+      void vice() override { vice_( *this ); }
+      using Good::attach;
+      using Good::room;
+
+    private:
+      Vice const vice_;
    };
 
-   template< class Vicious >
-   void meet() {
-      bad = new Vicious( *this, home.entity );
+   // Lets one with this vice, which is done at each call, stand between two that behave.
+   void meet( typename Bad::Vice const & vice ) {
+      bad = new Bad( *this, home.entity, vice );
       last = new Good( "last", *this, home.entity );
       Home::add( *home.entity, "A" );
       Home::add( *home.entity, "B" );
@@ -108,75 +116,53 @@ using Collections =
                    StageDependencies, PendingEvents, MirroredEvents >;
 TYPED_TEST_SUITE( Misbehaviour, Collections );
 
-// The beginning of every vicious class.
-#define VICE( Name )                                                                              \
-   using Fixture = Misbehaviour< TypeParam >;                                                     \
-   class Name : public Fixture::Bad {                                                             \
-    public:                                                                                       \
-      using Fixture::Bad::Bad;                                                                    \
-      void vice() override
-
 } // namespace
 
 TYPED_TEST( Misbehaviour, OneThatBehavesIsTheMeasure ) {
-   VICE( Behaves ){}
-   };
-   this->template meet< Behaves >();
+   this->meet( []( auto & ) {} );
    EXPECT_EQ( this->journal, this->everything() );
    EXPECT_EQ( this->errors, "" );
 }
 
 TYPED_TEST( Misbehaviour, OneDeletesItself ) {
-   VICE( DeletesItself ) { this->room().bad = nullptr; }
-   };
-   this->template meet< DeletesItself >();
+   this->meet( []( auto & self ) { self.room().bad = nullptr; } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneDeletesThoseServedBeforeAndAfterIt ) {
-   VICE( DeletesOthers ) { this->room().first = this->room().last = nullptr; }
-   };
-   this->template meet< DeletesOthers >();
+   this->meet( []( auto & self ) { self.room().first = self.room().last = nullptr; } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "bad B", "bad..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneDeletesEverybodyAndTheEntity ) {
-   VICE( DeletesAll ) {
-      auto & room = this->room();
+   this->meet( []( auto & self ) {
+      auto & room = self.room();
       room.home.entity = nullptr;
       room.first = room.last = room.bad = nullptr;
-   }
-   };
-   this->template meet< DeletesAll >();
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A" } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneDropsTheLastReferenceToTheEntityButThoseOfItsReactors ) {
-   VICE( DropsEntity ) { this->room().home.entity = nullptr; }
-   };
-   this->template meet< DropsEntity >();
+   this->meet( []( auto & self ) { self.room().home.entity = nullptr; } );
    EXPECT_EQ( this->journal, this->everything() );
 }
 
 TYPED_TEST( Misbehaviour, OneDetachesAllFromAnEntityThatNobodyElseHolds ) {
-   VICE( DetachesAll ) {
-      auto & room = this->room();
+   this->meet( []( auto & self ) {
+      auto & room = self.room();
       room.home.entity = nullptr;
       room.first->notifierIs( nullptr );
       room.last->notifierIs( nullptr );
-      this->notifierIs( nullptr );
-      EXPECT_EQ( this->notifier(), nullptr );
-   }
-   };
-   this->template meet< DetachesAll >();
+      self.notifierIs( nullptr );
+      EXPECT_EQ( self.notifier(), nullptr );
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A" } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneMovesToAnotherEntity ) {
-   VICE( Moves ) { this->attach( this->room().elsewhere.entity ); }
-   };
-   this->template meet< Moves >();
+   this->meet( []( auto & self ) { self.attach( self.room().elsewhere.entity ); } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
    this->journal.clear();
@@ -186,12 +172,10 @@ TYPED_TEST( Misbehaviour, OneMovesToAnotherEntity ) {
 }
 
 TYPED_TEST( Misbehaviour, OneAttachesAnew ) {
-   VICE( AttachesAnew ) {
-      this->notifierIs( nullptr );
-      this->attach( this->room().home.entity );
-   }
-   };
-   this->template meet< AttachesAnew >();
+   this->meet( []( auto & self ) {
+      self.notifierIs( nullptr );
+      self.attach( self.room().home.entity );
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
    this->journal.clear();
@@ -201,60 +185,46 @@ TYPED_TEST( Misbehaviour, OneAttachesAnew ) {
 }
 
 TYPED_TEST( Misbehaviour, OneAttachesToWhatItWatchesAlready ) {
-   VICE( AttachesToTheSame ) { this->attach( this->room().home.entity ); }
-   };
-   this->template meet< AttachesToTheSame >();
+   this->meet( []( auto & self ) { self.attach( self.room().home.entity ); } );
    EXPECT_EQ( this->journal, this->everything() );
 }
 
 TYPED_TEST( Misbehaviour, OneUnregistersItself ) {
-   VICE( Unregisters ) { this->isRegisteredNotifieeIs( false ); }
-   };
-   this->template meet< Unregisters >();
+   this->meet( []( auto & self ) { self.isRegisteredNotifieeIs( false ); } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneUnregistersAnother ) {
-   VICE( UnregistersAnother ) { this->room().last->isRegisteredNotifieeIs( false ); }
-   };
-   this->template meet< UnregistersAnother >();
+   this->meet( []( auto & self ) { self.room().last->isRegisteredNotifieeIs( false ); } );
    EXPECT_EQ( this->journal,
               ( Lines{ "first A", "bad A", "first B", "bad B", "first...", "bad..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneMarksItselfForDeletion ) {
-   VICE( MarksItself ) { this->kivMarkedForDeletionIs( true ); }
-   };
-   this->template meet< MarksItself >();
+   this->meet( []( auto & self ) { self.kivMarkedForDeletionIs( true ); } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneMarksAnother ) {
-   VICE( MarksAnother ) { this->room().last->kivMarkedForDeletionIs( true ); }
-   };
-   this->template meet< MarksAnother >();
+   this->meet( []( auto & self ) { self.room().last->kivMarkedForDeletionIs( true ); } );
    EXPECT_EQ( this->journal,
               ( Lines{ "first A", "bad A", "first B", "bad B", "first...", "bad..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneSwitchesItselfOffAndOn ) {
    // What it has to hear yet goes to the end, behind the others.
-   VICE( Blinks ) {
-      this->hasNotificationActiveIs( false );
-      this->hasNotificationActiveIs( true );
-   }
-   };
-   this->template meet< Blinks >();
+   this->meet( []( auto & self ) {
+      self.hasNotificationActiveIs( false );
+      self.hasNotificationActiveIs( true );
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "bad B",
                                       "first...", "last...", "bad..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneAddsAMember ) {
-   VICE( Adds ) { TypeParam::add( *this->room().home.entity, "C" ); }
-   };
-   this->template meet< Adds >();
+   this->meet( []( auto & self ) { TypeParam::add( *self.room().home.entity, "C" ); } );
    EXPECT_EQ( this->journal,
               ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B", "first C",
                        "bad C", "last C", "first...", "bad...", "last..." } ) );
@@ -262,83 +232,69 @@ TYPED_TEST( Misbehaviour, OneAddsAMember ) {
 
 TYPED_TEST( Misbehaviour, OneRemovesTheMemberThatItIsToldOf ) {
    // Pending callbacks keep their places and find the member gone; those that had run come again.
-   VICE( Removes ) { TypeParam::remove( *this->room().home.entity, "A" ); }
-   };
-   this->template meet< Removes >();
+   this->meet( []( auto & self ) { TypeParam::remove( *self.room().home.entity, "A" ); } );
    EXPECT_EQ( this->journal,
               ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B", "first A",
                        "bad A", "first...", "bad...", "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneRemovesAllMembers ) {
-   VICE( RemovesAll ) { TypeParam::removeAll( *this->room().home.entity ); }
-   };
-   this->template meet< RemovesAll >();
+   this->meet( []( auto & self ) { TypeParam::removeAll( *self.room().home.entity ); } );
    EXPECT_EQ( this->journal,
               ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B", "first A",
                        "bad A", "first...", "bad...", "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneAddsAndRemovesAllAndAddsAgain ) {
-   VICE( Churns ) {
-      auto & entity = *this->room().home.entity;
-      if( this->room().journal.size() > 100 )
-         return;
+   this->meet( []( auto & self ) {
+      auto & entity = *self.room().home.entity;
+      if( self.room().journal.size() > 100 )
+         return; // or it would never end
       TypeParam::removeAll( entity );
       TypeParam::add( entity, "A" );
-   }
-   };
-   this->template meet< Churns >(); // ends only because it stops after a while
+   } );
    EXPECT_GT( this->journal.size(), 100U );
    EXPECT_EQ( this->journal.front(), "first A" );
 }
 
 TYPED_TEST( Misbehaviour, OneThrows ) {
-   VICE( Throws ) { throw std::runtime_error( "a vice" ); }
-   };
-   this->template meet< Throws >();
+   this->meet( []( auto & ) { throw std::runtime_error( "a vice" ); } );
    EXPECT_EQ( this->journal, this->everything() );
    EXPECT_EQ( std::count( this->errors.begin(), this->errors.end(), '\n' ), 3 );
 }
 
 TYPED_TEST( Misbehaviour, OneDeletesItselfAndThrows ) {
-   VICE( DeletesItselfAndThrows ) {
-      this->room().bad = nullptr;
+   this->meet( []( auto & self ) {
+      self.room().bad = nullptr;
       throw std::runtime_error( "last words" );
-   }
-   };
-   this->template meet< DeletesItselfAndThrows >();
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
    EXPECT_NE( this->errors.find( "last words" ), std::string::npos );
 }
 
 TYPED_TEST( Misbehaviour, OneRunsTheLoopInsideItsCallback ) {
-   VICE( RunsTheLoop ) {
+   this->meet( []( auto & self ) {
       auto const & manager = Kiv::activityManager();
-      auto const before = this->room().journal.size();
+      auto const before = self.room().journal.size();
       EXPECT_THROW( manager->runOne(), Kiv::Exception );
       EXPECT_THROW( manager->runQueued(), Kiv::Exception );
       EXPECT_THROW( manager->fireOne(), Kiv::Exception );
       EXPECT_THROW( manager->runDue(), Kiv::Exception );
       EXPECT_THROW( manager->run(), Kiv::Exception );
-      this->room().last->handleNotification( nullptr );
-      EXPECT_EQ( this->room().journal.size(), before );
-   }
-   };
-   this->template meet< RunsTheLoop >();
+      self.room().last->handleNotification( nullptr );
+      EXPECT_EQ( self.room().journal.size(), before );
+   } );
    EXPECT_EQ( this->journal, this->everything() );
    EXPECT_EQ( this->errors, "" );
 }
 
 TYPED_TEST( Misbehaviour, OneMakesAnother ) {
-   VICE( MakesAnother ) {
-      auto & room = this->room();
+   this->meet( []( auto & self ) {
+      auto & room = self.room();
       if( !room.late )
-         room.late = new typename Fixture::Good( "late", room, room.home.entity );
-   }
-   };
-   this->template meet< MakesAnother >();
+         room.late = new typename TestFixture::Good( "late", room, room.home.entity );
+   } );
    EXPECT_EQ( this->journal, this->everything() ); // nothing that was queued before it came
    this->journal.clear();
    TypeParam::add( *this->home.entity, "C" );
@@ -348,12 +304,10 @@ TYPED_TEST( Misbehaviour, OneMakesAnother ) {
 }
 
 TYPED_TEST( Misbehaviour, OneReplacesItselfByAnother ) {
-   VICE( Replaces ) {
-      auto & room = this->room();
-      room.bad = new typename Fixture::Good( "heir", room, room.home.entity );
-   }
-   };
-   this->template meet< Replaces >();
+   this->meet( []( auto & self ) {
+      auto & room = self.room();
+      room.bad = new typename TestFixture::Good( "heir", room, room.home.entity );
+   } );
    EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "last B", "first...",
                                       "last..." } ) );
 }
