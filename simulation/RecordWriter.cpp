@@ -10,8 +10,8 @@ namespace Simulation {
 
 namespace {
 
-using Detail::jsonNumber;
-using Detail::jsonString;
+using detail::jsonNumber;
+using detail::jsonString;
 
 std::string json( bool value ) { return value ? "true" : "false"; }
 std::string json( double value ) { return jsonNumber( value ); }
@@ -30,7 +30,7 @@ class Object {
    std::string text_;
 };
 
-template< typename Value, typename ToJson >
+template< class Value, class ToJson >
 std::string objectOf( std::map< std::string, Value > const & members, ToJson toJson ) {
    Object object;
    for( auto const & [ key, value ] : members ) {

@@ -15,7 +15,7 @@ namespace Simulation {
 
 namespace {
 
-using Detail::quoted;
+using detail::quoted;
 
 // Who stands in the directory, with the stages of its events, as the timeline goes by.
 class Directory {
@@ -116,7 +116,7 @@ class Directory {
       return false;
    }
 
-   std::string moment() const { return " at " + Detail::jsonNumber( entry_->at ); }
+   std::string moment() const { return " at " + detail::jsonNumber( entry_->at ); }
 
    void mistake( Place place, std::string text ) {
       mistakes_.push_back( { place, std::move( text ) } );

@@ -22,7 +22,7 @@ namespace Tools {
 
 namespace {
 
-namespace Text = Simulation::Detail;  // so that its quoted() is not taken for the library's
+namespace Text = Simulation::detail;  // so that its quoted() is not taken for the library's
 
 // ---------------------------------------------------------------------------------------- help
 

@@ -15,7 +15,7 @@ namespace {
 
 using Simulation::Result;
 using Simulation::StageChange;
-using Simulation::Detail::printable;
+using Simulation::detail::printable;
 
 // Milliseconds are as fine as people care for; trailing zeros tell them nothing.
 std::string duration( double seconds ) {

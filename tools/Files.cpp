@@ -261,11 +261,11 @@ bool isStandardOutput( std::string const & path ) {
 }
 
 std::string inputName( std::string const & path ) {
-   return path == standardStream ? "<stdin>" : Simulation::Detail::printable( path );
+   return path == standardStream ? "<stdin>" : Simulation::detail::printable( path );
 }
 
 std::string outputName( std::string const & path ) {
-   return path == standardStream ? "<stdout>" : Simulation::Detail::printable( path );
+   return path == standardStream ? "<stdout>" : Simulation::detail::printable( path );
 }
 
 std::string fileText( std::string const & path ) {

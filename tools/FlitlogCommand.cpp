@@ -31,7 +31,7 @@ namespace Tools {
 
 namespace {
 
-using Simulation::Detail::printable;
+using Simulation::detail::printable;
 
 enum Exit { allRead = 0, notAllRead = 1, wrong = 2 };
 

@@ -29,7 +29,7 @@ unsigned levelsOf( std::string const & option, std::string const & text ) {
    try {
       return Kiv::traceLevels( text );
    } catch( Kiv::Exception const & error ) {
-      throw CLI::ValidationError( option, Simulation::Detail::printable( error.what() ) );
+      throw CLI::ValidationError( option, Simulation::detail::printable( error.what() ) );
    }
 }
 

@@ -37,7 +37,7 @@ class Reader {
    }
    [[noreturn]] void fail( char const * expected ) const {
       throw PathError( fmt::format( "path {}: expected {} at byte {}",
-                                    Simulation::Detail::quoted( text_ ), expected, place_ + 1 ) );
+                                    Simulation::detail::quoted( text_ ), expected, place_ + 1 ) );
    }
 
    Step step() {
@@ -98,7 +98,7 @@ class Reader {
 
 bool isPlain( std::string_view key ) {
    return key.find_first_of( "[]\"\\ " ) == std::string_view::npos &&
-          Simulation::Detail::printable( key ) == key;
+          Simulation::detail::printable( key ) == key;
 }
 
 }  // namespace
@@ -109,12 +109,12 @@ std::string escaped( std::string_view text, std::string_view special ) {
    std::string result;
    while( !text.empty() ) {
       // A character at a time, so that what can be read stays readable.
-      auto const length = std::max< std::size_t >( Simulation::Detail::characterLength( text ), 1 );
+      auto const length = std::max< std::size_t >( Simulation::detail::characterLength( text ), 1 );
       auto const character = text.substr( 0, length );
       if( special.find( character ) != std::string_view::npos ) {
          result += '\\';
          result += character;
-      } else if( Simulation::Detail::printable( character ) == character ) {
+      } else if( Simulation::detail::printable( character ) == character ) {
          result += character;
       } else {
          for( char const byte : character ) {

@@ -21,8 +21,8 @@ namespace Tools {
 namespace {
 
 using namespace Simulation;
-using Simulation::Detail::characterLength;
-using Simulation::Detail::quoted;
+using Simulation::detail::characterLength;
+using Simulation::detail::quoted;
 
 using Use = YamlNode::Use;
 using Keys = std::initializer_list< std::string_view >;
@@ -72,11 +72,11 @@ class Reader {
 
    enum class Infinite { allowed, refused };
 
-   template< typename F >
+   template< class F >
    void members( Use const & use, std::string const & what, F const & f );
-   template< typename F >
+   template< class F >
    void fields( Use const & use, std::string const & what, Keys allowed, F const & f );
-   template< typename F >
+   template< class F >
    void items( Use const & use, std::string const & what, F const & f );
 
    std::optional< bool > boolean( Use const & use, std::string const & what );
@@ -120,7 +120,7 @@ class Reader {
 };
 
 // Calls `f( name, key, value )` for each member of a map whose keys are names.
-template< typename F >
+template< class F >
 void Reader::members( Use const & use, std::string const & what, F const & f ) {
    if( use.node->kind != YamlNode::Kind::map ) {
       wrong( use, what, "a map" );
@@ -147,7 +147,7 @@ void Reader::members( Use const & use, std::string const & what, F const & f ) {
 }
 
 // The same for a map whose keys are fixed.
-template< typename F >
+template< class F >
 void Reader::fields( Use const & use, std::string const & what, Keys allowed, F const & f ) {
    members( use, what, [ & ]( std::string const & name, Use const & key, Use const & value ) {
       if( std::find( allowed.begin(), allowed.end(), name ) == allowed.end() ) {
@@ -159,7 +159,7 @@ void Reader::fields( Use const & use, std::string const & what, Keys allowed, F 
    } );
 }
 
-template< typename F >
+template< class F >
 void Reader::items( Use const & use, std::string const & what, F const & f ) {
    if( use.node->kind != YamlNode::Kind::sequence ) {
       wrong( use, what, "a list" );

@@ -51,7 +51,7 @@ std::string lineOf( Flitlog::Record const & record ) {
 }
 
 std::string jsonOf( Flitlog::Record const & record ) {
-   using namespace Simulation::Detail;
+   using namespace Simulation::detail;
    return fmt::format( R"({{"sequence":{},"time":{},"handle":{},"level":{},"source":{},"line":{},)"
                        R"("function":{},"text":{}}})",
                        record.sequence,

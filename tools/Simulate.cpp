@@ -33,7 +33,7 @@ namespace Tools {
 namespace {
 
 using Simulation::Outcome;
-using Simulation::Detail::printable;
+using Simulation::detail::printable;
 
 struct Options {
    std::string plan;

@@ -20,8 +20,8 @@ using Kiv::GenericIf;
 using Kiv::Role;
 using Kiv::Value;
 using Kind = Kiv::Value::Kind;
-using Simulation::Detail::printable;
-using Simulation::Detail::quoted;
+using Simulation::detail::printable;
+using Simulation::detail::quoted;
 
 // Paths of the objects, by where they are shown.
 using Places = std::unordered_map< Kiv::PtrInterface const *, std::string >;
@@ -192,7 +192,7 @@ class JsonWriter : public Writer {
                    std::string const & place ) override {
       begin( label );
       text += "{" + head( object ) +
-              ", \"see\": " + Simulation::Detail::jsonString( place.empty() ? "/" : place ) + "}";
+              ", \"see\": " + Simulation::detail::jsonString( place.empty() ? "/" : place ) + "}";
       finish();
    }
    void beginObject( std::string const & label, Value const & object ) override {
@@ -211,7 +211,7 @@ class JsonWriter : public Writer {
       finish();
    }
    void beginMember( Kiv::String8 const & key ) override {
-      member_ = Simulation::Detail::jsonString( key.view() );
+      member_ = Simulation::detail::jsonString( key.view() );
    }
    void end() override {
       auto const [ closing, empty ] = open_.back();
@@ -231,9 +231,9 @@ class JsonWriter : public Writer {
 
    static std::string head( Value const & object ) {
       auto const name = nameOf( object );
-      return "\"type\": " + Simulation::Detail::jsonString( object.object()->fwkType().name() ) +
+      return "\"type\": " + Simulation::detail::jsonString( object.object()->fwkType().name() ) +
              ( name.empty() ? std::string()
-                            : ", \"name\": " + Simulation::Detail::jsonString( name ) );
+                            : ", \"name\": " + Simulation::detail::jsonString( name ) );
    }
    static std::string json( Value const & value ) {
       switch( value.kind() ) {
@@ -244,17 +244,17 @@ class JsonWriter : public Writer {
             return value.toString().str();
          case Kind::real:
             return std::isnan( value.real() ) ? "\"nan\""
-                                              : Simulation::Detail::jsonNumber( value.real() );
+                                              : Simulation::detail::jsonNumber( value.real() );
          case Kind::text:
          case Kind::object:
-            return Simulation::Detail::jsonString( value.toString().view() );
+            return Simulation::detail::jsonString( value.toString().view() );
          case Kind::list:
             break;
       }
       std::string parts;
       for( auto const & entry : value.list() ) {
          parts += ( parts.empty() ? "" : ", " ) +
-                  Simulation::Detail::jsonString( entry.name.view() ) + ": " + json( entry.value );
+                  Simulation::detail::jsonString( entry.name.view() ) + ": " + json( entry.value );
       }
       return "{" + parts + "}";
    }
@@ -268,7 +268,7 @@ class JsonWriter : public Writer {
       open_.back().empty = false;
       newLine();
       text += ( label.empty() ? std::exchange( member_, {} )
-                              : Simulation::Detail::jsonString( label ) ) + ": ";
+                              : Simulation::detail::jsonString( label ) ) + ": ";
    }
    void open( char const * closing ) { open_.push_back( { closing, true } ); }
    void newLine() {

@@ -21,8 +21,8 @@ namespace Tools {
 
 namespace {
 
-using Simulation::Detail::characterLength;
-using Simulation::Detail::quoted;
+using Simulation::detail::characterLength;
+using Simulation::detail::quoted;
 
 // Turns byte offsets into lines and columns.
 class Places {

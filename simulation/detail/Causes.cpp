@@ -7,7 +7,7 @@
 
 #include <Kiv/Kiv.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 namespace {
 
@@ -193,4 +193,4 @@ void Causes::addBegin( Link & link, Story const & story ) const {
    link.heldFor = story.heldFor;
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -11,7 +11,7 @@
 
 #include <simulation/Determined.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // Remembers why what happens in a run happens when it does.
 //
@@ -97,4 +97,4 @@ class Causes {
    std::unordered_map< std::string, Story > story_;
 };
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

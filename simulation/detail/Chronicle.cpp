@@ -3,7 +3,7 @@
 
 #include <utility>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 Chronicle::Chronicle( Kiv::Ptr< Stage::Log > const & log,
                       std::vector< Observer * > const & observers )
@@ -28,7 +28,7 @@ void Chronicle::end( Result const & result ) {
    rethrow();
 }
 
-template< typename F >
+template< class F >
 void Chronicle::tell( F const & f ) {
    for( auto * observer : observers_ ) {
       if( thrown_ ) {
@@ -61,4 +61,4 @@ void Chronicle::rethrow() {
    }
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -10,7 +10,7 @@
 
 #include <simulation/Observer.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // Tells the observers what happens, in the order in which it happens: it empties the log of stages
 // before it passes anything else on. While it lives, declared log messages come here and nowhere
@@ -37,7 +37,7 @@ class Chronicle {
    void end( Result const & result );
 
    // Calls `f`, and keeps what it throws.
-   template< typename F >
+   template< class F >
    void keepingExceptions( F const & f ) noexcept {
       try {
          f();
@@ -49,7 +49,7 @@ class Chronicle {
    }
 
  private:
-   template< typename F >
+   template< class F >
    void tell( F const & f );
    void tellLog();
    void message( Kiv::LogMessage const & message );
@@ -63,4 +63,4 @@ class Chronicle {
    bool started_ = false;
 };
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

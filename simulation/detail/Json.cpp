@@ -7,7 +7,7 @@
 
 #include <simulation/detail/Text.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 namespace {
 
@@ -62,4 +62,4 @@ std::string jsonNumber( double value ) {
    return std::string( text, end.ptr );
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

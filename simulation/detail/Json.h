@@ -6,7 +6,7 @@
 
 // JSON's scalars as text, the same bytes on every machine.
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // A JSON string with its quotes. What is no UTF-8 is replaced byte by byte by U+FFFD, since JSON
 // can hold nothing else.
@@ -17,4 +17,4 @@ std::string jsonString( std::string_view text );
 // REQUIRES: not NaN.
 std::string jsonNumber( double value );
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <simulation/detail/Outside.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 namespace {
 
@@ -93,4 +93,4 @@ void Outside::declare( std::string const & name, Agent & agent, Event const & ev
    declaration_( simulated );
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -12,7 +12,7 @@
 
 #include <simulation/Plan.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // One event object of a simulated agent. A stage that is declared anew gets a new one.
 struct SimulatedEvent {
@@ -61,4 +61,4 @@ class Outside {
    Declaration declaration_;
 };
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

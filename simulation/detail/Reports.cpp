@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <simulation/detail/Reports.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 void Reports::declared( SimulatedEventPtr const & event ) {
    if( event->behaviour.kind != Behaviour::Kind::afterSeconds ) {
@@ -48,4 +48,4 @@ void Reports::arm( SimulatedEventPtr const & event ) {
    }
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -10,7 +10,7 @@
 #include <simulation/detail/Causes.h>
 #include <simulation/detail/Outside.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // What the simulated agents will report, and when. An event is either waiting for its stage, or
 // armed, or done with; it is armed at most once.
@@ -51,4 +51,4 @@ class Reports {
    std::uint64_t armed_ = 0;
 };
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

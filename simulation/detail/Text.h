@@ -5,10 +5,10 @@
 
 // Text that comes from outside, made fit for a person's eyes.
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 using Kiv::characterLength;
 using Kiv::printable;
 using Kiv::quoted;
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 namespace {
 
@@ -186,4 +186,4 @@ Result StatusWatch::result() const {
    return result;
 }
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -14,7 +14,7 @@
 #include <simulation/detail/Chronicle.h>
 #include <simulation/detail/Reports.h>
 
-namespace Simulation::Detail {
+namespace Simulation::detail {
 
 // Watches one active stage, and tells what becomes of it. Each callback compares the state machine
 // with what was seen last, so their order does not matter.
@@ -101,4 +101,4 @@ class StatusWatch : public Stage::Status::NotifieeConst {
    std::unordered_map< std::string, Kiv::Ptr< DependencyWatch > > dependency_;  // by stage
 };
 
-}  // namespace Simulation::Detail
+}  // namespace Simulation::detail

@@ -58,7 +58,7 @@ std::vector< Record > const & records() {
 }
 
 // Calls `f` for each line of that kind, of any kind if none is given.
-template< typename F >
+template< class F >
 void eachLine( std::string const & kind, F const & f ) {
    for( auto const & record : records() ) {
       for( auto const & line : record ) {

@@ -78,7 +78,7 @@ class Recorder : public Observer {
 
  private:
    static std::string line( double t, std::string const & text ) {
-      return Detail::jsonNumber( t ) + ' ' + text;
+      return detail::jsonNumber( t ) + ' ' + text;
    }
 };
 

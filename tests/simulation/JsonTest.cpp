@@ -13,8 +13,8 @@
 
 namespace {
 
-using Simulation::Detail::jsonNumber;
-using Simulation::Detail::jsonString;
+using Simulation::detail::jsonNumber;
+using Simulation::detail::jsonString;
 
 TEST( Json, AStringStandsBetweenQuotes ) {
    EXPECT_EQ( jsonString( "" ), R"("")" );

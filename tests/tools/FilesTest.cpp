@@ -55,7 +55,7 @@ struct Files : Process::Folder {
    }
 
    // How a process ended in which `act` was run: its exit status, or minus the signal.
-   template< typename Act >
+   template< class Act >
    static int endOf( Act act ) {
       auto const child = fork();
       if( child == 0 ) {

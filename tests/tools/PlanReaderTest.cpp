@@ -23,7 +23,7 @@ Event eventOf( std::string const & text ) {
    return plan.agent.at( 0 ).event.at( 0 );
 }
 
-template< typename T >
+template< class T >
 T operationOf( std::string const & entry ) {
    return std::get< T >(
       planOf( "agents: {A: {S: {}}}\ntimeline: [" + entry + "]" ).timeline.at( 0 ).operation );
