@@ -29,26 +29,28 @@ namespace {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument,
-     reads< &ConfigSm::config >() ),
+              reads< &ConfigSm::config >() ),
    Attribute( "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument,
-     reads< &ConfigSm::status >() ),
+              reads< &ConfigSm::status >() ),
    Attribute( "agentDir", "Kiv::Ptr<Kiv::Dir const>", "", Role::constructorArgument | Role::reactor,
-     reads< &ConfigSm::agentDir >() ),
+              reads< &ConfigSm::agentDir >() ),
    Attribute( "handleAgent", "", "Kiv::Name", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( Name ) >( &ConfigSm::handleAgent ),
-                       Kiv::overload< void() >( &ConfigSm::handleAgent ) >( "name" ) ),
+              Kiv::callsEither< Kiv::overload< void( Name ) >( &ConfigSm::handleAgent ),
+                                Kiv::overload< void() >( &ConfigSm::handleAgent ) >( "name" ) ),
    Attribute( "agentConfig", "Stage::AgentConfig", "Kiv::Name", Role::collection | Role::reactor,
-     keyed< &ConfigSm::agentConfig, &ConfigSm::agentConfigs, &ConfigSm::agentConfigIteratorConst >()
-        .memberWritesUnder< &ConfigSm::agentConfigIs, &AgentConfig::name >()
-        .memberDeletes< &ConfigSm::agentConfigDel, &ConfigSm::agentConfigDelAll >() ),
+              keyed< &ConfigSm::agentConfig, &ConfigSm::agentConfigs,
+                     &ConfigSm::agentConfigIteratorConst >()
+                 .memberWritesUnder< &ConfigSm::agentConfigIs, &AgentConfig::name >()
+                 .memberDeletes< &ConfigSm::agentConfigDel, &ConfigSm::agentConfigDelAll >() ),
    Attribute( "stageStatus", "Stage::StageStatus", "Kiv::Name", Role::collection | Role::reactor,
-     keyed< &ConfigSm::stageStatus, &ConfigSm::stageStatuss, &ConfigSm::stageStatusIteratorConst >()
-        .memberWritesUnder< &ConfigSm::stageStatusIs, &StageStatus::name >()
-        .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() ),
+              keyed< &ConfigSm::stageStatus, &ConfigSm::stageStatuss,
+                     &ConfigSm::stageStatusIteratorConst >()
+                 .memberWritesUnder< &ConfigSm::stageStatusIs, &StageStatus::name >()
+                 .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() ),
    Attribute( "handleStage", "", "Kiv::Name", Role::handler,
-     Kiv::calls< &ConfigSm::handleStage >( "name" ) ),
+              Kiv::calls< &ConfigSm::handleStage >( "name" ) ),
    Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-     Kiv::activity() ),
+              Kiv::activity() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< ConfigSm >(),
 } );
@@ -63,11 +65,11 @@ bool works( PtrInterface const & object ) {
 }
 constexpr auto rows = Kiv::numbered( {
    Attribute( "agentConfig", "Kiv::Ptr<Stage::AgentConfig const>", "", Role::constructorArgument,
-     reads< &Reactor::notifier >() ),
+              reads< &Reactor::notifier >() ),
    Attribute( "handleEvent", "", "Kiv::Name", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( Name ) >( &Reactor::handleEvent ),
-                       Kiv::overload< void() >( &Reactor::handleEvent ) >( "stageName" )
-        .whenever( &works ) ),
+              Kiv::callsEither< Kiv::overload< void( Name ) >( &Reactor::handleEvent ),
+                                Kiv::overload< void() >( &Reactor::handleEvent ) >( "stageName" )
+                 .whenever( &works ) ),
    Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &Reactor::fwkKey >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
@@ -84,32 +86,33 @@ bool works( PtrInterface const & object ) {
 }
 constexpr auto rows = Kiv::numbered( {
    Attribute( "stageStatus", "Kiv::Ptr<Stage::StageStatus>", "", Role::constructorArgument,
-     reads< &Reactor::stage >() ),
-   Attribute( "eventConfig", "Stage::EventConfig", "Kiv::String8", Role::collection | Role::reactor,
-     keyed< &Reactor::eventConfig, &Reactor::eventConfigs, &Reactor::eventConfigIteratorConst >()
-        .memberWritesUnder< &Reactor::eventConfigIs, &EventConfig::agent >()
-        .memberDeletes< &Reactor::eventConfigDel, &Reactor::eventConfigDelAll >()
-        .whenever( &works ) ),
+              reads< &Reactor::stage >() ),
+   Attribute(
+      "eventConfig", "Stage::EventConfig", "Kiv::String8", Role::collection | Role::reactor,
+      keyed< &Reactor::eventConfig, &Reactor::eventConfigs, &Reactor::eventConfigIteratorConst >()
+         .memberWritesUnder< &Reactor::eventConfigIs, &EventConfig::agent >()
+         .memberDeletes< &Reactor::eventConfigDel, &Reactor::eventConfigDelAll >()
+         .whenever( &works ) ),
    Attribute( "criticalAncestor", "bool", "Kiv::String8", Role::collection,
-     keyed< &Reactor::criticalAncestor, &Reactor::criticalAncestors,
-            &Reactor::criticalAncestorIteratorConst, &Reactor::hasCriticalAncestor >()
-        .memberWrites< &Reactor::criticalAncestorIs >()
-        .memberDeletes< &Reactor::criticalAncestorDel, &Reactor::criticalAncestorDelAll >()
-        .whenever( &works ) ),
+              keyed< &Reactor::criticalAncestor, &Reactor::criticalAncestors,
+                     &Reactor::criticalAncestorIteratorConst, &Reactor::hasCriticalAncestor >()
+                 .memberWrites< &Reactor::criticalAncestorIs >()
+                 .memberDeletes< &Reactor::criticalAncestorDel, &Reactor::criticalAncestorDelAll >()
+                 .whenever( &works ) ),
    Attribute( "handleDependency", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &Reactor::handleDependency >( "name" ).whenever( &works ) ),
+              Kiv::calls< &Reactor::handleDependency >( "name" ).whenever( &works ) ),
    Attribute( "handleDependencyDel", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &Reactor::handleDependencyDel >( "name" ).whenever( &works ) ),
+              Kiv::calls< &Reactor::handleDependencyDel >( "name" ).whenever( &works ) ),
    Attribute( "handleEventDel", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &Reactor::handleEventDel >( "agentName" ).whenever( &works ) ),
+              Kiv::calls< &Reactor::handleEventDel >( "agentName" ).whenever( &works ) ),
    Attribute( "handleStage", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &Reactor::handleStage >( "name" ).whenever( &works ) ),
+              Kiv::calls< &Reactor::handleStage >( "name" ).whenever( &works ) ),
    Attribute( "handleCritical", "", "Kiv::String8", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleCritical ),
-                       Kiv::overload< void() >( &Reactor::handleCritical ) >( "name" )
-        .whenever( &works ) ),
+              Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleCritical ),
+                                Kiv::overload< void() >( &Reactor::handleCritical ) >( "name" )
+                 .whenever( &works ) ),
    Attribute( "handleTimeout", "", "", Role::handler,
-     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
+              Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
    Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &Reactor::fwkKey >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
@@ -126,15 +129,15 @@ bool works( PtrInterface const & object ) {
 }
 constexpr auto rows = Kiv::numbered( {
    Attribute( "eventConfig", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
-     reads< &Reactor::notifier >() ),
+              reads< &Reactor::notifier >() ),
    Attribute( "handleDependency", "", "Kiv::String8", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleDependency ),
-                       Kiv::overload< void() >( &Reactor::handleDependency ) >( "name" )
-        .whenever( &works ) ),
+              Kiv::callsEither< Kiv::overload< void( String8 ) >( &Reactor::handleDependency ),
+                                Kiv::overload< void() >( &Reactor::handleDependency ) >( "name" )
+                 .whenever( &works ) ),
    Attribute( "handleTimeout", "", "", Role::handler,
-     Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
+              Kiv::calls< &Reactor::handleTimeout >().whenever( &works ) ),
    Attribute( "handleCritical", "", "", Role::handler,
-     Kiv::calls< &Reactor::handleCritical >().whenever( &works ) ),
+              Kiv::calls< &Reactor::handleCritical >().whenever( &works ) ),
    Attribute( "fwkKey", "Kiv::String8", "", Role::framework, reads< &Reactor::fwkKey >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
@@ -526,12 +529,10 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 }
 
 void KivEventConfig::onDependency( String8 stage ) {
-   react( *this, kivStageStatus_,
-                         [ & ]( KivStageStatus & ) { handleDependency( stage ); } );
+   react( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleDependency( stage ); } );
 }
 void KivEventConfig::onDependencykivImmediate() {
-   react( *this, kivStageStatus_,
-                         [ & ]( KivStageStatus & ) { handleDependency(); } );
+   react( *this, kivStageStatus_, [ & ]( KivStageStatus & ) { handleDependency(); } );
 }
 void KivEventConfig::onDependency() { onDependencykivImmediate(); }
 void KivEventConfig::onTimeout() {
@@ -605,15 +606,15 @@ Kiv::KivType const & ConfigSm::_fwkType() {
 
 Kiv::KivType const & ConfigSm::KivAgentConfig::fwkType() const { return _fwkType(); }
 Kiv::KivType const & ConfigSm::KivAgentConfig::_fwkType() {
-   static Kiv::KivType const type( "Stage::ConfigSm::KivAgentConfig",
-                                   &PtrInterface::_fwkType(), agentConfigRows::rows );
+   static Kiv::KivType const type( "Stage::ConfigSm::KivAgentConfig", &PtrInterface::_fwkType(),
+                                   agentConfigRows::rows );
    return type;
 }
 
 Kiv::KivType const & KivStageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & KivStageStatus::_fwkType() {
-   static Kiv::KivType const type( "Stage::ConfigSm::KivStageStatus",
-                                   &PtrInterface::_fwkType(), stageStatusRows::rows );
+   static Kiv::KivType const type( "Stage::ConfigSm::KivStageStatus", &PtrInterface::_fwkType(),
+                                   stageStatusRows::rows );
    return type;
 }
 
@@ -635,8 +636,7 @@ Ptr< ConfigSm::KivStatus > ConfigSm::newStatus( Ptr< Status > const & status ) {
    return made;
 }
 
-Ptr< ConfigSm::KivAgentConfig >
-ConfigSm::newAgentConfig( Ptr< AgentConfig const > const & agent ) {
+Ptr< ConfigSm::KivAgentConfig > ConfigSm::newAgentConfig( Ptr< AgentConfig const > const & agent ) {
    Ptr< KivAgentConfig > const made = new KivAgentConfig( Kiv::valid( agent ), this );
    made->hasNotificationActiveIs( hasNotificationActive() );
    return made;

@@ -115,10 +115,10 @@ class Reader {
          String8 const uid = i.key();
          Ptr< EventConfig const > const event = i.ptr()->pendingEvent();
          // One without its event is named by its key.
-         made.event.push_back( { uid,
-                                 event ? event->agent()
-                                       : uid.view().substr( std::min( prefix, uid.length() ) ),
-                                 {} } );
+         made.event.push_back(
+            { uid,
+              event ? event->agent() : uid.view().substr( std::min( prefix, uid.length() ) ),
+              {} } );
       }
       sortByUid( made.event );
    }
@@ -205,8 +205,7 @@ Waits::Waits( Explanation const & explanation )
 
 void Waits::addEdges( Explanation const & explanation, UnfinishedStage const & stage ) {
    for( auto const & dependency : stage.dependency )
-      graph.edgeIs( dependency.unfinished ? *dependency.unfinished
-                                          : node( dependency.stage ) );
+      graph.edgeIs( dependency.unfinished ? *dependency.unfinished : node( dependency.stage ) );
    if( stage.heldBack )
       graph.edgeIs( heldBack );
    if( !explanation.enabled )
@@ -218,12 +217,16 @@ void Waits::addEdges( Explanation const & explanation, UnfinishedStage const & s
 // Where the root is in the graph.
 WaitGraph::Node nodeOf( Waits const & waits, Root const & root ) {
    switch( root.kind ) {
-   case Root::Kind::undeclared: return waits.node( root.stage );
-   case Root::Kind::disabled: return waits.disabled;
-   case Root::Kind::decision: return waits.decision;
+   case Root::Kind::undeclared:
+      return waits.node( root.stage );
+   case Root::Kind::disabled:
+      return waits.disabled;
+   case Root::Kind::decision:
+      return waits.decision;
    case Root::Kind::events:
    case Root::Kind::cycle:
-   case Root::Kind::untracked: break;
+   case Root::Kind::untracked:
+      break;
    }
    return root.of.front();
 }
@@ -296,8 +299,8 @@ class Roots {
          if( of.back() == waits_.heldBack ) // no stage
             of.pop_back();
          Root & root = rootIs( Root::Kind::cycle, std::move( of ) );
-         root.path = pathOf(
-            detail::shortestCycle( waits_.graph, components_, root.of.front(), work ) );
+         root.path =
+            pathOf( detail::shortestCycle( waits_.graph, components_, root.of.front(), work ) );
       }
    }
 
@@ -345,8 +348,8 @@ class Roots {
       std::vector< WaitGraph::Node > nodes;
       for( Root const & root : explanation_.root )
          nodes.push_back( nodeOf( waits_, root ) );
-      auto const counts = detail::countWaiters(
-         waits_.graph, components_, nodes, static_cast< Index >( explanation_.stage.size() ) );
+      auto const counts = detail::countWaiters( waits_.graph, components_, nodes,
+                                                static_cast< Index >( explanation_.stage.size() ) );
       for( std::size_t i = 0; i != counts.size(); ++i ) {
          Root & root = explanation_.root[ i ];
          root.waiting = counts[ i ] - static_cast< std::uint32_t >( root.of.size() );

@@ -113,8 +113,8 @@ struct Explanation {
    };
 
    double now = 0;
-   bool enabled = false;        // progression has begun, or may
-   double nextDecision = never; // when it is due; one that is not asked for is never
+   bool enabled = false;                 // progression has begun, or may
+   double nextDecision = never;          // when it is due; one that is not asked for is never
    std::vector< UnfinishedStage > stage; // by name
    std::vector< Index > critical;        // those that are critical and have not started
    // Those that most stages wait for first, and among equals by name. Each unfinished stage is one

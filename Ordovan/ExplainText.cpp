@@ -25,18 +25,16 @@ constexpr std::size_t namedAtMost = 3;
 // How many stages of a cycle it names: people look at each of them.
 constexpr std::size_t stepsAtMost = 12;
 
-std::string quoted( Kiv::Text const & name ) {
-   return Kiv::quoted( name.view() );
-}
+std::string quoted( Kiv::Text const & name ) { return Kiv::quoted( name.view() ); }
 
 // Milliseconds are as fine as people care for.
 std::string seconds( double time ) {
    double const rounded = std::round( time * 1000 ) / 1000;
    char text[ 32 ];
    bool const plain = std::fabs( rounded ) < 1e15;
-   auto const end = plain ? std::to_chars( text, text + sizeof text, rounded,
-                                           std::chars_format::fixed )
-                          : std::to_chars( text, text + sizeof text, time );
+   auto const end =
+      plain ? std::to_chars( text, text + sizeof text, rounded, std::chars_format::fixed )
+            : std::to_chars( text, text + sizeof text, time );
    return std::string( text, end.ptr ) + " s";
 }
 
@@ -88,10 +86,13 @@ std::string dependencyText( Explanation const & explanation,
    if( !dependency.unfinished )
       return name + "no agent has declared";
    switch( explanation.stage[ *dependency.unfinished ].state ) {
-   case State::waiting: return name + "has not started";
-   case State::suspended: return name + "timed out and is suspended";
+   case State::waiting:
+      return name + "has not started";
+   case State::suspended:
+      return name + "timed out and is suspended";
    case State::active:
-   case State::untracked: break;
+   case State::untracked:
+      break;
    }
    return name + "is not complete";
 }
@@ -167,8 +168,7 @@ std::string timeRunning( Explanation const & explanation, UnfinishedStage const 
       return std::string( ", with no time limit any more" ) +
              ( stage.critical ? "" : "; that it has ceased to be critical does not release it" );
    // The present timeout may be another than the one that the timer was armed with.
-   bool const changed = stage.activeSince &&
-                        *stage.activeSince + stage.timeout != stage.timeIsUp &&
+   bool const changed = stage.activeSince && *stage.activeSince + stage.timeout != stage.timeIsUp &&
                         ( isLimited( stage.timeout ) || isLimited( stage.timeIsUp ) );
    std::string const whatever = changed ? ", whatever its timeout is now" : "";
    if( !isLimited( stage.timeIsUp ) )
@@ -193,9 +193,8 @@ std::string activeText( Explanation const & explanation, UnfinishedStage const &
 // A sentence without its end.
 std::string text( Explanation const & explanation, UnfinishedStage const & stage ) {
    return subject( stage ) + ' ' +
-          ( stage.state == State::waiting
-               ? waitingText( explanation, stage ) + timeToCome( stage )
-               : activeText( explanation, stage ) );
+          ( stage.state == State::waiting ? waitingText( explanation, stage ) + timeToCome( stage )
+                                          : activeText( explanation, stage ) );
 }
 
 // ------------------------------------------------------------------------------------------ roots
@@ -206,8 +205,7 @@ std::string undeclaredText( Root const & root ) {
 }
 
 // One step of a cycle, after the name of the stage that it begins at.
-std::string stepText( Explanation const & explanation, Explanation::Link const & link,
-                      Index to ) {
+std::string stepText( Explanation const & explanation, Explanation::Link const & link, Index to ) {
    std::string const name = "stage " + quoted( explanation.stage[ to ].name );
    if( link.heldBack )
       return "is held back by critical " + name;
@@ -234,16 +232,20 @@ std::string cycleText( Explanation const & explanation, Root const & root ) {
 
 std::string rootText( Explanation const & explanation, Root const & root ) {
    switch( root.kind ) {
-   case Root::Kind::undeclared: return undeclaredText( root );
-   case Root::Kind::cycle: return cycleText( explanation, root );
-   case Root::Kind::disabled: return "progression has not been enabled";
+   case Root::Kind::undeclared:
+      return undeclaredText( root );
+   case Root::Kind::cycle:
+      return cycleText( explanation, root );
+   case Root::Kind::disabled:
+      return "progression has not been enabled";
    case Root::Kind::decision: {
       auto const name = [ & ]( Index i ) { return quoted( explanation.stage[ i ].name ); };
       return ( root.of.size() == 1 ? "stage " : "stages " ) + listedShort( root.of, name ) +
              ( root.of.size() == 1 ? " waits for " : " wait for " ) + decisionText( explanation );
    }
    case Root::Kind::events:
-   case Root::Kind::untracked: break;
+   case Root::Kind::untracked:
+      break;
    }
    return text( explanation, explanation.stage[ root.of.front() ] );
 }
@@ -252,9 +254,9 @@ std::string waitersText( Root const & root ) {
    std::string const more = root.of.empty() ? "" : " more";
    if( root.waiting == 0 )
       return root.of.empty() ? "; no stage waits for this" : "; no other stage waits for this";
-   std::string made = root.waiting == 1 ? "; 1" + more + " stage waits for this"
-                                        : "; " + std::to_string( root.waiting ) + more +
-                                             " stages wait for this";
+   std::string made = root.waiting == 1
+                         ? "; 1" + more + " stage waits for this"
+                         : "; " + std::to_string( root.waiting ) + more + " stages wait for this";
    if( root.kind == Root::Kind::events && isLimited( root.goesOnAt ) )
       made += ", which goes on at " + seconds( root.goesOnAt );
    return made;

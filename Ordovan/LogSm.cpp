@@ -15,11 +15,10 @@ namespace {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "stageLog", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument,
-     Kiv::reads< &LogSm::stageLog >() ),
-   Attribute( "logIs", "", "Kiv::String8", Role::operation,
-     Kiv::calls< &LogSm::logIs >( "msg" ) ),
+              Kiv::reads< &LogSm::stageLog >() ),
+   Attribute( "logIs", "", "Kiv::String8", Role::operation, Kiv::calls< &LogSm::logIs >( "msg" ) ),
    Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-     Kiv::activity() ),
+              Kiv::activity() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< LogSm >(),
 } );
@@ -41,8 +40,7 @@ Kiv::LogHandle ORDOVAN_STAGE_SLOW(
 
 // Two blanks after the first sentence of the explanation, on purpose: the text is known so.
 Kiv::LogHandle ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT(
-   "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT", 4,
-   "%s resumed after stage %s completed after timeout.",
+   "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT", 4, "%s resumed after stage %s completed after timeout.",
    "A stage that had been taking longer than expected to complete has now completed.  Stages that "
    "depend on this completion are able to proceed.",
    Kiv::NoActionRequired, 0.0, 1.0, 0 );

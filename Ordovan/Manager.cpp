@@ -83,11 +83,12 @@ constexpr Kiv::Access machine( void ( *make )( Kiv::PtrInterface &, String8 cons
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "isNondestructing", "bool", "", Role::value,
-     Kiv::value< &Kiv::PtrInterface::isNondestructing, &Kiv::PtrInterface::isNondestructingIs >() ),
+              Kiv::value< &Kiv::PtrInterface::isNondestructing,
+                          &Kiv::PtrInterface::isNondestructingIs >() ),
    Attribute( "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value,
-     machine< &Ordovan::configSm, &Ordovan::configSmDel >( &configSmWith ) ),
+              machine< &Ordovan::configSm, &Ordovan::configSmDel >( &configSmWith ) ),
    Attribute( "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value,
-     machine< &Ordovan::statusSm, &Ordovan::statusSmDel >( &statusSmWith ) ),
+              machine< &Ordovan::statusSm, &Ordovan::statusSmDel >( &statusSmWith ) ),
 } );
 
 } // namespace
@@ -145,8 +146,8 @@ Ptr< StatusSm > Ordovan::newStatusSm( String8 const & application,
 
 Ptr< StatusSm > Ordovan::statusSmIs( String8 const & application,
                                      Ptr< Config const > const & config,
-                                     Ptr< Status > const & status,
-                                     Ptr< Progress > const & progress, Ptr< Log > const & log ) {
+                                     Ptr< Status > const & status, Ptr< Progress > const & progress,
+                                     Ptr< Log > const & log ) {
    if( statusSm_ && statusSm_->application() == application && statusSm_->config() == config &&
        statusSm_->status() == status && statusSm_->progress() == progress &&
        statusSm_->log() == log )

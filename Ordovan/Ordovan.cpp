@@ -87,8 +87,8 @@ void ConfigSm::KivAgentConfig::handleEvent() {
 }
 
 void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
-   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent(Kiv::Name) ", fwkKey(),
-                  " ", stageName );
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivAgentConfig::handleEvent(Kiv::Name) ", fwkKey(), " ",
+                  stageName );
    if( !configSm() )
       return;
    String8 const agentName( fwkKey() );
@@ -168,8 +168,7 @@ void KivEventConfig::handleDependency( String8 name ) {
 }
 
 void KivStageStatus::handleDependencyDel( String8 name ) {
-   ORDOVAN_TRACE( 8,
-                  "void Stage::ConfigSm::KivStageStatus::handleDependencyDel(Kiv::String8)",
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleDependencyDel(Kiv::String8)",
                   " for some event in stage ", fwkKey(), " (dependency: ", name, ")" );
    if( !reacts() )
       return;
@@ -258,8 +257,8 @@ void KivEventConfig::handleCritical() {
 }
 
 void KivStageStatus::handleCritical( String8 name ) {
-   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
-                  " key ", name );
+   ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)", " key ",
+                  name );
    handleCritical();
 }
 
@@ -287,7 +286,7 @@ void KivStageStatus::writeCritical( bool critical ) {
                         ")." );
    stage()->criticalIs( critical );
    ORDOVAN_TRACE_IN( "handleCritical", 8, "   Force dependents of ", fwkKey(),
-                  " to recompute based on our critical", critical );
+                     " to recompute based on our critical", critical );
 }
 
 // Decides a stage's flag, writes it, and pushes it to every stage that it depends on, which
@@ -622,8 +621,8 @@ void StageSm::KivEvent::handleComplete() {
    Ptr< EventConfig const > const ev = event();
    if( !ev || !stageSm() )
       return;
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(), " (stage: ",
-                  stageSm()->name(), ", agent:", ev->agent(), ")" );
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(),
+                  " (stage: ", stageSm()->name(), ", agent:", ev->agent(), ")" );
    bool const complete = ev->complete();
    stageSm()->logSm()->logIs( "  event " + ev->uid() + ( complete ? " completed" : " started" ) );
    if( complete )
@@ -633,8 +632,7 @@ void StageSm::KivEvent::handleComplete() {
 }
 
 void StageSm::handleEventDel( String8 agentName ) {
-   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", name(), " ",
-                  agentName );
+   ORDOVAN_TRACE( 8, "void Stage::StageSm::handleEventDel(Kiv::String8) ", name(), " ", agentName );
    if( !stage() )
       return;
    Ptr< EventConfig const > const ev = stage()->event( agentName );

@@ -23,17 +23,17 @@ bool works( Kiv::PtrInterface const & object ) {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument,
-     Kiv::reads< &StageEnableSm::stage >() ),
+              Kiv::reads< &StageEnableSm::stage >() ),
    Attribute( "name", "Kiv::Name", "", Role::value, Kiv::reads< &StageEnableSm::name >() ),
    Attribute( "handleDependencyDel", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) ),
+              Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) ),
    Attribute( "handleCritical", "", "", Role::handler,
-     Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) ),
+              Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) ),
    Attribute( "mainSm", "Stage::StatusSm*", "", Role::constructorArgument,
-     Kiv::reads< &StageEnableSm::mainSm >() ),
+              Kiv::reads< &StageEnableSm::mainSm >() ),
    Attribute( "fwkKey", "Kiv::Name", "", Role::framework, Kiv::reads< &StageEnableSm::fwkKey >() ),
    Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-     Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() ),
+              Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< StageEnableSm >(),
 } );

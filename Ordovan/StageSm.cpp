@@ -47,8 +47,8 @@ enum : unsigned {
 template< auto keyOf >
 Ptr< EventConfig const > ownEvent( StageSm const & sm, Kiv::Text const & key,
                                    String8 const & attribute, Kiv::Value const & value ) {
-   auto const given = Kiv::valid(
-      Kiv::detail::fromValue< Ptr< EventConfig const > >( attribute, value ) );
+   auto const given =
+      Kiv::valid( Kiv::detail::fromValue< Ptr< EventConfig const > >( attribute, value ) );
    String8 const own = ( given.get()->*keyOf )();
    if( !( own == key ) )
       Kiv::detail::throwOtherKey( key, own );
@@ -77,48 +77,49 @@ bool works( PtrInterface const & object ) {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument,
-     reads< &StageSm::stage >() ),
+              reads< &StageSm::stage >() ),
    Attribute( "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::constructorArgument,
-     reads< &StageSm::logSm >() ),
+              reads< &StageSm::logSm >() ),
    Attribute( "name", "Kiv::Name", "", Role::value, reads< &StageSm::name >() ),
    Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
-     Kiv::value< &StageSm::complete, &StageSm::completeIs >() ),
+              Kiv::value< &StageSm::complete, &StageSm::completeIs >() ),
    Attribute( "timedOut", "bool", "", tells, changes< &N::onTimedOut >(),
-     Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() ),
+              Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() ),
    Attribute( "completionTime", "double", "", tells, changes< &N::onCompletionTime >(),
-     Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() ),
+              Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() ),
    Attribute( "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
-              &N::onPendingEvent >(),
-     keyed< &StageSm::pendingEvent, &StageSm::pendingEvents, &StageSm::pendingEventIteratorConst >()
-        .memberWritesWith< Ptr< EventConfig const > >( &pendingEventWith )
-        .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
-        .whenever( &works ) ),
+              members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
+                       &N::onPendingEvent >(),
+              keyed< &StageSm::pendingEvent, &StageSm::pendingEvents,
+                     &StageSm::pendingEventIteratorConst >()
+                 .memberWritesWith< Ptr< EventConfig const > >( &pendingEventWith )
+                 .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
+                 .whenever( &works ) ),
    Attribute( "handlePendingEvent", "", "Kiv::String8", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( String8 ) >( &StageSm::handlePendingEvent ),
-                       Kiv::overload< void() >( &StageSm::handlePendingEvent ) >( "uid" )
-        .whenever( &works ) ),
+              Kiv::callsEither< Kiv::overload< void( String8 ) >( &StageSm::handlePendingEvent ),
+                                Kiv::overload< void() >( &StageSm::handlePendingEvent ) >( "uid" )
+                 .whenever( &works ) ),
    Attribute( "handleEventDel", "", "Kiv::String8", Role::handler,
-     Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) ),
+              Kiv::calls< &StageSm::handleEventDel >( "agentName" ).whenever( &works ) ),
    Attribute( "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
-     keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
-        .memberWritesWith< Ptr< EventConfig const > >( &eventWith )
-        .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
-        .whenever( &works ) ),
+              members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+              keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
+                 .memberWritesWith< Ptr< EventConfig const > >( &eventWith )
+                 .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
+                 .whenever( &works ) ),
    Attribute( "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
-     changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() ),
+              changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() ),
    Attribute( "handleStageUncompleted", "", "", Role::handler,
-     Kiv::calls< &StageSm::handleStageUncompleted >().whenever( &works ) ),
+              Kiv::calls< &StageSm::handleStageUncompleted >().whenever( &works ) ),
    Attribute( "initialized", "bool", "", tells, changes< &N::onInitialized >(),
-     Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() ),
+              Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() ),
    Attribute( "handleInitialized", "", "", Role::handler,
-     Kiv::calls< &StageSm::handleInitialized >().whenever( &works ) ),
+              Kiv::calls< &StageSm::handleInitialized >().whenever( &works ) ),
    Attribute( "mainSm", "Stage::StatusSm*", "", Role::constructorArgument,
-     reads< &StageSm::mainSm >() ),
+              reads< &StageSm::mainSm >() ),
    Attribute( "fwkKey", "Kiv::Name", "", Role::framework, reads< &StageSm::fwkKey >() ),
    Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-     Kiv::activity() ),
+              Kiv::activity() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< StageSm >(),
 } );
@@ -134,9 +135,9 @@ bool reports( PtrInterface const & object ) {
 }
 constexpr auto rows = Kiv::numbered( {
    Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
-     reads< &Reactor::event >() ),
+              reads< &Reactor::event >() ),
    Attribute( "handleComplete", "", "", Role::handler,
-     Kiv::calls< &Reactor::handleComplete >().whenever( &reports ) ),
+              Kiv::calls< &Reactor::handleComplete >().whenever( &reports ) ),
    Attribute( "fwkKey", "Kiv::String8", "", Role::framework, reads< &Reactor::fwkKey >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
@@ -148,7 +149,7 @@ namespace pendingEventRows {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "pendingEvent", "Kiv::Ptr<Stage::EventConfig const>", "", Role::constructorArgument,
-     reads< &StageSm::KivPendingEvent::pendingEvent >() ),
+              reads< &StageSm::KivPendingEvent::pendingEvent >() ),
 } );
 
 } // namespace pendingEventRows
@@ -158,9 +159,9 @@ namespace timerRows {
 using Reactor = StageSm::KivStageUncompleted;
 constexpr auto rows = Kiv::numbered( {
    Attribute( "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument,
-     reads< &Reactor::notifier >() ),
+              reads< &Reactor::notifier >() ),
    Attribute( "timeMin", "double", "", Role::value,
-     Kiv::value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
+              Kiv::value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
 } );
@@ -267,22 +268,22 @@ StageSm::~StageSm() {
 
 Kiv::KivType const & StageSm::KivEvent::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivEvent::_fwkType() {
-   static Kiv::KivType const type( "Stage::StageSm::KivEvent",
-                                   &PtrInterface::_fwkType(), eventRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivEvent", &PtrInterface::_fwkType(),
+                                   eventRows::rows );
    return type;
 }
 
 Kiv::KivType const & StageSm::KivPendingEvent::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivPendingEvent::_fwkType() {
-   static Kiv::KivType const type( "Stage::StageSm::KivPendingEvent",
-                                   &PtrInterface::_fwkType(), pendingEventRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivPendingEvent", &PtrInterface::_fwkType(),
+                                   pendingEventRows::rows );
    return type;
 }
 
 Kiv::KivType const & StageSm::KivStageUncompleted::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
-   static Kiv::KivType const type( "Stage::StageSm::KivStageUncompleted",
-                                   &PtrInterface::_fwkType(), timerRows::rows );
+   static Kiv::KivType const type( "Stage::StageSm::KivStageUncompleted", &PtrInterface::_fwkType(),
+                                   timerRows::rows );
    return type;
 }
 
@@ -380,8 +381,7 @@ void StageSm::initializedIs( bool on ) {
 
 // ---- pending events
 
-Ptr< StageSm::KivPendingEvent >
-StageSm::newPendingEvent( Ptr< EventConfig const > const & event ) {
+Ptr< StageSm::KivPendingEvent > StageSm::newPendingEvent( Ptr< EventConfig const > const & event ) {
    return Kiv::valid( Ptr< KivPendingEvent >( new KivPendingEvent( event ) ) );
 }
 

@@ -185,7 +185,8 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    Kiv::Ptr< KivStageUncompleted > stageUncompleted() const { return stageUncompleted_; }
    void stageUncompletedIs( Kiv::Ptr< Kiv::Clock const > const & clock );
    void stageUncompletedDel();
-   Kiv::Ptr< KivStageUncompleted > newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
+   Kiv::Ptr< KivStageUncompleted >
+   newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
 
    // ---- handlers. One that has lost its stage or its owner does not react.
 
@@ -236,7 +237,7 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    PendingEventMap pendingEvent_;
    EventMap event_;
    Kiv::Ptr< KivStageUncompleted > stageUncompleted_;
-   Kiv::String8 untold_; // a pending event whose change was not reacted to
+   Kiv::String8 untold_;       // a pending event whose change was not reacted to
    bool progressOwed_ = false; // the owner has not recorded the stage in its progress
 };
 

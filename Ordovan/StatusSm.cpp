@@ -27,43 +27,45 @@ bool works( Kiv::PtrInterface const & object ) {
 
 constexpr auto rows = Kiv::numbered( {
    Attribute( "application", "Kiv::String8", "", Role::constructorArgument,
-     reads< &StatusSm::application >() ),
-   Attribute( "config", "Kiv::Ptr<Stage::Config const>", "", Role::constructorArgument | Role::reactor,
-     {}, reads< &StatusSm::config >() ),
+              reads< &StatusSm::application >() ),
+   Attribute( "config", "Kiv::Ptr<Stage::Config const>", "",
+              Role::constructorArgument | Role::reactor, {}, reads< &StatusSm::config >() ),
    Attribute( "status", "Kiv::Ptr<Stage::Status>", "", Role::constructorArgument | Role::reactor,
-     reads< &StatusSm::status >() ),
+              reads< &StatusSm::status >() ),
    Attribute( "progress", "Kiv::Ptr<Stage::Progress>", "", Role::constructorArgument,
-     reads< &StatusSm::progress >() ),
-   Attribute( "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument, reads< &StatusSm::log >() ),
+              reads< &StatusSm::progress >() ),
+   Attribute( "log", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument,
+              reads< &StatusSm::log >() ),
    Attribute( "logSm", "Kiv::Ptr<Stage::LogSm>", "", Role::value, reads< &StatusSm::logSm >() ),
    Attribute( "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection,
-     keyed< &StatusSm::stageEnableSm, &StatusSm::stageEnableSms,
-            &StatusSm::stageEnableSmIteratorConst >()
-        .memberWritesUnder< &StatusSm::stageEnableSmIs, &StageStatus::name >()
-        .memberDeletes< &StatusSm::stageEnableSmDel, &StatusSm::stageEnableSmDelAll >() ),
+              keyed< &StatusSm::stageEnableSm, &StatusSm::stageEnableSms,
+                     &StatusSm::stageEnableSmIteratorConst >()
+                 .memberWritesUnder< &StatusSm::stageEnableSmIs, &StageStatus::name >()
+                 .memberDeletes< &StatusSm::stageEnableSmDel, &StatusSm::stageEnableSmDelAll >() ),
    Attribute( "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection,
-     keyed< &StatusSm::stageSm, &StatusSm::stageSms, &StatusSm::stageSmIteratorConst >()
-        .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() ),
+              keyed< &StatusSm::stageSm, &StatusSm::stageSms, &StatusSm::stageSmIteratorConst >()
+                 .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() ),
    Attribute( "handleActiveStage", "", "Kiv::String8", Role::handler,
-     Kiv::callsEither< Kiv::overload< void( String8 ) >( &StatusSm::handleActiveStage ),
-                       Kiv::overload< void() >( &StatusSm::handleActiveStage ) >( "name" )
-        .whenever( &works ) ),
-   Attribute( "needRecalculateNextStage", "bool", "", Role::value,
-     value< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >() ),
+              Kiv::callsEither< Kiv::overload< void( String8 ) >( &StatusSm::handleActiveStage ),
+                                Kiv::overload< void() >( &StatusSm::handleActiveStage ) >( "name" )
+                 .whenever( &works ) ),
+   Attribute(
+      "needRecalculateNextStage", "bool", "", Role::value,
+      value< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >() ),
    Attribute( "handleNextStage", "", "", Role::handler,
-     Kiv::calls< &StatusSm::handleNextStage >().whenever( &works ) ),
+              Kiv::calls< &StatusSm::handleNextStage >().whenever( &works ) ),
    Attribute( "doNextStage", "", "", Role::operation,
-     Kiv::calls< &StatusSm::doNextStage >().whenever( &works ) ),
+              Kiv::calls< &StatusSm::doNextStage >().whenever( &works ) ),
    Attribute( "recalculateNextStage", "Kiv::Clock", "", Role::reactor,
-     reads< &StatusSm::recalculateNextStage >() ),
+              reads< &StatusSm::recalculateNextStage >() ),
    Attribute( "handleEnabled", "", "", Role::handler,
-     Kiv::calls< &StatusSm::handleEnabled >().whenever( &works ) ),
+              Kiv::calls< &StatusSm::handleEnabled >().whenever( &works ) ),
    Attribute( "initialized", "bool", "", Role::value,
-     value< &StatusSm::initialized, &StatusSm::initializedIs >() ),
+              value< &StatusSm::initialized, &StatusSm::initializedIs >() ),
    Attribute( "handleInitialized", "", "", Role::handler,
-     Kiv::calls< &StatusSm::handleInitialized >().whenever( &works ) ),
+              Kiv::calls< &StatusSm::handleInitialized >().whenever( &works ) ),
    Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-     Kiv::activity() ),
+              Kiv::activity() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< StatusSm >(),
 } );
@@ -73,9 +75,9 @@ namespace timerRows {
 using Reactor = StatusSm::KivRecalculateNextStage;
 constexpr auto rows = Kiv::numbered( {
    Attribute( "clock", "Kiv::Ptr<Kiv::Clock const>", "", Role::constructorArgument,
-     reads< &Reactor::notifier >() ),
+              reads< &Reactor::notifier >() ),
    Attribute( "timeMin", "double", "", Role::value,
-     value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
+              value< &Reactor::timeMin, &Reactor::timeMinIs >() ),
    Kiv::notificationSwitch(),
    Kiv::zombieSwitch< Reactor >(),
 } );
@@ -108,9 +110,8 @@ StatusSm::KivStatus::KivStatus( Ptr< Status > const & status, StatusSm * statusS
 }
 StatusSm::KivStatus::~KivStatus() { kivDoZombieReactors( true ); }
 void StatusSm::KivStatus::onActiveStage( Name name ) {
-   Kiv::detail::toOwner( *this, statusSm_, [ & ]( StatusSm & sm ) {
-      sm.handleActiveStage( String8( name ) );
-   } );
+   Kiv::detail::toOwner( *this, statusSm_,
+                         [ & ]( StatusSm & sm ) { sm.handleActiveStage( String8( name ) ); } );
 }
 void StatusSm::KivStatus::onActiveStagekivImmediate() {}
 void StatusSm::KivStatus::onActiveStage() {
@@ -280,7 +281,8 @@ StatusSm::newRecalculateNextStage( Ptr< Kiv::Clock const > const & clock ) {
 // ----------------------------------------------------------------------------- stages waiting
 
 Ptr< StageEnableSm > StatusSm::newStageEnableSm( Ptr< StageStatus const > const & stageStatus ) {
-   return Kiv::valid( Ptr< StageEnableSm >( new StageEnableSm( Kiv::valid( stageStatus ), this ) ) );
+   return Kiv::valid(
+      Ptr< StageEnableSm >( new StageEnableSm( Kiv::valid( stageStatus ), this ) ) );
 }
 
 Ptr< StageEnableSm > StatusSm::stageEnableSmIs( Ptr< StageStatus const > const & stageStatus ) {

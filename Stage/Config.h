@@ -10,8 +10,7 @@ namespace Stage {
 // One instance. Made and written from outside; the stage manager only reads it.
 class STAGE_EXPORT Config : public Kiv::Entity {
  public:
-   class STAGE_EXPORT NotifieeConst
-      : public Kiv::NotifieeOf< Config, Kiv::Entity::NotifieeConst > {
+   class STAGE_EXPORT NotifieeConst : public Kiv::NotifieeOf< Config, Kiv::Entity::NotifieeConst > {
     public:
       virtual void onIsNondestructing();
       virtual void onAgentDir();

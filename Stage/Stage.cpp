@@ -40,12 +40,12 @@ namespace config {
 using N = Config::NotifieeConst;
 enum { isNondestructing, agentDir, enabled };
 constexpr auto rows = numbered( {
-   Attribute( "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "isNondestructing", "bool", "", tells, changes< &N::onIsNondestructing >(),
+              nondestructing ),
    Attribute( "agentDir", "Kiv::Ptr<Kiv::Dir>", "", tells, changes< &N::onAgentDir >(),
-     value< &Config::agentDir, &Config::agentDirIs >() ),
+              value< &Config::agentDir, &Config::agentDirIs >() ),
    Attribute( "enabled", "bool", "", tells, changes< &N::onEnabled >(),
-     value< &Config::enabled, &Config::enabledIs >() ),
+              value< &Config::enabled, &Config::enabledIs >() ),
 } );
 } // namespace config
 } // namespace
@@ -79,13 +79,13 @@ namespace agentConfig {
 using N = AgentConfig::NotifieeConst;
 enum { isNondestructing, event };
 constexpr auto rows = numbered( {
-   Attribute( "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "isNondestructing", "bool", "", tells, changes< &N::onIsNondestructing >(),
+              nondestructing ),
    Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
-     keyed< &AgentConfig::event, &AgentConfig::events, &AgentConfig::eventIteratorConst >()
-        .memberWrites< &AgentConfig::eventIs >()
-        .memberDeletes< &AgentConfig::eventDel, &AgentConfig::eventDelAll >() ),
+              members< Name, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+              keyed< &AgentConfig::event, &AgentConfig::events, &AgentConfig::eventIteratorConst >()
+                 .memberWrites< &AgentConfig::eventIs >()
+                 .memberDeletes< &AgentConfig::eventDel, &AgentConfig::eventDelAll >() ),
 } );
 } // namespace agentConfig
 } // namespace
@@ -134,24 +134,24 @@ namespace eventConfig {
 using N = EventConfig::NotifieeConst;
 enum { isNondestructing, uid, agent, dependency, timeout, critical, complete };
 constexpr auto rows = numbered( {
-   Attribute( "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing ),
-   Attribute( "uid", "Kiv::String8", "", Role::constructorArgument,
-     reads< &EventConfig::uid >() ),
+   Attribute( "isNondestructing", "bool", "", tells, changes< &N::onIsNondestructing >(),
+              nondestructing ),
+   Attribute( "uid", "Kiv::String8", "", Role::constructorArgument, reads< &EventConfig::uid >() ),
    Attribute( "agent", "Kiv::String8", "", Role::constructorArgument,
-     reads< &EventConfig::agent >() ),
-   Attribute( "dependency", "bool", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
-     keyed< &EventConfig::dependency, &EventConfig::dependencys,
-            &EventConfig::dependencyIteratorConst, &EventConfig::hasDependency >()
-        .memberWrites< &EventConfig::dependencyIs >()
-        .memberDeletes< &EventConfig::dependencyDel, &EventConfig::dependencyDelAll >() ),
+              reads< &EventConfig::agent >() ),
+   Attribute(
+      "dependency", "bool", "Kiv::String8", keyedTells,
+      members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
+      keyed< &EventConfig::dependency, &EventConfig::dependencys,
+             &EventConfig::dependencyIteratorConst, &EventConfig::hasDependency >()
+         .memberWrites< &EventConfig::dependencyIs >()
+         .memberDeletes< &EventConfig::dependencyDel, &EventConfig::dependencyDelAll >() ),
    Attribute( "timeout", "double", "", tells, changes< &N::onTimeout >(),
-     value< &EventConfig::timeout, &EventConfig::timeoutIs >() ),
+              value< &EventConfig::timeout, &EventConfig::timeoutIs >() ),
    Attribute( "critical", "bool", "", tells, changes< &N::onCritical >(),
-     value< &EventConfig::critical, &EventConfig::criticalIs >() ),
+              value< &EventConfig::critical, &EventConfig::criticalIs >() ),
    Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
-     value< &EventConfig::complete, &EventConfig::completeIs >() ),
+              value< &EventConfig::complete, &EventConfig::completeIs >() ),
 } );
 } // namespace eventConfig
 } // namespace
@@ -209,25 +209,25 @@ namespace status {
 using N = Status::NotifieeConst;
 enum { isNondestructing, stage, activeStage, complete, progress, sorted };
 constexpr auto rows = numbered( {
-   Attribute( "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing ),
+   Attribute( "isNondestructing", "bool", "", tells, changes< &N::onIsNondestructing >(),
+              nondestructing ),
    Attribute( "stage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onStage, &N::onStagekivImmediate, &N::onStage >(),
-     keyed< &Status::stage, &Status::stages, &Status::stageIteratorConst >()
-        .memberMakes< &Status::stageIs >()
-        .memberDeletes< &Status::stageDel, &Status::stageDelAll >() ),
-   Attribute( "activeStage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
-     members< Name, N, &N::onActiveStage, &N::onActiveStagekivImmediate, &N::onActiveStage >(),
-     keyed< &Status::activeStage, &Status::activeStages, &Status::activeStageIteratorConst >()
-        .memberWritesUnder< &Status::activeStageIs, &StageStatus::name >()
-        .memberDeletes< &Status::activeStageDel, &Status::activeStageDelAll >() ),
+              members< Name, N, &N::onStage, &N::onStagekivImmediate, &N::onStage >(),
+              keyed< &Status::stage, &Status::stages, &Status::stageIteratorConst >()
+                 .memberMakes< &Status::stageIs >()
+                 .memberDeletes< &Status::stageDel, &Status::stageDelAll >() ),
+   Attribute(
+      "activeStage", "Kiv::Ptr<Stage::StageStatus>", "Kiv::Name", keyedTells,
+      members< Name, N, &N::onActiveStage, &N::onActiveStagekivImmediate, &N::onActiveStage >(),
+      keyed< &Status::activeStage, &Status::activeStages, &Status::activeStageIteratorConst >()
+         .memberWritesUnder< &Status::activeStageIs, &StageStatus::name >()
+         .memberDeletes< &Status::activeStageDel, &Status::activeStageDelAll >() ),
    Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
-     value< &Status::complete, &Status::completeIs >() ),
-   Attribute( "progress", "Kiv::Ptr<Stage::Progress>", "", tells,
-     changes< &N::onProgress >(),
-     value< &Status::progress, &Status::progressIs >() ),
+              value< &Status::complete, &Status::completeIs >() ),
+   Attribute( "progress", "Kiv::Ptr<Stage::Progress>", "", tells, changes< &N::onProgress >(),
+              value< &Status::progress, &Status::progressIs >() ),
    Attribute( "sorted", "bool", "", tells, changes< &N::onSorted >(),
-     value< &Status::sorted, &Status::sortedIs >() ),
+              value< &Status::sorted, &Status::sortedIs >() ),
 } );
 } // namespace status
 } // namespace
@@ -315,25 +315,25 @@ namespace stageStatus {
 using N = StageStatus::NotifieeConst;
 enum { isNondestructing, name, event, dependency, timeout, critical };
 constexpr auto rows = numbered( {
-   Attribute( "isNondestructing", "bool", "", tells,
-     changes< &N::onIsNondestructing >(), nondestructing ),
-   Attribute( "name", "Kiv::Name", "", Role::constructorArgument,
-     reads< &StageStatus::name >() ),
+   Attribute( "isNondestructing", "bool", "", tells, changes< &N::onIsNondestructing >(),
+              nondestructing ),
+   Attribute( "name", "Kiv::Name", "", Role::constructorArgument, reads< &StageStatus::name >() ),
    Attribute( "event", "Kiv::Ptr<Stage::EventConfig const>", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
-     keyed< &StageStatus::event, &StageStatus::events, &StageStatus::eventIteratorConst >()
-        .memberWritesUnder< &StageStatus::eventIs, &EventConfig::agent >()
-        .memberDeletes< &StageStatus::eventDel, &StageStatus::eventDelAll >() ),
-   Attribute( "dependency", "bool", "Kiv::String8", keyedTells,
-     members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
-     keyed< &StageStatus::dependency, &StageStatus::dependencys,
-            &StageStatus::dependencyIteratorConst, &StageStatus::hasDependency >()
-        .memberWrites< &StageStatus::dependencyIs >()
-        .memberDeletes< &StageStatus::dependencyDel, &StageStatus::dependencyDelAll >() ),
+              members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
+              keyed< &StageStatus::event, &StageStatus::events, &StageStatus::eventIteratorConst >()
+                 .memberWritesUnder< &StageStatus::eventIs, &EventConfig::agent >()
+                 .memberDeletes< &StageStatus::eventDel, &StageStatus::eventDelAll >() ),
+   Attribute(
+      "dependency", "bool", "Kiv::String8", keyedTells,
+      members< String8, N, &N::onDependency, &N::onDependencykivImmediate, &N::onDependency >(),
+      keyed< &StageStatus::dependency, &StageStatus::dependencys,
+             &StageStatus::dependencyIteratorConst, &StageStatus::hasDependency >()
+         .memberWrites< &StageStatus::dependencyIs >()
+         .memberDeletes< &StageStatus::dependencyDel, &StageStatus::dependencyDelAll >() ),
    Attribute( "timeout", "double", "", tells, changes< &N::onTimeout >(),
-     value< &StageStatus::timeout, &StageStatus::timeoutIs >() ),
+              value< &StageStatus::timeout, &StageStatus::timeoutIs >() ),
    Attribute( "critical", "bool", "", tells, changes< &N::onCritical >(),
-     value< &StageStatus::critical, &StageStatus::criticalIs >() ),
+              value< &StageStatus::critical, &StageStatus::criticalIs >() ),
 } );
 } // namespace stageStatus
 } // namespace
@@ -391,12 +391,12 @@ namespace {
 namespace progress {
 constexpr auto rows = numbered( {
    Attribute( "isNondestructing", "bool", "", tells,
-     changes< &Progress::NotifieeConst::onIsNondestructing >(), nondestructing ),
+              changes< &Progress::NotifieeConst::onIsNondestructing >(), nondestructing ),
    Attribute( "stage", "bool", "Kiv::String8", Role::collection,
-     keyed< &Progress::stage, &Progress::stages, &Progress::stageIteratorConst,
-            &Progress::hasStage >()
-        .memberWrites< &Progress::stageIs >()
-        .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >() ),
+              keyed< &Progress::stage, &Progress::stages, &Progress::stageIteratorConst,
+                     &Progress::hasStage >()
+                 .memberWrites< &Progress::stageIs >()
+                 .memberDeletes< &Progress::stageDel, &Progress::stageDelAll >() ),
 } );
 } // namespace progress
 } // namespace
@@ -485,7 +485,7 @@ constexpr Kiv::Access entries() {
 
 constexpr auto rows = numbered( {
    Attribute( "isNondestructing", "bool", "", tells,
-     changes< &Log::NotifieeConst::onIsNondestructing >(), nondestructing ),
+              changes< &Log::NotifieeConst::onIsNondestructing >(), nondestructing ),
    Attribute( "log", "Stage::LogEntry", "", Role::queue, entries() ),
 } );
 } // namespace logRows

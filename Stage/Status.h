@@ -13,8 +13,7 @@ namespace Stage {
 // progression.
 class STAGE_EXPORT Status : public Kiv::Entity {
  public:
-   class STAGE_EXPORT NotifieeConst
-      : public Kiv::NotifieeOf< Status, Kiv::Entity::NotifieeConst > {
+   class STAGE_EXPORT NotifieeConst : public Kiv::NotifieeOf< Status, Kiv::Entity::NotifieeConst > {
     public:
       virtual void onIsNondestructing();
       virtual void onStage( Kiv::Name stage );

@@ -8,7 +8,7 @@ using Kiv::GenericIf;
 int main() {
    auto event = Stage::EventConfig::EventConfigIs( "Net", "routing" );
    GenericIf const access( event );
-   access.write( "timeout", "2.5" );  // text for any value but a pointer
+   access.write( "timeout", "2.5" ); // text for any value but a pointer
    access.write( "critical", true );
    access.attributeOp( "dependency", GenericIf::Op::write, GenericIf::Index{ "Boot" }, true );
    for( Kiv::Attribute const & row : access.type().attributes() )

@@ -16,9 +16,7 @@ void say( Kiv::Name const & stage, char const * what ) {
 // stage was late, which no entity says.
 class StageWatch : public Stage::StageSm::NotifieeConst {
  public:
-   explicit StageWatch( Kiv::Ptr< Stage::StageSm > const & stage ) {
-      watch( stage );
-   }
+   explicit StageWatch( Kiv::Ptr< Stage::StageSm > const & stage ) { watch( stage ); }
    void onTimedOut() override {
       say( stage(), notifier()->complete() ? "is late, and is given up"
                                            : "is late, and everything waits for it" );
@@ -95,8 +93,8 @@ int main() {
    auto const log = Stage::Log::LogIs( "log" );
    auto const ordovan = Stage::Ordovan::OrdovanIs( "manager" );
    ordovan->configSmIs( config, status, agents );
-   auto const progression = ordovan->statusSmIs(
-      "Arm", config, status, Stage::Progress::ProgressIs( "progress" ), log );
+   auto const progression =
+      ordovan->statusSmIs( "Arm", config, status, Stage::Progress::ProgressIs( "progress" ), log );
    Kiv::Ptr< Robot > const robot = new Robot( agents, status, progression );
    robot->eventIs( "Power", 1, 10 );
    robot->eventIs( "Sensors", 7, 2 )->dependencyIs( "Power", true );

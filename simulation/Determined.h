@@ -17,23 +17,23 @@ struct Determined {
    // A stage: why it became complete when it did, and why it had begun when it had.
    struct Link {
       enum class End {
-         event,     // its last event was reported, or the one that it had been given up without
-         timeUp,    // its time was up
-         noEvents,  // it had nothing to wait for when it started
-         change     // the timeline completed its last event, or took it away
+         event,    // its last event was reported, or the one that it had been given up without
+         timeUp,   // its time was up
+         noEvents, // it had nothing to wait for when it started
+         change    // the timeline completed its last event, or took it away
       };
       enum class Begin {
-         dependency,  // the stage of the next link, on which it depends, became complete
-         critical,    // it could have started at `ready`, but "critical stages first" held it back
-         decision,    // it could have started at `ready`, but nothing asked for a decision before
-         enabled,     // progression was enabled
-         change       // the timeline changed what is declared
+         dependency, // the stage of the next link, on which it depends, became complete
+         critical,   // it could have started at `ready`, but "critical stages first" held it back
+         decision,   // it could have started at `ready`, but nothing asked for a decision before
+         enabled,    // progression was enabled
+         change      // the timeline changed what is declared
       };
       std::string stage;
-      double begin = 0;  // when it started; when its event was declared, if that was later
-      double end = 0;    // when it became complete
+      double begin = 0; // when it started; when its event was declared, if that was later
+      double end = 0;   // when it became complete
       End ended = End::noEvents;
-      std::string event;  // the uid of End::event
+      std::string event; // the uid of End::event
       Begin begun = Begin::dependency;
       double ready = 0;
       // Of Begin::critical: the critical stage with whose start the waiting ended; empty when it
@@ -41,10 +41,10 @@ struct Determined {
       std::string heldFor;
    };
 
-   double t = 0;              // when the last stage became complete; without stages, as `since`
-   std::vector< Link > link;  // from the last stage back
+   double t = 0;             // when the last stage became complete; without stages, as `since`
+   std::vector< Link > link; // from the last stage back
    double since = 0;
-   double held = 0;  // how long "critical stages first" held back stages of the way, in all
+   double held = 0; // how long "critical stages first" held back stages of the way, in all
 };
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -22,7 +22,7 @@ namespace Simulation {
 
 namespace {
 
-using namespace Detail;
+using namespace detail;
 
 // Lets the process's activity run on `clock` while it lives.
 class ClockInstalled {
@@ -47,24 +47,19 @@ void requireRunnable( Plan const & plan ) {
       }
    }
    auto const mistakes = planMistakes( plan );
-   if( !mistakes.empty() ) {
+   if( !mistakes.empty() )
       throw std::invalid_argument( mistakes.front().text );
-   }
 }
 
 class Run {
  public:
    Run( Plan const & plan, std::vector< Observer * > const & observers )
-      : plan_( plan )
-      , clock_( Kiv::ManualClock::ManualClockIs( 0 ) )
-      , clockInstalled_( clock_ )
-      , outside_( plan.enabled )
-      , status_( Stage::Status::StatusIs( "status" ) )
-      , progress_( Stage::Progress::ProgressIs( "progress" ) )
-      , chronicle_( Stage::Log::LogIs( "log" ), observers )
-      , reports_( status_, causes_ )
-      , manager_( Stage::Ordovan::OrdovanIs( "ordovan" ) )
-      , order_( timelineOrder( plan.timeline ) ) {
+      : plan_( plan ), clock_( Kiv::ManualClock::ManualClockIs( 0 ) ), clockInstalled_( clock_ ),
+        outside_( plan.enabled ), status_( Stage::Status::StatusIs( "status" ) ),
+        progress_( Stage::Progress::ProgressIs( "progress" ) ),
+        chronicle_( Stage::Log::LogIs( "log" ), observers ), reports_( status_, causes_ ),
+        manager_( Stage::Ordovan::OrdovanIs( "ordovan" ) ),
+        order_( timelineOrder( plan.timeline ) ) {
       outside_.declarationIs( [ this ]( auto const & event ) { reports_.declared( event ); } );
    }
 
@@ -75,24 +70,21 @@ class Run {
          clock_->nowIs( std::max( t, clock_->now() ) );
          instant();
       }
-      if( t != infinity ) {
+      if( t != infinity )
          clock_->nowIs( until );
-      }
       auto result = ended();
       result.exhausted = t == infinity;
       chronicle_.end( result );
-      if( look ) {
+      if( look )
          look( manager_ );
-      }
       return result;
    }
 
  private:
    void start() {
       causes_.outside();
-      for( auto const & agent : plan_.agent ) {
+      for( auto const & agent : plan_.agent )
          outside_.join( agent.name, agent.event );
-      }
       manager_->configSmIs( outside_.config(), status_, outside_.agentDir() );
       statusSm_ = manager_->statusSmIs( plan_.application, outside_.config(), status_, progress_,
                                         chronicle_.log() );
@@ -115,9 +107,8 @@ class Run {
       double const now = clock_->now();
       if( nextWrite() <= now ) {
          causes_.outside();
-         for( ; nextWrite() <= now; ++next_ ) {
+         for( ; nextWrite() <= now; ++next_ )
             outside_.write( plan_.timeline[ order_[ next_ ] ].operation );
-         }
          lastDue_ = now;
          endStep();
       }
@@ -129,9 +120,8 @@ class Run {
 
    bool fireOne() {
       bool const wanted = statusSm_->needRecalculateNextStage();
-      if( !Kiv::activityManager()->fireOne() ) {
+      if( !Kiv::activityManager()->fireOne() )
          return false;
-      }
       causes_.timer( wanted && !statusSm_->needRecalculateNextStage() );
       return true;
    }
@@ -154,15 +144,13 @@ class Run {
       result.now = clock_->now();
       result.started = chronicle_.started();
       result.enabled = outside_.config()->enabled();
-      for( auto i = progress_->stageIteratorConst(); i; ++i ) {
+      for( auto i = progress_->stageIteratorConst(); i; ++i )
          result.progress[ i.key().str() ] = i.value();
-      }
       result.outcome = outcomeOf( result );
-      if( result.outcome == Outcome::complete ) {
+      if( result.outcome == Outcome::complete )
          result.determined = causes_.determined();
-      } else {
+      else
          result.explanation = explained( *statusSm_, result );
-      }
       return result;
    }
 
@@ -182,23 +170,21 @@ class Run {
    Kiv::Ptr< Stage::StatusSm > statusSm_;
    Kiv::Ptr< StatusWatch > watch_;
 
-   std::vector< std::size_t > order_;  // of the timeline
-   std::size_t next_ = 0;              // in it
+   std::vector< std::size_t > order_; // of the timeline
+   std::size_t next_ = 0;             // in it
    double lastDue_ = 0;
 };
 
-}  // namespace
+} // namespace
 
 Result run( Plan const & plan, std::vector< Observer * > const & observers, double until,
             Look const & look ) {
-   if( Kiv::activityManager()->activity()->running() ) {
+   if( Kiv::activityManager()->activity()->running() )
       throw std::logic_error( "a run cannot begin inside a callback" );
-   }
    requireRunnable( plan );
-   if( !( until >= 0 ) ) {
+   if( !( until >= 0 ) )
       throw std::invalid_argument( "the time at which a run ends is a number of seconds from 0" );
-   }
    return Run( plan, observers ).run( until, look );
 }
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -42,4 +42,4 @@ using Look = std::function< void( Kiv::Ptr< Stage::Ordovan > const & manager ) >
 Result run( Plan const & plan, std::vector< Observer * > const & observers = {},
             double until = infinity, Look const & look = {} );
 
-}  // namespace Simulation
+} // namespace Simulation

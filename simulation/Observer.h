@@ -20,10 +20,10 @@ struct StageChange {
    enum class Kind {
       active,
       complete,
-      timedOut,   // went on without the events that were pending
-      suspended,  // timed out too, but is critical: progression holds until its events complete
-      resumed,    // was suspended, is complete now
-      completedLate  // had timed out; its last pending event has completed after all
+      timedOut,     // went on without the events that were pending
+      suspended,    // timed out too, but is critical: progression holds until its events complete
+      resumed,      // was suspended, is complete now
+      completedLate // had timed out; its last pending event has completed after all
    };
    double t = 0;
    std::string stage;
@@ -31,7 +31,7 @@ struct StageChange {
    bool critical = false;
    double activeSince = 0;
    std::size_t events = 0;
-   std::vector< std::string > pending;  // uids, sorted; of the two kinds of time-out
+   std::vector< std::string > pending; // uids, sorted; of the two kinds of time-out
 };
 
 // Is told what happens in a run, while it runs. Log entries and messages come in the exact order in
@@ -47,4 +47,4 @@ class Observer {
    virtual void onEnd( Result const & ) {}
 };
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -34,12 +34,12 @@ double constexpr infinity = std::numeric_limits< double >::infinity();
 // How a simulated agent behaves toward one event.
 struct Behaviour {
    enum class Kind {
-      afterSeconds,  // reports the event complete when the stage has been active that long
-      never,         // does not report it
-      already        // declares it complete
+      afterSeconds, // reports the event complete when the stage has been active that long
+      never,        // does not report it
+      already       // declares it complete
    };
    Kind kind = Kind::afterSeconds;
-   double seconds = 0;  // of afterSeconds: finite, not negative
+   double seconds = 0; // of afterSeconds: finite, not negative
 };
 
 struct Dependency {
@@ -52,24 +52,30 @@ struct Event {
    std::string stage;
    double timeout = infinity;
    bool critical = false;
-   std::vector< Dependency > dependency;  // in the order in which they are written
+   std::vector< Dependency > dependency; // in the order in which they are written
    Behaviour complete;
    Place place;
 };
 
 struct Agent {
    std::string name;
-   std::vector< Event > event;  // in the order in which they are declared, one per stage
+   std::vector< Event > event; // in the order in which they are declared, one per stage
    Place place;
 };
 
 // The attributes that a `Set` writes, one at a time.
-struct CriticalWrite { bool value; };
-struct TimeoutWrite { double value; };
-struct CompleteWrite { bool value; };
+struct CriticalWrite {
+   bool value;
+};
+struct TimeoutWrite {
+   double value;
+};
+struct CompleteWrite {
+   bool value;
+};
 struct DependencyWrite {
    std::string stage;
-   std::optional< bool > value;  // none: the entry is removed
+   std::optional< bool > value; // none: the entry is removed
 };
 using Write = std::variant< CriticalWrite, TimeoutWrite, CompleteWrite, DependencyWrite >;
 
@@ -105,19 +111,19 @@ struct Enable {
 using Operation = std::variant< Join, Leave, Declare, Withdraw, Set, Enable >;
 
 struct TimelineEntry {
-   double at = 0;  // finite, not negative
+   double at = 0; // finite, not negative
    Operation operation;
-   Place place;       // of the entry
-   Place agentPlace;  // of the agent's name in it
-   Place stagePlace;  // of the stage's name in it
+   Place place;      // of the entry
+   Place agentPlace; // of the agent's name in it
+   Place stagePlace; // of the stage's name in it
 };
 
 // The agents' names differ, and so do the stages' names within one agent.
 struct Plan {
    std::string application = "application";
    bool enabled = true;
-   std::vector< Agent > agent;              // in the order in which they are filed
-   std::vector< TimelineEntry > timeline;   // in the order of the file; they run in order of `at`
+   std::vector< Agent > agent;            // in the order in which they are filed
+   std::vector< TimelineEntry > timeline; // in the order of the file; they run in order of `at`
 };
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -9,19 +9,16 @@ Explanation explained( Stage::StatusSm const & statusSm, Result const & result )
    auto explanation = Stage::explain( statusSm );
    for( auto & stage : explanation.stage ) {
       if( stage.state == Explanation::State::waiting ||
-          stage.state == Explanation::State::untracked ) {
+          stage.state == Explanation::State::untracked )
          continue;
-      }
       auto const & seen = result.stage.at( stage.name.str() );
       stage.activeSince = seen.activeSince;
-      if( seen.timedOut ) {
+      if( seen.timedOut )
          stage.timedOutAt = seen.timedOutAt;
-      }
       for( auto & event : stage.event ) {
          auto const since = seen.pending.find( event.uid.str() );
-         if( since != seen.pending.end() ) {
+         if( since != seen.pending.end() )
             event.since = since->second;
-         }
       }
    }
    return explanation;
@@ -40,4 +37,4 @@ std::vector< Reason > reasons( Result const & result ) {
    return found;
 }
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -24,7 +24,7 @@ std::vector< std::string > causes( Result const & result );
 struct Reason {
    std::string stage;
    std::string sentence;
-   bool cause = false;  // the stage is a cause by itself, with the same words
+   bool cause = false; // the stage is a cause by itself, with the same words
 };
 
 // For every stage that is not both active and complete, what it is waiting for: the stages that it
@@ -33,4 +33,4 @@ struct Reason {
 // stage.
 std::vector< Reason > reasons( Result const & result );
 
-}  // namespace Simulation
+} // namespace Simulation

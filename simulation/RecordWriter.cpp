@@ -33,17 +33,15 @@ class Object {
 template< class Value, class ToJson >
 std::string objectOf( std::map< std::string, Value > const & members, ToJson toJson ) {
    Object object;
-   for( auto const & [ key, value ] : members ) {
+   for( auto const & [ key, value ] : members )
       object.add( key, toJson( value ) );
-   }
    return object.text();
 }
 
 std::string arrayOf( std::vector< std::string > const & names ) {
    std::string text;
-   for( auto const & name : names ) {
+   for( auto const & name : names )
       text += ( text.empty() ? "" : ", " ) + jsonString( name );
-   }
    return '[' + text + ']';
 }
 
@@ -53,9 +51,8 @@ std::string eventJson( bool complete ) {
 
 std::string stageJson( StageResult const & stage ) {
    std::vector< std::string > pending;
-   for( auto const & [ uid, since ] : stage.pending ) {
+   for( auto const & [ uid, since ] : stage.pending )
       pending.push_back( uid );
-   }
    return Object()
       .add( "active", json( stage.active ) )
       .add( "complete", json( stage.complete ) )
@@ -69,14 +66,15 @@ std::string stageJson( StageResult const & stage ) {
       .text();
 }
 
-}  // namespace
+} // namespace
 
 void RecordWriter::onLogEntry( double t, std::string const & msg ) {
    line_( Object()
              .add( "kind", jsonString( "log" ) )
              .add( "msg", jsonString( msg ) )
              .add( "t", json( t ) )
-             .text() + '\n' );
+             .text() +
+          '\n' );
 }
 
 void RecordWriter::onMessage( Message const & message ) {
@@ -86,7 +84,8 @@ void RecordWriter::onMessage( Message const & message ) {
              .add( "severity", json( static_cast< double >( message.severity ) ) )
              .add( "t", json( message.t ) )
              .add( "text", jsonString( message.text ) )
-             .text() + '\n' );
+             .text() +
+          '\n' );
 }
 
 void RecordWriter::onEnd( Result const & result ) {
@@ -101,7 +100,8 @@ void RecordWriter::onEnd( Result const & result ) {
              .add( "progress", objectOf( result.progress, progressJson ) )
              .add( "status", status )
              .add( "t", json( result.t ) )
-             .text() + '\n' );
+             .text() +
+          '\n' );
 }
 
-}  // namespace Simulation
+} // namespace Simulation

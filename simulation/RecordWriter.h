@@ -26,4 +26,4 @@ class RecordWriter : public Observer {
    Line line_;
 };
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -18,9 +18,9 @@ namespace Simulation {
 
 // The first that holds, in this order.
 enum class Outcome {
-   complete,   // the status is complete, every known stage is active and complete
-   suspended,  // a stage that is critical at the end timed out and is not complete
-   disabled,   // progression never started
+   complete,  // the status is complete, every known stage is active and complete
+   suspended, // a stage that is critical at the end timed out and is not complete
+   disabled,  // progression never started
    stalled
 };
 
@@ -32,17 +32,17 @@ struct StageResult {
    bool active = false;
    bool critical = false;
    double timeout = infinity;
-   std::vector< std::string > dependency;  // sorted
-   std::map< std::string, bool > event;    // is it complete, by the agent's name
+   std::vector< std::string > dependency; // sorted
+   std::map< std::string, bool > event;   // is it complete, by the agent's name
 
    bool complete = false;
    bool timedOut = false;
    double completionTime = 0;
-   std::map< std::string, double > pending;  // since when, by the event's uid
+   std::map< std::string, double > pending; // since when, by the event's uid
 
    // Seen by the engine while it ran, for people.
-   double activeSince = 0;  // of an active stage
-   double timedOutAt = 0;   // of a stage that timed out
+   double activeSince = 0; // of an active stage
+   double timedOutAt = 0;  // of a stage that timed out
    // How long events have been pending, in all, by their uids; those that never were are not there.
    std::map< std::string, double > pendingFor;
    // Of an active stage that is not complete: when its timer goes off, as it was armed when the
@@ -54,18 +54,18 @@ struct StageResult {
 };
 
 struct Result {
-   double t = 0;  // of the last thing that was due; 0 if nothing was
-   double now = 0;         // on the clock at the end
-   bool exhausted = true;  // nothing was due any more; else the run was ended before
+   double t = 0;          // of the last thing that was due; 0 if nothing was
+   double now = 0;        // on the clock at the end
+   bool exhausted = true; // nothing was due any more; else the run was ended before
    Outcome outcome = Outcome::stalled;
-   bool complete = false;  // what the status says
-   bool started = false;   // progression was started
-   bool enabled = false;   // the configuration's value at the end
+   bool complete = false; // what the status says
+   bool started = false;  // progression was started
+   bool enabled = false;  // the configuration's value at the end
    std::map< std::string, StageResult > stage;
    std::map< std::string, bool > progress;
    // Why it took as long as it did; of a run that is complete.
    std::optional< Determined > determined;
-   Stage::Explanation explanation;  // why the outcome is not `complete`; empty if it is
+   Stage::Explanation explanation; // why the outcome is not `complete`; empty if it is
 };
 
 // The outcome that the other members of `result` amount to.
@@ -75,4 +75,4 @@ Outcome outcomeOf( Result const & result );
 // more, and otherwise, as more is to come, "in progress" or "not started".
 std::string_view stateName( Result const & result );
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -24,19 +24,18 @@ class Directory {
 
    void filed( Agent const & agent ) {
       if( stages_.count( agent.name ) ) {
-         mistake( agent.place, "agent " + quoted( agent.name ) + " stands twice; an agent is "
-                               "listed once, with all its events" );
+         mistake( agent.place, "agent " + quoted( agent.name ) +
+                                  " stands twice; an agent is "
+                                  "listed once, with all its events" );
       }
       declared( agent.name, agent.event );
    }
 
    void unclear( UnclearEntry const & e ) {
-      if( e.mayHaveCome ) {
+      if( e.mayHaveCome )
          perhapsThere_.insert( e.agent );
-      }
-      if( e.mayHaveGone ) {
+      if( e.mayHaveGone )
          perhapsGone_.insert( e.agent );
-      }
    }
 
    void entry( TimelineEntry const & e ) {
@@ -48,34 +47,35 @@ class Directory {
    void judge( Join const & join ) {
       if( stages_.count( join.agent ) && !perhapsGone_.count( join.agent ) ) {
          mistake( entry_->agentPlace, "agent " + quoted( join.agent ) + " is there already" +
-                  moment() + "; only an agent that is not in the directory can join" );
+                                         moment() +
+                                         "; only an agent that is not in the directory can join" );
       }
       declared( join.agent, join.event );
    }
 
    void judge( Leave const & leave ) {
-      if( agentIsThere( leave.agent ) ) {
+      if( agentIsThere( leave.agent ) )
          stages_.erase( leave.agent );
-      }
    }
 
    void judge( Declare const & declare ) {
-      if( !agentIsThere( declare.agent ) ) {
+      if( !agentIsThere( declare.agent ) )
          return;
-      }
       auto const & stage = declare.event.stage;
       if( !stages_[ declare.agent ].insert( stage ).second &&
           !perhapsGone_.count( declare.agent ) ) {
-         mistake( entry_->stagePlace, "agent " + quoted( declare.agent ) + " has an event for "
-                  "stage " + quoted( stage ) + " already" + moment() +
-                  "; it can declare one only for a stage for which it has none" );
+         mistake( entry_->stagePlace,
+                  "agent " + quoted( declare.agent ) +
+                     " has an event for "
+                     "stage " +
+                     quoted( stage ) + " already" + moment() +
+                     "; it can declare one only for a stage for which it has none" );
       }
    }
 
    void judge( Withdraw const & withdraw ) {
-      if( eventIsThere( withdraw.agent, withdraw.stage ) ) {
+      if( eventIsThere( withdraw.agent, withdraw.stage ) )
          stages_[ withdraw.agent ].erase( withdraw.stage );
-      }
    }
 
    void judge( Set const & set ) { eventIsThere( set.agent, set.stage ); }
@@ -88,31 +88,30 @@ class Directory {
       for( auto const & event : events ) {
          if( !own.insert( event.stage ).second ) {
             mistake( event.place, "agent " + quoted( agent ) + " has two events for stage " +
-                                  quoted( event.stage ) + "; it can have one for each stage" );
+                                     quoted( event.stage ) + "; it can have one for each stage" );
          }
       }
       stages_[ agent ].merge( own );
    }
 
    bool agentIsThere( std::string const & agent ) {
-      if( stages_.count( agent ) || perhapsThere_.count( agent ) ) {
+      if( stages_.count( agent ) || perhapsThere_.count( agent ) )
          return true;
-      }
-      mistake( entry_->agentPlace, "agent " + quoted( agent ) + " is not there" + moment() +
-               "; only agents that are in the directory can leave, declare, withdraw or be set" );
+      mistake(
+         entry_->agentPlace,
+         "agent " + quoted( agent ) + " is not there" + moment() +
+            "; only agents that are in the directory can leave, declare, withdraw or be set" );
       return false;
    }
 
    bool eventIsThere( std::string const & agent, std::string const & stage ) {
-      if( !agentIsThere( agent ) ) {
+      if( !agentIsThere( agent ) )
          return false;
-      }
-      if( stages_[ agent ].count( stage ) || perhapsThere_.count( agent ) ) {
+      if( stages_[ agent ].count( stage ) || perhapsThere_.count( agent ) )
          return true;
-      }
       mistake( entry_->stagePlace, "agent " + quoted( agent ) + " has no event for stage " +
-               quoted( stage ) + moment() +
-               "; only an event that is there can be set or withdrawn" );
+                                      quoted( stage ) + moment() +
+                                      "; only an event that is there can be set or withdrawn" );
       return false;
    }
 
@@ -123,7 +122,7 @@ class Directory {
    }
 
    std::vector< Mistake > & mistakes_;
-   std::map< std::string, std::set< std::string > > stages_;  // of each agent that is there
+   std::map< std::string, std::set< std::string > > stages_; // of each agent that is there
    std::set< std::string > perhapsThere_;
    std::set< std::string > perhapsGone_;
    TimelineEntry const * entry_ = nullptr;
@@ -131,17 +130,15 @@ class Directory {
 
 // Without an order of its times a timeline cannot be sorted.
 void requireTime( double at ) {
-   if( std::isnan( at ) ) {
+   if( std::isnan( at ) )
       throw std::invalid_argument( "an entry of the timeline is at NaN, which is no time" );
-   }
 }
 
-}  // namespace
+} // namespace
 
 std::vector< std::size_t > timelineOrder( std::vector< TimelineEntry > const & timeline ) {
-   for( auto const & entry : timeline ) {
+   for( auto const & entry : timeline )
       requireTime( entry.at );
-   }
    std::vector< std::size_t > order( timeline.size() );
    std::iota( order.begin(), order.end(), std::size_t{ 0 } );
    std::stable_sort( order.begin(), order.end(), [ & ]( std::size_t a, std::size_t b ) {
@@ -152,26 +149,23 @@ std::vector< std::size_t > timelineOrder( std::vector< TimelineEntry > const & t
 
 std::vector< Mistake > planMistakes( Plan const & plan,
                                      std::vector< UnclearEntry > const & unclear ) {
-   for( auto const & entry : unclear ) {
+   for( auto const & entry : unclear )
       requireTime( entry.at );
-   }
    std::vector< Mistake > mistakes;
    Directory directory( mistakes );
-   for( auto const & agent : plan.agent ) {
+   for( auto const & agent : plan.agent )
       directory.filed( agent );
-   }
    auto pending = unclear;
    std::stable_sort( pending.begin(), pending.end(),
                      []( auto const & a, auto const & b ) { return a.at < b.at; } );
    auto next = pending.begin();
    for( auto index : timelineOrder( plan.timeline ) ) {
       auto const & entry = plan.timeline[ index ];
-      for( ; next != pending.end() && next->at <= entry.at; ++next ) {
+      for( ; next != pending.end() && next->at <= entry.at; ++next )
          directory.unclear( *next );
-      }
       directory.entry( entry );
    }
    return mistakes;
 }
 
-}  // namespace Simulation
+} // namespace Simulation

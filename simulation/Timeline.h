@@ -34,4 +34,4 @@ struct UnclearEntry {
 std::vector< Mistake > planMistakes( Plan const & plan,
                                      std::vector< UnclearEntry > const & unclear = {} );
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -28,7 +28,7 @@ Status run( int count, char ** arguments ) {
    return parsed == Parsed::wrong ? Status::wrong : status;
 }
 
-}  // namespace
+} // namespace
 
 int command( int count, char ** arguments ) {
    prepareStreams();
@@ -42,4 +42,4 @@ int command( int count, char ** arguments ) {
    return static_cast< int >( outputArrived( "ordovan" ) ? status : Status::wrong );
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -6,4 +6,4 @@ namespace Tools {
 // The command `ordovan` with the arguments of main(); returns its exit status.
 int command( int count, char ** arguments );
 
-}  // namespace Tools
+} // namespace Tools

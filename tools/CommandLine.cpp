@@ -15,14 +15,14 @@
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
 #include <simulation/detail/Text.h>
-#include <tools/Streams.h>
 #include <tools/Lines.h>
+#include <tools/Streams.h>
 
 namespace Tools {
 
 namespace {
 
-namespace Text = Simulation::detail;  // so that its quoted() is not taken for the library's
+namespace Text = Simulation::detail; // so that its quoted() is not taken for the library's
 
 // ---------------------------------------------------------------------------------------- help
 
@@ -64,9 +64,8 @@ void formatterIs( CLI::App & app, int descriptor ) {
    auto const columns = columnsOf( descriptor );
    auto const help = std::make_shared< Help >( columns != 0 ? columns : 80 );
    app.formatter( help );
-   for( auto * const subcommand : app.get_subcommands( []( CLI::App * ) { return true; } ) ) {
+   for( auto * const subcommand : app.get_subcommands( []( CLI::App * ) { return true; } ) )
       subcommand->formatter( help );
-   }
 }
 
 // --------------------------------------------------------------------------------- what was meant
@@ -77,9 +76,8 @@ std::size_t distance( std::string_view one, std::string_view other ) {
    // Rows of the table of the distances of all beginnings: the one before the last, the last, and
    // the one that is made.
    std::vector< std::size_t > before, last( other.size() + 1 ), row( other.size() + 1 );
-   for( std::size_t j = 0; j <= other.size(); ++j ) {
+   for( std::size_t j = 0; j <= other.size(); ++j )
       row[ j ] = j;
-   }
    for( std::size_t i = 1; i <= one.size(); ++i ) {
       before = last;
       last = row;
@@ -87,9 +85,8 @@ std::size_t distance( std::string_view one, std::string_view other ) {
       for( std::size_t j = 1; j <= other.size(); ++j ) {
          auto const replaced = last[ j - 1 ] + ( one[ i - 1 ] == other[ j - 1 ] ? 0 : 1 );
          row[ j ] = std::min( { last[ j ] + 1, row[ j - 1 ] + 1, replaced } );
-         if( i > 1 && j > 1 && one[ i - 1 ] == other[ j - 2 ] && one[ i - 2 ] == other[ j - 1 ] ) {
+         if( i > 1 && j > 1 && one[ i - 1 ] == other[ j - 2 ] && one[ i - 2 ] == other[ j - 1 ] )
             row[ j ] = std::min( row[ j ], before[ j - 2 ] + 1 );
-         }
       }
    }
    return row.back();
@@ -107,9 +104,8 @@ std::string meant( std::string_view word, std::vector< std::string > const & nam
    for( auto const & name : names ) {
       bool const begun = bare( word ).size() > 1 && bare( name ).starts_with( bare( word ) );
       auto const steps = begun ? 0 : distance( bare( word ), bare( name ) );
-      if( steps > nearest ) {
+      if( steps > nearest )
          continue;
-      }
       result = steps < nearest || result.empty() ? Text::quoted( name )
                                                  : result + " or " + Text::quoted( name );
       nearest = steps;
@@ -119,19 +115,16 @@ std::string meant( std::string_view word, std::vector< std::string > const & nam
 
 std::vector< std::string > subcommandsOf( CLI::App const & app ) {
    std::vector< std::string > names;
-   for( auto const * subcommand : app.get_subcommands( []( CLI::App const * ) { return true; } ) ) {
+   for( auto const * subcommand : app.get_subcommands( []( CLI::App const * ) { return true; } ) )
       names.push_back( subcommand->get_name() );
-   }
    return names;
 }
 
 std::vector< std::string > optionsOf( CLI::App const & app ) {
    std::vector< std::string > names;
-   for( auto const * option : app.get_options() ) {
-      for( auto const & name : option->get_lnames() ) {
+   for( auto const * option : app.get_options() )
+      for( auto const & name : option->get_lnames() )
          names.push_back( "--" + name );
-      }
-   }
    return names;
 }
 
@@ -165,19 +158,16 @@ std::string wrongWith( CLI::App const & app, CLI::App const & at, CLI::ParseErro
    bool const lacksSubcommand = &app == &at && !left.empty() && !subcommandsOf( app ).empty();
    // Whichever comes first: what follows an unknown subcommand may be its options, what follows an
    // unknown option its value.
-   if( lacksSubcommand && !left.front().starts_with( '-' ) ) {
+   if( lacksSubcommand && !left.front().starts_with( '-' ) )
       return unknownSubcommand( app, left.front() );
-   }
-   if( auto const unknown = unknownOption( at ); !unknown.empty() ) {
+   if( auto const unknown = unknownOption( at ); !unknown.empty() )
       return unknown;
-   }
-   if( dynamic_cast< CLI::ExtrasError const * >( &error ) && !left.empty() ) {
+   if( dynamic_cast< CLI::ExtrasError const * >( &error ) && !left.empty() )
       return fmt::format( "argument {} is one too many", Text::quoted( left.front() ) );
-   }
    return Text::printable( error.what() );
 }
 
-}  // namespace
+} // namespace
 
 Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
    try {
@@ -207,4 +197,4 @@ Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
    }
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -21,18 +21,16 @@ using Simulation::detail::printable;
 std::string duration( double seconds ) {
    auto text = fmt::format( "{:.3f}", seconds );
    text.erase( text.find_last_not_of( '0' ) + 1 );
-   if( text.back() == '.' ) {
+   if( text.back() == '.' )
       text.pop_back();
-   }
    return text + " s";
 }
 
 // The agents of pending events, from their uids.
 std::string agents( StageChange const & change ) {
    std::string text;
-   for( auto const & uid : change.pending ) {
+   for( auto const & uid : change.pending )
       text += ( text.empty() ? "" : ", " ) + printable( uid.substr( change.stage.size() + 1 ) );
-   }
    return text;
 }
 
@@ -83,19 +81,18 @@ std::string longest( Result const & result ) {
          auto const uid = name + ':' + agent;
          auto const found = stage.pendingFor.find( uid );
          if( found != stage.pendingFor.end() && found->second > 0 ) {
-            events.push_back( { -found->second,
-                                fmt::format( "{} {}{}", eventName( result, name, uid ),
-                                             duration( found->second ),
-                                             complete ? "" : " (not complete)" ) } );
+            events.push_back(
+               { -found->second,
+                 fmt::format( "{} {}{}", eventName( result, name, uid ), duration( found->second ),
+                              complete ? "" : " (not complete)" ) } );
          }
       }
    }
    std::sort( events.begin(), events.end() );
    events.resize( std::min( shown, events.size() ) );
    std::vector< std::string > items;
-   for( auto const & event : events ) {
+   for( auto const & event : events )
       items.push_back( event.second );
-   }
    return items.empty() ? "none took any time" : lines( items, "," );
 }
 
@@ -105,11 +102,11 @@ std::string linkText( Result const & result, Link const & link ) {
    auto const name = link.ended == Link::End::event ? eventName( result, link.stage, link.event )
                                                     : printable( link.stage );
    switch( link.ended ) {
-    case Link::End::timeUp:
+   case Link::End::timeUp:
       return fmt::format( "{} timed out after {}", name, duration( link.end - link.begin ) );
-    case Link::End::change:
+   case Link::End::change:
       return name;
-    default:
+   default:
       return fmt::format( "{} {}", name, duration( link.end - link.begin ) );
    }
 }
@@ -126,9 +123,8 @@ std::vector< bool > worthShowing( std::vector< Link > const & links ) {
    std::stable_sort( order.begin(), order.end(),
                      [ & ]( auto a, auto b ) { return weight( a ) > weight( b ); } );
    std::vector< bool > worth( links.size(), links.size() <= shown + 1 );
-   for( std::size_t i = 0; i < std::min( shown, order.size() ); ++i ) {
+   for( std::size_t i = 0; i < std::min( shown, order.size() ); ++i )
       worth[ order[ i ] ] = true;
-   }
    return worth;
 }
 
@@ -144,16 +140,14 @@ std::string wayBack( Result const & result ) {
          continue;
       }
       auto const first = i;
-      while( !worth[ i + 1 ] ) {  // the last is worth it
+      while( !worth[ i + 1 ] ) // the last is worth it
          ++i;
-      }
       items.push_back( fmt::format( "... {} more, {} ...", i + 1 - first,
                                     duration( links[ first ].end - links[ i ].begin ) ) );
    }
    if( links.empty() || links.back().begun == Link::Begin::enabled ) {
-      if( determined.since > 0 ) {
+      if( determined.since > 0 )
          items.push_back( "enabled at " + duration( determined.since ) );
-      }
    } else {
       items.push_back( "timeline at " + duration( determined.since ) );
    }
@@ -163,14 +157,11 @@ std::string wayBack( Result const & result ) {
 // What "critical stages first" had to do with it; empty if nothing.
 std::string heldBack( Result const & result ) {
    std::vector< std::string > stages;
-   for( auto const & link : result.determined->link ) {
-      if( link.begun == Link::Begin::critical && link.begin > link.ready ) {
+   for( auto const & link : result.determined->link )
+      if( link.begun == Link::Begin::critical && link.begin > link.ready )
          stages.push_back( printable( link.stage ) );
-      }
-   }
-   if( stages.empty() ) {
+   if( stages.empty() )
       return {};
-   }
    auto const more = stages.size() - 1;
    return lines( { fmt::format( "of which {} were lost to \"critical stages first\"",
                                 duration( result.determined->held ) ),
@@ -185,34 +176,30 @@ std::string active( Result const & result ) {
    std::vector< std::pair< double, std::string > > stages;
    for( auto const & [ name, stage ] : result.stage ) {
       if( stage.active && !stage.complete ) {
-         stages.push_back( { stage.activeSince,
-                             fmt::format( "{} since {}{}", printable( name ),
-                                          duration( stage.activeSince ),
-                                          stage.timedOut ? " (suspended)" : "" ) } );
+         stages.push_back(
+            { stage.activeSince,
+              fmt::format( "{} since {}{}", printable( name ), duration( stage.activeSince ),
+                           stage.timedOut ? " (suspended)" : "" ) } );
       }
    }
    std::sort( stages.begin(), stages.end() );
    std::vector< std::string > items;
-   for( std::size_t i = 0; i < std::min( shown, stages.size() ); ++i ) {
+   for( std::size_t i = 0; i < std::min( shown, stages.size() ); ++i )
       items.push_back( stages[ i ].second );
-   }
-   if( stages.size() > shown ) {
+   if( stages.size() > shown )
       items.push_back( fmt::format( "{} more", stages.size() - shown ) );
-   }
    return items.empty() ? "none" : lines( items, "," );
 }
 
 std::string timedOut( Result const & result ) {
    std::vector< std::string > items;
-   for( auto const & [ name, stage ] : result.stage ) {
-      if( stage.timedOut ) {
+   for( auto const & [ name, stage ] : result.stage )
+      if( stage.timedOut )
          items.push_back( printable( name ) + " at " + duration( stage.timedOutAt ) );
-      }
-   }
    return items.empty() ? "none" : lines( items, "," );
 }
 
-}  // namespace
+} // namespace
 
 void Display::onMessage( Simulation::Message const & message ) {
    line( message.t, Colour::yellow, "message", message.text, message.id );
@@ -222,25 +209,25 @@ void Display::onStage( StageChange const & change ) {
    auto const took = "after " + duration( change.t - change.activeSince );
    auto const critical = change.critical ? "critical" : "";
    switch( change.kind ) {
-    case StageChange::Kind::active:
+   case StageChange::Kind::active:
       line( change.t, Colour::none, "started", change.stage, critical );
       break;
-    case StageChange::Kind::complete:
+   case StageChange::Kind::complete:
       line( change.t, Colour::green, "complete", change.stage, took );
       break;
-    case StageChange::Kind::timedOut:
+   case StageChange::Kind::timedOut:
       line( change.t, Colour::yellow, "timed out", change.stage,
             took + ", goes on without " + agents( change ) );
       break;
-    case StageChange::Kind::suspended:
+   case StageChange::Kind::suspended:
       std::fputc( '\n', out_ );
       line( change.t, Colour::red, "suspended", change.stage,
             took + ", waits for " + agents( change ) );
       break;
-    case StageChange::Kind::resumed:
+   case StageChange::Kind::resumed:
       line( change.t, Colour::green, "resumed", change.stage, "complete " + took );
       break;
-    case StageChange::Kind::completedLate:
+   case StageChange::Kind::completedLate:
       line( change.t, Colour::green, "complete", change.stage, "late, " + took );
       break;
    }
@@ -255,23 +242,19 @@ void Display::onEnd( Result const & result ) {
                        coloured( colour, Simulation::stateName( result ) ),
                        over ? "after " + duration( after ) : "at " + duration( result.now ) ) );
    counts( result, over );
-   if( !over ) {
+   if( !over )
       summaryLine( "active", active( result ) );
-   }
-   if( result.determined ) {
+   if( result.determined )
       ended( result );
-   }
    summaryLine( "longest", longest( result ) );
    summaryLine( "timed out", timedOut( result ) );
 }
 
 void Display::ended( Result const & result ) {
-   if( auto const text = wayBack( result ); !text.empty() ) {
+   if( auto const text = wayBack( result ); !text.empty() )
       summaryLine( "ended by", text );
-   }
-   if( auto const text = heldBack( result ); !text.empty() ) {
+   if( auto const text = heldBack( result ); !text.empty() )
       summaryLine( "", text );
-   }
 }
 
 void Display::counts( Result const & result, bool over ) {
@@ -282,14 +265,13 @@ void Display::counts( Result const & result, bool over ) {
       critical += stage.critical;
       events += stage.event.size();
       pending += stage.pending.size();
-      for( auto const & [ agent, eventComplete ] : stage.event ) {
+      for( auto const & [ agent, eventComplete ] : stage.event )
          eventsComplete += eventComplete;
-      }
    }
    auto const stages = result.stage.size();
-   auto const rest = over ? fmt::format( "{} started", active )
-                           : fmt::format( "{} active, {} waiting", active - complete,
-                                          stages - active );
+   auto const rest =
+      over ? fmt::format( "{} started", active )
+           : fmt::format( "{} active, {} waiting", active - complete, stages - active );
    summaryLine( "stages", fmt::format( "{} of {} complete, {}, {} critical", complete, stages, rest,
                                        critical ) );
    summaryLine( "events", fmt::format( "{} of {} complete", eventsComplete, events ) +
@@ -310,17 +292,15 @@ void Display::summaryLine( std::string_view what, std::string const & text ) {
 }
 
 void Display::print( std::string_view text ) {
-   if( !style_.quiet ) {
+   if( !style_.quiet )
       std::fwrite( text.data(), 1, text.size(), out_ );
-   }
 }
 
 std::string Display::coloured( Colour colour, std::string_view text ) const {
-   if( !style_.colour || colour == Colour::none || text.empty() ) {
+   if( !style_.colour || colour == Colour::none || text.empty() )
       return std::string( text );
-   }
-   int constexpr codes[] = { 0, 2, 32, 33, 31 };  // in the order of Colour
+   int constexpr codes[] = { 0, 2, 32, 33, 31 }; // in the order of Colour
    return fmt::format( "\x1b[{}m{}\x1b[0m", codes[ static_cast< int >( colour ) ], text );
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -20,7 +20,7 @@ class Display : public Simulation::Observer {
  public:
    struct Style {
       bool colour = false;
-      bool quiet = false;  // nothing but the end of the library's own lines
+      bool quiet = false; // nothing but the end of the library's own lines
    };
 
    Display( std::FILE * out, std::string application, Style style )
@@ -46,4 +46,4 @@ class Display : public Simulation::Observer {
    Style style_;
 };
 
-}  // namespace Tools
+} // namespace Tools

@@ -55,20 +55,17 @@ std::optional< std::string > linkText( std::string const & path ) {
 // links; nothing when it has to be written directly. Whatever is wrong with the name comes out
 // there as well.
 std::optional< std::string > replaceable( std::string path ) {
-   int constexpr mostLinks = 40;  // as the system follows
+   int constexpr mostLinks = 40; // as the system follows
    for( int links = 0; links <= mostLinks && !path.empty() && path.back() != '/'; ++links ) {
       struct stat is {};
-      if( lstat( path.c_str(), &is ) != 0 ) {
+      if( lstat( path.c_str(), &is ) != 0 )
          return errno == ENOENT ? std::optional( path ) : std::nullopt;
-      }
-      if( !S_ISLNK( is.st_mode ) ) {
+      if( !S_ISLNK( is.st_mode ) )
          return S_ISREG( is.st_mode ) ? std::optional( path ) : std::nullopt;
-      }
       auto const folder = folderOf( path );
       auto const text = linkText( path );
-      if( !text || isOfProcesses( folder ) ) {
+      if( !text || isOfProcesses( folder ) )
          return std::nullopt;
-      }
       path = text->starts_with( '/' ) ? *text : folder + *text;
    }
    return std::nullopt;
@@ -82,9 +79,8 @@ int constexpr endingSignals[] = { SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU, SIG
 sigset_t endingSignalSet() {
    sigset_t set;
    sigemptyset( &set );
-   for( int const number : endingSignals ) {
+   for( int const number : endingSignals )
       sigaddset( &set, number );
-   }
    return set;
 }
 
@@ -114,7 +110,7 @@ mode_t modeOfNewFiles() {
    return 0666 & ~mask;
 }
 
-}  // namespace
+} // namespace
 
 // ------------------------------------------------------------------------------- the file beside
 
@@ -154,8 +150,8 @@ class OutputFile::Temporary {
 OutputFile::Temporary * OutputFile::Temporary::first_ = nullptr;
 struct sigaction OutputFile::Temporary::before_[ std::size( endingSignals ) ];
 
-std::unique_ptr< OutputFile::Temporary > OutputFile::Temporary::temporaryIs(
-   std::string const & target ) {
+std::unique_ptr< OutputFile::Temporary >
+OutputFile::Temporary::temporaryIs( std::string const & target ) {
    WithoutSignals const quiet;
    std::unique_ptr< Temporary > temporary( new Temporary( target ) );
    return temporary->make() ? std::move( temporary ) : nullptr;
@@ -165,9 +161,8 @@ bool OutputFile::Temporary::make() {
    // Renaming would replace what must not be written, too.
    struct stat old {};
    bool const replaces = stat( target_.c_str(), &old ) == 0;
-   if( replaces && faccessat( AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS ) != 0 ) {
+   if( replaces && faccessat( AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS ) != 0 )
       return false;
-   }
    path_ = folderOf( target_ ) + ".ordovan-XXXXXX";
    descriptor_ = mkostemp( path_.data(), O_CLOEXEC );
    if( descriptor_ < 0 ) {
@@ -176,14 +171,12 @@ bool OutputFile::Temporary::make() {
    }
    next_ = first_;
    first_ = this;
-   if( !next_ ) {
+   if( !next_ )
       handlersAre( true );
-   }
-   if( replaces ) {
+   if( replaces )
       takeAfter( old );
-   } else {
+   else
       fchmod( descriptor_, modeOfNewFiles() );
-   }
    return true;
 }
 
@@ -202,29 +195,24 @@ void OutputFile::Temporary::takeAfter( struct stat const & old ) const {
 
 bool OutputFile::Temporary::replaceTarget() {
    WithoutSignals const quiet;
-   if( std::rename( path_.c_str(), target_.c_str() ) != 0 ) {
+   if( std::rename( path_.c_str(), target_.c_str() ) != 0 )
       return false;
-   }
    path_.clear();
    return true;
 }
 
 OutputFile::Temporary::~Temporary() {
    WithoutSignals const quiet;
-   if( descriptor_ < 0 ) {
+   if( descriptor_ < 0 )
       return;
-   }
-   if( !path_.empty() ) {
+   if( !path_.empty() )
       unlink( path_.c_str() );
-   }
    auto ** place = &first_;
-   while( *place != this ) {
+   while( *place != this )
       place = &( *place )->next_;
-   }
    *place = next_;
-   if( !first_ ) {
+   if( !first_ )
       handlersAre( false );
-   }
 }
 
 void OutputFile::Temporary::handlersAre( bool wanted ) {
@@ -244,11 +232,9 @@ void OutputFile::Temporary::handlersAre( bool wanted ) {
 
 // Ends the process as the signal would have.
 void OutputFile::Temporary::onSignal( int number ) {
-   for( auto const * file = first_; file; file = file->next_ ) {
-      if( !file->path_.empty() ) {
+   for( auto const * file = first_; file; file = file->next_ )
+      if( !file->path_.empty() )
          unlink( file->path_.c_str() );
-      }
-   }
    std::signal( number, SIG_DFL );
    raise( number );
 }
@@ -279,17 +265,14 @@ std::string fileText( std::string const & path ) {
    while( file && text.size() <= largestFile ) {
       auto const count = std::fread( part, 1, sizeof part, file.get() );
       text.append( part, count );
-      if( count == 0 ) {
+      if( count == 0 )
          break;
-      }
    }
-   if( !file || std::ferror( file.get() ) ) {
+   if( !file || std::ferror( file.get() ) )
       throwFileError( inputName( path ),
                       std::string( "cannot be read: " ) + std::strerror( errno ) );
-   }
-   if( text.size() > largestFile ) {
+   if( text.size() > largestFile )
       throwFileError( inputName( path ), "is larger than 64 MiB, which no plan can be" );
-   }
    return text;
 }
 
@@ -299,9 +282,8 @@ OutputFile::OutputFile( std::string const & path ) : name_( outputName( path ) )
 
 OutputFile::OutputFile( int descriptor, std::string name )
    : name_( std::move( name ) ), file_( fdopen( descriptor, "wb" ) ), mayLoseReader_( true ) {
-   if( !file_ && errno == EINVAL ) {
-      errno = EBADF;  // as writing to a descriptor says that is for reading only
-   }
+   if( !file_ && errno == EINVAL )
+      errno = EBADF; // as writing to a descriptor says that is for reading only
    check( file_ != nullptr );
 }
 
@@ -345,13 +327,12 @@ void OutputFile::close() {
 }
 
 void OutputFile::check( bool done ) const {
-   if( !done && !( mayLoseReader_ && errno == EPIPE ) ) {
+   if( !done && !( mayLoseReader_ && errno == EPIPE ) )
       fail();
-   }
 }
 
 void OutputFile::fail() const {
    throwFileError( name_, std::string( "cannot be written: " ) + std::strerror( errno ) );
 }
 
-}  // namespace Tools
+} // namespace Tools

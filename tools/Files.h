@@ -68,9 +68,9 @@ class OutputFile {
    [[noreturn]] void fail() const;
 
    std::string name_;
-   std::unique_ptr< Temporary > temporary_;  // null if it is written at once
+   std::unique_ptr< Temporary > temporary_; // null if it is written at once
    std::unique_ptr< std::FILE, Closer > file_;
    bool mayLoseReader_ = false;
 };
 
-}  // namespace Tools
+} // namespace Tools

@@ -37,7 +37,7 @@ enum Exit { allRead = 0, notAllRead = 1, wrong = 2 };
 
 struct Options {
    std::string path;
-   std::optional< double > from;  // below 0: so long before the newest record
+   std::optional< double > from; // below 0: so long before the newest record
    std::optional< double > to;
    RecordFilter filter;
    std::optional< std::uint64_t > last;
@@ -53,15 +53,13 @@ class Output {
    // False when it is no use to go on.
    bool line( std::string text ) {
       text += '\n';
-      if( std::fwrite( text.data(), 1, text.size(), stdout ) != text.size() ) {
+      if( std::fwrite( text.data(), 1, text.size(), stdout ) != text.size() )
          note();
-      }
       return ends_ == Ends::no;
    }
    bool flush() {
-      if( std::fflush( stdout ) != 0 ) {
+      if( std::fflush( stdout ) != 0 )
          note();
-      }
       return ends_ == Ends::no;
    }
    // Waits a moment; false when whoever read the output is gone.
@@ -74,9 +72,8 @@ class Output {
  private:
    enum class Ends { no, quietly, failed };
    void note() {
-      if( ends_ != Ends::no ) {
+      if( ends_ != Ends::no )
          return;
-      }
       bool const quiet = errno == EPIPE || ( errno == EINTR && interrupted );
       ends_ = quiet ? Ends::quietly : Ends::failed;
       if( !quiet ) {
@@ -119,9 +116,8 @@ void Printing::complain( std::string const & sentence ) const {
 }
 
 void Printing::complainOfNew() {
-   for( ; problemsTold_ != reader_->problems().size(); ++problemsTold_ ) {
+   for( ; problemsTold_ != reader_->problems().size(); ++problemsTold_ )
       complain( reader_->problems()[ problemsTold_ ] );
-   }
    if( auto const now = reader_->overwritten(); now != overwrittenTold_ ) {
       complain( fmt::format( "{} records were overwritten before they could be read",
                              now - overwrittenTold_ ) );
@@ -151,21 +147,18 @@ bool Printing::pass() {
    passed_ = true;
    bool useful = true;
    for( Flitlog::Record record; useful && !interrupted && reader_->next( record ); ) {
-      if( !options_.filter.wants( record, lineOf( record ) ) ) {
+      if( !options_.filter.wants( record, lineOf( record ) ) )
          continue;
-      }
       if( all ) {
          useful = print( record );
          continue;
       }
       kept.push_back( record );
-      if( kept.size() > *options_.last ) {
+      if( kept.size() > *options_.last )
          kept.pop_front();
-      }
    }
-   for( auto const & record : kept ) {
+   for( auto const & record : kept )
       useful = useful && print( record );
-   }
    return output_.flush() && useful;
 }
 
@@ -182,9 +175,8 @@ int Printing::run() {
       useful = pass() && written && Output::wait();
       complainOfNew();
    }
-   if( auto const more = reader_->problemsInAll() - reader_->problems().size(); more != 0 ) {
+   if( auto const more = reader_->problemsInAll() - reader_->problems().size(); more != 0 )
       complain( fmt::format( "{} more problems of this kind", more ) );
-   }
    return output_.failed() ? wrong : readAll() ? allRead : notAllRead;
 }
 
@@ -192,9 +184,8 @@ int Printing::run() {
 std::optional< double > newest( std::string const & path ) {
    auto const reader = Flitlog::Reader::ReaderIs( path );
    std::optional< double > time;
-   for( Flitlog::Record record; reader->next( record ); ) {
+   for( Flitlog::Record record; reader->next( record ); )
       time = record.time;
-   }
    return time;
 }
 
@@ -205,12 +196,10 @@ void resolveTimes( Options & options ) {
    auto const absolute = [ end ]( double seconds ) {
       return seconds < 0 ? end + seconds : seconds;
    };
-   if( options.from ) {
+   if( options.from )
       options.filter.from = absolute( *options.from );
-   }
-   if( options.to ) {
+   if( options.to )
       options.filter.to = absolute( *options.to );
-   }
 }
 
 template< class Parse >
@@ -218,8 +207,8 @@ auto parsed( std::string const & option, std::string const & text, Parse parse )
    try {
       return parse( text );
    } catch( std::invalid_argument const & error ) {
-      throw CLI::ValidationError( option, fmt::format( "\"{}\", {}", printable( text ),
-                                                       error.what() ) );
+      throw CLI::ValidationError( option,
+                                  fmt::format( "\"{}\", {}", printable( text ), error.what() ) );
    }
 }
 
@@ -273,14 +262,13 @@ int run( int count, char ** arguments ) {
    CLI::App app( "Print the records of a binary trace file", "flitlog" );
    Options options;
    addOptions( app, options );
-   if( auto const parsed = parse( app, count, arguments ); parsed != Parsed::run ) {
+   if( auto const parsed = parse( app, count, arguments ); parsed != Parsed::run )
       return parsed == Parsed::wrong || !outputArrived( "flitlog" ) ? wrong : allRead;
-   }
    resolveTimes( options );
    if( options.filter.from > options.filter.to ) {
-      complain( fmt::format(
-         "flitlog: --from is {} and --to is {}; expected them the other way round",
-         options.filter.from, options.filter.to ) );
+      complain(
+         fmt::format( "flitlog: --from is {} and --to is {}; expected them the other way round",
+                      options.filter.from, options.filter.to ) );
       return wrong;
    }
    struct sigaction interrupt {};
@@ -292,7 +280,7 @@ int run( int count, char ** arguments ) {
    return Printing( options ).run();
 }
 
-}  // namespace
+} // namespace
 
 int flitlogCommand( int count, char ** arguments ) {
    prepareStreams();
@@ -304,4 +292,4 @@ int flitlogCommand( int count, char ** arguments ) {
    }
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -8,4 +8,4 @@ namespace Tools {
 // standard output cannot be written.
 int flitlogCommand( int count, char ** arguments );
 
-}  // namespace Tools
+} // namespace Tools

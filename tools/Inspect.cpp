@@ -49,31 +49,28 @@ struct Screen {
 // The screen that what is shown has to fit; none if it goes to no terminal, where there may be a
 // program or a pager, or if it was said how much is wanted.
 std::optional< Screen > screenFor( Options const & options ) {
-   if( options.json || options.depth || isatty( STDOUT_FILENO ) == 0 ) {
+   if( options.json || options.depth || isatty( STDOUT_FILENO ) == 0 )
       return std::nullopt;
-   }
    auto const columns = columnsOf( STDOUT_FILENO );
    return Screen{ columns != 0 ? columns : 80, heightOf( STDOUT_FILENO ) };
 }
 
 struct Shown {
    std::string text;
-   bool isCut = false;  // to fit the screen
+   bool isCut = false; // to fit the screen
 };
 
 // As many levels as the screen has room for, but one at least.
 Shown fitting( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string const & path,
                Screen const & screen ) {
-   std::size_t constexpr ownRows = 2;  // for the hint that there is more, and the shell's prompt
+   std::size_t constexpr ownRows = 2; // for the hint that there is more, and the shell's prompt
    auto text = shown( root, path, Format::text, 1 );
    for( std::size_t depth = 2;; ++depth ) {
       auto deeper = shown( root, path, Format::text, depth );
-      if( deeper == text ) {
+      if( deeper == text )
          return { text, false };
-      }
-      if( rowsOf( deeper, screen.width ) + ownRows > screen.height ) {
+      if( rowsOf( deeper, screen.width ) + ownRows > screen.height )
          return { text, true };
-      }
       text = std::move( deeper );
    }
 }
@@ -88,19 +85,19 @@ Shown whatIsAskedFor( Options const & options, Simulation::Plan const & plan ) {
    Simulation::run( plan, {}, options.at, [ & ]( auto const & manager ) {
       Kiv::Ptr< Kiv::PtrInterface const > const root( manager );
       auto const format = options.json ? Format::json : Format::text;
-      result = screen ? fitting( root, options.path, *screen )
-                      : Shown{ shown( root, options.path, format,
-                                      options.depth.value_or( everyLevel ) ) };
+      result =
+         screen
+            ? fitting( root, options.path, *screen )
+            : Shown{ shown( root, options.path, format, options.depth.value_or( everyLevel ) ) };
    } );
    return result;
 }
 
 Status inspect( Options const & options ) {
-   readPath( options.path );  // before anything runs
+   readPath( options.path ); // before anything runs
    auto const plan = planOf( options.plan );
-   if( !plan ) {
+   if( !plan )
       return Status::wrong;
-   }
    auto const [ text, isCut ] = whatIsAskedFor( options, *plan );
    print( text );
    if( isCut ) {
@@ -114,13 +111,12 @@ std::size_t levels( std::string const & text ) {
    std::size_t count = 0;
    auto const end = text.data() + text.size();
    auto const [ read, error ] = std::from_chars( text.data(), end, count );
-   if( error != std::errc() || read != end ) {
+   if( error != std::errc() || read != end )
       throw CLI::ValidationError( "--depth", "N is a whole number from 0 on" );
-   }
    return count;
 }
 
-}  // namespace
+} // namespace
 
 void addInspect( CLI::App & app, Status & status ) {
    auto const options = std::make_shared< Options >();
@@ -141,10 +137,11 @@ void addInspect( CLI::App & app, Status & status ) {
       ->type_name( "N" );
    command->add_flag( "--json", options->json, "Show it as JSON" );
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
-   command->footer( "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, "
-                    "\\n and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
-                    "plan is wrong or a file cannot be read." );
+   command->footer(
+      "A key that is not plain stands in quotes: stageSm[\"a ] b\"], with \\\", \\\\, "
+      "\\n and \\xNN.\nExit status: 0 it was shown, 2 the command line, the path or the "
+      "plan is wrong or a file cannot be read." );
    command->callback( [ options, &status ] { status = inspect( *options ); } );
 }
 
-}  // namespace Tools
+} // namespace Tools

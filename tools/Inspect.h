@@ -10,4 +10,4 @@ namespace Tools {
 // Adds `ordovan inspect` to the command. `status` is set when it has run, and must outlive `app`.
 void addInspect( CLI::App & app, Status & status );
 
-}  // namespace Tools
+} // namespace Tools

@@ -17,22 +17,19 @@ namespace {
 
 std::size_t columnsOf( std::string_view text ) {
    std::size_t columns = 0;
-   for( ; !text.empty(); ++columns ) {
+   for( ; !text.empty(); ++columns )
       text.remove_prefix( std::max< std::size_t >( Kiv::characterLength( text ), 1 ) );
-   }
    return columns;
 }
 
-}  // namespace
+} // namespace
 
 std::size_t columnsOf( int descriptor ) {
-   if( isatty( descriptor ) == 0 ) {
+   if( isatty( descriptor ) == 0 )
       return 0;
-   }
    winsize size{};
-   if( ioctl( descriptor, TIOCGWINSZ, &size ) == 0 && size.ws_col != 0 ) {
+   if( ioctl( descriptor, TIOCGWINSZ, &size ) == 0 && size.ws_col != 0 )
       return size.ws_col;
-   }
    char const * const variable = std::getenv( "COLUMNS" );
    std::string_view const text( variable ? variable : "" );
    unsigned columns = 0;
@@ -50,8 +47,8 @@ std::size_t heightOf( int descriptor ) {
 std::string broken( std::string_view text, std::size_t columns, std::size_t indent,
                     std::size_t used ) {
    std::string result;
-   std::size_t blanks = 0;  // that stand before the next word, unless a line ends between
-   bool first = true;       // the next word is the first of its line
+   std::size_t blanks = 0; // that stand before the next word, unless a line ends between
+   bool first = true;      // the next word is the first of its line
    while( !text.empty() ) {
       if( text.front() == ' ' ) {
          ++blanks;
@@ -93,4 +90,4 @@ std::size_t rowsOf( std::string_view text, std::size_t columns ) {
    return rows;
 }
 
-}  // namespace Tools
+} // namespace Tools

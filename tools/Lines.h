@@ -26,4 +26,4 @@ std::string broken( std::string_view text, std::size_t columns, std::size_t inde
 // The rows that `text` takes on a terminal, which breaks it anywhere. REQUIRES: columns above 0.
 std::size_t rowsOf( std::string_view text, std::size_t columns );
 
-}  // namespace Tools
+} // namespace Tools

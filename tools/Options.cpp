@@ -18,9 +18,8 @@ void addTime( CLI::App & command, std::string const & option, double & seconds,
    auto const read = [ option, &seconds ]( std::string const & text ) {
       auto const end = text.data() + text.size();
       auto const done = std::from_chars( text.data(), end, seconds );
-      if( done.ec != std::errc() || done.ptr != end || !( seconds >= 0 ) ) {
+      if( done.ec != std::errc() || done.ptr != end || !( seconds >= 0 ) )
          throw CLI::ValidationError( option, "SECONDS is a number from 0 on" );
-      }
    };
    command.add_option_function< std::string >( option, read, description )->type_name( "SECONDS" );
 }
@@ -33,4 +32,4 @@ unsigned levelsOf( std::string const & option, std::string const & text ) {
    }
 }
 
-}  // namespace Tools
+} // namespace Tools

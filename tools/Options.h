@@ -16,4 +16,4 @@ void addTime( CLI::App & command, std::string const & option, double & seconds,
 // Levels of traces like "8" or "7-9,0", a bit for each.
 unsigned levelsOf( std::string const & option, std::string const & text );
 
-}  // namespace Tools
+} // namespace Tools

@@ -21,9 +21,8 @@ class Reader {
       skip( '/' );
       while( place_ != text_.size() ) {
          steps.push_back( step() );
-         if( place_ != text_.size() && !skip( '/' ) ) {
+         if( place_ != text_.size() && !skip( '/' ) )
             fail( "\"/\"" );
-         }
       }
       return steps;
    }
@@ -43,15 +42,13 @@ class Reader {
    Step step() {
       auto const end = std::min( text_.find_first_of( "/[]\"", place_ ), text_.size() );
       Step step{ std::string( text_.substr( place_, end - place_ ) ), {} };
-      if( step.name.empty() ) {
+      if( step.name.empty() )
          fail( "the name of an attribute" );
-      }
       place_ = end;
       if( skip( '[' ) ) {
          step.key = skip( '"' ) ? quotedKey() : bareKey();
-         if( !skip( ']' ) ) {
+         if( !skip( ']' ) )
             fail( "\"]\"" );
-         }
       }
       return step;
    }
@@ -66,28 +63,24 @@ class Reader {
    std::string quotedKey() {
       std::string key;
       while( !skip( '"' ) ) {
-         if( place_ == text_.size() ) {
+         if( place_ == text_.size() )
             fail( "the closing quote of a key" );
-         }
          key += skip( '\\' ) ? escaped() : text_[ place_++ ];
       }
       return key;
    }
 
    char escaped() {
-      if( skip( 'n' ) ) {
+      if( skip( 'n' ) )
          return '\n';
-      }
-      if( at( '"' ) || at( '\\' ) ) {
+      if( at( '"' ) || at( '\\' ) )
          return text_[ place_++ ];
-      }
       unsigned value = 0;
       auto const digits = text_.substr( std::min( place_ + 1, text_.size() ), 2 );
       auto const [ end, error ] =
          std::from_chars( digits.data(), digits.data() + digits.size(), value, 16 );
-      if( !at( 'x' ) || digits.size() != 2 || error != std::errc() || end != digits.end() ) {
+      if( !at( 'x' ) || digits.size() != 2 || error != std::errc() || end != digits.end() )
          fail( "\\\", \\\\, \\n or \\xNN after a backslash" );
-      }
       place_ += 3;
       return static_cast< char >( value );
    }
@@ -101,7 +94,7 @@ bool isPlain( std::string_view key ) {
           Simulation::detail::printable( key ) == key;
 }
 
-}  // namespace
+} // namespace
 
 std::vector< Step > readPath( std::string_view text ) { return Reader( text ).path(); }
 
@@ -117,9 +110,8 @@ std::string escaped( std::string_view text, std::string_view special ) {
       } else if( Simulation::detail::printable( character ) == character ) {
          result += character;
       } else {
-         for( char const byte : character ) {
+         for( char const byte : character )
             result += fmt::format( "\\x{:02x}", static_cast< unsigned char >( byte ) );
-         }
       }
       text.remove_prefix( length );
    }
@@ -138,4 +130,4 @@ std::string written( Step const & step ) {
    return step.key ? step.name + bracketed( *step.key ) : step.name;
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -45,4 +45,4 @@ std::string bracketed( std::string_view key );
 // "name" or "name[key]".
 std::string written( Step const & step );
 
-}  // namespace Tools
+} // namespace Tools

@@ -13,10 +13,10 @@ namespace Tools {
 std::optional< Simulation::Plan > planOf( std::string const & path ) {
    auto [ plan, mistakes ] = readPlan( fileText( path ) );
    for( auto const & mistake : mistakes ) {
-      complain( fmt::format( "{}:{}:{}: {}", inputName( path ),
-                             mistake.place.line, mistake.place.column, mistake.text ) );
+      complain( fmt::format( "{}:{}:{}: {}", inputName( path ), mistake.place.line,
+                             mistake.place.column, mistake.text ) );
    }
    return mistakes.empty() ? std::optional( std::move( plan ) ) : std::nullopt;
 }
 
-}  // namespace Tools
+} // namespace Tools

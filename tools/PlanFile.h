@@ -8,8 +8,8 @@
 
 namespace Tools {
 
-// The plan of a file, or of standard input if `path` is "-"; nothing when it has mistakes, which standard error then names with their
-// places. Throws FileError for a file that cannot be read.
+// The plan of a file, or of standard input if `path` is "-"; nothing when it has mistakes, which
+// standard error then names with their places. Throws FileError for a file that cannot be read.
 std::optional< Simulation::Plan > planOf( std::string const & path );
 
-}  // namespace Tools
+} // namespace Tools

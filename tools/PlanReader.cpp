@@ -30,18 +30,15 @@ using Keys = std::initializer_list< std::string_view >;
 // How a value looks to the person who wrote it.
 std::string described( Use const & use ) {
    auto const & node = *use.node;
-   if( node.kind != YamlNode::Kind::scalar ) {
+   if( node.kind != YamlNode::Kind::scalar )
       return node.kind == YamlNode::Kind::map ? "a map" : "a list";
-   }
    auto const value = scalarOf( node );
-   if( std::holds_alternative< std::monostate >( value ) ) {
+   if( std::holds_alternative< std::monostate >( value ) )
       return node.text.empty() ? "empty" : node.text;
-   }
    std::size_t shown = 0;
    std::size_t constexpr most = 60;
-   while( shown < node.text.size() && shown < most ) {
+   while( shown < node.text.size() && shown < most )
       shown += characterLength( std::string_view( node.text ).substr( shown ) );
-   }
    auto const text = node.text.substr( 0, shown ) + ( shown < node.text.size() ? "..." : "" );
    return std::holds_alternative< std::string >( value ) ? quoted( text ) : text;
 }
@@ -107,7 +104,8 @@ class Reader {
    void visit( Use const & use ) {
       if( visitsLeft_-- == 0 ) {
          mistake( use.place, fmt::format( "aliases unfold to more than {} values; write fewer of "
-                                          "them", visitsByAliases ) );
+                                          "them",
+                                          visitsByAliases ) );
          throw TooLarge();
       }
    }
@@ -116,7 +114,7 @@ class Reader {
    std::vector< Mistake > mistakes_;
    std::vector< UnclearEntry > unclear_;
    std::size_t visitsLeft_;
-   bool tooLarge_ = false;  // so the plan is only a part of what the file says
+   bool tooLarge_ = false; // so the plan is only a part of what the file says
 };
 
 // Calls `f( name, key, value )` for each member of a map whose keys are names.
@@ -131,15 +129,16 @@ void Reader::members( Use const & use, std::string const & what, F const & f ) {
       visit( key );
       auto const & node = *key.node;
       bool const isMerge = node.tag == "?" && node.text == "<<";
-      if( node.kind != YamlNode::Kind::scalar || isMerge || !seen.insert( node.text ).second ) {
-         continue;  // the tree has told already
-      }
+      if( node.kind != YamlNode::Kind::scalar || isMerge || !seen.insert( node.text ).second )
+         continue; // the tree has told already
       if( std::holds_alternative< std::monostate >( scalarOf( node ) ) ) {
          mistake( key.place, fmt::format( "a key of {} is {}; it must be a name, in quotes if it "
-                                          "looks like that", what, described( key ) ) );
+                                          "looks like that",
+                                          what, described( key ) ) );
       } else if( node.text.empty() ) {
          mistake( key.place, fmt::format( "a name in {} is empty; it must have a character at "
-                                          "least", what ) );
+                                          "least",
+                                          what ) );
       } else {
          f( node.text, key, value );
       }
@@ -150,12 +149,11 @@ void Reader::members( Use const & use, std::string const & what, F const & f ) {
 template< class F >
 void Reader::fields( Use const & use, std::string const & what, Keys allowed, F const & f ) {
    members( use, what, [ & ]( std::string const & name, Use const & key, Use const & value ) {
-      if( std::find( allowed.begin(), allowed.end(), name ) == allowed.end() ) {
+      if( std::find( allowed.begin(), allowed.end(), name ) == allowed.end() )
          mistake( key.place, fmt::format( "unknown key {} in {}; allowed are {}", quoted( name ),
                                           what, listed( allowed ) ) );
-      } else {
+      else
          f( name, key, value );
-      }
    } );
 }
 
@@ -174,9 +172,8 @@ void Reader::items( Use const & use, std::string const & what, F const & f ) {
 std::optional< bool > Reader::boolean( Use const & use, std::string const & what ) {
    if( use.node->kind == YamlNode::Kind::scalar ) {
       auto const value = scalarOf( *use.node );
-      if( auto const * boolean = std::get_if< bool >( &value ) ) {
+      if( auto const * boolean = std::get_if< bool >( &value ) )
          return *boolean;
-      }
    }
    wrong( use, what, "true or false" );
    return std::nullopt;
@@ -189,9 +186,8 @@ std::optional< double > Reader::seconds( Use const & use, std::string const & wh
       auto const * number = std::get_if< double >( &value );
       bool const tooLarge = number && std::isinf( *number ) && !isWrittenInfinity( use.node->text );
       bool const refused = number && std::isinf( *number ) && infinite == Infinite::refused;
-      if( number && *number >= 0 && !tooLarge && !refused ) {
-         return *number + 0.0;  // never the negative zero
-      }
+      if( number && *number >= 0 && !tooLarge && !refused )
+         return *number + 0.0; // never the negative zero
    }
    wrong( use, what, allowed );
    return std::nullopt;
@@ -206,27 +202,25 @@ std::optional< std::string > Reader::name( Use const & use, std::string const & 
    if( use.node->kind == YamlNode::Kind::scalar ) {
       auto const value = scalarOf( *use.node );
       auto const * text = std::get_if< std::string >( &value );
-      if( text && !text->empty() ) {
+      if( text && !text->empty() )
          return *text;
-      }
    }
    wrong( use, what, "a name: text that is not empty, in quotes if it looks like something else" );
    return std::nullopt;
 }
 
 bool Reader::isTrue( Use const & use, std::string const & what ) {
-   if( use.node->kind == YamlNode::Kind::scalar && scalarOf( *use.node ) == Scalar( true ) ) {
+   if( use.node->kind == YamlNode::Kind::scalar && scalarOf( *use.node ) == Scalar( true ) )
       return true;
-   }
    wrong( use, what, "true" );
    return false;
 }
 
 void Reader::agents( Use const & use ) {
-   members( use, "\"agents\"",
-            [ & ]( std::string const & name, Use const & key, Use const & value ) {
-      plan_.agent.push_back( { name, events( value, "agent " + quoted( name ) ), key.place } );
-   } );
+   members(
+      use, "\"agents\"", [ & ]( std::string const & name, Use const & key, Use const & value ) {
+         plan_.agent.push_back( { name, events( value, "agent " + quoted( name ) ), key.place } );
+      } );
 }
 
 std::vector< Event > Reader::events( Use const & use, std::string const & what ) {
@@ -249,16 +243,15 @@ Event Reader::event( Use const & use, std::string const & what ) {
    }
    fields( use, what, { "complete", "critical", "dependency", "timeout" },
            [ & ]( std::string const & name, Use const &, Use const & value ) {
-      if( name == "complete" ) {
-         event.complete = behaviour( value );
-      } else if( name == "critical" ) {
-         event.critical = boolean( value, "\"critical\"" ).value_or( false );
-      } else if( name == "dependency" ) {
-         dependencies( value, event );
-      } else {
-         event.timeout = timeout( value ).value_or( infinity );
-      }
-   } );
+              if( name == "complete" )
+                 event.complete = behaviour( value );
+              else if( name == "critical" )
+                 event.critical = boolean( value, "\"critical\"" ).value_or( false );
+              else if( name == "dependency" )
+                 dependencies( value, event );
+              else
+                 event.timeout = timeout( value ).value_or( infinity );
+           } );
    return event;
 }
 
@@ -266,15 +259,13 @@ void Reader::dependencies( Use const & use, Event & event ) {
    if( use.node->kind == YamlNode::Kind::map ) {
       members( use, "\"dependency\"",
                [ & ]( std::string const & stage, Use const &, Use const & value ) {
-         if( auto const counts = boolean( value, "dependency " + quoted( stage ) ) ) {
-            event.dependency.push_back( { stage, *counts } );
-         }
-      } );
+                  if( auto const counts = boolean( value, "dependency " + quoted( stage ) ) )
+                     event.dependency.push_back( { stage, *counts } );
+               } );
    } else if( use.node->kind == YamlNode::Kind::sequence ) {
       items( use, "\"dependency\"", [ & ]( Use const & item ) {
-         if( auto const stage = name( item, "a stage in \"dependency\"" ) ) {
+         if( auto const stage = name( item, "a stage in \"dependency\"" ) )
             event.dependency.push_back( { *stage, true } );
-         }
       } );
    } else {
       wrong( use, "\"dependency\"", "a list of stages, or a map of stages to true or false" );
@@ -284,51 +275,48 @@ void Reader::dependencies( Use const & use, Event & event ) {
 Behaviour Reader::behaviour( Use const & use ) {
    if( use.node->kind == YamlNode::Kind::scalar ) {
       auto const value = scalarOf( *use.node );
-      if( value == Scalar( true ) ) {
+      if( value == Scalar( true ) )
          return { Behaviour::Kind::already, 0 };
-      }
-      if( value == Scalar( std::string( "never" ) ) ) {
+      if( value == Scalar( std::string( "never" ) ) )
          return { Behaviour::Kind::never, 0 };
-      }
    }
    auto const after = seconds( use, "\"complete\"", Infinite::allowed,
                                "a number of seconds, 0 or more, never, or true" );
-   if( after && std::isinf( *after ) ) {
+   if( after && std::isinf( *after ) )
       return { Behaviour::Kind::never, 0 };
-   }
    return { Behaviour::Kind::afterSeconds, after.value_or( 0 ) };
 }
 
 std::vector< Write > Reader::writes( Use const & use ) {
    std::vector< Write > found;
-   fields( use, "\"set\"", { "complete", "critical", "dependency", "timeout" },
-           [ & ]( std::string const & name, Use const &, Use const & value ) {
-      if( name == "complete" ) {
-         found.push_back( CompleteWrite{ boolean( value, "\"complete\"" ).value_or( false ) } );
-      } else if( name == "critical" ) {
-         found.push_back( CriticalWrite{ boolean( value, "\"critical\"" ).value_or( false ) } );
-      } else if( name == "dependency" ) {
-         dependencyWrites( value, found );
-      } else {
-         found.push_back( TimeoutWrite{ timeout( value ).value_or( infinity ) } );
-      }
-   } );
+   fields(
+      use, "\"set\"", { "complete", "critical", "dependency", "timeout" },
+      [ & ]( std::string const & name, Use const &, Use const & value ) {
+         if( name == "complete" )
+            found.push_back( CompleteWrite{ boolean( value, "\"complete\"" ).value_or( false ) } );
+         else if( name == "critical" )
+            found.push_back( CriticalWrite{ boolean( value, "\"critical\"" ).value_or( false ) } );
+         else if( name == "dependency" )
+            dependencyWrites( value, found );
+         else
+            found.push_back( TimeoutWrite{ timeout( value ).value_or( infinity ) } );
+      } );
    return found;
 }
 
 void Reader::dependencyWrites( Use const & use, std::vector< Write > & found ) {
-   members( use, "\"dependency\" in \"set\"",
-            [ & ]( std::string const & stage, Use const &, Use const & value ) {
-      auto const scalar =
-         value.node->kind == YamlNode::Kind::scalar ? scalarOf( *value.node ) : std::string();
-      if( std::holds_alternative< std::monostate >( scalar ) ) {
-         found.push_back( DependencyWrite{ stage, std::nullopt } );
-      } else if( auto const * counts = std::get_if< bool >( &scalar ) ) {
-         found.push_back( DependencyWrite{ stage, *counts } );
-      } else {
-         wrong( value, "dependency " + quoted( stage ), "true, false, or null to remove it" );
-      }
-   } );
+   members(
+      use, "\"dependency\" in \"set\"",
+      [ & ]( std::string const & stage, Use const &, Use const & value ) {
+         auto const scalar =
+            value.node->kind == YamlNode::Kind::scalar ? scalarOf( *value.node ) : std::string();
+         if( std::holds_alternative< std::monostate >( scalar ) )
+            found.push_back( DependencyWrite{ stage, std::nullopt } );
+         else if( auto const * counts = std::get_if< bool >( &scalar ) )
+            found.push_back( DependencyWrite{ stage, *counts } );
+         else
+            wrong( value, "dependency " + quoted( stage ), "true, false, or null to remove it" );
+      } );
 }
 
 // One entry of the timeline: its keys are read one by one first, then put together.
@@ -356,7 +344,7 @@ class Reader::Entry {
 
    Reader & reader_;
    Use const & use_;
-   std::optional< Place > atPlace_, agentPlace_, stagePlace_;  // of the keys
+   std::optional< Place > atPlace_, agentPlace_, stagePlace_; // of the keys
    std::vector< Key > operationKey_;
 
    // What could be made of the values.
@@ -367,12 +355,12 @@ class Reader::Entry {
 };
 
 void Reader::Entry::read() {
-   Keys const allowed = { "agent", "at",    "declare", "enabled", "join",
+   Keys const allowed = { "agent", "at",  "declare", "enabled", "join",
                           "leave", "set", "stage",   "withdraw" };
    reader_.fields( use_, "an entry of the timeline", allowed,
                    [ this ]( std::string const & name, Use const & key, Use const & value ) {
-      field( { name, key.place }, value );
-   } );
+                      field( { name, key.place }, value );
+                   } );
    if( use_.node->kind == YamlNode::Kind::map ) {
       checkKeys();
       file();
@@ -400,30 +388,28 @@ void Reader::Entry::field( Key const & key, Use const & value ) {
 
 // Reads the value of an operation, without the names of agent and stage.
 void Reader::Entry::operation( std::string const & name, Use const & value ) {
-   if( name == "join" ) {
+   if( name == "join" )
       operation_ = Join{ {}, reader_.events( value, "\"join\"" ) };
-   } else if( name == "declare" ) {
+   else if( name == "declare" )
       operation_ = Declare{ {}, reader_.event( value, "\"declare\"" ) };
-   } else if( name == "set" ) {
+   else if( name == "set" )
       operation_ = Set{ {}, {}, reader_.writes( value ) };
-   } else if( name == "enabled" ) {
+   else if( name == "enabled" )
       operation_ = Enable{ reader_.boolean( value, "\"enabled\"" ).value_or( false ) };
-   } else if( !reader_.isTrue( value, quoted( name ) ) ) {
+   else if( !reader_.isTrue( value, quoted( name ) ) )
       return;
-   } else if( name == "leave" ) {
+   else if( name == "leave" )
       operation_ = Leave();
-   } else {
+   else
       operation_ = Withdraw();
-   }
 }
 
 void Reader::Entry::checkKeys() {
-   if( !atPlace_ ) {
+   if( !atPlace_ )
       mistake( use_.place, "an entry without \"at\"; it must say when, in seconds" );
-   }
    if( operationKey_.empty() ) {
-      mistake( use_.place, fmt::format( "an entry that does nothing; it must have one of {}",
-                                        operations_ ) );
+      mistake( use_.place,
+               fmt::format( "an entry that does nothing; it must have one of {}", operations_ ) );
    } else if( operationKey_.size() > 1 ) {
       mistake( operationKey_[ 1 ].place,
                fmt::format( "{} in an entry that has {} already; it must have one of {}",
@@ -506,16 +492,15 @@ void Reader::plan( YamlNode const & root ) {
    try {
       fields( use, "the plan", { "agents", "application", "enabled", "timeline" },
               [ & ]( std::string const & key, Use const &, Use const & value ) {
-         if( key == "agents" ) {
-            agents( value );
-         } else if( key == "application" ) {
-            plan_.application = name( value, "\"application\"" ).value_or( "application" );
-         } else if( key == "enabled" ) {
-            plan_.enabled = boolean( value, "\"enabled\"" ).value_or( true );
-         } else {
-            timeline( value );
-         }
-      } );
+                 if( key == "agents" )
+                    agents( value );
+                 else if( key == "application" )
+                    plan_.application = name( value, "\"application\"" ).value_or( "application" );
+                 else if( key == "enabled" )
+                    plan_.enabled = boolean( value, "\"enabled\"" ).value_or( true );
+                 else
+                    timeline( value );
+              } );
    } catch( TooLarge const & ) {
       tooLarge_ = true;
    }
@@ -532,15 +517,16 @@ PlanText Reader::result() {
    return { std::move( plan_ ), std::move( mistakes_ ) };
 }
 
-}  // namespace
+} // namespace
 
 PlanText readPlan( std::string_view text ) {
    YamlTree const tree( text );
    if( !tree.root() ) {
       auto mistakes = tree.mistakes();
       if( mistakes.empty() ) {
-         mistakes.push_back( { { 1, 1 }, "the plan is empty; it must be a map, {} for one with "
-                                         "the default values" } );
+         mistakes.push_back( { { 1, 1 },
+                               "the plan is empty; it must be a map, {} for one with "
+                               "the default values" } );
       }
       return { {}, mistakes };
    }
@@ -549,4 +535,4 @@ PlanText readPlan( std::string_view text ) {
    return reader.result();
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -18,4 +18,4 @@ struct PlanText {
 // whatever the text is.
 PlanText readPlan( std::string_view text );
 
-}  // namespace Tools
+} // namespace Tools

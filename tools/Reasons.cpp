@@ -19,40 +19,36 @@ using Stage::Explanation;
 // The stages that no cause names as its own.
 std::size_t others( Explanation const & explanation ) {
    std::vector< bool > named( explanation.stage.size() );
-   for( auto const & root : explanation.root ) {
-      for( auto const place : root.of ) {
+   for( auto const & root : explanation.root )
+      for( auto const place : root.of )
          named[ place ] = true;
-      }
-   }
    std::size_t count = 0;
-   for( bool const one : named ) {
+   for( bool const one : named )
       count += one ? 0 : 1;
-   }
    return count;
 }
 
-}  // namespace
+} // namespace
 
 void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling ) {
    complain( heading );
-   for( auto const & cause : Simulation::causes( result ) ) {
+   for( auto const & cause : Simulation::causes( result ) )
       complain( cause );
-   }
    if( telling == Telling::all ) {
       for( auto const & reason : Simulation::reasons( result ) ) {
          // A stage that is a cause by itself was told with the same words.
-         if( !reason.cause ) {
+         if( !reason.cause )
             complain( reason.sentence );
-         }
       }
    } else if( auto const count = others( result.explanation ); count != 0 ) {
-      complain( count == 1 ? std::string( "1 other stage waits for these; --all says for what." )
-                       : fmt::format( "{} other stages wait for these; --all says for what each of "
-                                      "them does.", count ) );
+      complain( count == 1
+                   ? std::string( "1 other stage waits for these; --all says for what." )
+                   : fmt::format( "{} other stages wait for these; --all says for what each of "
+                                  "them does.",
+                                  count ) );
    }
-   if( result.explanation.root.empty() ) {
+   if( result.explanation.root.empty() )
       complain( "No stage is unfinished, but no decision has been made since." );
-   }
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -8,8 +8,8 @@
 namespace Tools {
 
 enum class Telling {
-   causes,  // what holds the start-up up, and how many stages wait for each; the others are counted
-   all      // then what each of the others waits for
+   causes, // what holds the start-up up, and how many stages wait for each; the others are counted
+   all     // then what each of the others waits for
 };
 
 // Says on standard error, below `heading`, why a start-up did not complete: a line for each
@@ -17,4 +17,4 @@ enum class Telling {
 // the start-up did not complete.
 void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling );
 
-}  // namespace Tools
+} // namespace Tools

@@ -15,33 +15,28 @@ namespace Tools {
 bool RecordFilter::wants( Flitlog::Record const & record, std::string_view line ) const {
    // A time that is no number is in no range.
    bool const ranged = std::isfinite( from ) || std::isfinite( to );
-   if( ranged && !( record.time >= from && record.time <= to ) ) {
+   if( ranged && !( record.time >= from && record.time <= to ) )
       return false;
-   }
-   if( levels != 0 && ( record.level > 9 || ( levels >> record.level & 1U ) == 0 ) ) {
+   if( levels != 0 && ( record.level > 9 || ( levels >> record.level & 1U ) == 0 ) )
       return false;
-   }
-   if( !handles.empty() && std::ranges::find( handles, record.handle ) == handles.end() ) {
+   if( !handles.empty() && std::ranges::find( handles, record.handle ) == handles.end() )
       return false;
-   }
    return line.find( grep ) != line.npos;
 }
 
 double secondsOf( std::string_view text ) {
    double seconds = 0;
    auto const [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), seconds );
-   if( error != std::errc() || end != text.data() + text.size() || !std::isfinite( seconds ) ) {
+   if( error != std::errc() || end != text.data() + text.size() || !std::isfinite( seconds ) )
       throw std::invalid_argument( "expected a number of seconds" );
-   }
    return seconds;
 }
 
 std::uint64_t countOf( std::string_view text ) {
    std::uint64_t count = 0;
    auto const [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), count );
-   if( error != std::errc() || end != text.data() + text.size() ) {
+   if( error != std::errc() || end != text.data() + text.size() )
       throw std::invalid_argument( "expected a number of records" );
-   }
    return count;
 }
 
@@ -60,4 +55,4 @@ std::string jsonOf( Flitlog::Record const & record ) {
                        record.line, jsonString( record.function ), jsonString( record.text ) );
 }
 
-}  // namespace Tools
+} // namespace Tools

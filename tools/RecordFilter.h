@@ -13,11 +13,11 @@ namespace Tools {
 
 // Which records of a trace file are wanted. Everything is, unless something is set.
 struct RecordFilter {
-   double from = -std::numeric_limits< double >::infinity();  // seconds, both included
+   double from = -std::numeric_limits< double >::infinity(); // seconds, both included
    double to = std::numeric_limits< double >::infinity();
-   std::vector< std::string > handles;  // one of these; none: any
-   unsigned levels = 0;                 // a bit for each; 0: any
-   std::string grep;                    // a part of the line
+   std::vector< std::string > handles; // one of these; none: any
+   unsigned levels = 0;                // a bit for each; 0: any
+   std::string grep;                   // a part of the line
 
    // `line`: the record as it is printed.
    bool wants( Flitlog::Record const & record, std::string_view line ) const;
@@ -33,4 +33,4 @@ std::uint64_t countOf( std::string_view text );
 std::string lineOf( Flitlog::Record const & record );
 std::string jsonOf( Flitlog::Record const & record );
 
-}  // namespace Tools
+} // namespace Tools

@@ -14,11 +14,9 @@ namespace {
 std::string_view constexpr coreTag = "tag:yaml.org,2002:";
 
 bool isOneOf( std::string_view text, std::initializer_list< std::string_view > list ) {
-   for( auto candidate : list ) {
-      if( text == candidate ) {
+   for( auto candidate : list )
+      if( text == candidate )
          return true;
-      }
-   }
    return false;
 }
 
@@ -27,12 +25,10 @@ bool isNull( std::string_view text ) {
 }
 
 std::optional< bool > boolean( std::string_view text ) {
-   if( isOneOf( text, { "true", "True", "TRUE" } ) ) {
+   if( isOneOf( text, { "true", "True", "TRUE" } ) )
       return true;
-   }
-   if( isOneOf( text, { "false", "False", "FALSE" } ) ) {
+   if( isOneOf( text, { "false", "False", "FALSE" } ) )
       return false;
-   }
    return std::nullopt;
 }
 
@@ -41,9 +37,8 @@ bool isDigits( std::string_view text, std::string_view digits ) {
 }
 
 std::string_view unsignedPart( std::string_view text ) {
-   if( !text.empty() && ( text.front() == '-' || text.front() == '+' ) ) {
+   if( !text.empty() && ( text.front() == '-' || text.front() == '+' ) )
       text.remove_prefix( 1 );
-   }
    return text;
 }
 
@@ -60,15 +55,12 @@ double based( std::string_view digits, int base ) {
 }
 
 std::optional< double > integer( std::string_view text ) {
-   if( text.starts_with( "0o" ) && isDigits( text.substr( 2 ), "01234567" ) ) {
+   if( text.starts_with( "0o" ) && isDigits( text.substr( 2 ), "01234567" ) )
       return based( text.substr( 2 ), 8 );
-   }
-   if( text.starts_with( "0x" ) && isDigits( text.substr( 2 ), "0123456789abcdefABCDEF" ) ) {
+   if( text.starts_with( "0x" ) && isDigits( text.substr( 2 ), "0123456789abcdefABCDEF" ) )
       return based( text.substr( 2 ), 16 );
-   }
-   if( isDigits( unsignedPart( text ), decimal ) ) {
+   if( isDigits( unsignedPart( text ), decimal ) )
       return std::strtod( std::string( text ).c_str(), nullptr );
-   }
    return std::nullopt;
 }
 
@@ -77,18 +69,16 @@ bool isDecimalFraction( std::string_view text ) {
    text = unsignedPart( text );
    auto const exponent = text.find_first_of( "eE" );
    if( exponent != std::string_view::npos ) {
-      if( !isDigits( unsignedPart( text.substr( exponent + 1 ) ), decimal ) ) {
+      if( !isDigits( unsignedPart( text.substr( exponent + 1 ) ), decimal ) )
          return false;
-      }
       text = text.substr( 0, exponent );
    }
    auto const point = text.find( '.' );
    auto const whole = text.substr( 0, point );
    auto const fraction =
       point == std::string_view::npos ? std::string_view() : text.substr( point + 1 );
-   if( whole.empty() ) {
+   if( whole.empty() )
       return isDigits( fraction, decimal );
-   }
    return isDigits( whole, decimal ) && ( fraction.empty() || isDigits( fraction, decimal ) );
 }
 
@@ -97,9 +87,8 @@ std::optional< double > floating( std::string_view text ) {
       auto const infinity = std::numeric_limits< double >::infinity();
       return text.front() == '-' ? -infinity : infinity;
    }
-   if( isOneOf( text, { ".nan", ".NaN", ".NAN" } ) ) {
+   if( isOneOf( text, { ".nan", ".NaN", ".NAN" } ) )
       return std::numeric_limits< double >::quiet_NaN();
-   }
    if( isDecimalFraction( text ) ) {
       // The command never sets a locale, so the point is a point.
       return std::strtod( std::string( text ).c_str(), nullptr );
@@ -107,7 +96,7 @@ std::optional< double > floating( std::string_view text ) {
    return std::nullopt;
 }
 
-}  // namespace
+} // namespace
 
 bool isWrittenInfinity( std::string_view text ) {
    return isOneOf( unsignedPart( text ), { ".inf", ".Inf", ".INF" } );
@@ -116,37 +105,30 @@ bool isWrittenInfinity( std::string_view text ) {
 Scalar scalarOf( YamlNode const & node ) {
    bool const plain = node.tag == "?";
    auto const tag = node.tag.starts_with( coreTag ) ? node.tag.substr( coreTag.size() ) : "";
-   if( ( plain || tag == "null" ) && isNull( node.text ) ) {
+   if( ( plain || tag == "null" ) && isNull( node.text ) )
       return std::monostate();
-   }
    if( plain || tag == "bool" ) {
-      if( auto const value = boolean( node.text ) ) {
+      if( auto const value = boolean( node.text ) )
          return *value;
-      }
    }
    if( plain || tag == "int" || tag == "float" ) {
-      if( auto const value = integer( node.text ) ) {
+      if( auto const value = integer( node.text ) )
          return *value;
-      }
    }
    if( plain || tag == "float" ) {
-      if( auto const value = floating( node.text ) ) {
+      if( auto const value = floating( node.text ) )
          return *value;
-      }
    }
    return node.text;
 }
 
 bool fitsItsTag( YamlNode const & node ) {
-   if( node.tag == "?" || node.tag == "!" || node.tag == std::string( coreTag ) + "str" ) {
+   if( node.tag == "?" || node.tag == "!" || node.tag == std::string( coreTag ) + "str" )
       return true;
-   }
-   for( auto tag : { "null", "bool", "int", "float" } ) {
-      if( node.tag == std::string( coreTag ) + tag ) {
+   for( auto tag : { "null", "bool", "int", "float" } )
+      if( node.tag == std::string( coreTag ) + tag )
          return !std::holds_alternative< std::string >( scalarOf( node ) );
-      }
-   }
    return false;
 }
 
-}  // namespace Tools
+} // namespace Tools

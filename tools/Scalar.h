@@ -22,4 +22,4 @@ bool isWrittenInfinity( std::string_view text );
 // Whether `node`, a scalar, fits its tag: the text of a !!int must be an integer, and so on.
 bool fitsItsTag( YamlNode const & node );
 
-}  // namespace Tools
+} // namespace Tools

@@ -58,9 +58,8 @@ bool wantsColour( Options const & options ) {
 // Whether both names lead to one file, or would.
 bool same( std::string const & one, std::string const & other ) {
    std::error_code error;
-   if( std::filesystem::equivalent( one, other, error ) ) {
+   if( std::filesystem::equivalent( one, other, error ) )
       return true;
-   }
    // Absolute first: a relative name of which nothing exists would stay relative.
    auto const whole = [ &error ]( std::string const & name ) {
       return std::filesystem::weakly_canonical( std::filesystem::absolute( name, error ), error );
@@ -74,9 +73,8 @@ bool recordsToOutput( Options const & options ) {
 }
 
 void refuseToOverwrite( Options const & options ) {
-   if( !options.record || recordsToOutput( options ) ) {
+   if( !options.record || recordsToOutput( options ) )
       return;
-   }
    std::error_code error;
    auto const plan = options.plan == standardStream ? "/dev/stdin" : options.plan;
    if( std::filesystem::is_regular_file( plan, error ) && same( plan, *options.record ) ) {
@@ -91,7 +89,7 @@ void refuseToOverwrite( Options const & options ) {
 
 // Switches the state machines' traces on.
 void traceLevelsAre( std::string const & levels ) {
-   levelsOf( "--trace", levels );  // nothing else may stand there, such as another handle
+   levelsOf( "--trace", levels ); // nothing else may stand there, such as another handle
    Kiv::tracesIs( "Ordovan:" + Kiv::String8( levels ) );
 }
 
@@ -107,14 +105,12 @@ std::uint64_t ringBytes( std::string const & text ) {
 class Ring {
  public:
    explicit Ring( Options const & options ) : on_( options.ring.has_value() ) {
-      if( on_ ) {
+      if( on_ )
          Kiv::traceRingIs( *options.ring, options.ringBytes );
-      }
    }
    ~Ring() {
-      if( on_ ) {
+      if( on_ )
          Kiv::traceRingIs( "" );
-      }
    }
    Ring( Ring const & ) = delete;
    Ring & operator=( Ring const & ) = delete;
@@ -135,15 +131,13 @@ void explain( Options const & options, Simulation::Result const & result ) {
 
 Status simulate( Options const & options ) {
    auto const plan = planOf( options.plan );
-   if( !plan ) {
+   if( !plan )
       return Status::wrong;
-   }
    refuseToOverwrite( options );
    // The record alone goes to standard output, if at all.
    std::optional< OutputElsewhere > aside;
-   if( recordsToOutput( options ) ) {
+   if( recordsToOutput( options ) )
       aside.emplace( STDERR_FILENO );
-   }
    Display display( stdout, plan->application, { wantsColour( options ), options.quiet } );
    std::vector< Simulation::Observer * > observers = { &display };
    std::unique_ptr< OutputFile > record;
@@ -156,17 +150,15 @@ Status simulate( Options const & options ) {
    }
    Ring const ring( options );
    auto const result = Simulation::run( *plan, observers, options.until );
-   if( record ) {
+   if( record )
       record->close();
-   }
-   if( result.outcome == Outcome::complete ) {
+   if( result.outcome == Outcome::complete )
       return Status::complete;
-   }
    explain( options, result );
    return Status::notComplete;
 }
 
-}  // namespace
+} // namespace
 
 void addSimulate( CLI::App & app, Status & status ) {
    auto const options = std::make_shared< Options >();
@@ -175,16 +167,17 @@ void addSimulate( CLI::App & app, Status & status ) {
    command->add_option( "PLAN", options->plan, "The plan, a YAML file; - is standard input" )
       ->required();
    command
-      ->add_option( "--record", options->record,
-                    "Write what happens to FILE, as JSON Lines; with - to standard output, and what "
-                    "people read to standard error" )
+      ->add_option(
+         "--record", options->record,
+         "Write what happens to FILE, as JSON Lines; with - to standard output, and what "
+         "people read to standard error" )
       ->type_name( "FILE" );
    addTime( *command, "--until", options->until,
             "End at this time and tell how things stand, though more would be due" );
    command
       ->add_option_function< std::string >(
-                    "--trace", traceLevelsAre,
-                    "Write the traces of these levels, such as 8 or 7-9,0, to standard error" )
+         "--trace", traceLevelsAre,
+         "Write the traces of these levels, such as 8 or 7-9,0, to standard error" )
       ->type_name( "LEVELS" );
    auto * const ring =
       command
@@ -214,4 +207,4 @@ void addSimulate( CLI::App & app, Status & status ) {
    command->callback( [ options, &status ] { status = simulate( *options ); } );
 }
 
-}  // namespace Tools
+} // namespace Tools

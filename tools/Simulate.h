@@ -9,10 +9,10 @@ namespace Tools {
 enum class Status {
    complete = 0,
    notComplete = 1,
-   wrong = 2  // the command line or the plan, or a file that cannot be read or written
+   wrong = 2 // the command line or the plan, or a file that cannot be read or written
 };
 
 // Adds `ordovan simulate` to the command. `status` is set when it has run, and must outlive `app`.
 void addSimulate( CLI::App & app, Status & status );
 
-}  // namespace Tools
+} // namespace Tools

@@ -24,15 +24,13 @@ int outputError = 0;
 bool isElsewhere = false;
 
 void noteOutputError() {
-   if( !isElsewhere && outputError == 0 ) {
+   if( !isElsewhere && outputError == 0 )
       outputError = errno;
-   }
 }
 
 int checked( int descriptor ) {
-   if( descriptor < 0 ) {
+   if( descriptor < 0 )
       throw std::system_error( errno, std::generic_category(), "standard output" );
-   }
    return descriptor;
 }
 
@@ -40,7 +38,7 @@ int copyOf( int descriptor ) {
    return checked( fcntl( descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1 ) );
 }
 
-}  // namespace
+} // namespace
 
 void prepareStreams() {
    std::signal( SIGPIPE, SIG_IGN );
@@ -62,15 +60,13 @@ void complain( std::string_view text ) {
 }
 
 void print( std::string_view text ) {
-   if( std::fwrite( text.data(), 1, text.size(), stdout ) != text.size() ) {
+   if( std::fwrite( text.data(), 1, text.size(), stdout ) != text.size() )
       noteOutputError();
-   }
 }
 
 void flushOutput() {
-   if( std::fflush( stdout ) != 0 ) {
+   if( std::fflush( stdout ) != 0 )
       noteOutputError();
-   }
 }
 
 OutputElsewhere::OutputElsewhere( int descriptor ) : kept_( copyOf( STDOUT_FILENO ) ) {
@@ -81,7 +77,7 @@ OutputElsewhere::OutputElsewhere( int descriptor ) : kept_( copyOf( STDOUT_FILEN
 
 OutputElsewhere::~OutputElsewhere() {
    std::fflush( stdout );
-   std::clearerr( stdout );  // what failed before is known by its reason
+   std::clearerr( stdout ); // what failed before is known by its reason
    dup2( kept_, STDOUT_FILENO );
    close( kept_ );
    isElsewhere = false;
@@ -91,12 +87,11 @@ int OutputElsewhere::original() const { return copyOf( kept_ ); }
 
 bool outputArrived( std::string_view command ) {
    flushOutput();
-   if( outputError == EPIPE || ( outputError == 0 && !std::ferror( stdout ) ) ) {
+   if( outputError == EPIPE || ( outputError == 0 && !std::ferror( stdout ) ) )
       return true;
-   }
    complain( fmt::format( "{}: standard output cannot be written: {}", command,
                           outputError != 0 ? std::strerror( outputError ) : "earlier failure" ) );
    return false;
 }
 
-}  // namespace Tools
+} // namespace Tools

@@ -39,8 +39,8 @@ class OutputElsewhere {
    int kept_;
 };
 
-// Whether all that was ever printed to standard output got there; if not, standard error says why. That
-// whoever reads it has seen enough is no failure.
+// Whether all that was ever printed to standard output got there; if not, standard error says why.
+// That whoever reads it has seen enough is no failure.
 bool outputArrived( std::string_view command );
 
-}  // namespace Tools
+} // namespace Tools

@@ -34,11 +34,9 @@ std::string under( std::string const & path, std::string const & step ) {
 std::vector< Kiv::Attribute const * > readable( Kiv::KivType const & type ) {
    std::vector< Kiv::Attribute const * > rows;
    for( auto const * t = &type; t; t = t->base() ) {
-      for( auto const & row : t->attributes() ) {
-         if( row.access.read || row.access.member ) {
+      for( auto const & row : t->attributes() )
+         if( row.access.read || row.access.member )
             rows.push_back( &row );
-         }
-      }
    }
    return rows;
 }
@@ -55,9 +53,8 @@ template< class Call >
 void forEachValue( GenericIf const & object, Call call ) {
    Kiv::String8 const * const noKey = nullptr;
    for( auto const * row : readable( object.type() ) ) {
-      if( !inTree( *row ) ) {
+      if( !inTree( *row ) )
          continue;
-      }
       if( !isMembers( *row ) ) {
          call( *row, noKey, object.read( row->name ) );
          continue;
@@ -83,9 +80,8 @@ Places placesFrom( Value const & root ) {
       std::string const path = places.at( object.instance().get() );
       forEachValue( object, [ & ]( auto const & row, auto const * key, Value const & value ) {
          if( value.is( Kind::object ) &&
-             places.emplace( value.object().get(), under( path, stepOf( row, key ) ) ).second ) {
+             places.emplace( value.object().get(), under( path, stepOf( row, key ) ) ).second )
             toVisit.push_back( value );
-         }
       } );
    }
    return places;
@@ -152,15 +148,12 @@ class TextWriter : public Writer {
       return members == 0 ? "none" : fmt::format( "{} member{}", members, members == 1 ? "" : "s" );
    }
    static std::string simple( Value const & value ) {
-      if( value.is( Kind::nothing ) ) {
+      if( value.is( Kind::nothing ) )
          return "null";
-      }
-      if( value.is( Kind::text ) ) {
+      if( value.is( Kind::text ) )
          return inQuotes( value.text().view() );
-      }
-      if( !value.is( Kind::list ) ) {
+      if( !value.is( Kind::list ) )
          return printable( value.toString().view() );
-      }
       std::string parts;
       for( auto const & entry : value.list() ) {
          parts += fmt::format( "{}{} {}", parts.empty() ? "" : ", ", printable( entry.name.view() ),
@@ -169,9 +162,8 @@ class TextWriter : public Writer {
       return parts;
    }
    void line( std::string label, std::string const & what ) {
-      if( label.empty() ) {
+      if( label.empty() )
          label = std::exchange( member_, {} );
-      }
       text.append( 2 * depth_, ' ' );
       text += label.empty() ? what : label + ": " + what;
       text += '\n';
@@ -216,9 +208,8 @@ class JsonWriter : public Writer {
    void end() override {
       auto const [ closing, empty ] = open_.back();
       open_.pop_back();
-      if( !empty ) {
+      if( !empty )
          newLine();
-      }
       text += closing;
       finish();
    }
@@ -237,19 +228,19 @@ class JsonWriter : public Writer {
    }
    static std::string json( Value const & value ) {
       switch( value.kind() ) {
-         case Kind::nothing:
-            return "null";
-         case Kind::boolean:
-         case Kind::number:
-            return value.toString().str();
-         case Kind::real:
-            return std::isnan( value.real() ) ? "\"nan\""
-                                              : Simulation::detail::jsonNumber( value.real() );
-         case Kind::text:
-         case Kind::object:
-            return Simulation::detail::jsonString( value.toString().view() );
-         case Kind::list:
-            break;
+      case Kind::nothing:
+         return "null";
+      case Kind::boolean:
+      case Kind::number:
+         return value.toString().str();
+      case Kind::real:
+         return std::isnan( value.real() ) ? "\"nan\""
+                                           : Simulation::detail::jsonNumber( value.real() );
+      case Kind::text:
+      case Kind::object:
+         return Simulation::detail::jsonString( value.toString().view() );
+      case Kind::list:
+         break;
       }
       std::string parts;
       for( auto const & entry : value.list() ) {
@@ -259,16 +250,15 @@ class JsonWriter : public Writer {
       return "{" + parts + "}";
    }
    void begin( std::string const & label ) {
-      if( open_.empty() ) {
+      if( open_.empty() )
          return;
-      }
-      if( !open_.back().empty ) {
+      if( !open_.back().empty )
          text += ',';
-      }
       open_.back().empty = false;
       newLine();
       text += ( label.empty() ? std::exchange( member_, {} )
-                              : Simulation::detail::jsonString( label ) ) + ": ";
+                              : Simulation::detail::jsonString( label ) ) +
+              ": ";
    }
    void open( char const * closing ) { open_.push_back( { closing, true } ); }
    void newLine() {
@@ -276,9 +266,8 @@ class JsonWriter : public Writer {
       text.append( 2 * open_.size(), ' ' );
    }
    void finish() {
-      if( open_.empty() ) {
+      if( open_.empty() )
          text += '\n';
-      }
    }
 
    std::vector< Open > open_;
@@ -299,11 +288,10 @@ class Tree {
          return;
       }
       auto const place = places_.find( value.object().get() );
-      if( place != places_.end() && place->second != path ) {
+      if( place != places_.end() && place->second != path )
          writer_.reference( label, value, place->second );
-      } else {
+      else
          object( label, value, path );
-      }
    }
 
    void object( std::string const & label, Value const & value, std::string const & path ) {
@@ -315,15 +303,13 @@ class Tree {
       writer_.beginObject( label, value );
       --levelsLeft_;
       for( auto const * row : readable( access.type() ) ) {
-         if( !inTree( *row ) ) {
+         if( !inTree( *row ) )
             continue;
-         }
          auto const below = under( path, row->name );
-         if( isMembers( *row ) ) {
+         if( isMembers( *row ) )
             members( row->name, access, *row, below );
-         } else {
+         else
             put( row->name, access.read( row->name ), below );
-         }
       }
       ++levelsLeft_;
       writer_.end();
@@ -348,7 +334,7 @@ class Tree {
  private:
    Places const & places_;
    Writer & writer_;
-   std::size_t levelsLeft_;  // to be shown below what is shown now
+   std::size_t levelsLeft_; // to be shown below what is shown now
 };
 
 // --------------------------------------------------------------------------------- the way there
@@ -356,36 +342,31 @@ class Tree {
 std::string joined( std::vector< std::string > const & names ) {
    std::size_t constexpr most = 500;
    std::string text;
-   for( std::size_t n = 0; n != std::min( most, names.size() ); ++n ) {
+   for( std::size_t n = 0; n != std::min( most, names.size() ); ++n )
       text += ( n == 0 ? "" : ", " ) + printable( names[ n ] );
-   }
    return names.size() > most ? text + fmt::format( " and {} more", names.size() - most ) : text;
 }
 
 std::string keysOf( GenericIf const & owner, Kiv::Attribute const & row ) {
    std::vector< std::string > keys;
-   for( auto i = owner.attributeIteratorConst( row.id ); i; ++i ) {
+   for( auto i = owner.attributeIteratorConst( row.id ); i; ++i )
       keys.push_back( bracketed( i.key().view() ) );
-   }
    return keys.empty() ? "it has no members" : "it has " + joined( keys );
 }
 
 Kiv::Attribute const & rowFor( GenericIf const & object, std::string const & where,
                                std::string const & name ) {
    auto const * const row = object.type().attribute( name );
-   if( row && ( row->access.read || row->access.member ) ) {
+   if( row && ( row->access.read || row->access.member ) )
       return *row;
-   }
    std::vector< std::string > names;
-   for( auto const * other : readable( object.type() ) ) {
+   for( auto const * other : readable( object.type() ) )
       names.emplace_back( other->name );
-   }
-   throw PathError( fmt::format(
-      "{} has no {} {}; it has {}",
-      where.empty() ? std::string( object.type().name() )
-                    : where + ", a " + object.type().name() + ",",
-      row ? "value under the name" : "attribute", quoted( name ),
-      names.empty() ? "none" : joined( names ) ) );
+   throw PathError( fmt::format( "{} has no {} {}; it has {}",
+                                 where.empty() ? std::string( object.type().name() )
+                                               : where + ", a " + object.type().name() + ",",
+                                 row ? "value under the name" : "attribute", quoted( name ),
+                                 names.empty() ? "none" : joined( names ) ) );
 }
 
 // What a path leads to: a value, or all members of an attribute of `value`.
@@ -417,13 +398,12 @@ Target follow( Value const & root, std::vector< Step > const & steps ) {
          continue;
       }
       if( !isMembers( row ) ) {
-         throw PathError( fmt::format( "{} is no collection and takes no key",
-                                       under( at.path, step.name ) ) );
+         throw PathError(
+            fmt::format( "{} is no collection and takes no key", under( at.path, step.name ) ) );
       }
       bool found = false;
-      for( auto i = object.attributeIteratorConst( row.id ); i && !found; ++i ) {
+      for( auto i = object.attributeIteratorConst( row.id ); i && !found; ++i )
          found = i.key() == std::string_view( *step.key );
-      }
       if( !found ) {
          throw PathError( fmt::format( "{} has no member {}; {}", under( at.path, step.name ),
                                        bracketed( *step.key ), keysOf( object, row ) ) );
@@ -433,7 +413,7 @@ Target follow( Value const & root, std::vector< Step > const & steps ) {
    return at;
 }
 
-}  // namespace
+} // namespace
 
 std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string_view path,
                    Format format, std::size_t depth ) {
@@ -444,19 +424,17 @@ std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string
    Writer & writer = format == Format::text ? static_cast< Writer & >( textWriter ) : jsonWriter;
    Tree tree( places, writer, depth );
    // What was asked for is shown in full, also by a path that is not its own.
-   auto const place = target.value.is( Kind::object )
-                         ? places.find( target.value.object().get() )
-                         : places.end();
+   auto const place =
+      target.value.is( Kind::object ) ? places.find( target.value.object().get() ) : places.end();
    auto const own = place != places.end() ? place->second : target.path;
-   if( target.members ) {
+   if( target.members )
       tree.members( "", GenericIf( target.value ), *target.members,
                     under( own, target.members->name ) );
-   } else if( target.value.is( Kind::object ) ) {
+   else if( target.value.is( Kind::object ) )
       tree.object( "", target.value, own );
-   } else {
+   else
       writer.value( "", target.value );
-   }
    return writer.text;
 }
 
-}  // namespace Tools
+} // namespace Tools

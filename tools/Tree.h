@@ -38,4 +38,4 @@ std::size_t constexpr everyLevel = static_cast< std::size_t >( -1 );
 std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string_view path,
                    Format format, std::size_t depth = everyLevel );
 
-}  // namespace Tools
+} // namespace Tools

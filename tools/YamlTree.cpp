@@ -30,9 +30,8 @@ class Places {
    explicit Places( std::string_view text ) : text_( text ) {
       for( std::size_t i = 0; i < text.size(); ++i ) {
          bool const pair = text[ i ] == '\r' && i + 1 < text.size() && text[ i + 1 ] == '\n';
-         if( ( text[ i ] == '\n' || text[ i ] == '\r' ) && !pair ) {
+         if( ( text[ i ] == '\n' || text[ i ] == '\r' ) && !pair )
             start_.push_back( i + 1 );
-         }
       }
    }
 
@@ -56,8 +55,8 @@ class Places {
 
  private:
    std::string_view text_;
-   std::vector< std::size_t > start_ = { 0 };  // of each line
-   std::size_t line_ = 0;                      // start, offset and column of the last answer
+   std::vector< std::size_t > start_ = { 0 }; // of each line
+   std::size_t line_ = 0;                     // start, offset and column of the last answer
    std::size_t offset_ = 0;
    unsigned column_ = 1;
 };
@@ -65,9 +64,8 @@ class Places {
 // What YAML allows in a file, of the characters below 0x80 and of those just above.
 bool isYamlCharacter( std::string_view character ) {
    auto const byte = static_cast< unsigned char >( character.front() );
-   if( character.size() == 1 ) {
+   if( character.size() == 1 )
       return byte >= 0x20 ? byte != 0x7F : byte == '\t' || byte == '\n' || byte == '\r';
-   }
    bool const c1 = character < std::string_view( "\xC2\xA0" ) && character != "\xC2\x85";
    bool const noCharacter = character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF";
    return !c1 && !noCharacter;
@@ -78,9 +76,8 @@ std::size_t firstBadByte( std::string_view text ) {
    std::size_t i = 0;
    while( i < text.size() ) {
       auto const length = characterLength( text.substr( i, 4 ) );
-      if( length == 0 || !isYamlCharacter( text.substr( i, length ) ) ) {
+      if( length == 0 || !isYamlCharacter( text.substr( i, length ) ) )
          return i;
-      }
       i += length;
    }
    return i;
@@ -91,17 +88,15 @@ std::size_t firstBadByte( std::string_view text ) {
 std::size_t openingQuote( std::string_view text, std::size_t offset ) {
    while( offset < text.size() ) {
       auto const c = text[ offset ];
-      if( c == '"' || c == '\'' ) {
+      if( c == '"' || c == '\'' )
          return offset;
-      }
       auto const * const ends = c == '#' ? "\r\n" : c == '&' || c == '!' ? " \t\r\n" : nullptr;
-      if( ends ) {
+      if( ends )
          offset = text.find_first_of( ends, offset );
-      } else if( std::strchr( " \t\r\n", c ) ) {
+      else if( std::strchr( " \t\r\n", c ) )
          ++offset;
-      } else {
+      else
          break;
-      }
    }
    return std::string_view::npos;
 }
@@ -111,11 +106,10 @@ bool isClosed( std::string_view text, std::size_t open ) {
    auto const quote = text[ open ];
    for( auto i = open + 1; i < text.size(); ++i ) {
       bool const escapes = quote == '"' ? text[ i ] == '\\' : text.substr( i, 2 ) == "''";
-      if( escapes ) {
+      if( escapes )
          ++i;
-      } else if( text[ i ] == quote ) {
+      else if( text[ i ] == quote )
          return true;
-      }
    }
    return false;
 }
@@ -128,11 +122,10 @@ class Joined {
    explicit Joined( std::string_view text ) {
       while( !text.empty() ) {
          auto const taken = pairAt( text ) ? 2 * escape : text.substr( 0, 2 ) == "\\\\" ? 2U : 1U;
-         if( taken == 2 * escape ) {
+         if( taken == 2 * escape )
             join( text );
-         } else {
+         else
             text_ += text.substr( 0, taken );
-         }
          text.remove_prefix( taken );
       }
    }
@@ -146,7 +139,7 @@ class Joined {
    }
 
  private:
-   static unsigned constexpr escape = 6;  // the characters of \ud83d
+   static unsigned constexpr escape = 6; // the characters of \ud83d
 
    static unsigned surrogate( std::string_view text ) {
       bool const isEscape = text.size() >= escape && text[ 0 ] == '\\' && text[ 1 ] == 'u';
@@ -168,7 +161,7 @@ class Joined {
    }
 
    std::string text_;
-   std::vector< std::size_t > pairEnd_;  // offsets in text_
+   std::vector< std::size_t > pairEnd_; // offsets in text_
 };
 
 // The last byte before `offset` that is neither blank nor in a comment, where nothing stands
@@ -181,9 +174,8 @@ std::size_t lastIndicatorBefore( std::string_view text, std::size_t offset ) {
       auto const line = text.substr( start, end - start );
       auto const content = line.substr( 0, std::min( line.find( '#' ), line.size() ) );
       auto const last = content.find_last_not_of( " \t" );
-      if( last != std::string_view::npos ) {
+      if( last != std::string_view::npos )
          return start + last;
-      }
       end = start == 0 ? 0 : start - 1;
    }
    return 0;
@@ -203,32 +195,28 @@ Indentation indentationAt( std::string_view text, std::size_t offset ) {
    while( end < text.size() ) {
       bool const entry = std::strchr( "-?:", text[ end ] ) && end + 1 < text.size() &&
                          ( text[ end + 1 ] == ' ' || text[ end + 1 ] == '\t' );
-      if( text[ end ] != ' ' && text[ end ] != '\t' && !entry ) {
+      if( text[ end ] != ' ' && text[ end ] != '\t' && !entry )
          break;
-      }
       ++end;
    }
    return { start, text.substr( start, end - start ) };
 }
 
-}  // namespace
+} // namespace
 
 // Makes nodes from the parser's events.
 class YamlTree::Builder : public YAML::EventHandler {
  public:
    // `joined`, if it is not null, is made from `text` and read in its place.
    Builder( YamlTree & tree, std::string_view text, Joined const * joined )
-      : tree_( tree )
-      , text_( joined ? joined->text() : text )
-      , joined_( joined )
-      , places_( text ) {}
+      : tree_( tree ), text_( joined ? joined->text() : text ), joined_( joined ), places_( text ) {
+   }
 
    void run();
 
    void OnDocumentStart( YAML::Mark const & mark ) override {
-      if( ++documents_ > 1 ) {
+      if( ++documents_ > 1 )
          throw SecondDocument{ offsetOf( mark ) };
-      }
    }
    void OnDocumentEnd() override {}
 
@@ -240,16 +228,13 @@ class YamlTree::Builder : public YAML::EventHandler {
       node.place = placeAt( offset );
       // The parser does not say how a null was written, and places one that was left out at
       // whatever follows it, which may look like a null itself.
-      for( auto literal : { "null", "Null", "NULL", "~" } ) {
-         if( text_.substr( offset ).starts_with( literal ) ) {
+      for( auto literal : { "null", "Null", "NULL", "~" } )
+         if( text_.substr( offset ).starts_with( literal ) )
             node.text = literal;
-         }
-      }
       place( &node, node.place );
       lastNull_ = { &node, open_.empty() ? nullptr : open_.back(), offset };
-      if( node.text.empty() ) {
+      if( node.text.empty() )
          leftOut( lastNull_ );
-      }
    }
 
    void OnScalar( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
@@ -262,7 +247,7 @@ class YamlTree::Builder : public YAML::EventHandler {
       lastScalar_ = offsetOf( mark );
       if( !fitsItsTag( node ) ) {
          mistake( node.place, "tag " + quoted( tag ) + " does not fit " + quoted( value ) +
-                              "; YAML's own tags are allowed where the text fits them" );
+                                 "; YAML's own tags are allowed where the text fits them" );
       }
       place( &node, node.place );
    }
@@ -304,9 +289,8 @@ class YamlTree::Builder : public YAML::EventHandler {
 
    YamlNode & make( YAML::anchor_t anchor ) {
       auto & node = tree_.node_.emplace_back();
-      if( anchor != YAML::NullAnchor ) {
+      if( anchor != YAML::NullAnchor )
          anchor_[ anchor ] = &node;
-      }
       return node;
    }
 
@@ -318,8 +302,9 @@ class YamlTree::Builder : public YAML::EventHandler {
       node.tag = tag;
       node.place = placeOf( mark );
       if( tag != "?" && tag != "!" && tag != ownTag ) {
-         mistake( node.place, "tag " + quoted( tag ) + " is unknown here; YAML's own tags are "
-                              "allowed where they fit" );
+         mistake( node.place, "tag " + quoted( tag ) +
+                                 " is unknown here; YAML's own tags are "
+                                 "allowed where they fit" );
       }
       place( &node, node.place );
       open_.push_back( &node );
@@ -334,11 +319,10 @@ class YamlTree::Builder : public YAML::EventHandler {
          open_.back()->item.push_back( use );
       } else {
          auto & member = open_.back()->member;
-         if( member.empty() || member.back().second.node ) {
+         if( member.empty() || member.back().second.node )
             member.push_back( { use, {} } );
-         } else {
+         else
             member.back().second = use;
-         }
       }
    }
 
@@ -359,15 +343,12 @@ class YamlTree::Builder : public YAML::EventHandler {
 
    // People look for a value that was left out at its key, for an item at its dash or comma.
    void leftOut( Null const & null ) {
-      if( !null.parent ) {
+      if( !null.parent )
          return;
-      }
-      if( null.parent->kind == YamlNode::Kind::sequence ) {
-         null.parent->item.back().place =
-            placeAt( lastIndicatorBefore( text_, null.offset ) );
-      } else if( auto & [ key, value ] = null.parent->member.back(); value.node == null.node ) {
+      if( null.parent->kind == YamlNode::Kind::sequence )
+         null.parent->item.back().place = placeAt( lastIndicatorBefore( text_, null.offset ) );
+      else if( auto & [ key, value ] = null.parent->member.back(); value.node == null.node )
          value.place = key.place;
-      }
    }
 
    struct SyntaxError {
@@ -393,9 +374,9 @@ class YamlTree::Builder : public YAML::EventHandler {
    Joined const * joined_;
    Places places_;
    std::unordered_map< YAML::anchor_t, YamlNode const * > anchor_;
-   std::vector< YamlNode * > open_;  // sequences and maps that have not ended
+   std::vector< YamlNode * > open_; // sequences and maps that have not ended
    Null lastNull_;
-   std::size_t lastScalar_ = std::string_view::npos;  // its offset
+   std::size_t lastScalar_ = std::string_view::npos; // its offset
    int documents_ = 0;
 };
 
@@ -411,16 +392,15 @@ void YamlTree::Builder::run() {
       secondDocument( second.offset );
    } catch( YAML::Exception const & error ) {
       SyntaxError const found{ offsetOf( error.mark ), error.msg };
-      if( auto const tab = tabToBlame( found ); tab != std::string_view::npos ) {
+      if( auto const tab = tabToBlame( found ); tab != std::string_view::npos )
          syntaxError( tab, "a tab in the indentation; only blanks are allowed there" );
-      } else {
+      else
          syntaxError( found.offset, found.what );
-      }
    }
 }
 
-std::optional< YamlTree::Builder::SyntaxError > YamlTree::Builder::errorOf(
-   std::string const & text ) {
+std::optional< YamlTree::Builder::SyntaxError >
+YamlTree::Builder::errorOf( std::string const & text ) {
    YamlTree tree( "" );
    try {
       Builder( tree, text, nullptr ).parse();
@@ -438,9 +418,8 @@ std::optional< YamlTree::Builder::SyntaxError > YamlTree::Builder::errorOf(
 std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
    auto const [ start, indentation ] = indentationAt( text_, error.offset );
    auto const tab = indentation.find( '\t' );
-   if( tab == std::string_view::npos ) {
+   if( tab == std::string_view::npos )
       return tab;
-   }
    auto blanks = std::string( indentation );
    std::replace( blanks.begin(), blanks.end(), '\t', ' ' );
    // As many blanks as tabs may be as wrong as the tabs. As many as the line before has are not.
@@ -451,9 +430,8 @@ std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
       bool const same = now && now->what == error.what &&
                         ( now->offset == error.offset ||
                           text.size() - now->offset == text_.size() - error.offset );
-      if( !same ) {
+      if( !same )
          return start + tab;
-      }
    }
    return std::string_view::npos;
 }
@@ -465,21 +443,19 @@ void YamlTree::Builder::parse() {
    }
    // The parser lets the end of the file close a quote. Such a scalar is the last one.
    auto const quote = openingQuote( text_, lastScalar_ );
-   if( quote != std::string_view::npos && !isClosed( text_, quote ) ) {
+   if( quote != std::string_view::npos && !isClosed( text_, quote ) )
       syntaxError( quote, "a quote that is never closed" );
-   }
 }
 
 // The parser takes whatever follows a finished document as another one.
 void YamlTree::Builder::secondDocument( std::size_t offset ) {
    auto const end = text_.rfind( "\n...", offset );
-   bool const ended = end != std::string_view::npos &&
-                      lastIndicatorBefore( text_, offset ) <= end + 3;
-   if( ended || text_.substr( offset ).starts_with( "---" ) ) {
+   bool const ended =
+      end != std::string_view::npos && lastIndicatorBefore( text_, offset ) <= end + 3;
+   if( ended || text_.substr( offset ).starts_with( "---" ) )
       mistake( placeAt( offset ), "a second document begins; a file holds one" );
-   } else {
+   else
       syntaxError( offset, "text after the end of the document" );
-   }
 }
 
 void YamlTree::Builder::checkKeys( YamlNode const & map ) {
@@ -494,21 +470,20 @@ void YamlTree::Builder::checkKeys( YamlNode const & map ) {
       } else if( auto const [ first, isNew ] = seen.emplace( node.text, key.place ); !isNew ) {
          auto const place = first->second;
          mistake( key.place, "key " + quoted( node.text ) + " stands twice in one map, first at " +
-                             std::to_string( place.line ) + ':' + std::to_string( place.column ) +
-                             "; each key may stand once" );
+                                std::to_string( place.line ) + ':' +
+                                std::to_string( place.column ) + "; each key may stand once" );
       }
    }
 }
 
 YamlTree::YamlTree( std::string_view text ) {
    std::string_view constexpr byteOrderMark = "\xEF\xBB\xBF";
-   if( text.starts_with( byteOrderMark ) ) {
+   if( text.starts_with( byteOrderMark ) )
       text.remove_prefix( byteOrderMark.size() );
-   }
    Builder( *this, text, nullptr ).run();
    // Outside of double quotes such a pair is plain text, so it is joined only for want of it.
-   bool const refused = !mistakes_.empty() &&
-                        mistakes_.front().text.starts_with( "not YAML: invalid unicode" );
+   bool const refused =
+      !mistakes_.empty() && mistakes_.front().text.starts_with( "not YAML: invalid unicode" );
    if( Joined const joined( refused ? text : std::string_view() ); joined.hasPairs() ) {
       node_.clear();
       mistakes_.clear();
@@ -516,4 +491,4 @@ YamlTree::YamlTree( std::string_view text ) {
    }
 }
 
-}  // namespace Tools
+} // namespace Tools

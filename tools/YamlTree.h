@@ -25,11 +25,11 @@ struct YamlNode {
    enum class Kind { scalar, sequence, map };
 
    Kind kind = Kind::scalar;
-   std::string tag;   // of a scalar: "?" if it is plain, "!" if it is quoted, else what is written
-   std::string text;  // of a scalar
+   std::string tag;  // of a scalar: "?" if it is plain, "!" if it is quoted, else what is written
+   std::string text; // of a scalar
    Place place;
-   std::vector< Use > item;                    // of a sequence
-   std::vector< std::pair< Use, Use > > member;  // of a map, keys and values, in their order
+   std::vector< Use > item;                     // of a sequence
+   std::vector< std::pair< Use, Use > > member; // of a map, keys and values, in their order
 };
 
 // A YAML file as a tree, with everything that is wrong in it whatever it is used for: a syntax
@@ -58,4 +58,4 @@ class YamlTree {
    std::vector< Mistake > mistakes_;
 };
 
-}  // namespace Tools
+} // namespace Tools

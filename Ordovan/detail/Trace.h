@@ -21,5 +21,5 @@ namespace Stage {
 
 #define ORDOVAN_TRACE( level, ... ) ORDOVAN_TRACE_IN( __func__, level, __VA_ARGS__ )
 // In a helper of the handler named.
-#define ORDOVAN_TRACE_IN( handler, level, ... )                                                   \
+#define ORDOVAN_TRACE_IN( handler, level, ... )                                                    \
    KIV_TRACE_IN( ::Stage::traceHandle(), level, "Ordovan", handler, __VA_ARGS__ )

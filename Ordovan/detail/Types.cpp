@@ -14,13 +14,13 @@ void registerTypes() {
    if( !attributes.empty() )
       return;
    using KivStageStatus = ConfigSm::KivStageStatus;
-   Kiv::KivType const * const machines[] = {
-      &LogSm::_fwkType(),   &ConfigSm::_fwkType(), &StageEnableSm::_fwkType(),
-      &StageSm::_fwkType(), &StatusSm::_fwkType(), &Ordovan::_fwkType() };
+   Kiv::KivType const * const machines[] = { &LogSm::_fwkType(),         &ConfigSm::_fwkType(),
+                                             &StageEnableSm::_fwkType(), &StageSm::_fwkType(),
+                                             &StatusSm::_fwkType(),      &Ordovan::_fwkType() };
    Kiv::KivType const * const reactors[] = {
-      &ConfigSm::KivAgentConfig::_fwkType(),     &KivStageStatus::_fwkType(),
-      &KivStageStatus::KivEventConfig::_fwkType(), &StageSm::KivEvent::_fwkType(),
-      &StageSm::KivPendingEvent::_fwkType(),     &StageSm::KivStageUncompleted::_fwkType(),
+      &ConfigSm::KivAgentConfig::_fwkType(),         &KivStageStatus::_fwkType(),
+      &KivStageStatus::KivEventConfig::_fwkType(),   &StageSm::KivEvent::_fwkType(),
+      &StageSm::KivPendingEvent::_fwkType(),         &StageSm::KivStageUncompleted::_fwkType(),
       &StatusSm::KivRecalculateNextStage::_fwkType() };
    for( Kiv::KivType const * type : machines )
       Kiv::typeNodeIs( *type );

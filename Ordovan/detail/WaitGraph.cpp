@@ -109,9 +109,7 @@ class Counts {
 
 } // namespace
 
-Components componentsOf( WaitGraph const & graph ) {
-   return ComponentWalk( graph ).found_;
-}
+Components componentsOf( WaitGraph const & graph ) { return ComponentWalk( graph ).found_; }
 
 std::vector< Node > shortestCycle( WaitGraph const & graph, Components const & components,
                                    Node start, std::vector< Node > & work ) {

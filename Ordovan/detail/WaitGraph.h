@@ -50,8 +50,7 @@ Components componentsOf( WaitGraph const & graph );
 // Cost: linear in the nodes and edges of its component, for all components together if `work`,
 // which it leaves as it was, is one vector: of zeros, one for each node.
 std::vector< WaitGraph::Node > shortestCycle( WaitGraph const & graph,
-                                              Components const & components,
-                                              WaitGraph::Node start,
+                                              Components const & components, WaitGraph::Node start,
                                               std::vector< WaitGraph::Node > & work );
 
 // By component, a bit for each root: whether the component has the root or waits for it, directly

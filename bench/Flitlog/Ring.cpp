@@ -126,7 +126,9 @@ void three( std::string const & what, double ( *clock )() ) {
          put( record, i % 2 == 0 );
          put( record, 0.5 * i );
       },
-      []( std::uint32_t i ) { return Three{ i, i % 2 == 0, 0.5 * i }; } );
+      []( std::uint32_t i ) {
+         return Three{ i, i % 2 == 0, 0.5 * i };
+      } );
 }
 
 } // namespace

@@ -16,9 +16,7 @@ namespace {
 
 class Watcher : public Stage::EventConfig::NotifieeConst {
  public:
-   explicit Watcher( Kiv::Ptr< Stage::EventConfig > const & event ) {
-      watch( event );
-   }
+   explicit Watcher( Kiv::Ptr< Stage::EventConfig > const & event ) { watch( event ); }
    using NotifieeConst::onDependency;
    void onComplete() override { ++calls_; }
    void onDependency( Kiv::String8 ) override { ++calls_; }

@@ -77,10 +77,8 @@ void on() {
    std::string const what = "trace point, switched on";
    subject( what, []( benchmark::State & state ) {
       std::size_t length = 0;
-      Kiv::TraceSink const before =
-         Kiv::traceSinkIs( [ &length ]( Kiv::TraceLine const & line ) {
-            length += line.text.length();
-         } );
+      Kiv::TraceSink const before = Kiv::traceSinkIs(
+         [ &length ]( Kiv::TraceLine const & line ) { length += line.text.length(); } );
       Kiv::TraceHandle & theHandle = handle();
       theHandle.masterIs( true );
       theHandle.levelIs( 8, true );

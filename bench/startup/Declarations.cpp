@@ -55,8 +55,7 @@ Declarations declarations( Shape shape, std::uint32_t stages ) {
    all.event.reserve( stages );
    for( std::uint32_t i = 0; i != stages; ++i )
       all.event.push_back( { "Stage" + std::to_string( i ), all.agent[ i % all.agent.size() ],
-                             dependenciesOf( i, shape, stages ), 60.0 + i % 7,
-                             i + 1 == stages } );
+                             dependenciesOf( i, shape, stages ), 60.0 + i % 7, i + 1 == stages } );
    return all;
 }
 

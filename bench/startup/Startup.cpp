@@ -124,8 +124,7 @@ void printLine( Options const & options, std::optional< Measured > const & libra
                    library->total() * 1e6 / library->stages, mebibytes( *library ),
                    bytesPerStage( *library ) );
    else
-      std::printf( "ended at the limit of %u s of processor time; --limit 0: none",
-                   options.limit );
+      std::printf( "ended at the limit of %u s of processor time; --limit 0: none", options.limit );
    std::printf( " | %9.3f %7.1f %7.0f", control.total() * 1e3, mebibytes( control ),
                 bytesPerStage( control ) );
    if( library )

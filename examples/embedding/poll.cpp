@@ -18,8 +18,8 @@ int untilNextTime() {
 int main() {
    StartUp startUp;
    auto const & manager = Kiv::activityManager();
-   std::array< pollfd, 2 > watched{ { { manager->descriptor(), POLLIN, 0 },
-                                      { startUp.routing().descriptor(), POLLIN, 0 } } };
+   std::array< pollfd, 2 > watched{
+      { { manager->descriptor(), POLLIN, 0 }, { startUp.routing().descriptor(), POLLIN, 0 } } };
    while( !startUp.complete() ) {
       if( ::poll( watched.data(), watched.size(), untilNextTime() ) < 0 && errno != EINTR ) {
          std::perror( "poll" );

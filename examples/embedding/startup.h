@@ -19,8 +19,7 @@ class Agent : public Stage::Status::NotifieeConst {
  public:
    Agent( Kiv::Name stage, Kiv::Name name, Kiv::Ptr< Kiv::Dir > agents,
           Kiv::Ptr< Stage::Status > status )
-      : stage_( stage ),
-        config_( Stage::AgentConfig::AgentConfigIs( name ) ),
+      : stage_( stage ), config_( Stage::AgentConfig::AgentConfigIs( name ) ),
         event_( Stage::EventConfig::EventConfigIs( stage, name ) ) {
       config_->eventIs( stage, event_ );
       agents->entityPtrIs( config_ );
@@ -135,8 +134,7 @@ class StartUp {
       config_->enabledIs( true );
       routing_->event()->dependencyIs( "Hardware", true );
       manager_->configSmIs( config_, status_, agents_ );
-      manager_->statusSmIs( "Router", config_, status_,
-                            Stage::Progress::ProgressIs( "progress" ),
+      manager_->statusSmIs( "Router", config_, status_, Stage::Progress::ProgressIs( "progress" ),
                             Stage::Log::LogIs( "log" ) );
    }
    Routing & routing() { return *routing_; }

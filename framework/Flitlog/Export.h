@@ -5,4 +5,4 @@
 // interface only when it carries this mark. A class that crosses library borders as an exception
 // or as the target of a dynamic cast needs it as well: its type information must be one object
 // in the whole process.
-#define FLITLOG_EXPORT __attribute__(( visibility( "default" ) ))
+#define FLITLOG_EXPORT __attribute__( ( visibility( "default" ) ) )

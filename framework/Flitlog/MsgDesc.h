@@ -35,7 +35,7 @@ class FLITLOG_EXPORT MsgFormatString {
    void literal( std::string_view text );
    void value( char const * code, bool hex );
 
-   std::string bytes_;       // as in the file
+   std::string bytes_; // as in the file
    std::uint32_t pieces_ = 0;
    std::uint32_t least_ = 0; // bytes that the values take at least
 };

@@ -66,7 +66,7 @@ struct Reader::State {
    std::size_t windowSize = 0;
    bool windowFinal = false;            // nobody wrote any more when it was copied
    std::size_t windowNext = windowMost; // how much is copied next: less behind a hole
-   std::uint64_t budget = 0; // bytes that may still be summed up in search of a record
+   std::uint64_t budget = 0;            // bytes that may still be summed up in search of a record
 
    std::vector< std::string > problems;
    std::uint64_t problemsInAll = 0;
@@ -175,11 +175,10 @@ void Reader::State::checkGeometry() {
       h.descriptorsAt <= detail::ringMost && h.descriptorsBytes <= detail::descriptorsMost &&
       h.ringAt >= h.descriptorsAt + h.descriptorsBytes && h.ringAt <= detail::ringMost &&
       h.ringBytes >= detail::ringLeast && h.ringBytes <= detail::ringMost &&
-      h.fileBytes == h.ringAt + h.ringBytes && h.recordMost >= 64 &&
-      h.recordMost <= h.ringBytes && h.recordMost <= detail::recordMostOfAll &&
-      multiple( h.headerBytes ) && multiple( h.descriptorsAt ) &&
-      multiple( h.descriptorsBytes ) && multiple( h.ringAt ) && multiple( h.ringBytes ) &&
-      multiple( h.recordMost );
+      h.fileBytes == h.ringAt + h.ringBytes && h.recordMost >= 64 && h.recordMost <= h.ringBytes &&
+      h.recordMost <= detail::recordMostOfAll && multiple( h.headerBytes ) &&
+      multiple( h.descriptorsAt ) && multiple( h.descriptorsBytes ) && multiple( h.ringAt ) &&
+      multiple( h.ringBytes ) && multiple( h.recordMost );
    bool const whole = detail::headerCheck( h ) == h.check;
    if( !fits )
       detail::fail( path, "has a header that cannot be used; expected parts one behind the other, "
@@ -290,8 +289,8 @@ void Reader::State::readPointAt( std::uint64_t used ) {
       pointsRead = used;
    if( pointsRead != start )
       problem( "at offset " + text( start ) + " of the descriptors: expected descriptor " +
-               text( lastPoint + std::uint64_t( 1 ) ) +
-               ", found bytes that are none; skipped " + text( pointsRead - start ) + " bytes" );
+               text( lastPoint + std::uint64_t( 1 ) ) + ", found bytes that are none; skipped " +
+               text( pointsRead - start ) + " bytes" );
    if( size == 0 )
       return;
    detail::Point point;
@@ -473,10 +472,9 @@ void Reader::State::skipDamage( std::string const & wrong ) {
       return; // Nobody can say any more what was there.
    std::string missing;
    if( position != head && expected != 0 && found.sequence > expected )
-      missing = found.sequence - expected == 1
-                   ? "; record " + text( expected ) + " is missing"
-                   : "; records " + text( expected ) + " to " + text( found.sequence - 1 ) +
-                        " are missing";
+      missing = found.sequence - expected == 1 ? "; record " + text( expected ) + " is missing"
+                                               : "; records " + text( expected ) + " to " +
+                                                    text( found.sequence - 1 ) + " are missing";
    problem( "at ring position " + text( start ) + ": " + wrong + "; skipped " +
             text( position - start ) + " bytes" + missing );
    at = position;

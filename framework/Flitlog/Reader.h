@@ -33,8 +33,8 @@ struct Record {
 
 // A trace file, read from its oldest record to the newest. Nothing in the file is believed before
 // it has been checked: whatever the bytes are, reading ends, and says what it had to leave out. It
-// takes memory for 8 MiB of the ring and for the descriptors, ten times their bytes at most. The file
-// may be written meanwhile, and be overwritten faster than it is read.
+// takes memory for 8 MiB of the ring and for the descriptors, ten times their bytes at most. The
+// file may be written meanwhile, and be overwritten faster than it is read.
 class FLITLOG_EXPORT Reader {
  public:
    // At the oldest record. Throws FileError for what is no trace file, or one whose header cannot

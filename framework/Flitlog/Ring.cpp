@@ -231,15 +231,15 @@ Header headerFor( std::string const & path, TraceFile::Options const & options )
    header.descriptorsBytes = checkedSize( path, "room for descriptors", options.descriptorBytes,
                                           detail::descriptorsLeast, detail::descriptorsMost );
    header.ringAt = header.descriptorsAt + header.descriptorsBytes;
-   header.ringBytes = checkedSize( path, "a ring", options.ringBytes, detail::ringLeast,
-                                   detail::ringMost );
+   header.ringBytes =
+      checkedSize( path, "a ring", options.ringBytes, detail::ringLeast, detail::ringMost );
    header.fileBytes = header.ringAt + header.ringBytes;
    if( header.fileBytes > std::numeric_limits< std::size_t >::max() / 2 )
       detail::fail( path, "a ring of " + std::to_string( options.ringBytes ) +
                              " bytes does not fit into this process's address space" );
    header.process = static_cast< std::uint32_t >( getpid() );
-   header.recordMost = static_cast< std::uint32_t >( std::min< std::uint64_t >(
-      header.ringBytes / 4 / 8 * 8, detail::recordMostOfAll ) );
+   header.recordMost = static_cast< std::uint32_t >(
+      std::min< std::uint64_t >( header.ringBytes / 4 / 8 * 8, detail::recordMostOfAll ) );
    header.created = wallClock();
    header.check = detail::headerCheck( header );
    return header;

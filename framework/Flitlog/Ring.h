@@ -123,8 +123,8 @@ struct TraceFileOptions {
 // whose endMsg() has returned can be read; they reach the disk when the system writes them there,
 // so they do not outlive a loss of power. All of the disk space is taken at once. The file may be
 // renamed, moved within its file system or removed while it is written, but never shortened: the
-// next record behind its new end would bring this process SIGBUS. Only its owner may open it (0600).
-// It stays when the process has ended.
+// next record behind its new end would bring this process SIGBUS. Only its owner may open it
+// (0600). It stays when the process has ended.
 //
 // A child made by fork() does not write into its parent's file: theTraceFile is null there, the
 // points' ids are 0, and what it still writes to the object is lost. (A child of vfork() or a bare

@@ -142,7 +142,8 @@ void callWith( PtrInterface & object, Value const * argument ) {
 }
 template< auto operation, auto whole >
 void callEither( PtrInterface & object, Value const * argument ) {
-   return argument ? callWith< operation >( object, argument ) : callWith< whole >( object, nullptr );
+   return argument ? callWith< operation >( object, argument )
+                   : callWith< whole >( object, nullptr );
 }
 
 template< auto get, auto has >

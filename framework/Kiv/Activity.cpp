@@ -313,8 +313,8 @@ void ActivityManager::World::roundBegins() {
 template< class Which >
 void ActivityManager::World::dropReady( Which which ) {
    auto const end = ready.begin() + static_cast< std::ptrdiff_t >( readys );
-   readys = static_cast< std::size_t >( std::remove_if( ready.begin(), end, which ) -
-                                        ready.begin() );
+   readys =
+      static_cast< std::size_t >( std::remove_if( ready.begin(), end, which ) - ready.begin() );
 }
 
 // What was seen of a descriptor is not for a watch made later under its number.

@@ -18,12 +18,14 @@ namespace Kiv {
 namespace {
 
 constexpr Attribute rows[] = {
-   Attribute( "time", "double", "", Role::notifying,
-     changes< &Clock::NotifieeConst::onTime >(), reads< &Clock::now >() )
+   Attribute( "time", "double", "", Role::notifying, changes< &Clock::NotifieeConst::onTime >(),
+              reads< &Clock::now >() )
       .numberIs( timeAttribute ),
 };
 
-double seconds( std::chrono::nanoseconds d ) { return std::chrono::duration< double >( d ).count(); }
+double seconds( std::chrono::nanoseconds d ) {
+   return std::chrono::duration< double >( d ).count();
+}
 
 struct Start {
    std::chrono::steady_clock::time_point monotonic = std::chrono::steady_clock::now();
@@ -72,8 +74,8 @@ void Clock::fire( Timer & timer ) const {
    leave( timer );
    timer.timeMin_ = infinity;
    Ptr< Timer > const keep( timer.references() ? &timer : nullptr );
-   auto const outcome = detail::queue().guarded( timer, timeAttribute, timer.failures_,
-                                                 [ & ] { timer.onTime(); } );
+   auto const outcome =
+      detail::queue().guarded( timer, timeAttribute, timer.failures_, [ & ] { timer.onTime(); } );
    if( outcome == detail::Outcome::gone )
       return;
    if( outcome != detail::Outcome::cutShort || timer.kivMarkedForDeletion() ||
@@ -244,7 +246,9 @@ ManualClock::ManualClock( double seconds ) : now_( seconds ) {
       throwRangeException( "NaN is no time" );
 }
 ManualClock::~ManualClock() = default;
-Ptr< ManualClock > ManualClock::ManualClockIs( double seconds ) { return new ManualClock( seconds ); }
+Ptr< ManualClock > ManualClock::ManualClockIs( double seconds ) {
+   return new ManualClock( seconds );
+}
 double ManualClock::now() const { return now_; }
 double ManualClock::delayUntil( double time ) const { return time <= now_ ? 0.0 : infinity; }
 

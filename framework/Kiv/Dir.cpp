@@ -10,12 +10,11 @@ namespace {
 
 using N = Dir::NotifieeConst;
 constexpr auto rows = numbered( {
-   Attribute( "entityPtr", "Kiv::Ptr<Kiv::Entity>", "Kiv::Name",
-     Role::collection | Role::notifying,
-     members< Name, N, &N::onEntityPtr, &N::onEntityPtrkivImmediate, &N::onEntityPtr >(),
-     keyed< &Dir::entityPtr, &Dir::entityPtrs, &Dir::entityPtrIteratorConst >()
-        .memberWritesUnder< &Dir::entityPtrIs, &Entity::name >()
-        .memberDeletes< &Dir::entityPtrDel, &Dir::entityPtrDelAll >() ),
+   Attribute( "entityPtr", "Kiv::Ptr<Kiv::Entity>", "Kiv::Name", Role::collection | Role::notifying,
+              members< Name, N, &N::onEntityPtr, &N::onEntityPtrkivImmediate, &N::onEntityPtr >(),
+              keyed< &Dir::entityPtr, &Dir::entityPtrs, &Dir::entityPtrIteratorConst >()
+                 .memberWritesUnder< &Dir::entityPtrIs, &Entity::name >()
+                 .memberDeletes< &Dir::entityPtrDel, &Dir::entityPtrDelAll >() ),
 } );
 
 } // namespace

@@ -13,11 +13,10 @@ namespace {
 
 constexpr Attribute rows[] = {
    Attribute( "parent", "Kiv::Ptr<Kiv::Entity const>", "", Role::notifying,
-     changes< &Entity::NotifieeConst::onParent >(),
-     reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() )
+              changes< &Entity::NotifieeConst::onParent >(),
+              reads< overload< Ptr< Entity const >() const >( &Entity::parent ) >() )
       .numberIs( parentAttribute ),
-   Attribute( "version", "", "", Role::notifying,
-     changes< &Entity::NotifieeConst::onVersion >() )
+   Attribute( "version", "", "", Role::notifying, changes< &Entity::NotifieeConst::onVersion >() )
       .numberIs( versionAttribute ),
 };
 

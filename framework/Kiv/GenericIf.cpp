@@ -140,11 +140,16 @@ using Op = GenericIf::Op;
 
 char const * nameOf( Op op ) {
    switch( op ) {
-   case Op::read: return "read";
-   case Op::write: return "write";
-   case Op::call: return "call";
-   case Op::del: return "del";
-   case Op::delAll: break;
+   case Op::read:
+      return "read";
+   case Op::write:
+      return "write";
+   case Op::call:
+      return "call";
+   case Op::del:
+      return "del";
+   case Op::delAll:
+      break;
    }
    return "delAll";
 }
@@ -166,11 +171,16 @@ void addNames( KivType const & type, std::string & names ) {
 
 bool supports( Access const & access, Op op ) {
    switch( op ) {
-   case Op::read: return access.read || access.member;
-   case Op::write: return access.write || access.memberIs;
-   case Op::call: return access.call != nullptr;
-   case Op::del: return access.del || access.memberDel;
-   case Op::delAll: break;
+   case Op::read:
+      return access.read || access.member;
+   case Op::write:
+      return access.write || access.memberIs;
+   case Op::call:
+      return access.call != nullptr;
+   case Op::del:
+      return access.del || access.memberDel;
+   case Op::delAll:
+      break;
    }
    return access.memberDelAll != nullptr;
 }
@@ -183,8 +193,8 @@ void checkIndex( Attribute const & row, Op op, bool given ) {
       GenericIf::throwBadIndexAttrException( row.name, "it is no collection of members" );
    bool const needed = ( op == Op::write && !access.write ) || ( op == Op::del && !access.del );
    if( !given && needed )
-      GenericIf::throwBadIndexAttrException( row.name,
-                                             String8( nameOf( op ) ) + " needs the key of a member" );
+      GenericIf::throwBadIndexAttrException( row.name, String8( nameOf( op ) ) +
+                                                          " needs the key of a member" );
    if( given && op == Op::write && !access.memberIs )
       GenericIf::throwOpNotSupportedException( row.name, "write with an index" );
 }
@@ -306,8 +316,8 @@ Kiv::Value GenericIf::answer( Request const & request ) const {
       change( *mutable_, row, op, index, argument );
       return {};
    }
-   Kiv::Value const value = index ? row.access.member( *instance_, index->key )
-                                  : readAll( *instance_, row.access );
+   Kiv::Value const value =
+      index ? row.access.member( *instance_, index->key ) : readAll( *instance_, row.access );
    return isConst() ? value.readOnly() : value;
 }
 

@@ -82,11 +82,10 @@ class KIV_EXPORT UnknownAttrException : public GenericException {
 //    the argument of a call is no List_                     TypeException, "Kiv::GenericIf::List_"
 //    an argument that the call does not have                UnknownArgException, the attribute
 //    a value or argument of another type, or text for a
-//    pointer                                                TypeException, the attribute or argument
-//    text that is no value of the attribute's type          RangeException
-//    a handler, or a member that handlers follow, of an
-//    object that has lost its owner or what it watches      RangeException
-//    whatever the setter or handler throws
+//    pointer                                                TypeException, the attribute or
+//    argument text that is no value of the attribute's type          RangeException a handler, or a
+//    member that handlers follow, of an object that has lost its owner or what it watches
+//    RangeException whatever the setter or handler throws
 // Nothing has changed after any of these but the last, for which the setter says it.
 //
 // Not for code that knows the type: the typed accessors need no look-up and are checked by the
@@ -104,8 +103,7 @@ class KIV_EXPORT GenericIf {
 
    // A range exception for null: "null ValidPtr".
    template< std::derived_from< PtrInterface > T >
-   explicit GenericIf( Ptr< T > const & instance )
-      : GenericIf( Kiv::Value( instance ) ) {}
+   explicit GenericIf( Ptr< T > const & instance ) : GenericIf( Kiv::Value( instance ) ) {}
    // The type exception for a value that is no object.
    explicit GenericIf( Kiv::Value const & instance );
 
@@ -124,8 +122,8 @@ class KIV_EXPORT GenericIf {
    //  write    `argument` is the value: of the attribute's type, or text for it (not for a pointer;
    //           nothing for null).
    //  call     `argument` is a List_ of the named arguments. Gives nothing.
-   //  del      removes a member, or what a single attribute holds; nothing happens when it is absent.
-   //  delAll   removes all members; takes no index.
+   //  del      removes a member, or what a single attribute holds; nothing happens when it is
+   //  absent. delAll   removes all members; takes no index.
    Kiv::Value attributeOp( AttributeId id, Op op, Kiv::Value const & argument = {} ) const;
    Kiv::Value attributeOp( AttributeId id, Op op, Index const & index,
                            Kiv::Value const & argument = {} ) const;

@@ -14,7 +14,9 @@ bool before( Text const & a, Text const & b ) {
    return a.hash() != b.hash() ? a.hash() < b.hash() : a < b;
 }
 
-std::size_t tableBytes( unsigned log2 ) { return ( std::size_t{ 1 } << log2 ) * sizeof( MapNode * ); }
+std::size_t tableBytes( unsigned log2 ) {
+   return ( std::size_t{ 1 } << log2 ) * sizeof( MapNode * );
+}
 
 } // namespace
 
@@ -122,8 +124,8 @@ MapNode * MapBase::takeAll() noexcept {
 
 // A walk in order meets the members of each new bucket in order, so appending keeps invariant 1.
 bool MapBase::resize( unsigned log2 ) noexcept {
-   auto * table = static_cast< MapNode ** >(
-      KivMemPool::operator new( tableBytes( log2 ), std::nothrow ) );
+   auto * table =
+      static_cast< MapNode ** >( KivMemPool::operator new( tableBytes( log2 ), std::nothrow ) );
    if( !table )
       return false;
    std::uint32_t const count = 1U << log2;

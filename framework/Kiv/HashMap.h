@@ -187,7 +187,9 @@ class HashMap : public detail::MapBase {
       Value value;
    };
    static Node * node( detail::MapNode * n ) { return static_cast< Node * >( n ); }
-   static Node const * node( detail::MapNode const * n ) { return static_cast< Node const * >( n ); }
+   static Node const * node( detail::MapNode const * n ) {
+      return static_cast< Node const * >( n );
+   }
    static void dispose( detail::MapNode * n ) { delete node( n ); }
    static void disposeAll( detail::MapNode * first ) {
       while( detail::MapNode * n = first ) {

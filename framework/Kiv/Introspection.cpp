@@ -78,9 +78,8 @@ void typeNodeIs( KivType const & type ) {
    // A callback may register and unregister: what is told is looked up afresh each time.
    auto const behind = [ & ] {
       auto const found =
-         std::find_if( all.reactors.begin(), all.reactors.end(), [ & ]( auto const * r ) {
-            return r->told_ != all.types.size();
-         } );
+         std::find_if( all.reactors.begin(), all.reactors.end(),
+                       [ & ]( auto const * r ) { return r->told_ != all.types.size(); } );
       return found == all.reactors.end() ? nullptr : *found;
    };
    while( IntrospectionReactor * const reactor = behind() )

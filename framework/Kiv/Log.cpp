@@ -79,7 +79,8 @@ void LogHandle::log( unsigned int keyHash, String8 * arguments, unsigned int cou
       if( !current ) {
          detail::ErrorLine line;
          line << id_.view() << ": ";
-         compose( format_, arguments, count, count, [ &line ]( std::string_view p ) { line << p; } );
+         compose( format_, arguments, count, count,
+                  [ &line ]( std::string_view p ) { line << p; } );
          return;
       }
       std::string text;

@@ -32,9 +32,9 @@ struct LogMessage {
 using LogSink = std::function< void( LogMessage const & ) >;
 
 // Where emitted messages go from now on; an empty function stands for the default, one line a
-// message on standard error (control characters as \xNN). Returns what was there before. The sink is
-// called inside the handler that emits; it may do what a callback may do, except run the loop. What
-// it throws stops nobody: see log().
+// message on standard error (control characters as \xNN). Returns what was there before. The sink
+// is called inside the handler that emits; it may do what a callback may do, except run the loop.
+// What it throws stops nobody: see log().
 KIV_EXPORT LogSink logSinkIs( LogSink sink );
 
 // Declares a log message; made once, for the life of the process.
@@ -61,10 +61,10 @@ class KIV_EXPORT LogHandle {
    unsigned int rateLimitArgs() const { return rateLimitArgs_; }
    unsigned int idHash() const { return id_.hash(); }
 
-   // Whether one more message with this key is within the limit; counts it when it is. One for which
-   // there is no memory to count it in is let through: better one too many than one lost. Cost:
-   // nothing without a limit, else linear in the number of keys of the running interval, as keys
-   // whose interval has passed are forgotten.
+   // Whether one more message with this key is within the limit; counts it when it is. One for
+   // which there is no memory to count it in is let through: better one too many than one lost.
+   // Cost: nothing without a limit, else linear in the number of keys of the running interval, as
+   // keys whose interval has passed are forgotten.
    bool okToLog( unsigned int key ) noexcept;
    // Emits the message with `count` arguments. `keyHash` names the key within the id. Never throws,
    // as what a message reports goes on without it: when there is no memory for the message, or its

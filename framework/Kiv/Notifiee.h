@@ -16,7 +16,8 @@
 //    unregistering and destroying.
 //  - A callback may do anything: delete, detach or re-attach any reactor or object, itself
 //    included. A reactor that is held by a Ptr lives at least until its running callback returns.
-//  - A reactor of one's own watches by one call, watch( object ), whose comment says what that takes.
+//  - A reactor of one's own watches by one call, watch( object ), whose comment says what that
+//  takes.
 //  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
 //    loop goes on with the next callback. A callback that std::bad_alloc has cut short is delivered
 //    again: at once when nothing else is queued, then, while it keeps failing, after a rest that
@@ -50,9 +51,9 @@ class Queue;
 //
 // Owned by whoever made it, like any counted object; holds a reference to what it watches, so
 // that a watched object outlives its reactors. To be told of changes takes three things: being
-// attached (notifierIs), being registered (isRegisteredNotifieeIs), from where on changes are queued,
-// and being switched on (hasNotificationActiveIs), from where on they are delivered. The typed
-// reactors' watch() does all three; forgetting one of them is not noticed by anything.
+// attached (notifierIs), being registered (isRegisteredNotifieeIs), from where on changes are
+// queued, and being switched on (hasNotificationActiveIs), from where on they are delivered. The
+// typed reactors' watch() does all three; forgetting one of them is not noticed by anything.
 class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
  public:
    void hasNotificationActiveIs( bool active ) override;
@@ -112,8 +113,8 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    NotifieeConst();
 
    // Whether a callback that any exception but a Kiv::Exception has cut short is delivered again,
-   // as one that std::bad_alloc cut short always is. Off. For reactors that may not lose a callback and to
-   // which others' code throws.
+   // as one that std::bad_alloc cut short always is. Off. For reactors that may not lose a callback
+   // and to which others' code throws.
    void deliveredUntilDoneIs( bool on ) { flagIs( untilDone, on ); }
 
    // What watch() of every type does.
@@ -153,19 +154,20 @@ class NotifieeOf : public Base {
    // notifications on. Can be said in a constructor. What the object is like already is not told:
    // whoever needs it looks.
    //
-   // Another object takes the place of the one before, and what was queued for that is dropped; null
-   // stops, in the same way. For the object that is watched already it makes good what was missing of
-   // the three, and drops nothing.
+   // Another object takes the place of the one before, and what was queued for that is dropped;
+   // null stops, in the same way. For the object that is watched already it makes good what was
+   // missing of the three, and drops nothing.
    //
-   // The reactor belongs in a Ptr, which somebody keeps: it is told of nothing once that is gone, and
-   // a reactor without one may not be destroyed by what its own callback does. It holds the object.
+   // The reactor belongs in a Ptr, which somebody keeps: it is told of nothing once that is gone,
+   // and a reactor without one may not be destroyed by what its own callback does. It holds the
+   // object.
    //
    // Throws std::bad_alloc, for a timer (Clock) only; nothing is watched then. Cost: some stores.
    //
-   // Not for the reactors that a state machine makes: they are switched on and off with their owner,
-   // and switched on too early they would be told before the owner is complete. Not on a state machine
-   // itself either. Those say notifierIs() and isRegisteredNotifieeIs(), and leave the rest to the
-   // owner.
+   // Not for the reactors that a state machine makes: they are switched on and off with their
+   // owner, and switched on too early they would be told before the owner is complete. Not on a
+   // state machine itself either. Those say notifierIs() and isRegisteredNotifieeIs(), and leave
+   // the rest to the owner.
    void watch( Ptr< E const > const & object ) { this->watchObject( object ); }
 
  protected:

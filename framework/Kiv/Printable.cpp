@@ -13,11 +13,16 @@ unsigned byteAt( std::string_view text, std::size_t i ) {
 // beyond the last character.
 bool secondByteFits( unsigned first, unsigned second ) {
    switch( first ) {
-   case 0xE0: return second >= 0xA0 && second <= 0xBF;
-   case 0xED: return second >= 0x80 && second <= 0x9F;
-   case 0xF0: return second >= 0x90 && second <= 0xBF;
-   case 0xF4: return second >= 0x80 && second <= 0x8F;
-   default: return second >= 0x80 && second <= 0xBF;
+   case 0xE0:
+      return second >= 0xA0 && second <= 0xBF;
+   case 0xED:
+      return second >= 0x80 && second <= 0x9F;
+   case 0xF0:
+      return second >= 0x90 && second <= 0xBF;
+   case 0xF4:
+      return second >= 0x80 && second <= 0x8F;
+   default:
+      return second >= 0x80 && second <= 0xBF;
    }
 }
 
@@ -86,8 +91,6 @@ std::string printable( std::string_view text ) {
    return result;
 }
 
-std::string quoted( std::string_view text ) {
-   return '"' + printable( text ) + '"';
-}
+std::string quoted( std::string_view text ) { return '"' + printable( text ) + '"'; }
 
 } // namespace Kiv

@@ -32,7 +32,9 @@ void PtrInterface::kivMarkedForDeletionIs( bool marked ) {
       detail::queue().drop( static_cast< NotifieeConst & >( *this ) );
 }
 
-void PtrInterface::onZeroReferences() const { const_cast< PtrInterface * >( this )->handleZeroRef(); }
+void PtrInterface::onZeroReferences() const {
+   const_cast< PtrInterface * >( this )->handleZeroRef();
+}
 
 void PtrInterface::handleZeroRef() {
    // Destructors may make and drop references to the object that they destroy: not the last again.

@@ -91,9 +91,9 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
       notificationActive = 1U << 1,
       nondestructing = 1U << 2,
       zeroReference = 1U << 3,
-      isReactor = 1U << 4,  // the object is a NotifieeConst
-      registered = 1U << 5, // it stands in its notifier's list
-      queued = 1U << 6,     // what is pending for it stands in the activity's queue
+      isReactor = 1U << 4,   // the object is a NotifieeConst
+      registered = 1U << 5,  // it stands in its notifier's list
+      queued = 1U << 6,      // what is pending for it stands in the activity's queue
       keepsParent = 1U << 7, // an entity that holds a reference to its parent
       untilDone = 1U << 8    // see NotifieeConst::deliveredUntilDoneIs()
    };

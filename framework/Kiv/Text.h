@@ -104,7 +104,9 @@ class KIV_EXPORT String8 : public Text {
    explicit String8( Text const & text ) : Text( text ) {}
 
    String8 & operator+=( String8 const & other ) { return *this = *this + other; }
-   friend String8 operator+( String8 const & a, String8 const & b ) { return { a.view(), b.view() }; }
+   friend String8 operator+( String8 const & a, String8 const & b ) {
+      return { a.view(), b.view() };
+   }
 
  private:
    String8( std::string_view a, std::string_view b ) : Text( a, b ) {}

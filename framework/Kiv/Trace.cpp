@@ -174,9 +174,9 @@ std::string traceText( TraceLine const & line ) {
    char * const end =
       std::to_chars( time, time + sizeof time, line.time, std::chars_format::fixed, 6 ).ptr;
    return std::string( time, end ) + ' ' + detail::oneLine( line.handle.view() ) + '/' +
-          std::to_string( line.level ) + ' ' +
-          detail::oneLine( line.source ) + ':' + std::to_string( line.line ) + ' ' +
-          detail::oneLine( line.function ) + ": " + detail::oneLine( line.text.view() );
+          std::to_string( line.level ) + ' ' + detail::oneLine( line.source ) + ':' +
+          std::to_string( line.line ) + ' ' + detail::oneLine( line.function ) + ": " +
+          detail::oneLine( line.text.view() );
 }
 
 unsigned traceLevels( String8 const & text ) {
@@ -251,7 +251,8 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
                   bool enabled, char const * source, int line, char const * function,
                   double time ) {
    std::string text = stream.str();
-   // What a stream has no memory for is missing in it without an exception, unless it was asked for.
+   // What a stream has no memory for is missing in it without an exception, unless it was asked
+   // for.
    if( stream.bad() )
       text += "... (cut short: no memory)";
    if( coverageStream_ )
@@ -372,42 +373,89 @@ bool ringWanted = false;
 void TracePiece::print( std::ostream & out ) const {
    switch( kind_ ) {
    case Kind::literal:
-   case Kind::text: out << bytes_; break;
-   case Kind::boolean: out << valueToString( boolean_ ); break;
+   case Kind::text:
+      out << bytes_;
+      break;
+   case Kind::boolean:
+      out << valueToString( boolean_ );
+      break;
    case Kind::integer:
-   case Kind::wideInteger: out << std::to_string( integer_ ); break;
+   case Kind::wideInteger:
+      out << std::to_string( integer_ );
+      break;
    case Kind::unsignedInteger:
-   case Kind::wideUnsigned: out << std::to_string( unsigned_ ); break;
-   case Kind::real: out << valueToString( real_ ); break;
-   case Kind::object: out << name(); break;
+   case Kind::wideUnsigned:
+      out << std::to_string( unsigned_ );
+      break;
+   case Kind::real:
+      out << valueToString( real_ );
+      break;
+   case Kind::object:
+      out << name();
+      break;
    }
 }
 
 void TracePiece::describe( Flitlog::MsgDesc & message ) const {
    switch( kind_ ) {
-   case Kind::literal: message << bytes_.data(); break;
-   case Kind::text: message << Flitlog::Varg{ "s" }; break;
-   case Kind::boolean: message << Flitlog::Varg{ "b" }; break;
-   case Kind::integer: message << Flitlog::Varg{ "i" }; break;
-   case Kind::wideInteger: message << Flitlog::Varg{ "l" }; break;
-   case Kind::unsignedInteger: message << Flitlog::Varg{ "u" }; break;
-   case Kind::wideUnsigned: message << Flitlog::Varg{ "m" }; break;
-   case Kind::real: message << Flitlog::Varg{ "d" }; break;
-   case Kind::object: message << Flitlog::Varg{ "p" }; break;
+   case Kind::literal:
+      message << bytes_.data();
+      break;
+   case Kind::text:
+      message << Flitlog::Varg{ "s" };
+      break;
+   case Kind::boolean:
+      message << Flitlog::Varg{ "b" };
+      break;
+   case Kind::integer:
+      message << Flitlog::Varg{ "i" };
+      break;
+   case Kind::wideInteger:
+      message << Flitlog::Varg{ "l" };
+      break;
+   case Kind::unsignedInteger:
+      message << Flitlog::Varg{ "u" };
+      break;
+   case Kind::wideUnsigned:
+      message << Flitlog::Varg{ "m" };
+      break;
+   case Kind::real:
+      message << Flitlog::Varg{ "d" };
+      break;
+   case Kind::object:
+      message << Flitlog::Varg{ "p" };
+      break;
    }
 }
 
 void TracePiece::record( Flitlog::RingBuf & ring, String8 const & name ) const {
    switch( kind_ ) {
-   case Kind::literal: break;
-   case Kind::text: put( ring, bytes_ ); break;
-   case Kind::boolean: put( ring, boolean_ ); break;
-   case Kind::integer: put( ring, static_cast< std::int32_t >( integer_ ) ); break;
-   case Kind::wideInteger: put( ring, integer_ ); break;
-   case Kind::unsignedInteger: put( ring, static_cast< std::uint32_t >( unsigned_ ) ); break;
-   case Kind::wideUnsigned: put( ring, unsigned_ ); break;
-   case Kind::real: put( ring, real_ ); break;
-   case Kind::object: put( ring, name.view() ); break;
+   case Kind::literal:
+      break;
+   case Kind::text:
+      put( ring, bytes_ );
+      break;
+   case Kind::boolean:
+      put( ring, boolean_ );
+      break;
+   case Kind::integer:
+      put( ring, static_cast< std::int32_t >( integer_ ) );
+      break;
+   case Kind::wideInteger:
+      put( ring, integer_ );
+      break;
+   case Kind::unsignedInteger:
+      put( ring, static_cast< std::uint32_t >( unsigned_ ) );
+      break;
+   case Kind::wideUnsigned:
+      put( ring, unsigned_ );
+      break;
+   case Kind::real:
+      put( ring, real_ );
+      break;
+   case Kind::object:
+      put( ring, name.view() );
+      break;
    }
 }
 
@@ -543,8 +591,7 @@ void reportRecovery( PtrInterface const * notifier, AttributeId attribute,
                      unsigned failures ) noexcept {
    try {
       Attribute const * const row = notifier ? notifier->fwkType().attribute( attribute ) : nullptr;
-      std::fprintf( stderr,
-                    "kiv: delivered after %u exceptions in a row: %s of a reactor on %s\n",
+      std::fprintf( stderr, "kiv: delivered after %u exceptions in a row: %s of a reactor on %s\n",
                     failures, row ? row->name : "a callback",
                     oneLine( valueToString( notifier ).view() ).c_str() );
    } catch( ... ) {

@@ -37,9 +37,9 @@ namespace Kiv {
 
 // One line of trace.
 struct TraceLine {
-   double time;        // seconds, as Kiv::now()
-   String8 handle;     // name of the trace handle
-   unsigned level;     // 0 to 9
+   double time;         // seconds, as Kiv::now()
+   String8 handle;      // name of the trace handle
+   unsigned level;      // 0 to 9
    char const * source; // name of the source file, without folder and suffix
    int line;
    char const * function; // short name of the function
@@ -113,8 +113,8 @@ KIV_EXPORT unsigned traceLevels( String8 const & text );
 KIV_EXPORT void tracesIs( String8 const & settings );
 
 // Writes a composed line to the sinks. `enabled`: to the text sink too, not only to
-// coverageStream_. `time`: in seconds. A stream that has run out of memory gives a line that says so
-// at its end. Throws what the sink throws, and std::bad_alloc.
+// coverageStream_. `time`: in seconds. A stream that has run out of memory gives a line that says
+// so at its end. Throws what the sink throws, and std::bad_alloc.
 KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & stream,
                              unsigned level, bool enabled, char const * source, int line,
                              char const * function, double time = now() );
@@ -251,24 +251,24 @@ KIV_EXPORT void traceLost( char const * function, bool handleMade ) noexcept;
 // A piece is text, a bool, a number, or an entity or Ptr, which shows its full name. A library with
 // trace points must stay loaded (link it with -z nodelete): the trace file knows the points that
 // have written to it.
-#define KIV_TRACE( handle, level, source, ... )                                                   \
+#define KIV_TRACE( handle, level, source, ... )                                                    \
    KIV_TRACE_IN( handle, level, source, __func__, __VA_ARGS__ )
 
 // The same, on behalf of the function named.
-#define KIV_TRACE_IN( handle, level, source, function, ... )                                      \
-   do {                                                                                           \
-      ::Kiv::TraceHandle const * kivTraceHandle = nullptr;                                        \
-      try {                                                                                       \
-         kivTraceHandle = &( handle );                                                            \
-         if( kivTraceHandle->enabled( level ) || ::Kiv::coverageStream_ ||                        \
-             ::Flitlog::theTraceFile || ::Kiv::detail::ringWanted ) [[unlikely]] {                \
-            static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,    \
-                                                                      function };                 \
-            ::Kiv::detail::trace( *kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );              \
-         }                                                                                        \
-      } catch( ... ) {                                                                            \
-         ::Kiv::detail::traceLost( function, kivTraceHandle != nullptr );                         \
-      }                                                                                           \
+#define KIV_TRACE_IN( handle, level, source, function, ... )                                       \
+   do {                                                                                            \
+      ::Kiv::TraceHandle const * kivTraceHandle = nullptr;                                         \
+      try {                                                                                        \
+         kivTraceHandle = &( handle );                                                             \
+         if( kivTraceHandle->enabled( level ) || ::Kiv::coverageStream_ ||                         \
+             ::Flitlog::theTraceFile || ::Kiv::detail::ringWanted ) [[unlikely]] {                 \
+            static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,     \
+                                                                      function };                  \
+            ::Kiv::detail::trace( *kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );               \
+         }                                                                                         \
+      } catch( ... ) {                                                                             \
+         ::Kiv::detail::traceLost( function, kivTraceHandle != nullptr );                          \
+      }                                                                                            \
    } while( false )
 
 } // namespace Kiv

@@ -45,7 +45,7 @@ constexpr bool has( Role roles, Role role ) {
 // for a form that the attribute does not have. Made from the typed callbacks, see the functions
 // `changes` and `members` of Attribute.h.
 struct Delivery {
-   void ( *whole )( PtrInterface::NotifieeConst & ) = nullptr;               // on<Attr>()
+   void ( *whole )( PtrInterface::NotifieeConst & ) = nullptr;                // on<Attr>()
    void ( *member )( PtrInterface::NotifieeConst &, Text const & ) = nullptr; // on<Attr>( key )
    void ( *deferred )( PtrInterface::NotifieeConst & ) = nullptr; // on<Attr>kivImmediate()
 };
@@ -116,8 +116,8 @@ struct Attribute {
    constexpr Attribute( char const * n, char const * t, char const * k, Role r,
                         Access const & a = {} )
       : Attribute( n, t, k, r, Delivery(), a ) {}
-   constexpr Attribute( char const * n, char const * t, char const * k, Role r,
-                        Delivery const & d, Access const & a = {} )
+   constexpr Attribute( char const * n, char const * t, char const * k, Role r, Delivery const & d,
+                        Access const & a = {} )
       : name( n ), type( t ), key( k ), role( r ), delivery( d ), access( a ) {}
 
    // For the framework's own rows; those of other types are numbered by their table.

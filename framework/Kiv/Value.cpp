@@ -54,13 +54,20 @@ Value Value::readOnly() const {
 
 String8 Value::toString() const {
    switch( kind() ) {
-   case Kind::nothing: return "";
-   case Kind::boolean: return valueToString( boolean() );
-   case Kind::real: return valueToString( real() );
-   case Kind::number: return valueToString( number() );
-   case Kind::text: return text();
-   case Kind::object: return valueToString( object() );
-   case Kind::list: break;
+   case Kind::nothing:
+      return "";
+   case Kind::boolean:
+      return valueToString( boolean() );
+   case Kind::real:
+      return valueToString( real() );
+   case Kind::number:
+      return valueToString( number() );
+   case Kind::text:
+      return text();
+   case Kind::object:
+      return valueToString( object() );
+   case Kind::list:
+      break;
    }
    std::string all = "[";
    for( List_::Entry const & entry : list() ) {
@@ -75,14 +82,20 @@ String8 Value::toString() const {
 
 String8 Value::typeName() const {
    switch( kind() ) {
-   case Kind::nothing: return "nothing";
-   case Kind::boolean: return Builtin< bool >::_fwkType().name();
-   case Kind::real: return Builtin< double >::_fwkType().name();
-   case Kind::number: return Builtin< unsigned int >::_fwkType().name();
-   case Kind::text: return Builtin< String8 >::_fwkType().name();
+   case Kind::nothing:
+      return "nothing";
+   case Kind::boolean:
+      return Builtin< bool >::_fwkType().name();
+   case Kind::real:
+      return Builtin< double >::_fwkType().name();
+   case Kind::number:
+      return Builtin< unsigned int >::_fwkType().name();
+   case Kind::text:
+      return Builtin< String8 >::_fwkType().name();
    case Kind::object:
       return String8( object()->fwkType().name() ) + ( isConst() ? " const" : "" );
-   case Kind::list: break;
+   case Kind::list:
+      break;
    }
    return "Kiv::GenericIf::List_";
 }
@@ -96,12 +109,18 @@ bool operator==( Value const & a, Value const & b ) {
       double const y = b.real();
       return x == y || ( x != x && y != y );
    }
-   case Value::Kind::boolean: return a.boolean() == b.boolean();
-   case Value::Kind::number: return a.number() == b.number();
-   case Value::Kind::text: return a.text() == b.text();
-   case Value::Kind::object: return a.object() == b.object();
-   case Value::Kind::list: return a.list() == b.list();
-   case Value::Kind::nothing: break;
+   case Value::Kind::boolean:
+      return a.boolean() == b.boolean();
+   case Value::Kind::number:
+      return a.number() == b.number();
+   case Value::Kind::text:
+      return a.text() == b.text();
+   case Value::Kind::object:
+      return a.object() == b.object();
+   case Value::Kind::list:
+      return a.list() == b.list();
+   case Value::Kind::nothing:
+      break;
    }
    return true;
 }

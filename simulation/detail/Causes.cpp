@@ -15,7 +15,7 @@ namespace {
 // same time, it counts once. The links go back in time.
 double heldBack( std::vector< Determined::Link > const & links ) {
    double held = 0;
-   double counted = std::numeric_limits< double >::infinity();  // from here on
+   double counted = std::numeric_limits< double >::infinity(); // from here on
    for( auto const & link : links ) {
       if( link.begun == Determined::Link::Begin::critical ) {
          held += std::max( std::min( link.begin, counted ) - link.ready, 0.0 );
@@ -25,7 +25,7 @@ double heldBack( std::vector< Determined::Link > const & links ) {
    return held;
 }
 
-}  // namespace
+} // namespace
 
 void Causes::outside() { steps_.push_back( { Kiv::now(), Kind::outside, 0, {}, {} } ); }
 
@@ -43,12 +43,10 @@ void Causes::timer( bool decision ) {
 }
 
 void Causes::over( bool decisionWanted, bool started ) {
-   if( decisionWanted && !wanted_ ) {
+   if( decisionWanted && !wanted_ )
       wanted_ = now();
-   }
-   if( started && !enabled_ ) {
+   if( started && !enabled_ )
       enabled_ = now();
-   }
 }
 
 void Causes::stageKnown( std::string const & stage ) { story_[ stage ].ready = now(); }
@@ -76,7 +74,7 @@ void Causes::stageStarted( std::string const & stage, bool critical ) {
    }
    explainStart( story, ready );
    if( critical ) {
-      story.heldFor.clear();  // whatever released it was no start of another
+      story.heldFor.clear(); // whatever released it was no start of another
       lastCritical_ = { now(), stage };
    }
 }
@@ -116,23 +114,20 @@ void Causes::stageComplete( std::string const & stage, bool timeUp ) {
 Determined Causes::determined() const {
    Determined found;
    found.t = found.since = timeOf( enabled_.value_or( 0 ) );
-   if( completions_.empty() ) {
+   if( completions_.empty() )
       return found;
-   }
    auto [ step, stage ] = completions_.back();
    found.t = timeOf( step );
    while( true ) {
       auto link = endOf( stage, step );
       auto const & story = story_.at( stage );
       bool const whole = link.begun != Link::Begin::change;
-      if( whole ) {
+      if( whole )
          addBegin( link, story );
-      }
       found.link.push_back( link );
       found.since = link.begin;
-      if( !whole || ( story.by.empty() && isOutside( story.because ) ) ) {
+      if( !whole || ( story.by.empty() && isOutside( story.because ) ) )
          break;
-      }
       stage = story.by.empty() ? stageOf( story.because ) : story.by;
       step = story.by.empty() ? story.because : *story_.at( stage ).complete;
    }
@@ -153,9 +148,8 @@ std::optional< Causes::Step > Causes::satisfied( std::string const & on, Step si
 
 // The stage that completed in `step`, first if several did, and so asked for a decision.
 std::string const & Causes::stageOf( Step step ) const {
-   if( steps_[ step ].kind == Kind::report ) {
+   if( steps_[ step ].kind == Kind::report )
       return steps_[ step ].stage;
-   }
    auto const found = std::lower_bound( completions_.begin(), completions_.end(), step,
                                         []( auto const & a, Step b ) { return a.first < b; } );
    assert( found != completions_.end() && found->first == step );
@@ -187,10 +181,9 @@ Causes::Link Causes::endOf( std::string const & stage, Step step ) const {
 void Causes::addBegin( Link & link, Story const & story ) const {
    link.begin = timeOf( story.started );
    link.begun = story.begun;
-   bool const waited =
-      link.begun == Link::Begin::critical || link.begun == Link::Begin::decision;
+   bool const waited = link.begun == Link::Begin::critical || link.begun == Link::Begin::decision;
    link.ready = waited ? timeOf( story.couldStart ) : link.begin;
    link.heldFor = story.heldFor;
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

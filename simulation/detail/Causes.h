@@ -63,14 +63,14 @@ class Causes {
       std::string uid;
    };
    struct Story {
-      std::map< std::string, Step > dependency;  // and since when it is one
+      std::map< std::string, Step > dependency; // and since when it is one
       // The last step that made it ready, apart from completions of its present dependencies.
       Step ready = 0;
       Step started = 0;
       Link::Begin begun = Link::Begin::dependency;
-      std::string by;           // of Begin::dependency: the last dependency to become complete
-      Step because = 0;         // of the others: what asked for the decision
-      Step couldStart = 0;      // of Begin::critical and decision
+      std::string by;      // of Begin::dependency: the last dependency to become complete
+      Step because = 0;    // of the others: what asked for the decision
+      Step couldStart = 0; // of Begin::critical and decision
       std::string heldFor;
       std::optional< Step > complete;
       bool timeUp = false;
@@ -89,12 +89,12 @@ class Causes {
 
    std::vector< Cause > steps_;
    std::vector< Step > decisions_;
-   std::optional< Step > wanted_;  // what asked for the next decision
-   Step because_ = 0;              // what asked for the last one
+   std::optional< Step > wanted_; // what asked for the next decision
+   Step because_ = 0;             // what asked for the last one
    std::optional< Step > enabled_;
-   std::pair< Step, std::string > lastCritical_;  // to start
-   std::vector< std::pair< Step, std::string > > completions_;  // each stage once
+   std::pair< Step, std::string > lastCritical_;               // to start
+   std::vector< std::pair< Step, std::string > > completions_; // each stage once
    std::unordered_map< std::string, Story > story_;
 };
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -31,9 +31,8 @@ void Chronicle::end( Result const & result ) {
 template< class F >
 void Chronicle::tell( F const & f ) {
    for( auto * observer : observers_ ) {
-      if( thrown_ ) {
+      if( thrown_ )
          return;
-      }
       keepingExceptions( [ & ] { f( *observer ); } );
    }
 }
@@ -56,9 +55,8 @@ void Chronicle::message( Kiv::LogMessage const & message ) {
 }
 
 void Chronicle::rethrow() {
-   if( auto const thrown = std::exchange( thrown_, nullptr ) ) {
+   if( auto const thrown = std::exchange( thrown_, nullptr ) )
       std::rethrow_exception( thrown );
-   }
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

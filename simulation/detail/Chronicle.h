@@ -42,9 +42,8 @@ class Chronicle {
       try {
          f();
       } catch( ... ) {
-         if( !thrown_ ) {
+         if( !thrown_ )
             thrown_ = std::current_exception();
-         }
       }
    }
 
@@ -56,11 +55,11 @@ class Chronicle {
    void rethrow();
 
    Kiv::Ptr< Stage::Log > log_;
-   std::size_t told_ = 0;  // of the log's entries
+   std::size_t told_ = 0; // of the log's entries
    std::vector< Observer * > observers_;
    Kiv::LogSink previousSink_;
    std::exception_ptr thrown_;
    bool started_ = false;
 };
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -13,36 +13,42 @@ namespace {
 
 std::string escaped( char c ) {
    switch( c ) {
-    case '"': return "\\\"";
-    case '\\': return "\\\\";
-    case '\b': return "\\b";
-    case '\f': return "\\f";
-    case '\n': return "\\n";
-    case '\r': return "\\r";
-    case '\t': return "\\t";
-    default: break;
+   case '"':
+      return "\\\"";
+   case '\\':
+      return "\\\\";
+   case '\b':
+      return "\\b";
+   case '\f':
+      return "\\f";
+   case '\n':
+      return "\\n";
+   case '\r':
+      return "\\r";
+   case '\t':
+      return "\\t";
+   default:
+      break;
    }
    auto const byte = static_cast< unsigned char >( c );
-   if( byte >= 0x20 && byte != 0x7F ) {
+   if( byte >= 0x20 && byte != 0x7F )
       return std::string( 1, c );
-   }
    std::string text = "\\u00";
    text += "0123456789abcdef"[ byte >> 4 ];
    text += "0123456789abcdef"[ byte & 0xF ];
    return text;
 }
 
-}  // namespace
+} // namespace
 
 std::string jsonString( std::string_view text ) {
    std::string result = "\"";
    while( !text.empty() ) {
       auto const length = characterLength( text );
-      if( length == 1 ) {
+      if( length == 1 )
          result += escaped( text.front() );
-      } else {
+      else
          result += length == 0 ? std::string_view( "\xEF\xBF\xBD" ) : text.substr( 0, length );
-      }
       text.remove_prefix( length == 0 ? 1 : length );
    }
    return result + '"';
@@ -50,9 +56,8 @@ std::string jsonString( std::string_view text ) {
 
 std::string jsonNumber( double value ) {
    assert( !std::isnan( value ) );
-   if( std::isinf( value ) ) {
+   if( std::isinf( value ) )
       return value > 0 ? "\"inf\"" : "\"-inf\"";
-   }
    double constexpr exactIntegers = 9007199254740992.0;
    bool const integer = std::trunc( value ) == value && std::fabs( value ) <= exactIntegers;
    char text[ 32 ];
@@ -62,4 +67,4 @@ std::string jsonNumber( double value ) {
    return std::string( text, end.ptr );
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

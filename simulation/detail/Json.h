@@ -17,4 +17,4 @@ std::string jsonString( std::string_view text );
 // REQUIRES: not NaN.
 std::string jsonNumber( double value );
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -14,18 +14,17 @@ class Writer {
    void operator()( TimeoutWrite const & write ) const { event_.timeoutIs( write.value ); }
    void operator()( CompleteWrite const & write ) const { event_.completeIs( write.value ); }
    void operator()( DependencyWrite const & write ) const {
-      if( write.value ) {
+      if( write.value )
          event_.dependencyIs( write.stage, *write.value );
-      } else {
+      else
          event_.dependencyDel( write.stage );
-      }
    }
 
  private:
    Stage::EventConfig & event_;
 };
 
-}  // namespace
+} // namespace
 
 Outside::Outside( bool enabled )
    : config_( Stage::Config::ConfigIs( "config" ) ), agentDir_( Kiv::Dir::DirIs( "agents" ) ) {
@@ -36,9 +35,8 @@ Outside::Outside( bool enabled )
 void Outside::join( std::string const & name, std::vector< Event > const & events ) {
    auto & agent = agent_[ name ];
    agent.config = Stage::AgentConfig::AgentConfigIs( name );
-   for( auto const & event : events ) {
+   for( auto const & event : events )
       declare( name, agent, event );
-   }
    agentDir_->entityPtrIs( agent.config );
 }
 
@@ -50,9 +48,8 @@ void Outside::make( Join const & join ) { this->join( join.agent, join.event ); 
 
 void Outside::make( Leave const & leave ) {
    auto const agent = agent_.find( leave.agent );
-   for( auto & [ stage, event ] : agent->second.event ) {
+   for( auto & [ stage, event ] : agent->second.event )
       event->there = false;
-   }
    agentDir_->entityPtrDel( leave.agent );
    agent_.erase( agent );
 }
@@ -71,9 +68,8 @@ void Outside::make( Withdraw const & withdraw ) {
 
 void Outside::make( Set const & set ) {
    auto const & event = agent_.at( set.agent ).event.at( set.stage );
-   for( auto const & write : set.write ) {
+   for( auto const & write : set.write )
       std::visit( Writer( *event->config ), write );
-   }
 }
 
 void Outside::make( Enable const & enable ) { config_->enabledIs( enable.value ); }
@@ -82,9 +78,8 @@ void Outside::declare( std::string const & name, Agent & agent, Event const & ev
    auto const config = Stage::EventConfig::EventConfigIs( event.stage, name );
    config->timeoutIs( event.timeout );
    config->criticalIs( event.critical );
-   for( auto const & dependency : event.dependency ) {
+   for( auto const & dependency : event.dependency )
       config->dependencyIs( dependency.stage, dependency.value );
-   }
    config->completeIs( event.complete.kind == Behaviour::Kind::already );
    agent.config->eventIs( event.stage, config );
    auto const simulated = std::make_shared< SimulatedEvent >(
@@ -93,4 +88,4 @@ void Outside::declare( std::string const & name, Agent & agent, Event const & ev
    declaration_( simulated );
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

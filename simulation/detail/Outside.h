@@ -19,7 +19,7 @@ struct SimulatedEvent {
    Kiv::Ptr< Stage::EventConfig > config;
    std::string stage;
    Behaviour behaviour;
-   bool there = true;  // neither withdrawn nor gone with its agent
+   bool there = true; // neither withdrawn nor gone with its agent
 };
 using SimulatedEventPtr = std::shared_ptr< SimulatedEvent >;
 
@@ -44,7 +44,7 @@ class Outside {
  private:
    struct Agent {
       Kiv::Ptr< Stage::AgentConfig > config;
-      std::unordered_map< std::string, SimulatedEventPtr > event;  // by stage
+      std::unordered_map< std::string, SimulatedEventPtr > event; // by stage
    };
 
    void make( Join const & join );
@@ -61,4 +61,4 @@ class Outside {
    Declaration declaration_;
 };
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

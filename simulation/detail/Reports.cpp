@@ -4,37 +4,31 @@
 namespace Simulation::detail {
 
 void Reports::declared( SimulatedEventPtr const & event ) {
-   if( event->behaviour.kind != Behaviour::Kind::afterSeconds ) {
+   if( event->behaviour.kind != Behaviour::Kind::afterSeconds )
       return;
-   }
-   if( status_->activeStage( event->stage ) ) {
+   if( status_->activeStage( event->stage ) )
       arm( event );
-   } else {
+   else
       waiting_[ event->stage ].push_back( event );
-   }
 }
 
 void Reports::stageActive( std::string const & stage ) {
    auto const waiting = waiting_.extract( stage );
-   if( waiting.empty() ) {
+   if( waiting.empty() )
       return;
-   }
-   for( auto const & event : waiting.mapped() ) {
+   for( auto const & event : waiting.mapped() )
       arm( event );
-   }
 }
 
 double Reports::nextTime() {
-   while( !due_.empty() && !due_.top().event->there ) {
+   while( !due_.empty() && !due_.top().event->there )
       due_.pop();
-   }
    return due_.empty() ? infinity : due_.top().at;
 }
 
 bool Reports::makeOne( double now ) {
-   if( nextTime() > now ) {
+   if( nextTime() > now )
       return false;
-   }
    auto const [ at, armed, step, event ] = due_.top();
    due_.pop();
    causes_.report( event->stage, event->config->uid().str(), step );
@@ -43,9 +37,8 @@ bool Reports::makeOne( double now ) {
 }
 
 void Reports::arm( SimulatedEventPtr const & event ) {
-   if( event->there ) {
+   if( event->there )
       due_.push( { Kiv::now() + event->behaviour.seconds, ++armed_, causes_.now(), event } );
-   }
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -32,8 +32,8 @@ class Reports {
  private:
    struct Report {
       double at;
-      std::uint64_t armed;  // the how many-th it was
-      Causes::Step step;    // in which it was
+      std::uint64_t armed; // the how many-th it was
+      Causes::Step step;   // in which it was
       SimulatedEventPtr event;
 
       friend bool operator<( Report const & a, Report const & b ) {
@@ -46,9 +46,9 @@ class Reports {
 
    Kiv::Ptr< Stage::Status const > status_;
    Causes & causes_;
-   std::unordered_map< std::string, std::vector< SimulatedEventPtr > > waiting_;  // by stage
+   std::unordered_map< std::string, std::vector< SimulatedEventPtr > > waiting_; // by stage
    std::priority_queue< Report > due_;
    std::uint64_t armed_ = 0;
 };
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -11,4 +11,4 @@ using Kiv::characterLength;
 using Kiv::printable;
 using Kiv::quoted;
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

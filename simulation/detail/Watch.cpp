@@ -12,32 +12,26 @@ StageResult stageResult( Stage::StageStatus const & stage ) {
    StageResult result;
    result.critical = stage.critical();
    result.timeout = stage.timeout();
-   for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
+   for( auto i = stage.dependencyIteratorConst(); i; ++i )
       result.dependency.push_back( i.key().str() );
-   }
    std::sort( result.dependency.begin(), result.dependency.end() );
-   for( auto i = stage.eventIteratorConst(); i; ++i ) {
+   for( auto i = stage.eventIteratorConst(); i; ++i )
       result.event[ i.key().str() ] = i.ptr()->complete();
-   }
    return result;
 }
 
-}  // namespace
+} // namespace
 
 StageWatch::StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
-                        Kiv::Ptr< Stage::StageStatus const > const & stage,
-                        Chronicle & chronicle, Causes & causes )
-   : stageSm_( stageSm )
-   , stage_( stage )
-   , chronicle_( chronicle )
-   , causes_( causes )
-   , activeSince_( Kiv::now() ) {
+                        Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle,
+                        Causes & causes )
+   : stageSm_( stageSm ), stage_( stage ), chronicle_( chronicle ), causes_( causes ),
+     activeSince_( Kiv::now() ) {
    watch( stageSm );
-   for( auto i = stageSm->pendingEventIterator(); i; ++i ) {
+   for( auto i = stageSm->pendingEventIterator(); i; ++i )
       lookAtPending( i.key() );
-   }
    tell( StageChange::Kind::active );
-   look();  // a stage may be complete as soon as it is active
+   look(); // a stage may be complete as soon as it is active
 }
 
 void StageWatch::onPendingEvent( Kiv::String8 uid ) {
@@ -57,9 +51,8 @@ void StageWatch::addTo( StageResult & result ) const {
    }
    result.activeSince = activeSince_;
    result.timedOutAt = timedOutAt_;
-   if( auto const timer = stageSm_->stageUncompleted(); timer && !result.complete ) {
+   if( auto const timer = stageSm_->stageUncompleted(); timer && !result.complete )
       result.timeIsUp = timer->timeMin();
-   }
 }
 
 void StageWatch::look() {
@@ -67,9 +60,8 @@ void StageWatch::look() {
    auto const timedOut = stageSm_->timedOut();
    auto const completionTime = stageSm_->completionTime();
    using Kind = StageChange::Kind;
-   if( complete && !complete_ ) {
+   if( complete && !complete_ )
       causes_.stageComplete( stage_->name().str(), timedOut && !timedOut_ );
-   }
    if( timedOut && !timedOut_ ) {
       timedOutAt_ = Kiv::now();
       tell( complete ? Kind::timedOut : Kind::suspended );
@@ -78,9 +70,8 @@ void StageWatch::look() {
    } else if( timedOut && completionTime != completionTime_ && !completeAfterAll_ ) {
       tell( Kind::completedLate );
    }
-   if( timedOut_ && complete && completionTime != completionTime_ ) {
+   if( timedOut_ && complete && completionTime != completionTime_ )
       completeAfterAll_ = true;
-   }
    complete_ = complete;
    timedOut_ = timedOut;
    completionTime_ = completionTime;
@@ -96,9 +87,8 @@ void StageWatch::tell( StageChange::Kind kind ) const {
       change.activeSince = activeSince_;
       change.events = stage_->events();
       if( kind == StageChange::Kind::timedOut || kind == StageChange::Kind::suspended ) {
-         for( auto i = stageSm_->pendingEventIterator(); i; ++i ) {
+         for( auto i = stageSm_->pendingEventIterator(); i; ++i )
             change.pending.push_back( i.key().str() );
-         }
          std::sort( change.pending.begin(), change.pending.end() );
       }
       chronicle_.stage( change );
@@ -106,20 +96,18 @@ void StageWatch::tell( StageChange::Kind kind ) const {
 }
 
 void StageWatch::lookAtPending( Kiv::String8 const & uid ) {
-   if( stageSm_->pendingEvent( uid ) ) {
+   if( stageSm_->pendingEvent( uid ) )
       pendingSince_.try_emplace( uid.str(), Kiv::now() );
-   } else if( auto const since = pendingSince_.extract( uid.str() ) ) {
+   else if( auto const since = pendingSince_.extract( uid.str() ) )
       pendingBefore_[ since.key() ] += Kiv::now() - since.mapped();
-   }
 }
 
 DependencyWatch::DependencyWatch( Kiv::Ptr< Stage::StageStatus const > const & stage,
                                   Chronicle & chronicle, Causes & causes )
    : chronicle_( chronicle ), causes_( causes ) {
    watch( stage );
-   for( auto i = stage->dependencyIteratorConst(); i; ++i ) {
+   for( auto i = stage->dependencyIteratorConst(); i; ++i )
       look( i.key() );
-   }
 }
 
 void DependencyWatch::onDependency( Kiv::String8 on ) {
@@ -133,15 +121,11 @@ void DependencyWatch::look( Kiv::String8 const & on ) {
 StatusWatch::StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
                           Kiv::Ptr< Stage::StatusSm > const & statusSm, Chronicle & chronicle,
                           Reports & reports, Causes & causes )
-   : status_( status )
-   , statusSm_( statusSm )
-   , chronicle_( chronicle )
-   , reports_( reports )
-   , causes_( causes ) {
+   : status_( status ), statusSm_( statusSm ), chronicle_( chronicle ), reports_( reports ),
+     causes_( causes ) {
    watch( status );
-   for( auto i = status->stageIteratorConst(); i; ++i ) {
+   for( auto i = status->stageIteratorConst(); i; ++i )
       stageKnown( i.key() );
-   }
 }
 
 void StatusWatch::onStage( Kiv::Name name ) {
@@ -163,9 +147,8 @@ void StatusWatch::onActiveStage( Kiv::Name name ) {
 void StatusWatch::stageActive( Kiv::Name const & name ) {
    auto const stage = status_->activeStage( name );
    auto const stageSm = statusSm_->stageSm( name );
-   if( !stage || !stageSm || stage_.count( name.str() ) ) {
+   if( !stage || !stageSm || stage_.count( name.str() ) )
       return;
-   }
    reports_.stageActive( name.str() );
    causes_.stageStarted( name.str(), stage->critical() );
    stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_, causes_ );
@@ -178,12 +161,11 @@ Result StatusWatch::result() const {
       auto const name = i.key().str();
       auto stage = stageResult( *i.ptr() );
       stage.active = bool( status_->activeStage( i.key() ) );
-      if( auto const watch = stage_.find( name ); watch != stage_.end() ) {
+      if( auto const watch = stage_.find( name ); watch != stage_.end() )
          watch->second->addTo( stage );
-      }
       result.stage[ name ] = std::move( stage );
    }
    return result;
 }
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

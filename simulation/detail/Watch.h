@@ -44,14 +44,14 @@ class StageWatch : public Stage::StageSm::NotifieeConst {
    Causes & causes_;
    double activeSince_;
    double timedOutAt_ = 0;
-   std::unordered_map< std::string, double > pendingSince_;  // by uid
-   std::map< std::string, double > pendingBefore_;           // how long, by uid, until it was not
+   std::unordered_map< std::string, double > pendingSince_; // by uid
+   std::map< std::string, double > pendingBefore_;          // how long, by uid, until it was not
 
    // As it was when last looked at.
    bool complete_ = false;
    bool timedOut_ = false;
    double completionTime_ = 0;
-   bool completeAfterAll_ = false;  // all its events were complete at some time after it timed out
+   bool completeAfterAll_ = false; // all its events were complete at some time after it timed out
 };
 
 // Watches what a stage depends on.
@@ -98,7 +98,7 @@ class StatusWatch : public Stage::Status::NotifieeConst {
    Reports & reports_;
    Causes & causes_;
    std::unordered_map< std::string, Kiv::Ptr< StageWatch > > stage_;
-   std::unordered_map< std::string, Kiv::Ptr< DependencyWatch > > dependency_;  // by stage
+   std::unordered_map< std::string, Kiv::Ptr< DependencyWatch > > dependency_; // by stage
 };
 
-}  // namespace Simulation::detail
+} // namespace Simulation::detail

@@ -202,8 +202,7 @@ TEST_F( FlitlogCommand, GivesObjectsOfJson ) {
 TEST_F( FlitlogCommand, PrintsControlCharactersSoThatTheyForgeNothing ) {
    open();
    write( point( "A", 0 ), 1, "a\n2.000000 B/0 \x1b[31m" );
-   EXPECT_EQ( printed( "" ),
-              "1.000000 A/0 Source:7 handle: says a\\x0a2.000000 B/0 \\x1b[31m\n" );
+   EXPECT_EQ( printed( "" ), "1.000000 A/0 Source:7 handle: says a\\x0a2.000000 B/0 \\x1b[31m\n" );
 }
 
 TEST_F( FlitlogCommand, PrintsTheVeryLinesOfTheTextTrace ) {
@@ -260,7 +259,8 @@ TEST_F( FlitlogCommand, RefusesWrongUseWithTheReason ) {
    EXPECT_EQ( refused( "ring --level 10" ),
               "flitlog: --level: levels \"10\", character 2: expected \",\", \"-\" or the end" );
    EXPECT_EQ( refused( "ring --level 9-7" ),
-              "flitlog: --level: levels \"9-7\", character 3: expected a level that is not below the first of "
+              "flitlog: --level: levels \"9-7\", character 3: expected "
+              "a level that is not below the first of "
               "the range" );
    EXPECT_EQ( refused( "ring --level 8," ),
               "flitlog: --level: levels \"8,\", character 3: expected a level, 0 to 9" );
@@ -272,8 +272,10 @@ TEST_F( FlitlogCommand, RefusesWrongUseWithTheReason ) {
          << text;
    EXPECT_EQ( refused( "ring --from 4 --to 3" ),
               "flitlog: --from is 4 and --to is 3; expected them the other way round" );
-   EXPECT_EQ( refused( "ring --last -1" ), "flitlog: --last: \"-1\", expected a number of records" );
-   EXPECT_EQ( refused( "ring --last 3x" ), "flitlog: --last: \"3x\", expected a number of records" );
+   EXPECT_EQ( refused( "ring --last -1" ),
+              "flitlog: --last: \"-1\", expected a number of records" );
+   EXPECT_EQ( refused( "ring --last 3x" ),
+              "flitlog: --last: \"3x\", expected a number of records" );
    EXPECT_EQ( refused( "ring other" ), "flitlog: argument \"other\" is one too many" );
    EXPECT_EQ( refused( "ring --folow" ),
               "flitlog: unknown option \"--folow\"; did you mean \"--follow\"?" );
@@ -402,8 +404,8 @@ TEST_F( FlitlogCommand, SaysItsVersionAndItsUse ) {
    EXPECT_EQ( help.status, 0 );
    // Each option that it has is in its manual page too.
    auto const page = Process::contents( FLITLOG_MAN );
-   for( char const * option : { "from", "to", "handle", "level", "grep", "last", "follow", "json",
-                                "help", "version" } ) {
+   for( char const * option :
+        { "from", "to", "handle", "level", "grep", "last", "follow", "json", "help", "version" } ) {
       EXPECT_NE( help.out.find( std::string( "--" ) + option ), std::string::npos ) << option;
       EXPECT_NE( page.find( std::string( "\\-\\-" ) + option ), std::string::npos ) << option;
    }

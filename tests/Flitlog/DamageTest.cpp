@@ -79,8 +79,8 @@ Header emptyHeader( std::uint64_t ringBytes, std::uint64_t descriptorsBytes ) {
    header.ringAt = 256 + descriptorsBytes;
    header.ringBytes = ringBytes;
    header.fileBytes = header.ringAt + ringBytes;
-   header.recordMost = static_cast< std::uint32_t >(
-      std::min< std::uint64_t >( ringBytes / 4, 1 << 20 ) );
+   header.recordMost =
+      static_cast< std::uint32_t >( std::min< std::uint64_t >( ringBytes / 4, 1 << 20 ) );
    header.check = Flitlog::detail::headerCheck( header );
    return header;
 }
@@ -98,8 +98,12 @@ TEST_F( Damage, WhatIsNoTraceFileIsRefusedWithWhatWasExpected ) {
                                 "8b 46 6c 69 74 0d 0a 1a";
    EXPECT_EQ( refusal( "x" ), foreign );
    EXPECT_EQ( refusal( std::string( 10000, '\0' ) ), foreign );
-   EXPECT_EQ( refusal( "\x8b" "Flit\n\x1a" + std::string( 300, ' ' ) ), foreign );
-   EXPECT_EQ( refusal( "\x8b" "Flit\r\n\x1a" ),
+   EXPECT_EQ( refusal( "\x8b"
+                       "Flit\n\x1a" +
+                       std::string( 300, ' ' ) ),
+              foreign );
+   EXPECT_EQ( refusal( "\x8b"
+                       "Flit\r\n\x1a" ),
               "is cut off after 8 bytes; expected a header of 256" );
    auto const openError = []( std::string const & name ) {
       try {
@@ -158,10 +162,9 @@ TEST_F( Damage, AFileThatIsCutOffAnywhereGivesWhatIsThereAndSaysSo ) {
       // A record is there or is not; those that are there, are read.
       std::size_t const intact = length < ringAt ? 0 : ( length - ringAt ) / 64;
       std::vector< std::uint64_t > expected;
-      for( std::uint64_t const n : all ) {
+      for( std::uint64_t const n : all )
          if( ( n - 1 ) % 64 < intact )
             expected.push_back( n );
-      }
       std::vector< std::uint64_t > found = numbers( cut );
       // The last bytes of a record may be zeros, which a file that ends there is read as.
       if( found.size() == expected.size() + 1 )
@@ -187,8 +190,7 @@ TEST_F( Damage, NoFlippedByteGivesAWrongRecord ) {
          std::vector< std::uint64_t > const found = numbers( flipped );
          ASSERT_TRUE( std::is_sorted( found.begin(), found.end() ) ) << offset;
          bool const changing = offset >= 76 && offset < 256;
-         ASSERT_TRUE( changing || !flipped.problems.empty() || !flipped.refused.empty() )
-            << offset;
+         ASSERT_TRUE( changing || !flipped.problems.empty() || !flipped.refused.empty() ) << offset;
          if( offset >= ringAt ) {
             // One record is damaged, all others are there.
             ASSERT_EQ( found.size(), all.size() - 1 ) << offset << ' ' << mask;
@@ -208,8 +210,8 @@ TEST_F( Damage, ADamagedRecordIsSkippedAndTheReportSaysWhere ) {
    EXPECT_TRUE( all.problems[ 0 ].starts_with(
       "at ring position 192: expected a record whose check sum is right, found " ) )
       << all.problems[ 0 ];
-   EXPECT_TRUE( all.problems[ 0 ].ends_with(
-      " for one of 64 bytes; skipped 64 bytes; record 4 is missing" ) )
+   EXPECT_TRUE(
+      all.problems[ 0 ].ends_with( " for one of 64 bytes; skipped 64 bytes; record 4 is missing" ) )
       << all.problems[ 0 ];
 }
 
@@ -271,9 +273,8 @@ TEST_F( Damage, AGapInTheNumbersIsReported ) {
       headIs( bytes, i * 64, []( RecordHead & head ) { head.sequence += 3; } );
    Whatever const all = readBytes( bytes );
    EXPECT_EQ( all.records.size(), 10U );
-   EXPECT_EQ( all.problems,
-              ( std::vector< std::string >{
-                 "at ring position 320: expected record 6, found record 9" } ) );
+   EXPECT_EQ( all.problems, ( std::vector< std::string >{
+                               "at ring position 320: expected record 6, found record 9" } ) );
 }
 
 TEST_F( Damage, SizesThatCannotBeAreRefused ) {
@@ -285,11 +286,12 @@ TEST_F( Damage, SizesThatCannotBeAreRefused ) {
    };
    std::uint64_t const most = ~std::uint64_t( 0 );
    for( Change const change :
-        { Change{ 12, 255, 4 }, { 12, 264, 4 }, { 12, most, 4 }, { 16, 0, 8 }, { 16, most, 8 },
-          { 16, 5384, 8 }, { 24, 0, 8 }, { 24, 257, 8 }, { 24, most - 7, 8 }, { 32, most - 7, 8 },
-          { 32, 1032, 8 }, { 40, 0, 8 }, { 40, most - 7, 8 }, { 40, 1288, 8 }, { 48, 0, 8 },
-          { 48, 8, 8 }, { 48, 4104, 8 }, { 48, most - 7, 8 }, { 60, 0, 4 }, { 60, 56, 4 },
-          { 60, 4104, 4 }, { 60, most, 4 }, { 60, 1023, 4 } } ) {
+        { Change{ 12, 255, 4 }, { 12, 264, 4 },      { 12, most, 4 }, { 16, 0, 8 },
+          { 16, most, 8 },      { 16, 5384, 8 },     { 24, 0, 8 },    { 24, 257, 8 },
+          { 24, most - 7, 8 },  { 32, most - 7, 8 }, { 32, 1032, 8 }, { 40, 0, 8 },
+          { 40, most - 7, 8 },  { 40, 1288, 8 },     { 48, 0, 8 },    { 48, 8, 8 },
+          { 48, 4104, 8 },      { 48, most - 7, 8 }, { 60, 0, 4 },    { 60, 56, 4 },
+          { 60, 4104, 4 },      { 60, most, 4 },     { 60, 1023, 4 } } ) {
       std::string bytes = good;
       std::memcpy( bytes.data() + change.offset, &change.value, change.bytes );
       resumHeader( bytes );
@@ -299,9 +301,9 @@ TEST_F( Damage, SizesThatCannotBeAreRefused ) {
    }
 }
 
-// What this process has read, by all system calls that read: how much work a reader makes of a file,
-// however fast the machine is. 0 where the system does not count it. What costs only computing is
-// caught by the time limit of the whole test.
+// What this process has read, by all system calls that read: how much work a reader makes of a
+// file, however fast the machine is. 0 where the system does not count it. What costs only
+// computing is caught by the time limit of the whole test.
 std::uint64_t bytesReadSoFar() {
    std::ifstream io( "/proc/self/io" );
    std::string name;
@@ -342,8 +344,8 @@ TEST_F( Damage, AHugeRingThatIsAHoleCostsNoTimeEither ) {
    EXPECT_LT( bytesReadSoFar() - before, std::uint64_t( 16 << 20 ) );
    EXPECT_EQ( numbers( all ), fromTo( 1, 20 ) );
    ASSERT_EQ( all.problems.size(), 2U );
-   EXPECT_TRUE( all.problems[ 0 ].ends_with( "; skipped " + std::to_string( far - 640 ) +
-                                             " bytes" ) )
+   EXPECT_TRUE(
+      all.problems[ 0 ].ends_with( "; skipped " + std::to_string( far - 640 ) + " bytes" ) )
       << all.problems[ 0 ];
 }
 
@@ -390,9 +392,15 @@ TEST_F( Damage, PositionsThatCannotBeAreReportedAndNothingIsRead ) {
       std::uint64_t tail, head;
    };
    std::uint64_t const high = ~std::uint64_t( 7 );
-   for( Positions const p : { Positions{ head + 8, head }, { tail - 8, head }, { tail, head + 8 },
-                              { tail + 1, head }, { tail, head - 1 }, { high, high },
-                              { 0, high }, { high, 0 }, { high - 4096, high } } ) {
+   for( Positions const p : { Positions{ head + 8, head },
+                              { tail - 8, head },
+                              { tail, head + 8 },
+                              { tail + 1, head },
+                              { tail, head - 1 },
+                              { high, high },
+                              { 0, high },
+                              { high, 0 },
+                              { high - 4096, high } } ) {
       std::string bytes = good;
       atIs( bytes, 128, p.tail );
       atIs( bytes, 136, p.head );
@@ -433,7 +441,8 @@ TEST_F( Damage, ADamagedDescriptorCostsItsRecordsAlone ) {
               ( std::vector< std::string >{
                  "at offset " + std::to_string( size ) +
                     " of the descriptors: expected descriptor 2, found bytes that are none; "
-                    "skipped " + std::to_string( size ) + " bytes",
+                    "skipped " +
+                    std::to_string( size ) + " bytes",
                  "at ring position 64, record 2: expected the id of a descriptor that can be read, "
                  "found 2" } ) );
 }

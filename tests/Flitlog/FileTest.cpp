@@ -256,8 +256,7 @@ TEST_F( File, AForkedChildCanHaveARingOfItsOwn ) {
    EXPECT_TRUE( inChild( [ & ] {
       auto const own = TraceFile::TraceFileIs( path + ".child", smallest );
       write( own.get(), numberAndText( own.get() ), 1, "child" );
-      return read( path + ".child" ).texts() ==
-             std::vector< std::string >{ "number 1 text child" };
+      return read( path + ".child" ).texts() == std::vector< std::string >{ "number 1 text child" };
    } ) );
 }
 

@@ -89,9 +89,9 @@ std::vector< std::string > linesOf( std::string const & path ) {
    std::vector< std::string > lines;
    for( Flitlog::Record const & r : all.records ) {
       char head[ 100 ];
-      std::snprintf( head, sizeof head, "%d %.2f %s/%u %s:%d %s: ",
-                     static_cast< int >( r.sequence ), r.time, r.handle.c_str(), r.level,
-                     r.source.c_str(), r.line, r.function.c_str() );
+      std::snprintf( head, sizeof head,
+                     "%d %.2f %s/%u %s:%d %s: ", static_cast< int >( r.sequence ), r.time,
+                     r.handle.c_str(), r.level, r.source.c_str(), r.line, r.function.c_str() );
       lines.push_back( head + r.text );
    }
    return lines;

@@ -146,7 +146,7 @@ TEST_F( RoundTrip, PointsOfSeveralHandlesStandInOneRing ) {
    for( int const id : { 3, 1, 2, 1 } )
       RingBuf::startMsg( file.get(), id ).endMsg();
    EXPECT_EQ( read( path ).texts(), ( std::vector< std::string >{ "from Agent", "from Ordovan",
-                                                                 "from Kiv", "from Ordovan" } ) );
+                                                                  "from Kiv", "from Ordovan" } ) );
 }
 
 // Records of every size that a place in the ring can be met with, many times around.

@@ -20,9 +20,7 @@ namespace {
 
 class Recorder : public Dir::NotifieeConst {
  public:
-   Recorder( Ptr< Dir const > const & dir, Trail & trail ) : trail_( trail ) {
-      watch( dir );
-   }
+   Recorder( Ptr< Dir const > const & dir, Trail & trail ) : trail_( trail ) { watch( dir ); }
    void onEntityPtr( Name name ) override { trail_.push_back( name.str() ); }
    void onEntityPtrkivImmediate() override { trail_.push_back( "(deferred)" ); }
    void onEntityPtr() override { trail_.push_back( "(whole)" ); }

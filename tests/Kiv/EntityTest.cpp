@@ -38,9 +38,7 @@ Ptr< Node > node( Name const & name ) { return new Node( name ); }
 
 class Watcher : public Entity::NotifieeConst {
  public:
-   explicit Watcher( Ptr< Entity const > const & entity ) {
-      watch( entity );
-   }
+   explicit Watcher( Ptr< Entity const > const & entity ) { watch( entity ); }
    void onParent() override { ++parentChanges; }
    void onVersion() override { ADD_FAILURE() << "reserved, never called"; }
    int parentChanges = 0;

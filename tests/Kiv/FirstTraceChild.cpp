@@ -151,9 +151,9 @@ std::string problemOf( Result result, bool text, bool ring ) {
    int const wanted = ( text ? 2 : 0 ) + ( ring ? 2 : 0 );
    int const written = lines + static_cast< int >( result.recorded.size() );
    // What keeps the handle or the time from being made costs both sinks theirs, in one report.
-   bool const told = written == wanted ? reports == 0
-                                       : reports > 0 && written + 2 >= wanted &&
-                                            reports <= wanted - written;
+   bool const told = written == wanted
+                        ? reports == 0
+                        : reports > 0 && written + 2 >= wanted && reports <= wanted - written;
    bool const secondCame = ( !text || lines >= 1 ) && ( !ring || !result.recorded.empty() );
    if( told && secondCame )
       return "";

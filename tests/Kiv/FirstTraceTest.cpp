@@ -38,7 +38,7 @@ TEST_P( FirstTrace, IsWrittenAndRecordedOrReported ) {
    EXPECT_TRUE( folder.files().empty() );
 }
 
-INSTANTIATE_TEST_SUITE_P( , FirstTrace, testing::Values( "one", "all" ), []( auto const & tested ) {
+INSTANTIATE_TEST_SUITE_P(, FirstTrace, testing::Values( "one", "all" ), []( auto const & tested ) {
    return tested.param[ 0 ] == 'o' ? "WhenOneAllocationFails" : "WhenAllFailFromThenOn";
 } );
 

@@ -83,7 +83,8 @@ TEST( Value, IsComparedByWhatItHolds ) {
    EXPECT_FALSE( Value( dir ) == Value( Kiv::Dir::DirIs( "dir" ) ) ) << "by identity";
    EXPECT_FALSE( Value( true ) == Value( "true" ) );
    EXPECT_FALSE( Value( 1U ) == Value( 1.0 ) );
-   EXPECT_EQ( Value( GenericIf::List_{ { "a", nan } } ), Value( GenericIf::List_{ { "a", nan } } ) );
+   EXPECT_EQ( Value( GenericIf::List_{ { "a", nan } } ),
+              Value( GenericIf::List_{ { "a", nan } } ) );
    EXPECT_FALSE( Value( GenericIf::List_{ { "a", 1U } } ) ==
                  Value( GenericIf::List_{ { "b", 1U } } ) );
 }
@@ -99,12 +100,13 @@ TEST( GenericExceptions, CarryWhatTheyAreAboutAndTheirKind ) {
       EXPECT_TRUE( e.ids().has( Kiv::Exception::type ) );
       EXPECT_FALSE( e.expected() );
    }
-   EXPECT_EQ( thrown< Kiv::ConstException >(
-                 [] { GenericIf::throwConstException( "attempting to modify a const instance" ); } ),
+   EXPECT_EQ( thrown< Kiv::ConstException >( [] {
+                 GenericIf::throwConstException( "attempting to modify a const instance" );
+              } ),
               "attempting to modify a const instance" );
-   EXPECT_EQ( thrown< Kiv::UnknownArgException >(
-                 [] { GenericIf::throwUnknownArgException( "logIs" ); } ),
-              "unknown argument: logIs" );
+   EXPECT_EQ(
+      thrown< Kiv::UnknownArgException >( [] { GenericIf::throwUnknownArgException( "logIs" ); } ),
+      "unknown argument: logIs" );
    EXPECT_EQ( thrown< Kiv::OpNotSupportedException >(
                  [] { GenericIf::throwOpNotSupportedException( "stageLog" ); } ),
               "operation not supported: stageLog" );
@@ -220,20 +222,20 @@ TEST_F( GenericDir, RequestsThatItsOwnRowsDoNotAnswerGoToTheBase ) {
    EXPECT_EQ( thrown< Kiv::OpNotSupportedException >( [ & ] { access.write( "parent", b ); } ),
               "operation not supported: parent (write)" );
    EXPECT_EQ( thrown< Kiv::OpNotSupportedException >( [ & ] { access.read( "version" ); } ),
-              "operation not supported: version (read)" ) << "it is reserved";
+              "operation not supported: version (read)" )
+      << "it is reserved";
    EXPECT_EQ( thrown< Kiv::UnknownAttrException >( [ & ] { access.read( "name" ); } ),
               "unknown attribute: name (Kiv::Dir has entityPtr, parent, version)" );
    struct Thing : Kiv::PtrInterface {};
-   EXPECT_EQ( thrown< Kiv::UnknownAttrException >( [] {
-                 GenericIf{ Ptr< Thing >( new Thing ) }.read( "x" );
-              } ),
+   EXPECT_EQ( thrown< Kiv::UnknownAttrException >(
+                 [] { GenericIf{ Ptr< Thing >( new Thing ) }.read( "x" ); } ),
               "unknown attribute: x (Kiv::PtrInterface has none)" );
 }
 
 TEST( GenericClock, ShowsItsTime ) {
    Ptr< Kiv::ManualClock > const clock = Kiv::ManualClock::ManualClockIs( 12.5 );
    EXPECT_EQ( GenericIf( clock ).read( "time" ), Value( 12.5 ) );
-   EXPECT_EQ( thrown< Kiv::OpNotSupportedException >(
-                 [ & ] { GenericIf( clock ).write( "time", 13.0 ); } ),
-              "operation not supported: time (write)" );
+   EXPECT_EQ(
+      thrown< Kiv::OpNotSupportedException >( [ & ] { GenericIf( clock ).write( "time", 13.0 ); } ),
+      "operation not supported: time (write)" );
 }

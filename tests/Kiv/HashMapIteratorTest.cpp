@@ -91,11 +91,13 @@ TEST( HashMapIterator, CopiedGoesOnByItself ) {
 TEST( HashMapIterator, SurvivesTheDeletionOfTheMemberItStandsAt ) {
    Map map;
    Keys const expected = fill( map, 100 );
-   EXPECT_EQ( visited( map, [ & ]( auto & i ) {
-      EXPECT_TRUE( map.memberDel( i.key() ) );
-      EXPECT_TRUE( i ) << "it still stands at a place";
-      EXPECT_EQ( i.value(), nullptr ) << "but the member is gone";
-   } ), expected );
+   EXPECT_EQ( visited( map,
+                       [ & ]( auto & i ) {
+                          EXPECT_TRUE( map.memberDel( i.key() ) );
+                          EXPECT_TRUE( i ) << "it still stands at a place";
+                          EXPECT_EQ( i.value(), nullptr ) << "but the member is gone";
+                       } ),
+              expected );
    EXPECT_EQ( map.size(), 0U );
 }
 
@@ -117,23 +119,27 @@ TEST( HashMapIterator, DoesNotVisitAMemberThatWasDeletedBeforeItsTurn ) {
    for( std::size_t n = 0; n < all.size(); n += 2 )
       expected.push_back( all[ n ] );
    std::size_t at = 0;
-   EXPECT_EQ( visited( map, [ & ]( auto & ) {
-      map.memberDel( all[ at + 1 ] );
-      at += 2;
-   } ), expected );
+   EXPECT_EQ( visited( map,
+                       [ & ]( auto & ) {
+                          map.memberDel( all[ at + 1 ] );
+                          at += 2;
+                       } ),
+              expected );
 }
 
 TEST( HashMapIterator, EndsWhenAllMembersAreDeletedOnTheWay ) {
    for( bool byClear : { false, true } ) {
       Map map;
       Keys const all = fill( map, 50 );
-      EXPECT_EQ( visited( map, [ & ]( auto & ) {
-         if( byClear )
-            map.clear();
-         else
-            for( Name const & k : all )
-               map.memberDel( k );
-      } ), Keys{ all[ 0 ] } );
+      EXPECT_EQ( visited( map,
+                          [ & ]( auto & ) {
+                             if( byClear )
+                                map.clear();
+                             else
+                                for( Name const & k : all )
+                                   map.memberDel( k );
+                          } ),
+                 Keys{ all[ 0 ] } );
    }
 }
 
@@ -172,20 +178,24 @@ TEST( HashMapIterator, VisitsThoseThatStayOnceWhileTheMapShrinks ) {
 TEST( HashMapIterator, SurvivesTheReplacementOfTheMemberItStandsAt ) {
    Map map;
    Keys const all = fill( map, 10 );
-   EXPECT_EQ( visited( map, [ & ]( auto & i ) {
-      map.memberIs( i.key(), new Member( 77 ) );
-      EXPECT_EQ( i.value()->number, 77 );
-   } ), all );
+   EXPECT_EQ( visited( map,
+                       [ & ]( auto & i ) {
+                          map.memberIs( i.key(), new Member( 77 ) );
+                          EXPECT_EQ( i.value()->number, 77 );
+                       } ),
+              all );
 }
 
 TEST( HashMapIterator, GoesOnFromAMemberThatWasDeletedAndAddedAgain ) {
    Map map;
    Keys const all = fill( map, 10 );
-   EXPECT_EQ( visited( map, [ & ]( auto & i ) {
-      Name const k = i.key();
-      map.memberDel( k );
-      map.memberIs( k, new Member );
-   } ), all );
+   EXPECT_EQ( visited( map,
+                       [ & ]( auto & i ) {
+                          Name const k = i.key();
+                          map.memberDel( k );
+                          map.memberIs( k, new Member );
+                       } ),
+              all );
 }
 
 TEST( HashMapIterator, GoesThroughKeysOfOneHashOneByOneWhateverIsDeleted ) {
@@ -200,10 +210,13 @@ TEST( HashMapIterator, GoesThroughKeysOfOneHashOneByOneWhateverIsDeleted ) {
          if( deleted > when )
             expected.erase( expected.begin() + static_cast< std::ptrdiff_t >( deleted ) );
          std::size_t at = 0;
-         EXPECT_EQ( visited( map, [ & ]( auto & ) {
-            if( at++ == when )
-               map.memberDel( all[ deleted ] );
-         } ), expected ) << deleted << " deleted at " << when;
+         EXPECT_EQ( visited( map,
+                             [ & ]( auto & ) {
+                                if( at++ == when )
+                                   map.memberDel( all[ deleted ] );
+                             } ),
+                    expected )
+            << deleted << " deleted at " << when;
       }
 }
 
@@ -211,13 +224,16 @@ TEST( HashMapIterator, VisitsAMemberOfTheSameHashThatIsAddedAheadOfIt ) {
    std::vector< std::string > const & names = keysOfOneHash();
    Map map;
    map.memberIs( names[ 3 ], new Member );
-   EXPECT_EQ( visited( map, [ & ]( auto & i ) {
-      if( i.key() == Name( names[ 3 ] ) ) {
-         map.memberDel( names[ 3 ] );
-         map.memberIs( names[ 5 ], new Member );
-         map.memberIs( names[ 1 ], new Member );
-      }
-   } ), ( Keys{ names[ 3 ], names[ 5 ] } ) ) << "one behind it is past its turn";
+   EXPECT_EQ( visited( map,
+                       [ & ]( auto & i ) {
+                          if( i.key() == Name( names[ 3 ] ) ) {
+                             map.memberDel( names[ 3 ] );
+                             map.memberIs( names[ 5 ], new Member );
+                             map.memberIs( names[ 1 ], new Member );
+                          }
+                       } ),
+              ( Keys{ names[ 3 ], names[ 5 ] } ) )
+      << "one behind it is past its turn";
 }
 
 // ----------------------------------------------------------------------------------- at random

@@ -203,8 +203,8 @@ TEST( HashMap, GrowsWithItsMembers ) {
       map.memberIs( key( n ), new Member );
       sizes.insert( map.buckets() );
    }
-   EXPECT_EQ( sizes, ( std::set< std::uint32_t >{ 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024,
-                                                  2048 } ) );
+   EXPECT_EQ( sizes,
+              ( std::set< std::uint32_t >{ 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048 } ) );
 }
 
 TEST( HashMap, ShrinksWhenItsMembersGo ) {
@@ -212,9 +212,8 @@ TEST( HashMap, ShrinksWhenItsMembersGo ) {
    fill( map, 1024 );
    for( int n = 0; n != 1024; ++n ) {
       map.memberDel( key( n ) );
-      if( map.size() != 0 ) {
+      if( map.size() != 0 )
          EXPECT_LE( map.buckets(), 4 * map.size() + 3 ) << map.size();
-      }
    }
    EXPECT_EQ( map.buckets(), 0U );
 }
@@ -314,8 +313,9 @@ TEST( HashMap, DoesWhatAnOrderedMapDoesInLongRandomSequences ) {
          // Mostly adding, then mostly deleting: so that it grows and shrinks.
          bool const adding = random() % 10 < ( step / 100 % 2 == 0 ? 8U : 2U );
          int const n = static_cast< int >( random() % static_cast< unsigned >( range ) );
-         Name const k = n % 16 == 0 ? Name( keysOfOneHash()[ static_cast< unsigned >( n / 16 ) % 8 ] )
-                                    : key( n );
+         Name const k = n % 16 == 0
+                           ? Name( keysOfOneHash()[ static_cast< unsigned >( n / 16 ) % 8 ] )
+                           : key( n );
          if( random() % 200 == 0 ) {
             map.clear();
             model.clear();

@@ -31,8 +31,9 @@ struct Recorder : Kiv::IntrospectionReactor {
 } // namespace
 
 TEST( TypeNodes, BeginWithTheBuiltInTypesAndTheFrameworksOwn ) {
-   Names const first = { "bool", "double", "unsigned int", "Kiv::String8", "Kiv::Name",
-                         "Kiv::PtrInterface", "Kiv::Entity", "Kiv::Dir", "Kiv::Clock" };
+   Names const first = { "bool",         "double",    "unsigned int",
+                         "Kiv::String8", "Kiv::Name", "Kiv::PtrInterface",
+                         "Kiv::Entity",  "Kiv::Dir",  "Kiv::Clock" };
    Names names = registeredTypes();
    ASSERT_GE( names.size(), first.size() );
    names.resize( first.size() );

@@ -28,8 +28,9 @@ char const told[] = "kiv: a log message was lost (std::bad_alloc): SOME_ID: an a
 
 // Emits a message again and again, with one more of its allocations failing later each time, until
 // none fails. Gives how often one did.
-int emitWithFailures( std::function< void() > const & emit, FailingAllocations failing,
-                      std::function< void( bool failed, std::string const & printed ) > const & look ) {
+int emitWithFailures(
+   std::function< void() > const & emit, FailingAllocations failing,
+   std::function< void( bool failed, std::string const & printed ) > const & look ) {
    for( std::size_t others = 0;; ++others ) {
       testing::internal::CaptureStderr();
       bool failed = false;
@@ -80,14 +81,14 @@ TEST_P( LogMemory, AMessageThatIsNotEmittedForLackOfItIsToldInFull ) {
       LogHandle handle( "SOME_ID", 4, "%s stage %s timed out", "", "", 0, 1, rateLimitArgs );
       Counting sink;
       int lost = 0;
-      int const failures = emitWithFailures(
-         [ & ] { Kiv::log( handle, application, stage ); }, GetParam(),
-         [ & ]( bool, std::string const & printed ) {
-            EXPECT_EQ( printed, sink.right == 1 ? "" : told );
-            EXPECT_EQ( sink.messages, sink.right );
-            lost += printed.empty() ? 0 : 1;
-            sink.messages = sink.right = 0;
-         } );
+      int const failures =
+         emitWithFailures( [ & ] { Kiv::log( handle, application, stage ); }, GetParam(),
+                           [ & ]( bool, std::string const & printed ) {
+                              EXPECT_EQ( printed, sink.right == 1 ? "" : told );
+                              EXPECT_EQ( sink.messages, sink.right );
+                              lost += printed.empty() ? 0 : 1;
+                              sink.messages = sink.right = 0;
+                           } );
       EXPECT_GT( failures, 0 );
       EXPECT_EQ( lost, failures );
    }
@@ -141,11 +142,11 @@ TEST_P( LogMemory, AnArgumentThatCannotBeConvertedIsToldAsAQuestionMark ) {
       << "memory for it is asked for once more";
 }
 
-INSTANTIATE_TEST_SUITE_P( , LogMemory,
-                          testing::Values( FailingAllocations::one,
-                                           FailingAllocations::allFromThenOn ),
-                          []( auto const & tested ) {
-                             return tested.param == FailingAllocations::one
-                                       ? "WhenOneAllocationFails"
-                                       : "WhenAllFailFromThenOn";
-                          } );
+INSTANTIATE_TEST_SUITE_P(, LogMemory,
+                         testing::Values( FailingAllocations::one,
+                                          FailingAllocations::allFromThenOn ),
+                         []( auto const & tested ) {
+                            return tested.param == FailingAllocations::one
+                                      ? "WhenOneAllocationFails"
+                                      : "WhenAllFailFromThenOn";
+                         } );

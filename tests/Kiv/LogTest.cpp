@@ -26,8 +26,8 @@ namespace {
 // One that limits each key to `count` messages in ten seconds.
 struct Limited : LogHandle {
    Limited( double count, unsigned char rateLimitArgs )
-      : LogHandle( "LIMITED", 4, "%s %s", "why", Kiv::NoActionRequired, 10, count,
-                   rateLimitArgs ) {}
+      : LogHandle( "LIMITED", 4, "%s %s", "why", Kiv::NoActionRequired, 10, count, rateLimitArgs ) {
+   }
 };
 
 std::string formatted( String8 const & format, std::vector< String8 > arguments ) {
@@ -39,7 +39,8 @@ std::string formatted( String8 const & format, std::vector< String8 > arguments 
 
 } // namespace
 
-// --------------------------------------------------------------------------------------- the handle
+// --------------------------------------------------------------------------------------- the
+// handle
 
 TEST( LogHandle, KeepsWhatItDeclares ) {
    LogHandle const handle( "SOME_ID", 4, "%s", "explained", "act", 2.5, 3.0, 255 );
@@ -105,7 +106,8 @@ TEST( LogFormat, DoesNotLookInsideAnArgument ) {
               std::string( "<a\0b>", 5 ) );
 }
 
-// ---------------------------------------------------------------------------------------- the limit
+// ---------------------------------------------------------------------------------------- the
+// limit
 
 TEST( LogLimit, IsNoneWithoutAnInterval ) {
    Loop loop;
@@ -163,7 +165,8 @@ TEST( LogLimit, OfOneHandleIsNoneOfAnother ) {
    EXPECT_FALSE( one.okToLog( 1 ) );
 }
 
-// ------------------------------------------------------------------------------------------ the key
+// ------------------------------------------------------------------------------------------ the
+// key
 
 namespace {
 
@@ -172,8 +175,7 @@ Texts through( unsigned char rateLimitArgs ) {
    Loop loop;
    Sink sink;
    Limited handle( 1, rateLimitArgs );
-   for( auto const & [ first, second ] :
-        std::vector< std::pair< String8, Name > >{
+   for( auto const & [ first, second ] : std::vector< std::pair< String8, Name > >{
            { "a", "x" }, { "a", "y" }, { "b", "x" }, { "a", "x" } } )
       Kiv::log( handle, first, second );
    return sink.taken();
@@ -185,9 +187,7 @@ TEST( LogKey, IsEmptyWithoutLimitArguments ) { EXPECT_EQ( through( 0 ), ( Texts{
 
 TEST( LogKey, IsTheFirstArgumentAlone ) { EXPECT_EQ( through( 1 ), ( Texts{ "a x", "b x" } ) ); }
 
-TEST( LogKey, IsBothArguments ) {
-   EXPECT_EQ( through( 2 ), ( Texts{ "a x", "a y", "b x" } ) );
-}
+TEST( LogKey, IsBothArguments ) { EXPECT_EQ( through( 2 ), ( Texts{ "a x", "a y", "b x" } ) ); }
 
 TEST( LogKey, IsNeverMoreThanBothArguments ) {
    EXPECT_EQ( through( 3 ), ( Texts{ "a x", "a y", "b x" } ) );
@@ -250,7 +250,8 @@ TEST( Log, ThatIsSuppressedReachesNoSinkAndTheNextIntervalIsHeardAgain ) {
    EXPECT_EQ( sink.taken(), ( Texts{ "app 0", "app later" } ) );
 }
 
-// ----------------------------------------------------------------------------------------- the sink
+// ----------------------------------------------------------------------------------------- the
+// sink
 
 TEST( LogSink, IsReplacedAndGivenBack ) {
    Loop loop;
@@ -338,11 +339,13 @@ std::string shownWhen( Kiv::LogSink sink ) {
 
 TEST( LogSink, ThatThrowsDisturbsNobodyAndTheMessageIsToldInFull ) {
    Loop loop;
-   EXPECT_EQ( shownWhen( []( LogMessage const & ) { throw std::runtime_error( "no\npaper" ); } ),
-              "kiv: a log message was lost (no\\x0apaper): SOME_ID: a\\x0app stage Net timed out\n" );
-   EXPECT_EQ( shownWhen( []( LogMessage const & ) { throw 1; } ),
-              "kiv: a log message was lost (not a std::exception): SOME_ID: a\\x0app stage Net timed "
-              "out\n" );
+   EXPECT_EQ(
+      shownWhen( []( LogMessage const & ) { throw std::runtime_error( "no\npaper" ); } ),
+      "kiv: a log message was lost (no\\x0apaper): SOME_ID: a\\x0app stage Net timed out\n" );
+   EXPECT_EQ(
+      shownWhen( []( LogMessage const & ) { throw 1; } ),
+      "kiv: a log message was lost (not a std::exception): SOME_ID: a\\x0app stage Net timed "
+      "out\n" );
 }
 
 TEST( LogSink, ThatThrowsIsCalledForTheNextMessageAsBefore ) {

@@ -25,9 +25,9 @@ inline Kiv::Name key( int n ) { return Kiv::Name( "key" + std::to_string( n ) );
 
 // Eight keys of one hash, in ascending order of their bytes.
 inline std::vector< std::string > const & keysOfOneHash() {
-   static std::vector< std::string > const keys = {
-      "IHFP8hlMO1vJ", "IHFP8hlMkFjQ", "IHFPJ5MYO1vJ", "IHFPJ5MYkFjQ",
-      "U9nI8hlMO1vJ", "U9nI8hlMkFjQ", "U9nIJ5MYO1vJ", "U9nIJ5MYkFjQ" };
+   static std::vector< std::string > const keys = { "IHFP8hlMO1vJ", "IHFP8hlMkFjQ", "IHFPJ5MYO1vJ",
+                                                    "IHFPJ5MYkFjQ", "U9nI8hlMO1vJ", "U9nI8hlMkFjQ",
+                                                    "U9nIJ5MYO1vJ", "U9nIJ5MYkFjQ" };
    return keys;
 }
 

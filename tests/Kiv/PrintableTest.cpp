@@ -35,10 +35,9 @@ TEST( Printable, TheLengthOfACharacterIsTheNumberOfItsBytes ) {
 
 TEST( Printable, WhatIsNoCharacterHasNoLength ) {
    for( auto text : { "\x80", "\xbf", "\xc0\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80",
-                      "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff",
-                      "\xc3", "\xe2\x82", "\xe2\x28\xa1", "\xe2\x82\x28" } ) {
+                      "\xf0\x8f\xbf\xbf", "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "\xc3",
+                      "\xe2\x82", "\xe2\x28\xa1", "\xe2\x82\x28" } )
       EXPECT_EQ( characterLength( text ), 0U ) << printable( text );
-   }
 }
 
-}  // namespace
+} // namespace

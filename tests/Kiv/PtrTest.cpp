@@ -185,7 +185,8 @@ TEST( Ptr, CastToATypeThatTheObjectHasNotIsNull ) {
    EXPECT_EQ( Kiv::ptrCast< Special const >( Ptr< Thing const >( special ) ), special );
 }
 
-// ---------------------------------------------------------------------------- birth and destruction
+// ---------------------------------------------------------------------------- birth and
+// destruction
 
 namespace {
 

@@ -59,8 +59,8 @@ struct ReportMemory : testing::TestWithParam< FailingAllocations > {
    Ptr< Kiv::Dir > const dir = Kiv::Dir::DirIs( "inner" );
    std::optional< Allocations > allocations;
    Ptr< Failing > const reactor = new Failing( dir, allocations );
-   char const * const whole =
-      "kiv: exception in entityPtr of a reactor on a folder with a name/inner: what went\\x0awrong\n";
+   char const * const whole = "kiv: exception in entityPtr of a reactor on a folder with a "
+                              "name/inner: what went\\x0awrong\n";
    char const * const nameless = "kiv: exception of entityPtr: what went\\x0awrong\n";
    char const * const traceLost = "kiv: a trace of reportException was lost: std::bad_alloc\n";
 };
@@ -107,11 +107,11 @@ TEST_P( ReportMemory, WithTracesSaysThatTheTraceIsLost ) {
    EXPECT_GT( lost, 1 );
 }
 
-INSTANTIATE_TEST_SUITE_P( , ReportMemory,
-                          testing::Values( FailingAllocations::one,
-                                           FailingAllocations::allFromThenOn ),
-                          []( auto const & tested ) {
-                             return tested.param == FailingAllocations::one
-                                       ? "WhenOneAllocationFails"
-                                       : "WhenAllFailFromThenOn";
-                          } );
+INSTANTIATE_TEST_SUITE_P(, ReportMemory,
+                         testing::Values( FailingAllocations::one,
+                                          FailingAllocations::allFromThenOn ),
+                         []( auto const & tested ) {
+                            return tested.param == FailingAllocations::one
+                                      ? "WhenOneAllocationFails"
+                                      : "WhenAllFailFromThenOn";
+                         } );

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Applies the settings given as second argument, records into the file given as third, makes the
-// trace handle named by the first, says how it is switched, and passes a trace point of every level.
+// trace handle named by the first, says how it is switched, and passes a trace point of every
+// level.
 #include <Kiv/Trace.h>
 
 #include <cstdio>

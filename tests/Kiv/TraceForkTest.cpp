@@ -17,9 +17,9 @@ using Texts = std::vector< std::string >;
 struct TraceFork : testing::Test {
    // Plays the letters that ForkChild.cpp explains. Gives what is printed.
    std::string played( std::string const & letters, std::string const & ring = "ring" ) const {
-      return testing_support::Child( "KIV_TRACE_RING_SIZE=64K KIV_TRACE_RING='" + ( folder / ring ) +
-                                     "' '" FORK_CHILD "' " + letters + " '" + ( folder / "own" ) +
-                                     "'" )
+      return testing_support::Child( "KIV_TRACE_RING_SIZE=64K KIV_TRACE_RING='" +
+                                     ( folder / ring ) + "' '" FORK_CHILD "' " + letters + " '" +
+                                     ( folder / "own" ) + "'" )
          .printed();
    }
    Texts recorded( std::string const & name = "ring" ) const {

@@ -51,9 +51,8 @@ TEST( RingSize, IsANumberThatMayEndInAUnit ) {
 }
 
 TEST( RingSize, IsRefusedWhenItIsAnythingElse ) {
-   for( std::string const text :
-        { "", "0", "-1", "8m", "8MB", "M", " 8", "8 ", "1.5M", "0x10", "99999999999999999999",
-          "17179869184G" } )
+   for( std::string const text : { "", "0", "-1", "8m", "8MB", "M", " 8", "8 ", "1.5M", "0x10",
+                                   "99999999999999999999", "17179869184G" } )
       EXPECT_EQ( refusal( text ), "size \"" + text +
                                      "\": expected a number of bytes above 0, which may end in K, "
                                      "M or G" );

@@ -230,8 +230,7 @@ TEST( TraceHelper, MarksALineWhoseStreamHasRunOutOfMemory ) {
    Kiv::traceHelper( "H", stream, 8, true, "S", 1, "f" );
    stream.setstate( std::ios::badbit );
    Kiv::traceHelper( "H", stream, 8, true, "S", 1, "f" );
-   EXPECT_EQ( sink.taken(),
-              ( Texts{ "only the beg", "only the beg... (cut short: no memory)" } ) );
+   EXPECT_EQ( sink.taken(), ( Texts{ "only the beg", "only the beg... (cut short: no memory)" } ) );
 }
 
 // ----------------------------------------------------------------------------------------- sinks
@@ -265,10 +264,9 @@ TEST( TraceSink, ByDefaultWritesALineEachToStandardError ) {
    KIV_TRACE( handle, 8, "Ordovan", "second" );
    std::string const written = testing::internal::GetCapturedStderr();
    Kiv::traceSinkIs( before );
-   EXPECT_EQ( written,
-              "12.500000 Somewhere/8 Ordovan:" + std::to_string( line ) + " TestBody: first\n" +
-                 "12.500000 Somewhere/8 Ordovan:" + std::to_string( line + 2 ) +
-                 " TestBody: second\n" );
+   EXPECT_EQ( written, "12.500000 Somewhere/8 Ordovan:" + std::to_string( line ) +
+                          " TestBody: first\n" + "12.500000 Somewhere/8 Ordovan:" +
+                          std::to_string( line + 2 ) + " TestBody: second\n" );
 }
 
 TEST( TraceSink, ByDefaultWritesOneLineAlsoForAPieceWithANewLineOrANul ) {

@@ -165,9 +165,10 @@ TEST( ValueFromString, OtherSpellingsOfANumberAreRead ) {
 }
 
 TEST( ValueFromString, OfAnyOtherTextIsRefused ) {
-   for( char const * text : { "", " ", "1 ", " 1", "+1", "1,5", "1.5x", "0x10", "--1", "1e", "e5",
-                              "infinity", "INF", "Inf", "NaN", "-nan", "nan(1)", "1e999", "-1e999",
-                              "1e-999", ".", "-", "true", "1\n", "1'000" } )
+   for( char const * text :
+        { "",       " ",      "1 ",       " 1",  "+1",   "1,5", "1.5x", "0x10",   "--1",
+          "1e",     "e5",     "infinity", "INF", "Inf",  "NaN", "-nan", "nan(1)", "1e999",
+          "-1e999", "1e-999", ".",        "-",   "true", "1\n", "1'000" } )
       EXPECT_NE( refusal< double >( text ), "accepted" ) << text;
    for( char const * text : { "", "True", "TRUE", "1", "0", "yes", " true", "true ", "truefalse" } )
       EXPECT_NE( refusal< bool >( text ), "accepted" ) << text;
@@ -226,7 +227,8 @@ TEST( Type, FindsItsAttributesAndThoseOfItsBasesByNameAndByNumber ) {
    EXPECT_EQ( dir.attribute( "entityPtr" ), dir.attribute( Kiv::firstOwnAttribute ) );
    EXPECT_EQ( dir.attribute( "entityPtr" ), &dir.attributes()[ 0 ] );
    ASSERT_NE( dir.attribute( "parent" ), nullptr );
-   EXPECT_EQ( dir.attribute( "parent" ), Kiv::Entity::_fwkType().attribute( Kiv::parentAttribute ) );
+   EXPECT_EQ( dir.attribute( "parent" ),
+              Kiv::Entity::_fwkType().attribute( Kiv::parentAttribute ) );
    EXPECT_EQ( dir.attribute( "absent" ), nullptr );
    EXPECT_EQ( dir.attribute( Kiv::AttributeId{ 99 } ), nullptr );
    EXPECT_EQ( dir.attribute( Kiv::noAttribute ), nullptr );

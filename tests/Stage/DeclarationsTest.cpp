@@ -21,9 +21,7 @@ namespace {
 
 class Recorder : public AgentConfig::NotifieeConst {
  public:
-   explicit Recorder( Ptr< AgentConfig const > const & agent ) {
-      watch( agent );
-   }
+   explicit Recorder( Ptr< AgentConfig const > const & agent ) { watch( agent ); }
    using AgentConfig::NotifieeConst::onEvent;
    void onEvent( Name stage ) override { stages.push_back( stage.str() ); }
    std::vector< std::string > stages;

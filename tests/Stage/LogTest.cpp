@@ -18,9 +18,7 @@ namespace {
 
 class Watcher : public Log::NotifieeConst {
  public:
-   explicit Watcher( Ptr< Log const > const & log ) {
-      watch( log );
-   }
+   explicit Watcher( Ptr< Log const > const & log ) { watch( log ); }
 };
 
 } // namespace

@@ -26,9 +26,7 @@ namespace {
 
 class Recorder : public Status::NotifieeConst {
  public:
-   explicit Recorder( Ptr< Status const > const & status ) {
-      watch( status );
-   }
+   explicit Recorder( Ptr< Status const > const & status ) { watch( status ); }
    using Status::NotifieeConst::onActiveStage;
    using Status::NotifieeConst::onStage;
    void onStage( Name stage ) override { trail.push_back( "stage " + stage.str() ); }
@@ -176,9 +174,7 @@ namespace {
 
 class ParentWatcher : public StageStatus::NotifieeConst {
  public:
-   explicit ParentWatcher( Ptr< StageStatus const > const & stage ) {
-      watch( stage );
-   }
+   explicit ParentWatcher( Ptr< StageStatus const > const & stage ) { watch( stage ); }
    void onParent() override { ++parentChanges; }
    int parentChanges = 0;
 };
@@ -251,7 +247,8 @@ TEST( StatusDeathTest, GoesWithoutMemoryToo ) {
       testing::ExitedWithCode( 0 ), "" );
 }
 
-// ------------------------------------------------------------------------------------ active stages
+// ------------------------------------------------------------------------------------ active
+// stages
 
 TEST_F( StatusEntity, FilesAnActiveStageUnderItsName ) {
    Ptr< StageStatus > const net = status->stageIs( "Net" );
@@ -281,7 +278,8 @@ TEST_F( StatusEntity, RefusesAnActiveStageThatIsNoMember ) {
               "stage other/Net is no member of status" );
    status->stageIs( "Net" );
    EXPECT_EQ( rangeError( [ & ] { status->activeStageIs( foreign ); } ),
-              "stage other/Net is no member of status" ) << "one of its name is another one";
+              "stage other/Net is no member of status" )
+      << "one of its name is another one";
    Ptr< StageStatus > const gone = status->stageIs( "Gone" );
    status->stageDel( "Gone" );
    EXPECT_EQ( rangeError( [ & ] { status->activeStageIs( gone ); } ),

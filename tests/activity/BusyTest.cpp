@@ -86,12 +86,11 @@ class Busy : public testing::TestWithParam< std::size_t > {
    // Until stop() is called.
    void run() {
       testing::internal::CaptureStderr();
-      if( GetParam() == 0 ) {
+      if( GetParam() == 0 )
          manager()->run();
-      } else {
+      else
          for( stopped = false; !stopped; )
             manager()->runDue( GetParam() );
-      }
       reports += testing::internal::GetCapturedStderr();
    }
    void stop() {
@@ -259,7 +258,7 @@ TEST_P( Busy, ABurstIsNotCutHoweverLarge ) {
    for( int i = 0; i != 1000; ++i ) {
       events.push_back( eventOf( "Stage" ) );
       auto const event = events.back();
-      answers.push_back( new Answer( event, [ & told, event = event.get() ] {
+      answers.push_back( new Answer( event, [ &told, event = event.get() ] {
          ++told;
          if( event->timeout() < 30 ) // leads to more, but ends
             event->timeoutIs( event->timeout() + 1 );
@@ -314,9 +313,8 @@ TEST_P( Busy, StoppedInTheMiddleTheLoopGoesOnThereLater ) {
    quarrel.begin();
    run();
    // A bounded run goes on to its bound, whatever is said meanwhile.
-   if( GetParam() < 2 ) {
+   if( GetParam() < 2 )
       EXPECT_EQ( journal, Lines{ "a" } );
-   }
    if( journal.size() == 1 )
       run();
    EXPECT_EQ( journal, ( Lines{ "a", "b", "post" } ) );
@@ -367,7 +365,8 @@ TEST( BusyLimit, WithoutAWordAPostWaitsForNoMoreThanThat ) {
    } );
    testing::internal::CaptureStderr();
    manager()->run();
-   EXPECT_NE( testing::internal::GetCapturedStderr().find( "100000 callbacks" ), std::string::npos );
+   EXPECT_NE( testing::internal::GetCapturedStderr().find( "100000 callbacks" ),
+              std::string::npos );
    EXPECT_LE( when, 100001 );
    EXPECT_GE( when, 100000 );
    while( manager()->runDue() != 0 ) {

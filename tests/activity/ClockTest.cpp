@@ -17,10 +17,12 @@ using namespace activity;
 namespace {
 
 double steady() {
-   return std::chrono::duration< double >( std::chrono::steady_clock::now().time_since_epoch() ).count();
+   return std::chrono::duration< double >( std::chrono::steady_clock::now().time_since_epoch() )
+      .count();
 }
 double wall() {
-   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() ).count();
+   return std::chrono::duration< double >( std::chrono::system_clock::now().time_since_epoch() )
+      .count();
 }
 
 // As this program was loaded.

@@ -88,10 +88,12 @@ TEST_F( Watching, AnotherWatchOfTheSameDescriptorReplacesTheFirst ) {
 
 TEST_F( Watching, AReplacementMayWatchForOtherEvents ) {
    Pipe pipe;
-   manager()->descriptorIs( pipe.writing(), POLLIN, [ & ]( unsigned ) { journal.push_back( "in" ); } );
+   manager()->descriptorIs( pipe.writing(), POLLIN,
+                            [ & ]( unsigned ) { journal.push_back( "in" ); } );
    manager()->runDue();
    EXPECT_EQ( journal, Lines{} );
-   manager()->descriptorIs( pipe.writing(), POLLOUT, [ & ]( unsigned ) { journal.push_back( "out" ); } );
+   manager()->descriptorIs( pipe.writing(), POLLOUT,
+                            [ & ]( unsigned ) { journal.push_back( "out" ); } );
    manager()->runDue();
    EXPECT_EQ( journal, Lines{ "out" } );
    manager()->descriptorDel( pipe.writing() );
@@ -280,9 +282,8 @@ TEST_F( Watching, DescriptorsAndATaskThatPostsItselfTakeTurnsWhateverTheLimit ) 
    Pipe b;
    EXPECT_TRUE( a.put() && b.put() );
    for( Pipe const * pipe : { &a, &b } ) {
-      manager()->descriptorIs( pipe->reading(), POLLIN, [ this ]( unsigned ) {
-         journal.push_back( "descriptor" );
-      } );
+      manager()->descriptorIs( pipe->reading(), POLLIN,
+                               [ this ]( unsigned ) { journal.push_back( "descriptor" ); } );
       watched.push_back( pipe->reading() );
    }
    std::function< void() > const task = [ & ] {

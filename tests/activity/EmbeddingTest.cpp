@@ -129,7 +129,8 @@ TEST_F( EmbeddedByHand, TheLastOneDeliveredByHandleNotificationTakesItBack ) {
 TEST_F( EmbeddedByHand, WorkThatADestructorQueuesWakes ) {
    class Parting : public Kiv::Entity {
     public:
-      explicit Parting( Kiv::Ptr< Stage::EventConfig > const & e ) : Entity( "parting" ), event_( e ) {}
+      explicit Parting( Kiv::Ptr< Stage::EventConfig > const & e )
+         : Entity( "parting" ), event_( e ) {}
       ~Parting() override { event_->timeoutIs( 7 ); }
 
     private:
@@ -324,8 +325,7 @@ TEST_F( Embedded, APollLoopOfTheAgentsOwnDrivesAllOfIt ) {
       manager()->runDue();
    }
    EXPECT_TRUE( done );
-   EXPECT_EQ( journal,
-              ( Lines{ "tick", "told 1", "tick", "told 2", "tick", "told 3", "pipe" } ) );
+   EXPECT_EQ( journal, ( Lines{ "tick", "told 1", "tick", "told 2", "tick", "told 3", "pipe" } ) );
    EXPECT_LE( rounds, 10 ); // it woke for reasons only
    EXPECT_FALSE( readable( fd ) );
    manager()->descriptorDel( pipe.reading() );

@@ -40,7 +40,9 @@ class EveryWay : public Turns, public testing::WithParamInterface< Way > {
          while( manager()->runQueued() != 0 || manager()->fireOne() ) {
          }
          break;
-      case Way::runDue: manager()->runDue(); break;
+      case Way::runDue:
+         manager()->runDue();
+         break;
       case Way::run:
          // Tasks come when neither callbacks nor timers are left.
          post( [] { Kiv::activityManager()->stop(); } );

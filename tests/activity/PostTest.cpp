@@ -132,9 +132,7 @@ TEST( Posting, TheTasksOfThreadsAndCallbacksTakeTurnsWithoutMixing ) {
    // Tasks change an event, whose reactor is told on this thread, between tasks.
    class Counter : public Stage::EventConfig::NotifieeConst {
     public:
-      explicit Counter( Kiv::Ptr< Stage::EventConfig > const & event ) {
-         watch( event );
-      }
+      explicit Counter( Kiv::Ptr< Stage::EventConfig > const & event ) { watch( event ); }
       void onTimeout() override { ++calls; }
       int calls = 0;
    };

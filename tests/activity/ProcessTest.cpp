@@ -76,13 +76,12 @@ TEST( Forking, TheParentsLoopGoesOn ) {
 TEST( Forking, AProcessThatMakesTheActivityAfterTheForkMayRunIt ) {
    // In a process in which nothing has touched the framework yet.
    testing::GTEST_FLAG( death_test_style ) = "threadsafe";
-   EXPECT_EXIT(
-      std::_Exit( inChild( [] {
-         post( [] { manager()->stop(); } );
-         manager()->run();
-         return 0;
-      } ) ),
-      testing::ExitedWithCode( 0 ), "" );
+   EXPECT_EXIT( std::_Exit( inChild( [] {
+                   post( [] { manager()->stop(); } );
+                   manager()->run();
+                   return 0;
+                } ) ),
+                testing::ExitedWithCode( 0 ), "" );
 }
 
 namespace {
@@ -143,7 +142,8 @@ TEST_F( ThreadsDeathTest, AnotherThreadThatRunsTheLoopIsStopped ) {
    EXPECT_DEATH( onAnotherThread( [] { manager()->runDue(); } ), message );
    EXPECT_DEATH( onAnotherThread( [] { manager()->runOne(); } ), message );
    EXPECT_DEATH( onAnotherThread( [] { manager()->fireOne(); } ), message );
-   EXPECT_DEATH( onAnotherThread( [] { manager()->descriptorIs( 0, 1, []( unsigned ) {} ); } ), message );
+   EXPECT_DEATH( onAnotherThread( [] { manager()->descriptorIs( 0, 1, []( unsigned ) {} ); } ),
+                 message );
 }
 
 TEST_F( ThreadsDeathTest, TheMessageNamesTheThreadTheObjectAndTheAttribute ) {
@@ -160,7 +160,9 @@ TEST_F( ThreadsDeathTest, TheMessageNamesTheThreadTheObjectAndTheAttribute ) {
                  "kiv: dependency of Net:agent was touched" );
    EXPECT_DEATH( onAnotherThread( [ & ] { progress->stageIs( "Net", true ); } ),
                  "kiv: stage of progress was touched" );
-   EXPECT_DEATH( onAnotherThread( [ & ] { log->logEnq( { 1, "text" } ); } ),
+   EXPECT_DEATH( onAnotherThread( [ & ] {
+                    log->logEnq( { 1, "text" } );
+                 } ),
                  "kiv: log of log was touched" );
    EXPECT_DEATH( onAnotherThread( [ & ] { timer->timeMinIs( 5 ); } ),
                  "kiv: timeMin of a reactor on Kiv::Clock was touched" );
@@ -235,4 +237,3 @@ TEST_F( ThreadsDeathTest, TheActivityMayMoveToAnotherThreadForGood ) {
       },
       message );
 }
-

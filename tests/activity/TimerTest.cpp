@@ -298,20 +298,43 @@ class Play {
    bool step() {
       std::size_t const i = random_() % timers_.size();
       switch( random_() % 16 ) {
-      case 0: replace( i ); break;
-      case 1: activeIs( i, random_() % 2 == 0 ); break;
-      case 2: activeIs( i, true ); break;
-      case 3: registerIs( i, random_() % 2 == 0 ); break;
-      case 4: registerIs( i, true ); break;
-      case 5: mark( i ); break;
-      case 6: move( i, static_cast< int >( random_() % 2 ) ); break;
-      case 7: install( static_cast< int >( random_() % 2 ) ); break;
+      case 0:
+         replace( i );
+         break;
+      case 1:
+         activeIs( i, random_() % 2 == 0 );
+         break;
+      case 2:
+         activeIs( i, true );
+         break;
+      case 3:
+         registerIs( i, random_() % 2 == 0 );
+         break;
+      case 4:
+         registerIs( i, true );
+         break;
+      case 5:
+         mark( i );
+         break;
+      case 6:
+         move( i, static_cast< int >( random_() % 2 ) );
+         break;
+      case 7:
+         install( static_cast< int >( random_() % 2 ) );
+         break;
       case 8:
-      case 9: arm( i, random_() % 2 ? Kiv::infinity : std::nan( "" ) ); break;
+      case 9:
+         arm( i, random_() % 2 ? Kiv::infinity : std::nan( "" ) );
+         break;
       case 10:
-      case 11: return fire();
-      case 12: advance(); break;
-      default: arm( i, time() ); break;
+      case 11:
+         return fire();
+      case 12:
+         advance();
+         break;
+      default:
+         arm( i, time() );
+         break;
       }
       return same();
    }
@@ -329,7 +352,9 @@ class Play {
       return made;
    }
    // Few different times, so that many are equal.
-   double time() { return clocks_[ installed() ]->now() - 2 + static_cast< double >( random_() % 6 ); }
+   double time() {
+      return clocks_[ installed() ]->now() - 2 + static_cast< double >( random_() % 6 );
+   }
    std::size_t installed() const { return static_cast< std::size_t >( installed_ ); }
 
    void replace( std::size_t i ) {
@@ -354,7 +379,8 @@ class Play {
    }
    void move( std::size_t i, int clock ) {
       story_ << i << " on clock " << clock << '\n';
-      timers_[ i ]->notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( clocks_[ static_cast< std::size_t >( clock ) ] ) );
+      timers_[ i ]->notifierIs(
+         Kiv::Ptr< Kiv::PtrInterface const >( clocks_[ static_cast< std::size_t >( clock ) ] ) );
       if( model_[ i ].clock == clock )
          return;
       model_[ i ].clock = clock;
@@ -415,11 +441,13 @@ class Play {
    bool same() {
       for( std::size_t i = 0; i != timers_.size(); ++i )
          if( !model_[ i ].marked && timers_[ i ]->timeMin() != model_[ i ].time ) {
-            story_ << i << " is at " << timers_[ i ]->timeMin() << ", not " << model_[ i ].time << '\n';
+            story_ << i << " is at " << timers_[ i ]->timeMin() << ", not " << model_[ i ].time
+                   << '\n';
             return false;
          }
       auto const expected = next( true );
-      if( Kiv::activityManager()->nextTime() != ( expected ? model_[ *expected ].time : Kiv::infinity ) ) {
+      if( Kiv::activityManager()->nextTime() !=
+          ( expected ? model_[ *expected ].time : Kiv::infinity ) ) {
          story_ << "next time is " << Kiv::activityManager()->nextTime() << '\n';
          return false;
       }

@@ -50,6 +50,8 @@ inline void runWithLimit() {
    Kiv::activityManager()->run();
 }
 
-inline void post( std::function< void() > task ) { Kiv::activityManager()->post( std::move( task ) ); }
+inline void post( std::function< void() > task ) {
+   Kiv::activityManager()->post( std::move( task ) );
+}
 
 } // namespace activity

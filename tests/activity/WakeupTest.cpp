@@ -115,9 +115,7 @@ TEST_F( Waking, AWakeUpWithoutAReasonIsFollowedByMoreSleep ) {
 TEST_F( Waking, WithWorkToDoItDoesNotSleep ) {
    class Listener : public Stage::EventConfig::NotifieeConst {
     public:
-      explicit Listener( Kiv::Ptr< Stage::EventConfig > const & event ) {
-         watch( event );
-      }
+      explicit Listener( Kiv::Ptr< Stage::EventConfig > const & event ) { watch( event ); }
       void onTimeout() override { manager()->stop(); }
    };
    auto const event = Stage::EventConfig::EventConfigIs( "Net", "agent" );
@@ -143,8 +141,10 @@ TEST_F( Waking, ADescriptorIsWatchedChangedAndLeft ) {
 }
 
 TEST_F( Waking, WhatIsReadyIsToldToItsWatcherAlone ) {
-   manager()->descriptorIs( 5, POLLIN, [ & ]( unsigned e ) { journal.push_back( "5 told " + std::to_string( e ) ); } );
-   manager()->descriptorIs( 6, POLLIN, [ & ]( unsigned e ) { journal.push_back( "6 told " + std::to_string( e ) ); } );
+   manager()->descriptorIs(
+      5, POLLIN, [ & ]( unsigned e ) { journal.push_back( "5 told " + std::to_string( e ) ); } );
+   manager()->descriptorIs(
+      6, POLLIN, [ & ]( unsigned e ) { journal.push_back( "6 told " + std::to_string( e ) ); } );
    journal.clear();
    wakeup->ready.push_back( { { 6, POLLIN }, { 77, POLLIN }, { 5, POLLIN | POLLHUP } } );
    EXPECT_EQ( manager()->runDue(), 2U );
@@ -153,8 +153,9 @@ TEST_F( Waking, WhatIsReadyIsToldToItsWatcherAlone ) {
 
 TEST_F( Waking, ARefusedWatchIsNoWatch ) {
    wakeup->refuses = true;
-   EXPECT_THROW( manager()->descriptorIs( 3, POLLIN, [ & ]( unsigned ) { journal.push_back( "told" ); } ),
-                 std::system_error );
+   EXPECT_THROW(
+      manager()->descriptorIs( 3, POLLIN, [ & ]( unsigned ) { journal.push_back( "told" ); } ),
+      std::system_error );
    wakeup->ready.push_back( { { 3, POLLIN } } );
    EXPECT_EQ( manager()->runDue(), 0U );
    EXPECT_EQ( journal, Lines{ "watch 3 1" } );
@@ -163,8 +164,9 @@ TEST_F( Waking, ARefusedWatchIsNoWatch ) {
 TEST_F( Waking, ARefusedReplacementLeavesTheOldWatch ) {
    manager()->descriptorIs( 5, POLLIN, [ & ]( unsigned ) { journal.push_back( "old" ); } );
    wakeup->refuses = true;
-   EXPECT_THROW( manager()->descriptorIs( 5, POLLIN, [ & ]( unsigned ) { journal.push_back( "new" ); } ),
-                 std::system_error );
+   EXPECT_THROW(
+      manager()->descriptorIs( 5, POLLIN, [ & ]( unsigned ) { journal.push_back( "new" ); } ),
+      std::system_error );
    journal.clear();
    wakeup->ready.push_back( { { 5, POLLIN } } );
    manager()->runDue();

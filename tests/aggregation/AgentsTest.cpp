@@ -258,27 +258,26 @@ TEST( AgentTraces, TheRoadOfTheFirstEventIsTracedStepByStep ) {
    w.declare( "a", "S", {}, 30 );
    TraceRecorder traces;
    w.idle();
-   EXPECT_EQ( traces.taken(),
-              ( Lines{
-                 sm + "handleAgent(Kiv::Name) AgentDir: agents",
-                 ofAgent + "handleEvent() a",
-                 ofAgent + "handleEvent(Kiv::Name) a S",
-                 "Adding stage S to status.",
-                 "Adding event a to stage S",
-                 ofAgent + "handleEvent(Kiv::Name) a S",
-                 ofEvent + "handleDependency() S:a",
-                 ofEvent + "handleTimeout() S:a  timeout=30",
-                 ofStage + "handleTimeout() S  timeout=30",
-                 ofEvent + "handleCritical() S:a  critical=false",
-                 ofStage + "handleCritical() for stage S critical=false",
-                 "S: No change to critical (false).",
-                 "   Force dependents of S to recompute based on our criticalfalse",
-                 ofStage + "handleCritical() for stage S critical=false",
-                 "S: No change to critical (false).",
-                 "   Force dependents of S to recompute based on our criticalfalse",
-                 sm + "handleStage(Kiv::Name) stage=S",
-                 ofStage + "handleStage(Kiv::String8) for stage S detected stage S",
-              } ) );
+   EXPECT_EQ( traces.taken(), ( Lines{
+                                 sm + "handleAgent(Kiv::Name) AgentDir: agents",
+                                 ofAgent + "handleEvent() a",
+                                 ofAgent + "handleEvent(Kiv::Name) a S",
+                                 "Adding stage S to status.",
+                                 "Adding event a to stage S",
+                                 ofAgent + "handleEvent(Kiv::Name) a S",
+                                 ofEvent + "handleDependency() S:a",
+                                 ofEvent + "handleTimeout() S:a  timeout=30",
+                                 ofStage + "handleTimeout() S  timeout=30",
+                                 ofEvent + "handleCritical() S:a  critical=false",
+                                 ofStage + "handleCritical() for stage S critical=false",
+                                 "S: No change to critical (false).",
+                                 "   Force dependents of S to recompute based on our criticalfalse",
+                                 ofStage + "handleCritical() for stage S critical=false",
+                                 "S: No change to critical (false).",
+                                 "   Force dependents of S to recompute based on our criticalfalse",
+                                 sm + "handleStage(Kiv::Name) stage=S",
+                                 ofStage + "handleStage(Kiv::String8) for stage S detected stage S",
+                              } ) );
 }
 
 TEST( AgentTraces, TheFullFormTracesItselfAndThenEveryName ) {
@@ -289,10 +288,10 @@ TEST( AgentTraces, TheFullFormTracesItselfAndThenEveryName ) {
    EXPECT_EQ( traces.taken(), ( Lines{ sm + "handleAgent() AgentDir: " } ) );
    w.agent( "a" );
    machine->handleAgent();
-   EXPECT_EQ( traces.taken(), ( Lines{ sm + "handleAgent() AgentDir: ",
-                                       sm + "handleAgent(Kiv::Name) AgentDir: agents",
-                                       ofAgent + "handleEvent() a",
-                                       sm + "handleAgent(Kiv::Name) AgentDir: agents" } ) )
+   EXPECT_EQ(
+      traces.taken(),
+      ( Lines{ sm + "handleAgent() AgentDir: ", sm + "handleAgent(Kiv::Name) AgentDir: agents",
+               ofAgent + "handleEvent() a", sm + "handleAgent(Kiv::Name) AgentDir: agents" } ) )
       << "once as an entry of the directory, once as a reactor";
 }
 

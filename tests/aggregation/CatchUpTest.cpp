@@ -170,7 +170,9 @@ TEST_P( EveryOrder, TheResultIsTheSame ) {
       World w;
       Ptr< ConfigSm > machine;
       std::array< std::function< void() >, 4 > const steps{
-         [ & ] { w.declare( "a", "S", { "T", "U" }, 30, true ); },
+         [ & ] {
+            w.declare( "a", "S", { "T", "U" }, 30, true );
+         },
          [ & ] {
             w.declare( "b", "T", { "U" }, 20 );
             w.declare( "b", "S", { "V" }, 10 );

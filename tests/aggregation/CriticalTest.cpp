@@ -206,8 +206,7 @@ TEST( Critical, AStageThatDependsOnItselfStaysCritical ) {
 // A silent machine over stages without events, whose dependencies are written by hand.
 using Graph = std::vector< std::pair< std::string, Names > >;
 struct Stages {
-   explicit Stages( Graph const & graph )
-      : machine( silentConfigSm( w ) ) {
+   explicit Stages( Graph const & graph ) : machine( silentConfigSm( w ) ) {
       for( auto const & [ name, dependencies ] : graph )
          for( std::string const & dependency : dependencies )
             w.status->stageIs( name )->dependencyIs( dependency, true );
@@ -249,11 +248,11 @@ TEST( HandleCritical, AnAncestorIsAReasonBeforeAnyEventIs ) {
    s.reactor( "S" )->criticalAncestorIs( "A", true );
    TraceRecorder traces;
    s.reactor( "S" )->handleCritical();
-   EXPECT_EQ( traces.taken(),
-              ( Lines{ ofStage + "handleCritical() for stage S critical=true",
-                       " Critical because exists a critical ancestor",
-                       "S: No change to critical (true).",
-                       "   Force dependents of S to recompute based on our criticaltrue" } ) );
+   EXPECT_EQ(
+      traces.taken(),
+      ( Lines{ ofStage + "handleCritical() for stage S critical=true",
+               " Critical because exists a critical ancestor", "S: No change to critical (true).",
+               "   Force dependents of S to recompute based on our criticaltrue" } ) );
 }
 
 TEST( HandleCritical, WithoutReasonTheFlagIsTakenBack ) {
@@ -290,8 +289,7 @@ TEST( HandleCritical, AnEventReactorTracesItsEventAndLetsTheStageDecide ) {
    EXPECT_EQ( traces.taken(),
               ( Lines{ ofEvent + "handleCritical() S:a  critical=true",
                        ofStage + "handleCritical() for stage S critical=false",
-                       " Critical because S:a is critical",
-                       " Setting critical for stage S to true",
+                       " Critical because S:a is critical", " Setting critical for stage S to true",
                        "   Force dependents of S to recompute based on our criticaltrue" } ) );
 }
 
@@ -355,8 +353,8 @@ TEST( HandleCritical, ADependencyWithoutReactorIsSkippedSilently ) {
 
 // A stage decides, then all that it depends on, before its sibling does.
 TEST( HandleCritical, ThePushGoesDepthFirstInTheOrderOfTheDependencies ) {
-   Stages s( Graph{ { "A", { "B", "C" } }, { "B", { "D" } }, { "C", { "D" } }, { "D", { "E" } },
-               { "E", {} } } );
+   Stages s( Graph{
+      { "A", { "B", "C" } }, { "B", { "D" } }, { "C", { "D" } }, { "D", { "E" } }, { "E", {} } } );
    std::vector< std::string > order;
    for( auto i = s.w.stage( "A" )->dependencyIteratorConst(); i; ++i )
       order.push_back( i.key().str() );

@@ -339,8 +339,7 @@ TEST( HandleEventDel, TheCriticalFlagIsDecidedAnewBeforeTheTimeout ) {
                        ofStage + "handleCritical() for stage S critical=true",
                        " Setting critical for stage S to false",
                        "   Force dependents of S to recompute based on our criticalfalse",
-                       ofStage + "handleTimeout() S  timeout=30",
-                       "  new timeout = 0" } ) );
+                       ofStage + "handleTimeout() S  timeout=30", "  new timeout = 0" } ) );
 }
 
 TEST( HandleEventDel, AnEventBelowTheStagesTimeoutBringsNoRecomputation ) {
@@ -421,8 +420,7 @@ TEST( HandleDependencyOfStage, ALinkIsMadeWhenACriticalStageDependsOnAnother ) {
               ( Lines{ ofStage + "handleDependency(Kiv::String8) for stage A (dependency:B)",
                        "  Adjusting criticalAncestor for B",
                        "  criticalAncestor was false now dep && critic = true",
-                       " criticalAncestors 0",
-                       ofStage + "handleCritical(Kiv::String8) key A",
+                       " criticalAncestors 0", ofStage + "handleCritical(Kiv::String8) key A",
                        ofStage + "handleCritical() for stage B critical=false",
                        " Critical because exists a critical ancestor",
                        " Setting critical for stage B to true",
@@ -445,8 +443,7 @@ TEST( HandleDependencyOfStage, ALinkIsMadeWhenACriticalStageDependsOnAnother ) {
               ( Lines{ ofStage + "handleDependency(Kiv::String8) for stage A (dependency:B)",
                        "  Adjusting criticalAncestor for B",
                        "  criticalAncestor was true now dep && critic = false",
-                       " criticalAncestors 1",
-                       ofStage + "handleCritical(Kiv::String8) key A",
+                       " criticalAncestors 1", ofStage + "handleCritical(Kiv::String8) key A",
                        ofStage + "handleCritical() for stage B critical=true",
                        " Setting critical for stage B to false",
                        "   Force dependents of B to recompute based on our criticalfalse",

@@ -341,9 +341,8 @@ TEST( OutsideStages, AStageThatGoesIsNobodysCriticalAncestorAlsoWithinACycle ) {
       w.idle();
       EXPECT_EQ( machine->stageStatus( "T" )->criticalAncestors(), 0U ) << replaced;
       EXPECT_FALSE( w.stage( "T" )->critical() ) << replaced;
-      if( replaced ) {
+      if( replaced )
          EXPECT_FALSE( w.stage( "S" )->critical() );
-      }
    }
 }
 
@@ -554,22 +553,22 @@ TEST( EventTraces, AWithdrawnEventIsTracedThroughItsDeletion ) {
    w.agent( "a" )->eventDel( "S" );
    TraceRecorder traces;
    w.idle();
-   EXPECT_EQ( traces.taken(),
-              ( Lines{
-                 ofAgent + "handleEvent(Kiv::Name) a S",
-                 "Deleting S:a from status/S",
-                 ofStage + "handleEventDel(Kiv::String8) S (event:a)",
-                 "Handling dependency deletion of X from event S:a",
-                 ofStage +
-                    "handleDependencyDel(Kiv::String8) for some event in stage S (dependency: X)",
-                 "Deleting dependency X from stage S",
-                 ofStage + "handleCritical() for stage S critical=false",
-                 "S: No change to critical (false).",
-                 "   Force dependents of S to recompute based on our criticalfalse",
-                 ofStage + "handleTimeout() S  timeout=30",
-                 "  new timeout = 0",
-                 ofStage + "handleDependency(Kiv::String8) for stage S (dependency:X)",
-              } ) );
+   EXPECT_EQ(
+      traces.taken(),
+      ( Lines{
+         ofAgent + "handleEvent(Kiv::Name) a S",
+         "Deleting S:a from status/S",
+         ofStage + "handleEventDel(Kiv::String8) S (event:a)",
+         "Handling dependency deletion of X from event S:a",
+         ofStage + "handleDependencyDel(Kiv::String8) for some event in stage S (dependency: X)",
+         "Deleting dependency X from stage S",
+         ofStage + "handleCritical() for stage S critical=false",
+         "S: No change to critical (false).",
+         "   Force dependents of S to recompute based on our criticalfalse",
+         ofStage + "handleTimeout() S  timeout=30",
+         "  new timeout = 0",
+         ofStage + "handleDependency(Kiv::String8) for stage S (dependency:X)",
+      } ) );
 }
 
 TEST( EventTraces, AnAgentsDepartureIsTracedFromTheDirectoryToItsStages ) {
@@ -583,10 +582,8 @@ TEST( EventTraces, AnAgentsDepartureIsTracedFromTheDirectoryToItsStages ) {
    Lines const lines = traces.taken();
    ASSERT_GE( lines.size(), 4U );
    EXPECT_EQ( Lines( lines.begin(), lines.begin() + 5 ),
-              ( Lines{ sm + "handleAgent(Kiv::Name) AgentDir: agents",
-                       ofAgent + "handleEvent() a",
-                       ofAgent + "handleEvent(Kiv::Name) a S",
-                       "Deleting S:a from status/S",
+              ( Lines{ sm + "handleAgent(Kiv::Name) AgentDir: agents", ofAgent + "handleEvent() a",
+                       ofAgent + "handleEvent(Kiv::Name) a S", "Deleting S:a from status/S",
                        ofStage + "handleEventDel(Kiv::String8) S (event:a)" } ) );
 }
 

@@ -128,14 +128,14 @@ TEST( Mutators, AnEventReactorAttachedToAnotherEventHandlesAllThree ) {
    TraceRecorder traces;
    machine->stageStatus( "S" )->eventConfigIs( next );
    Lines const lines = traces.taken();
-   EXPECT_EQ( lines,
-              ( Lines{ ofEvent + "handleDependency() S:a",
-                       ofEvent + "handleTimeout() S:a  timeout=7",
-                       ofStage + "handleTimeout() S  timeout=inf", "  new timeout = 7",
-                       ofEvent + "handleCritical() S:a  critical=false",
-                       ofStage + "handleCritical() for stage S critical=false",
-                       "S: No change to critical (false).",
-                       "   Force dependents of S to recompute based on our criticalfalse" } ) );
+   EXPECT_EQ(
+      lines,
+      ( Lines{ ofEvent + "handleDependency() S:a", ofEvent + "handleTimeout() S:a  timeout=7",
+               ofStage + "handleTimeout() S  timeout=inf", "  new timeout = 7",
+               ofEvent + "handleCritical() S:a  critical=false",
+               ofStage + "handleCritical() for stage S critical=false",
+               "S: No change to critical (false).",
+               "   Force dependents of S to recompute based on our criticalfalse" } ) );
 }
 
 TEST( Mutators, DetachingAnEventOrStageReactorRunsNoHandler ) {
@@ -224,8 +224,8 @@ TEST( Mutators, DetachingAnAgentReactorRunsItsFullHandler ) {
    Ptr< ConfigSm > const machine = silentConfigSm( w );
    TraceRecorder traces;
    machine->agentConfig( "a" )->notifierIs( nothing );
-   EXPECT_EQ( traces.taken(), ( Lines{ ofAgent + "handleEvent() a",
-                                       ofAgent + "handleEvent(Kiv::Name) a S" } ) );
+   EXPECT_EQ( traces.taken(),
+              ( Lines{ ofAgent + "handleEvent() a", ofAgent + "handleEvent(Kiv::Name) a S" } ) );
    EXPECT_EQ( agentsOf( w.stage( "S" ) ), ( Names{ "a" } ) ) << "it is in the directory still";
    EXPECT_EQ( machine->agentConfig( "a" )->fwkKey(), "a" ) << "known although nothing is watched";
 }

@@ -54,8 +54,8 @@ std::vector< Step > const operations = {
    { "agent handleEvent( A )", []( Kept & k ) { k.agent->handleEvent( "A" ); } },
    { "agent onEvent( A )", []( Kept & k ) { k.agent->onEvent( "A" ); } },
    { "agent onEvent", []( Kept & k ) { k.agent->onEvent(); } },
-   { "agent notifierIs", []( Kept & k ) {
-       k.agent->notifierIs( AgentConfig::AgentConfigIs( "x" ) ); } },
+   { "agent notifierIs",
+     []( Kept & k ) { k.agent->notifierIs( AgentConfig::AgentConfigIs( "x" ) ); } },
    { "stage handleDependency", []( Kept & k ) { k.stage->handleDependency( "B" ); } },
    { "stage handleDependencyDel", []( Kept & k ) { k.stage->handleDependencyDel( "B" ); } },
    { "stage handleEventDel", []( Kept & k ) { k.stage->handleEventDel( "x" ); } },
@@ -71,10 +71,12 @@ std::vector< Step > const operations = {
    { "stage eventConfigDelAll", []( Kept & k ) { k.stage->eventConfigDelAll(); } },
    { "stage criticalAncestorIs", []( Kept & k ) { k.stage->criticalAncestorIs( "B", true ); } },
    { "stage criticalAncestorDelAll", []( Kept & k ) { k.stage->criticalAncestorDelAll(); } },
-   { "stage criticalAncestorNotify", []( Kept & k ) {
-       k.stage->criticalAncestorNotify( "B", nullptr ); } },
-   { "stage notifierIs", []( Kept & k ) {
-       k.stage->notifierIs( Stage::Status::StatusIs( "other" )->stageIs( "A" ) ); } },
+   { "stage criticalAncestorNotify",
+     []( Kept & k ) { k.stage->criticalAncestorNotify( "B", nullptr ); } },
+   { "stage notifierIs",
+     []( Kept & k ) {
+        k.stage->notifierIs( Stage::Status::StatusIs( "other" )->stageIs( "A" ) );
+     } },
    { "event handleDependency", []( Kept & k ) { k.event->handleDependency(); } },
    { "event handleDependency( B )", []( Kept & k ) { k.event->handleDependency( "B" ); } },
    { "event handleTimeout", []( Kept & k ) { k.event->handleTimeout(); } },
@@ -83,11 +85,13 @@ std::vector< Step > const operations = {
    { "event onDependency", []( Kept & k ) { k.event->onDependency(); } },
    { "event onTimeout", []( Kept & k ) { k.event->onTimeout(); } },
    { "event onCritical", []( Kept & k ) { k.event->onCritical(); } },
-   { "event notifierIs", []( Kept & k ) {
-       k.event->notifierIs( EventConfig::EventConfigIs( "A", "x" ) ); } },
-   { "off and on", []( Kept & k ) {
-       k.stage->hasNotificationActiveIs( false );
-       k.stage->hasNotificationActiveIs( true ); } },
+   { "event notifierIs",
+     []( Kept & k ) { k.event->notifierIs( EventConfig::EventConfigIs( "A", "x" ) ); } },
+   { "off and on",
+     []( Kept & k ) {
+        k.stage->hasNotificationActiveIs( false );
+        k.stage->hasNotificationActiveIs( true );
+     } },
 };
 
 std::string outcome( Step const & loss, Step const & operation, bool unmarked ) {
@@ -135,14 +139,19 @@ TEST( Missing, AReactorIsNotMadeOnNothing ) {
    World w;
    Ptr< ConfigSm > const machine = w.configSm();
    Ptr< KivStageStatus > const stage = machine->stageStatusIs( w.status->stageIs( "S" ) );
-   EXPECT_EQ( rangeText( [ & ] { Ptr< ConfigSm::KivAgentConfig > const none =
-                                    new ConfigSm::KivAgentConfig( nullptr, machine.get() ); } ),
+   EXPECT_EQ( rangeText( [ & ] {
+                 Ptr< ConfigSm::KivAgentConfig > const none =
+                    new ConfigSm::KivAgentConfig( nullptr, machine.get() );
+              } ),
               "null ValidPtr" );
-   EXPECT_EQ( rangeText( [ & ] { Ptr< KivStageStatus > const none =
-                                    new KivStageStatus( nullptr, machine.get() ); } ),
+   EXPECT_EQ( rangeText( [ & ] {
+                 Ptr< KivStageStatus > const none = new KivStageStatus( nullptr, machine.get() );
+              } ),
               "null ValidPtr" );
-   EXPECT_EQ( rangeText( [ & ] { Ptr< KivStageStatus::KivEventConfig > const none =
-                                    new KivStageStatus::KivEventConfig( nullptr, stage.get() ); } ),
+   EXPECT_EQ( rangeText( [ & ] {
+                 Ptr< KivStageStatus::KivEventConfig > const none =
+                    new KivStageStatus::KivEventConfig( nullptr, stage.get() );
+              } ),
               "null ValidPtr" );
 }
 

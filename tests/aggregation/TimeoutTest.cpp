@@ -255,8 +255,8 @@ TEST( TimeoutTraces, ARecomputationTracesTheOldValueAndANewOne ) {
    w.stage( "S" )->timeoutIs( 0.25 );
    TraceRecorder traces;
    reactor->handleTimeout();
-   EXPECT_EQ( traces.taken(), ( Lines{ ofStage + "handleTimeout() S  timeout=0.25",
-                                       "  new timeout = 0.5" } ) );
+   EXPECT_EQ( traces.taken(),
+              ( Lines{ ofStage + "handleTimeout() S  timeout=0.25", "  new timeout = 0.5" } ) );
    reactor->handleTimeout();
    EXPECT_EQ( traces.taken(), ( Lines{ ofStage + "handleTimeout() S  timeout=0.5" } ) );
    reactor->eventConfig( "a" )->handleTimeout();
@@ -282,9 +282,9 @@ TEST( TimeoutTraces, AChangedTimeoutRunsFromTheEventToTheStage ) {
    TraceRecorder traces;
    event->timeoutIs( 45 );
    w.idle();
-   EXPECT_EQ( traces.taken(), ( Lines{ ofEvent + "handleTimeout() S:a  timeout=45",
-                                       ofStage + "handleTimeout() S  timeout=30",
-                                       "  new timeout = 45" } ) );
+   EXPECT_EQ( traces.taken(),
+              ( Lines{ ofEvent + "handleTimeout() S:a  timeout=45",
+                       ofStage + "handleTimeout() S  timeout=30", "  new timeout = 45" } ) );
 }
 
 } // namespace

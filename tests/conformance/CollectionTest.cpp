@@ -54,7 +54,8 @@ class ReplaceableCollectionAttribute : public CollectionAttribute {
 
 } // namespace
 
-// --------------------------------------------------------------------------------- reading, writing
+// --------------------------------------------------------------------------------- reading,
+// writing
 
 TEST_P( CollectionAttribute, OfANewEntityIsEmpty ) {
    EXPECT_EQ( line.count( *entity ), 0U );
@@ -103,7 +104,8 @@ TEST_P( CollectionAttribute, ForgetsAllMembersAtOnce ) {
    EXPECT_TRUE( line.holds( *entity, "Net", 0 ) );
 }
 
-// ------------------------------------------------------------------------------------- notification
+// -------------------------------------------------------------------------------------
+// notification
 
 TEST_P( CollectionAttribute, TellsEveryReactorOfEachKeyInOrderAndOnceDeferred ) {
    auto const a = line.watch( *entity, trail, "a" );
@@ -194,9 +196,8 @@ TEST_P( CollectionAttribute, TellsOfEveryMemberWhenAllAreDeleted ) {
    line.delAll( *entity );
    loop.idle();
    EXPECT_EQ( sorted( trail ), sorted( told( { "a(Net)", "a(Boot)", "a(Disk)", "a" } ) ) );
-   if( line.notifies() ) {
+   if( line.notifies() )
       EXPECT_EQ( trail.back(), told( { "a" } )[ 0 ] ) << "the deferred one follows";
-   }
 }
 
 TEST_P( CollectionAttribute, MayBeLeftUnwatchedAndCallbacksMayBeLeftOut ) {
@@ -210,7 +211,8 @@ TEST_P( CollectionAttribute, MayBeLeftUnwatchedAndCallbacksMayBeLeftOut ) {
    EXPECT_TRUE( line.holds( *entity, "Disk", 0 ) );
 }
 
-// ----------------------------------------------------------------------------------------- iterators
+// -----------------------------------------------------------------------------------------
+// iterators
 
 TEST_P( CollectionAttribute, IsIteratedOverOnceEachInOneOrderByBothIterators ) {
    putAll();
@@ -226,15 +228,17 @@ TEST_P( CollectionAttribute, IsIteratedOverOnceEachInOneOrderByBothIterators ) {
 TEST_P( CollectionAttribute, MayBeChangedWhileItIsIteratedOver ) {
    putAll();
    Trail const all = line.iterated( *entity, nothing );
-   EXPECT_EQ( line.iterated( *entity, [ & ]( std::string const & key ) {
-      line.del( *entity, key );
-   } ), all ) << "each deletes itself";
+   EXPECT_EQ(
+      line.iterated( *entity, [ & ]( std::string const & key ) { line.del( *entity, key ); } ),
+      all )
+      << "each deletes itself";
    EXPECT_EQ( line.count( *entity ), 0U );
 
    putAll();
-   EXPECT_EQ( line.iteratedConst( *entity, [ & ]( std::string const & ) {
-      line.delAll( *entity );
-   } ), Trail{ all[ 0 ] } ) << "the first deletes all";
+   EXPECT_EQ(
+      line.iteratedConst( *entity, [ & ]( std::string const & ) { line.delAll( *entity ); } ),
+      Trail{ all[ 0 ] } )
+      << "the first deletes all";
 
    for( std::size_t n = 0; n != 3; ++n )
       line.put( *entity, all[ 10 * n ], 0 );

@@ -216,8 +216,8 @@ ScalarPtr ending() {
    return scalar< E, &E::isNondestructing, &E::isNondestructingIs, bool >( "isNondestructing",
                                                                            { true, false } );
 }
-constexpr auto parentGet = static_cast< Ptr< Entity const > ( Entity::* )() const >(
-   &Entity::parent );
+constexpr auto parentGet =
+   static_cast< Ptr< Entity const > ( Entity::* )() const >( &Entity::parent );
 template< class E >
 ScalarPtr parent() {
    return scalar< E, parentGet, &Entity::parentIs, Ptr< Entity > >(
@@ -226,8 +226,9 @@ ScalarPtr parent() {
 
 template< class E, class K, auto get, auto del, auto delAll, auto count, auto iterator,
           auto iteratorConst, class Value, class Put >
-KeyedPtr keyed( char const * attribute, std::size_t values, Value value, Put put,
-                std::function< void( E & ) > prepare = []( E & ) {} ) {
+KeyedPtr keyed(
+   char const * attribute, std::size_t values, Value value, Put put,
+   std::function< void( E & ) > prepare = []( E & ) {} ) {
    return std::make_shared< Keyed< E, K, get, del, delAll, count, iterator, iteratorConst > >(
       attribute, values, value, put, prepare );
 }
@@ -265,10 +266,21 @@ std::vector< double > times( double first ) {
 
 std::vector< ScalarPtr > const & scalarLines() {
    static std::vector< ScalarPtr > const lines = {
-      parent< Dir >(), parent< Config >(), parent< AgentConfig >(), parent< EventConfig >(),
-      parent< Status >(), parent< StageStatus >(), parent< Progress >(), parent< Log >(),
-      ending< Config >(), ending< AgentConfig >(), ending< EventConfig >(), ending< Status >(),
-      ending< StageStatus >(), ending< Progress >(), ending< Log >(),
+      parent< Dir >(),
+      parent< Config >(),
+      parent< AgentConfig >(),
+      parent< EventConfig >(),
+      parent< Status >(),
+      parent< StageStatus >(),
+      parent< Progress >(),
+      parent< Log >(),
+      ending< Config >(),
+      ending< AgentConfig >(),
+      ending< EventConfig >(),
+      ending< Status >(),
+      ending< StageStatus >(),
+      ending< Progress >(),
+      ending< Log >(),
       scalar< Config, &Config::agentDir, &Config::agentDirIs, Ptr< Dir > >(
          "agentDir", { nullptr, Dir::DirIs( "one" ), Dir::DirIs( "two" ) } ),
       scalar< Config, &Config::enabled, &Config::enabledIs >( "enabled", off ),
@@ -280,7 +292,8 @@ std::vector< ScalarPtr > const & scalarLines() {
       scalar< Status, &Status::progress, &Status::progressIs, Ptr< Progress > >(
          "progress", { nullptr, Progress::ProgressIs( "one" ), Progress::ProgressIs( "two" ) } ),
       scalar< Status, &Status::sorted, &Status::sortedIs >( "sorted", off ),
-      scalar< StageStatus, &StageStatus::timeout, &StageStatus::timeoutIs >( "timeout", times( 0 ) ),
+      scalar< StageStatus, &StageStatus::timeout, &StageStatus::timeoutIs >( "timeout",
+                                                                             times( 0 ) ),
       scalar< StageStatus, &StageStatus::critical, &StageStatus::criticalIs >( "critical", off ),
    };
    return lines;
@@ -302,8 +315,8 @@ std::vector< KeyedPtr > const & keyedLines() {
              &EventConfig::dependencyDelAll, &EventConfig::dependencys,
              &EventConfig::dependencyIterator, &EventConfig::dependencyIteratorConst >(
          "dependency", 2, flag, &EventConfig::dependencyIs ),
-      keyed< Status, Name, &Status::stage, &Status::stageDel, &Status::stageDelAll,
-             &Status::stages, &Status::stageIterator, &Status::stageIteratorConst >(
+      keyed< Status, Name, &Status::stage, &Status::stageDel, &Status::stageDelAll, &Status::stages,
+             &Status::stageIterator, &Status::stageIteratorConst >(
          "stage", 1, []( Status & e, Name const & k, std::size_t ) { return e.stage( k ); },
          []( Status & e, Name const & k, auto const & ) { e.stageIs( k ); } ),
       keyed< Status, Name, &Status::activeStage, &Status::activeStageDel,

@@ -32,8 +32,8 @@ class Line {
    bool notifies() const { return Kiv::has( row().role, Kiv::Role::notifying ); }
 
    virtual Kiv::Ptr< Kiv::Entity > make() const = 0;
-   virtual Kiv::Ptr< Kiv::PtrInterface::NotifieeConst >
-   watch( Kiv::Entity & entity, Trail & trail, std::string const & who ) const = 0;
+   virtual Kiv::Ptr< Kiv::PtrInterface::NotifieeConst > watch( Kiv::Entity & entity, Trail & trail,
+                                                               std::string const & who ) const = 0;
    // One that overrides no callback.
    virtual Kiv::Ptr< Kiv::PtrInterface::NotifieeConst > watchSilently( Kiv::Entity & ) const = 0;
 };

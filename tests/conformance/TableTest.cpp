@@ -20,18 +20,19 @@ using Rows = std::vector< std::string >;
 Rows rows( KivType const & type ) {
    Rows all;
    for( Attribute const & row : type.attributes() )
-      all.push_back( std::string( row.name ) + " : " + row.type +
-                     ( *row.key ? std::string( " [" ) + row.key + "]" : "" ) +
-                     ( row.role == Role::value ? "" : " " + testing_support::rolesOf( row.role ) ) );
+      all.push_back(
+         std::string( row.name ) + " : " + row.type +
+         ( *row.key ? std::string( " [" ) + row.key + "]" : "" ) +
+         ( row.role == Role::value ? "" : " " + testing_support::rolesOf( row.role ) ) );
    return all;
 }
 
 std::vector< KivType const * > const & types() {
    static std::vector< KivType const * > const all = {
-      &Stage::Config::_fwkType(), &Stage::AgentConfig::_fwkType(),
+      &Stage::Config::_fwkType(),      &Stage::AgentConfig::_fwkType(),
       &Stage::EventConfig::_fwkType(), &Stage::Status::_fwkType(),
-      &Stage::StageStatus::_fwkType(), &Stage::Progress::_fwkType(), &Stage::Log::_fwkType(),
-      &Kiv::Dir::_fwkType() };
+      &Stage::StageStatus::_fwkType(), &Stage::Progress::_fwkType(),
+      &Stage::Log::_fwkType(),         &Kiv::Dir::_fwkType() };
    return all;
 }
 
@@ -70,12 +71,12 @@ TEST( AttributeTable, OfAgentConfig ) {
 
 TEST( AttributeTable, OfEventConfig ) {
    EXPECT_STREQ( Stage::EventConfig::_fwkType().name(), "Stage::EventConfig" );
-   EXPECT_EQ( rows( Stage::EventConfig::_fwkType() ),
-              ( Rows{ "isNondestructing : bool notifying", "uid : Kiv::String8 fixed",
-                      "agent : Kiv::String8 fixed",
-                      "dependency : bool [Kiv::String8] collection+notifying",
-                      "timeout : double notifying", "critical : bool notifying",
-                      "complete : bool notifying" } ) );
+   EXPECT_EQ(
+      rows( Stage::EventConfig::_fwkType() ),
+      ( Rows{ "isNondestructing : bool notifying", "uid : Kiv::String8 fixed",
+              "agent : Kiv::String8 fixed", "dependency : bool [Kiv::String8] collection+notifying",
+              "timeout : double notifying", "critical : bool notifying",
+              "complete : bool notifying" } ) );
 }
 
 TEST( AttributeTable, OfStatus ) {
@@ -85,8 +86,7 @@ TEST( AttributeTable, OfStatus ) {
                       "stage : Kiv::Ptr<Stage::StageStatus> [Kiv::Name] collection+notifying",
                       "activeStage : Kiv::Ptr<Stage::StageStatus> [Kiv::Name] "
                       "collection+notifying",
-                      "complete : bool notifying",
-                      "progress : Kiv::Ptr<Stage::Progress> notifying",
+                      "complete : bool notifying", "progress : Kiv::Ptr<Stage::Progress> notifying",
                       "sorted : bool notifying" } ) );
 }
 
@@ -102,17 +102,18 @@ TEST( AttributeTable, OfStageStatus ) {
 
 TEST( AttributeTable, OfProgressAndLogTellOfTheirEndOnly ) {
    EXPECT_STREQ( Stage::Progress::_fwkType().name(), "Stage::Progress" );
-   EXPECT_EQ( rows( Stage::Progress::_fwkType() ),
-              ( Rows{ "isNondestructing : bool notifying",
-                      "stage : bool [Kiv::String8] collection" } ) );
+   EXPECT_EQ(
+      rows( Stage::Progress::_fwkType() ),
+      ( Rows{ "isNondestructing : bool notifying", "stage : bool [Kiv::String8] collection" } ) );
    EXPECT_STREQ( Stage::Log::_fwkType().name(), "Stage::Log" );
    EXPECT_EQ( rows( Stage::Log::_fwkType() ),
               ( Rows{ "isNondestructing : bool notifying", "log : Stage::LogEntry queue" } ) );
 }
 
 TEST( AttributeTable, OfTheFrameworksOwnEntities ) {
-   EXPECT_EQ( rows( Kiv::Entity::_fwkType() ),
-              ( Rows{ "parent : Kiv::Ptr<Kiv::Entity const> notifying", "version :  notifying" } ) );
+   EXPECT_EQ(
+      rows( Kiv::Entity::_fwkType() ),
+      ( Rows{ "parent : Kiv::Ptr<Kiv::Entity const> notifying", "version :  notifying" } ) );
    EXPECT_EQ( rows( Kiv::Dir::_fwkType() ),
               ( Rows{ "entityPtr : Kiv::Ptr<Kiv::Entity> [Kiv::Name] collection+notifying" } ) );
 }

@@ -485,8 +485,8 @@ std::optional< std::string > History::checkCritical() const {
          if( s.ptr()->critical() && s.ptr()->hasDependency( String8( i.key() ) ) )
             expected.insert( s.key().str() );
       if( ancestors != expected )
-         return "critical ancestors of " + i.key().str() + " are " + list( ancestors ) +
-                ", not " + list( expected );
+         return "critical ancestors of " + i.key().str() + " are " + list( ancestors ) + ", not " +
+                list( expected );
       bool reason = !ancestors.empty();
       for( auto e = i.ptr()->eventIteratorConst(); e; ++e )
          reason = reason || e.ptr()->critical();

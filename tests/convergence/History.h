@@ -123,10 +123,10 @@ class History {
    std::vector< std::string > stages_;
    testing_support::World w_;
    Ptr< Stage::ConfigSm > machine_;
-   std::vector< Event > events_;                        // all that were ever made
-   std::vector< Ptr< Stage::AgentConfig > > absent_;    // agents' objects that left the directory
-   std::set< std::string > left_;                       // since the loop was idle
-   std::set< Key > withdrawn_;                          // since the loop was idle
+   std::vector< Event > events_;                     // all that were ever made
+   std::vector< Ptr< Stage::AgentConfig > > absent_; // agents' objects that left the directory
+   std::set< std::string > left_;                    // since the loop was idle
+   std::set< Key > withdrawn_;                       // since the loop was idle
    std::map< std::string, Before > before_;
    bool delivered_ = false; // since the loop was idle
    std::vector< std::string > told_;

@@ -196,12 +196,12 @@ TEST_F( Attaching, ReactorsThatAreSwitchedOnTogetherHearAllInTheOrderInWhichItWa
       b->hasNotificationActiveIs( true );
    }
    event->criticalIs( true );
-   EXPECT_EQ( delivered(),
-              ( Lines{ "on dependency Disk true", "on timeout 2", "on dependency Boot true",
-                       "b timeout 1", "a dependency Disk true", "b dependency Gui true",
-                       "b dependency Net true", "a timeout 2", "a dependency Boot true",
-                       "b critical true", "a critical true", "on critical true",
-                       "on dependency...", "b dependency...", "a dependency..." } ) );
+   EXPECT_EQ(
+      delivered(),
+      ( Lines{ "on dependency Disk true", "on timeout 2", "on dependency Boot true", "b timeout 1",
+               "a dependency Disk true", "b dependency Gui true", "b dependency Net true",
+               "a timeout 2", "a dependency Boot true", "b critical true", "a critical true",
+               "on critical true", "on dependency...", "b dependency...", "a dependency..." } ) );
 }
 
 TEST_F( Attaching, SwitchingOffKeepsWhatStandsInTheQueue ) {

@@ -95,9 +95,9 @@ TEST_F( Deferred, EachReactorCountsItsOwnPendingKeys ) {
    Kiv::activityManager()->runOne(); // a's
    event->dependencyIs( "Boot", true );
    loop.deliver();
-   EXPECT_EQ( taken(), ( Lines{ "a dependency Disk true", "b dependency Disk true",
-                                "a dependency Boot true", "b dependency Boot true",
-                                "b dependency..." } ) );
+   EXPECT_EQ( taken(),
+              ( Lines{ "a dependency Disk true", "b dependency Disk true", "a dependency Boot true",
+                       "b dependency Boot true", "b dependency..." } ) );
 }
 
 TEST_F( Deferred, ItRunsOnlyWhenNothingElseIsQueuedWhoeverQueuedIt ) {
@@ -111,9 +111,8 @@ TEST_F( Deferred, ItRunsOnlyWhenNothingElseIsQueuedWhoeverQueuedIt ) {
          other->timeoutIs( other->timeout() + 1 );
    };
    loop.deliver();
-   EXPECT_EQ( taken(),
-              ( Lines{ "a dependency Disk true", "a dependency Boot true", "b timeout 1",
-                       "b timeout 2", "b timeout 3", "a dependency..." } ) );
+   EXPECT_EQ( taken(), ( Lines{ "a dependency Disk true", "a dependency Boot true", "b timeout 1",
+                                "b timeout 2", "b timeout 3", "a dependency..." } ) );
 }
 
 TEST_F( Deferred, TheSecondQueueIsFirstInFirstOutToo ) {
@@ -124,9 +123,9 @@ TEST_F( Deferred, TheSecondQueueIsFirstInFirstOutToo ) {
    other->dependencyIs( "Boot", true ); // b's second key comes first
    event->dependencyIs( "Boot", true );
    loop.deliver();
-   EXPECT_EQ( taken(), ( Lines{ "a dependency Disk true", "b dependency Disk true",
-                                "b dependency Boot true", "a dependency Boot true",
-                                "b dependency...", "a dependency..." } ) );
+   EXPECT_EQ( taken(),
+              ( Lines{ "a dependency Disk true", "b dependency Disk true", "b dependency Boot true",
+                       "a dependency Boot true", "b dependency...", "a dependency..." } ) );
 }
 
 TEST_F( Deferred, WhatADeferredCallbackQueuesComesBeforeTheNextDeferredCallback ) {

@@ -15,9 +15,9 @@ namespace {
 // Asks a test what to do with what its callbacks throw.
 class Careful : public Watcher {
  public:
-   using Watcher::Watcher;
    using Watcher::handleNotificationException;
    using Watcher::onNotificationException;
+   using Watcher::Watcher;
    std::function< void( Kiv::AttributeId ) > handle;
    std::vector< std::string > told;
 

@@ -45,9 +45,7 @@ class Misbehaviour : public testing::Test {
 
     protected:
       virtual void vice() {}
-      void attach( Kiv::Ptr< Entity > const & entity ) {
-         this->watch( entity );
-      }
+      void attach( Kiv::Ptr< Entity > const & entity ) { this->watch( entity ); }
       Misbehaviour & room() { return room_; }
 
     private:
@@ -96,8 +94,8 @@ class Misbehaviour : public testing::Test {
    void TearDown() override { expectStillWorking(); }
 
    static Lines everything() {
-      return { "first A", "bad A", "last A", "first B", "bad B", "last B",
-               "first...", "bad...", "last..." };
+      return { "first A", "bad A",    "last A", "first B", "bad B",
+               "last B",  "first...", "bad...", "last..." };
    }
 
    testing_support::Loop loop;
@@ -233,16 +231,14 @@ TYPED_TEST( Misbehaviour, OneAddsAMember ) {
 TYPED_TEST( Misbehaviour, OneRemovesTheMemberThatItIsToldOf ) {
    // Pending callbacks keep their places and find the member gone; those that had run come again.
    this->meet( []( auto & self ) { TypeParam::remove( *self.room().home.entity, "A" ); } );
-   EXPECT_EQ( this->journal,
-              ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B", "first A",
-                       "bad A", "first...", "bad...", "last..." } ) );
+   EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B",
+                                      "first A", "bad A", "first...", "bad...", "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneRemovesAllMembers ) {
    this->meet( []( auto & self ) { TypeParam::removeAll( *self.room().home.entity ); } );
-   EXPECT_EQ( this->journal,
-              ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B", "first A",
-                       "bad A", "first...", "bad...", "last..." } ) );
+   EXPECT_EQ( this->journal, ( Lines{ "first A", "bad A", "last A", "first B", "bad B", "last B",
+                                      "first A", "bad A", "first...", "bad...", "last..." } ) );
 }
 
 TYPED_TEST( Misbehaviour, OneAddsAndRemovesAllAndAddsAgain ) {
@@ -344,9 +340,7 @@ TEST( MembersThatAreDestroyed, MayChangeOthersFromTheirDestructorsWhateverRemove
    auto const dir = Kiv::Dir::DirIs( "dir" );
    class DirWatcher : public Kiv::Dir::NotifieeConst {
     public:
-      explicit DirWatcher( Kiv::Ptr< Kiv::Dir > const & watched ) {
-         watch( watched );
-      }
+      explicit DirWatcher( Kiv::Ptr< Kiv::Dir > const & watched ) { watch( watched ); }
       void onEntityPtr( Kiv::Name ) override { ++calls; }
       void onEntityPtrkivImmediate() override { ++deferred; }
       void onEntityPtr() override {}
@@ -383,9 +377,7 @@ TEST( MembersThatAreDestroyed, MayLoseAParentWhoseDestructorChangesOthers ) {
       watchers.push_back( new Watcher( "w" + std::to_string( i ), journal, event ) );
    class ParentWatcher : public Kiv::Entity::NotifieeConst {
     public:
-      explicit ParentWatcher( Kiv::Ptr< Kiv::Entity > const & watched ) {
-         watch( watched );
-      }
+      explicit ParentWatcher( Kiv::Ptr< Kiv::Entity > const & watched ) { watch( watched ); }
       void onParent() override { ++calls; }
       int calls = 0;
    };

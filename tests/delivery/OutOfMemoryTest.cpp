@@ -149,7 +149,9 @@ class OutOfMemory : public testing::TestWithParam< Mutator > {
    static std::vector< std::string > shape( std::vector< std::string > const & before,
                                             std::vector< std::string > const & after ) {
       std::vector< std::string > lines;
-      auto const name = []( std::string const & line ) { return line.substr( 0, line.rfind( ' ' ) ); };
+      auto const name = []( std::string const & line ) {
+         return line.substr( 0, line.rfind( ' ' ) );
+      };
       for( auto const & line : before )
          if( std::find( after.begin(), after.end(), line ) == after.end() )
             lines.push_back( "- " + name( line ) );
@@ -195,16 +197,14 @@ class OutOfMemory : public testing::TestWithParam< Mutator > {
             EXPECT_EQ( shape( before, after ), expected ) << "allocation " << n;
          }
          GetParam().call( entities ); // it works again
-         if( threw ) {
+         if( threw )
             EXPECT_EQ( shape( before, entities.seen() ), expected );
-         }
          loop.deliver();
          if( memory.failures() == 0 )
             break;
       }
-      if( GetParam().allocates ) {
+      if( GetParam().allocates )
          EXPECT_GT( n, 0U ) << "nothing could fail";
-      }
    }
 
    testing_support::Loop loop;
@@ -212,7 +212,9 @@ class OutOfMemory : public testing::TestWithParam< Mutator > {
 
 } // namespace
 
-TEST_P( OutOfMemory, OneFailedAllocationLeavesNothingHalfDone ) { failEveryOne( Memory::Failing::once ); }
+TEST_P( OutOfMemory, OneFailedAllocationLeavesNothingHalfDone ) {
+   failEveryOne( Memory::Failing::once );
+}
 TEST_P( OutOfMemory, NoMemoryFromSomePointOnLeavesNothingHalfDone ) {
    failEveryOne( Memory::Failing::fromThenOn );
 }
@@ -241,7 +243,8 @@ INSTANTIATE_TEST_SUITE_P(
       Mutator{ "statusStageDel", CALL( e.status->stageDel( "Idle" ) ) },
       Mutator{ "statusStageDelOfAnActiveOne", CALL( e.status->stageDel( "Disk" ) ) },
       Mutator{ "statusStageDelAll", CALL( e.status->stageDelAll() ) },
-      Mutator{ "statusActiveStageIs", CALL( e.status->activeStageIs( e.status->stage( "Idle" ) ) ) },
+      Mutator{ "statusActiveStageIs",
+               CALL( e.status->activeStageIs( e.status->stage( "Idle" ) ) ) },
       Mutator{ "statusActiveStageDel", CALL( e.status->activeStageDel( "Disk" ) ) },
       Mutator{ "statusActiveStageDelAll", CALL( e.status->activeStageDelAll() ) },
       Mutator{ "statusCompleteIs", CALL( e.status->completeIs( true ) ) },

@@ -92,9 +92,7 @@ TEST_F( Delivery, ANaNIsTheSameAsANaN ) {
 TEST_F( Delivery, ForAPointerTheSameObjectIsTheSameValueAndAnEqualOneIsNot ) {
    class ConfigWatcher : public Stage::Config::NotifieeConst {
     public:
-      explicit ConfigWatcher( Kiv::Ptr< Stage::Config > const & config ) {
-         watch( config );
-      }
+      explicit ConfigWatcher( Kiv::Ptr< Stage::Config > const & config ) { watch( config ); }
    };
    auto const config = Stage::Config::ConfigIs( "config" );
    Kiv::Ptr< ConfigWatcher > const a = new ConfigWatcher( config );
@@ -163,8 +161,8 @@ TEST_F( Delivery, KeysOfOneCollectionArePendingEachOnItsOwn ) {
    event->dependencyIs( "Boot", true );
    event->dependencyIs( "Disk", false );
    loop.deliver();
-   EXPECT_EQ( journal, ( Lines{ "a dependency Disk false", "a dependency Boot true",
-                                "a dependency..." } ) );
+   EXPECT_EQ( journal,
+              ( Lines{ "a dependency Disk false", "a dependency Boot true", "a dependency..." } ) );
 }
 
 TEST_F( Delivery, CallbacksNeverNestAndNeverRunInsideASetter ) {
@@ -259,10 +257,10 @@ class Wide : public Kiv::Entity {
    };
    static constexpr Kiv::Attribute rows[] = {
       Kiv::Attribute( "low", "double", "", Kiv::Role::notifying,
-        Kiv::changes< &NotifieeConst::onLow >() )
+                      Kiv::changes< &NotifieeConst::onLow >() )
          .numberIs( Kiv::firstOwnAttribute ),
       Kiv::Attribute( "high", "double", "", Kiv::Role::notifying,
-        Kiv::changes< &NotifieeConst::onHigh >() )
+                      Kiv::changes< &NotifieeConst::onHigh >() )
          .numberIs( Kiv::wholeAttributes - 1 ),
    };
    explicit Wide( Kiv::Name const & name ) : Entity( name ) {}

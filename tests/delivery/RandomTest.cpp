@@ -140,7 +140,9 @@ class Model {
          return text + ( event.critical ? " true" : " false" );
       auto const member = event.dependency.find( c.key );
       return text + " " + c.key +
-             ( member == event.dependency.end() ? " gone" : member->second ? " true" : " false" );
+             ( member == event.dependency.end() ? " gone"
+               : member->second                 ? " true"
+                                                : " false" );
    }
 
    static std::size_t index( int i ) { return static_cast< std::size_t >( i ); }
@@ -148,15 +150,18 @@ class Model {
  private:
    template< class F >
    bool any( F f ) const {
-      if( std::any_of( first.begin(), first.end(), f ) || std::any_of( second.begin(), second.end(), f ) )
+      if( std::any_of( first.begin(), first.end(), f ) ||
+          std::any_of( second.begin(), second.end(), f ) )
          return true;
       return std::any_of( reactors.begin(), reactors.end(), [ & ]( Reactor const & r ) {
          return std::any_of( r.kept.begin(), r.kept.end(), f );
       } );
    }
-   bool pending( int r, std::string const & attribute, std::string const & key, bool deferred ) const {
+   bool pending( int r, std::string const & attribute, std::string const & key,
+                 bool deferred ) const {
       return any( [ & ]( Callback const & c ) {
-         return c.reactor == r && c.attribute == attribute && c.key == key && c.deferred == deferred;
+         return c.reactor == r && c.attribute == attribute && c.key == key &&
+                c.deferred == deferred;
       } );
    }
    int pendingKeys( int r ) const {
@@ -190,23 +195,23 @@ class Play {
 
    // False, and why in `story`, when the two are not the same any more.
    bool steps( int count ) {
-      for( int i = 0; i != count && same(); ++i ) {
+      for( int i = 0; i != count && same(); ++i )
          if( roll( 4 ) == 0 )
             deliverOne();
          else
             operation();
-      }
-      while( same() && deliverOne() ) {
+      while( same() && deliverOne() )
          if( ++calls_ > 100000 )
             return false;
-      }
       return same() && model_.first.empty() && model_.second.empty() &&
              Kiv::activityManager()->idle();
    }
    std::string story() const { return story_.str(); }
 
  private:
-   int roll( int sides ) { return static_cast< int >( random_() % static_cast< unsigned >( sides ) ); }
+   int roll( int sides ) {
+      return static_cast< int >( random_() % static_cast< unsigned >( sides ) );
+   }
    static std::size_t index( int i ) { return static_cast< std::size_t >( i ); }
 
    // ---- what is done to both
@@ -292,21 +297,34 @@ class Play {
       int const e = roll( eventCount );
       char const * const key = keys[ index( roll( static_cast< int >( keys.size() ) ) ) ];
       switch( roll( 20 ) ) {
-      case 0: return attach( r, roll( eventCount + 1 ) - 1 );
-      case 1: return registerIs( r, roll( 2 ) == 0 );
-      case 2: return activeIs( r, roll( 2 ) == 0 );
-      case 3: return mark( r, roll( 2 ) == 0 );
-      case 4: return replace( r );
-      case 5: return registerIs( r, true );
-      case 6: return activeIs( r, true );
-      case 7: return mark( r, false );
-      case 8: return dependencyDelAll( e );
-      case 9: return criticalIs( e, roll( 2 ) == 0 );
-      case 10: return timeoutIs( e, roll( 3 ) );
+      case 0:
+         return attach( r, roll( eventCount + 1 ) - 1 );
+      case 1:
+         return registerIs( r, roll( 2 ) == 0 );
+      case 2:
+         return activeIs( r, roll( 2 ) == 0 );
+      case 3:
+         return mark( r, roll( 2 ) == 0 );
+      case 4:
+         return replace( r );
+      case 5:
+         return registerIs( r, true );
+      case 6:
+         return activeIs( r, true );
+      case 7:
+         return mark( r, false );
+      case 8:
+         return dependencyDelAll( e );
+      case 9:
+         return criticalIs( e, roll( 2 ) == 0 );
+      case 10:
+         return timeoutIs( e, roll( 3 ) );
       case 11:
       case 12:
-      case 13: return dependencyDel( e, key );
-      default: return dependencyIs( e, key, roll( 2 ) == 0 );
+      case 13:
+         return dependencyDel( e, key );
+      default:
+         return dependencyIs( e, key, roll( 2 ) == 0 );
       }
    }
    // What a callback does, now and then; less as time goes by, so that the end comes.

@@ -25,9 +25,7 @@ class Careful : public Watcher {
 };
 
 struct Timer : Kiv::Clock::NotifieeConst {
-   explicit Timer( Kiv::Ptr< Kiv::Clock const > const & clock ) {
-      watch( clock );
-   }
+   explicit Timer( Kiv::Ptr< Kiv::Clock const > const & clock ) { watch( clock ); }
    using Kiv::Clock::NotifieeConst::deliveredUntilDoneIs;
    void onTime() override {
       ++fired;
@@ -158,14 +156,16 @@ TEST_F( Redelivery, ADeferredFormThatCameThroughStartsToCountAnew ) {
    event->dependencyIs( "Boot", false );
    loop.deliver();
    EXPECT_EQ( std::count( journal.begin() + static_cast< std::ptrdiff_t >( before ), journal.end(),
-                          "a dependency..." ), 1 );
+                          "a dependency..." ),
+              1 );
    netFails = false;
    loop.nowIs( loop.now() + 10 );
    loop.deliver();
    std::string const text = taken();
    EXPECT_NE( text.find( "after 2 exceptions in a row" ), std::string::npos ) << text;
    EXPECT_EQ( text.find( "after 2 exceptions in a row" ),
-              text.rfind( "after 2 exceptions in a row" ) ) << text;
+              text.rfind( "after 2 exceptions in a row" ) )
+      << text;
 }
 
 TEST_F( Redelivery, WhileItKeepsFailingItRestsTwiceAsLongEachTimeUpToASecond ) {
@@ -178,8 +178,8 @@ TEST_F( Redelivery, WhileItKeepsFailingItRestsTwiceAsLongEachTimeUpToASecond ) {
       rests.push_back( std::round( 1000 * wait() ) );
       loop.deliver();
    }
-   EXPECT_EQ( rests, ( std::vector< double >{ 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1000, 1000,
-                                              1000 } ) );
+   EXPECT_EQ(
+      rests, ( std::vector< double >{ 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1000, 1000, 1000 } ) );
    EXPECT_EQ( Kiv::activityManager()->nextTime(), Kiv::infinity );
 }
 
@@ -193,7 +193,8 @@ TEST_F( Redelivery, ItIsReportedAtTheFirstFailureAndOnceMoreWithTheirNumber ) {
    EXPECT_EQ( reports(), 2U );
    EXPECT_NE( taken().find( "bad_alloc" ), std::string::npos ) << taken();
    EXPECT_NE( taken().find( "delivered after 5 exceptions in a row: timeout of a reactor on" ),
-              std::string::npos ) << taken();
+              std::string::npos )
+      << taken();
 }
 
 TEST_F( Redelivery, AFailureAfterASuccessIsTheFirstAgain ) {
@@ -273,9 +274,9 @@ TEST_F( Redelivery, EverythingFailsAndComesBackWithoutAnAllocation ) {
    }
    EXPECT_EQ( a->pendingNotifications(), 0U );
    Lines const lines = told();
-   for( char const * line : { "a timeout 5", "a critical true", "a dependency A true",
-                              "a dependency B true", "a dependency C true", "a dependency D true",
-                              "a dependency..." } )
+   for( char const * line :
+        { "a timeout 5", "a critical true", "a dependency A true", "a dependency B true",
+          "a dependency C true", "a dependency D true", "a dependency..." } )
       EXPECT_GE( std::count( lines.begin(), lines.end(), line ), 1 ) << line;
 }
 
@@ -288,10 +289,18 @@ TEST_F( Redelivery, NothingIsDeliveredToOneThatWasDetachedMarkedOrDestroyedMeanw
       EXPECT_EQ( c->pendingNotifications(), 1U );
       told();
       switch( how ) {
-      case 0: c->notifierIs( nullptr ); break;
-      case 1: c->isRegisteredNotifieeIs( false ); break;
-      case 2: c->kivMarkedForDeletionIs( true ); break;
-      case 3: c = nullptr; break;
+      case 0:
+         c->notifierIs( nullptr );
+         break;
+      case 1:
+         c->isRegisteredNotifieeIs( false );
+         break;
+      case 2:
+         c->kivMarkedForDeletionIs( true );
+         break;
+      case 3:
+         c = nullptr;
+         break;
       }
       EXPECT_EQ( Kiv::activityManager()->nextTime(), Kiv::infinity ) << how;
       loop.nowIs( loop.now() + 10 );
@@ -305,10 +314,18 @@ TEST_F( Redelivery, OneThatDetachesOrMarksItselfAndThenFailsIsGivenUp ) {
       Kiv::Ptr< Careful > c = new Careful( "c", journal, event );
       c->act = [ & ] {
          switch( how ) {
-         case 0: c->notifierIs( nullptr ); break;
-         case 1: c->isRegisteredNotifieeIs( false ); break;
-         case 2: c->kivMarkedForDeletionIs( true ); break;
-         case 3: c = nullptr; break;
+         case 0:
+            c->notifierIs( nullptr );
+            break;
+         case 1:
+            c->isRegisteredNotifieeIs( false );
+            break;
+         case 2:
+            c->kivMarkedForDeletionIs( true );
+            break;
+         case 3:
+            c = nullptr;
+            break;
          }
          throw std::bad_alloc();
       };
@@ -316,8 +333,8 @@ TEST_F( Redelivery, OneThatDetachesOrMarksItselfAndThenFailsIsGivenUp ) {
       loop.deliver();
       EXPECT_EQ( Kiv::activityManager()->nextTime(), Kiv::infinity ) << how;
       Lines const lines = told();
-      EXPECT_EQ( std::count( lines.begin(), lines.end(),
-                             "c timeout " + std::to_string( how + 1 ) ), 1 );
+      EXPECT_EQ( std::count( lines.begin(), lines.end(), "c timeout " + std::to_string( how + 1 ) ),
+                 1 );
    }
 }
 
@@ -425,10 +442,18 @@ TEST_F( Redelivery, ATimerThatLeavesItsClockAndThenFailsIsGivenUp ) {
       Kiv::Ptr< Timer > timer = new Timer( loop.clock() );
       timer->act = [ & ] {
          switch( how ) {
-         case 0: timer->notifierIs( nullptr ); break;
-         case 1: timer->isRegisteredNotifieeIs( false ); break;
-         case 2: timer->kivMarkedForDeletionIs( true ); break;
-         case 3: timer = nullptr; break;
+         case 0:
+            timer->notifierIs( nullptr );
+            break;
+         case 1:
+            timer->isRegisteredNotifieeIs( false );
+            break;
+         case 2:
+            timer->kivMarkedForDeletionIs( true );
+            break;
+         case 3:
+            timer = nullptr;
+            break;
          }
          throw std::bad_alloc();
       };

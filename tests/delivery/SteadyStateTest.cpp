@@ -28,7 +28,9 @@ void * operator new( std::size_t size ) {
 }
 void * operator new[]( std::size_t size ) { return operator new( size ); }
 void * operator new( std::size_t size, std::nothrow_t const & ) noexcept { return counted( size ); }
-void * operator new[]( std::size_t size, std::nothrow_t const & ) noexcept { return counted( size ); }
+void * operator new[]( std::size_t size, std::nothrow_t const & ) noexcept {
+   return counted( size );
+}
 void operator delete( void * memory ) noexcept { std::free( memory ); }
 void operator delete[]( void * memory ) noexcept { std::free( memory ); }
 void operator delete( void * memory, std::size_t ) noexcept { std::free( memory ); }
@@ -40,9 +42,7 @@ namespace {
 
 class Counter : public Stage::EventConfig::NotifieeConst {
  public:
-   explicit Counter( Kiv::Ptr< Stage::EventConfig const > const & event ) {
-      watch( event );
-   }
+   explicit Counter( Kiv::Ptr< Stage::EventConfig const > const & event ) { watch( event ); }
    void onTimeout() override { ++calls; }
    void onDependency( Kiv::String8 ) override { ++calls; }
    void onDependencykivImmediate() override { ++calls; }
@@ -52,9 +52,7 @@ class Counter : public Stage::EventConfig::NotifieeConst {
 
 class Ticker : public Kiv::Clock::NotifieeConst {
  public:
-   Ticker() {
-      watch( Kiv::activityManager()->clock() );
-   }
+   Ticker() { watch( Kiv::activityManager()->clock() ); }
    void onTime() override { ++calls; }
    unsigned calls = 0;
 };

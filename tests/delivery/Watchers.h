@@ -38,17 +38,24 @@ class Watcher : public Stage::EventConfig::NotifieeConst {
    void onIsNondestructing() override {
       tell( notifier()->isNondestructing() ? "isNondestructing true" : "isNondestructing false" );
    }
-   void onComplete() override { tell( notifier()->complete() ? "complete true" : "complete false" ); }
+   void onComplete() override {
+      tell( notifier()->complete() ? "complete true" : "complete false" );
+   }
    void onDependency( Kiv::String8 stage ) override {
       auto const & event = *notifier();
-      tell( "dependency " + text( stage ) + ( !event.hasDependency( stage ) ? " gone"
-                                              : event.dependency( stage )   ? " true"
-                                                                            : " false" ) );
+      tell( "dependency " + text( stage ) +
+            ( !event.hasDependency( stage ) ? " gone"
+              : event.dependency( stage )   ? " true"
+                                            : " false" ) );
    }
    void onDependencykivImmediate() override { tell( "dependency..." ); }
    void onDependency() override { tell( "dependency (whole)" ); }
-   void onTimeout() override { tell( "timeout " + text( Kiv::valueToString( notifier()->timeout() ) ) ); }
-   void onCritical() override { tell( notifier()->critical() ? "critical true" : "critical false" ); }
+   void onTimeout() override {
+      tell( "timeout " + text( Kiv::valueToString( notifier()->timeout() ) ) );
+   }
+   void onCritical() override {
+      tell( notifier()->critical() ? "critical true" : "critical false" );
+   }
 
  private:
    void tell( std::string const & what ) {

@@ -29,8 +29,9 @@ class Machine : public Watcher {
          Watcher::hasNotificationActiveIs( active );
       }
       virtual void kivDoZombieReactors( bool zombie ) {
-         steps_.push_back( id_ + ( zombie ? " to be marked" : " to be unmarked" ) +
-                           ( owner_.kivMarkedForDeletion() ? ", owner marked" : ", owner unmarked" ) );
+         steps_.push_back(
+            id_ + ( zombie ? " to be marked" : " to be unmarked" ) +
+            ( owner_.kivMarkedForDeletion() ? ", owner marked" : ", owner unmarked" ) );
          Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
       }
 
@@ -184,7 +185,9 @@ class ConfigZombies : public testing::Test {
       configSm = new Probe( config, status, dir );
    }
    // The stage's reactor on the agent's event: a reactor nested in a nested one.
-   Kiv::Ptr< Stage::ConfigSm::KivStageStatus > stage() const { return configSm->stageStatus( "Net" ); }
+   Kiv::Ptr< Stage::ConfigSm::KivStageStatus > stage() const {
+      return configSm->stageStatus( "Net" );
+   }
 
    testing_support::Loop loop;
    Kiv::Ptr< Stage::Config > const config = Stage::Config::ConfigIs( "config" );

@@ -18,18 +18,16 @@ using Row = std::vector< std::string >;
 // Of a file below the project's docs/.
 inline std::string textOf( std::string const & name ) {
    std::ifstream in( ORDOVAN_DOCUMENTS "/" + name, std::ios::binary );
-   if( !in ) {
+   if( !in )
       throw std::runtime_error( "no document " + name );
-   }
    return { std::istreambuf_iterator< char >( in ), {} };
 }
 
 inline Lines linesOf( std::string const & text ) {
    std::istringstream in( text );
    Lines lines;
-   for( std::string line; std::getline( in, line ); ) {
+   for( std::string line; std::getline( in, line ); )
       lines.push_back( line );
-   }
    return lines;
 }
 
@@ -51,17 +49,15 @@ inline std::vector< Row > tableBelow( std::string const & text, std::string cons
    bool below = false;
    for( auto const & line : linesOf( text ) ) {
       if( !line.starts_with( '|' ) ) {
-         if( !rows.empty() ) {
+         if( !rows.empty() )
             break;
-         }
          below = below || line == heading;
       } else if( below ) {
          rows.push_back( cellsOf( line ) );
       }
    }
-   if( rows.size() < 3 ) {
+   if( rows.size() < 3 )
       throw std::runtime_error( "no table below " + heading );
-   }
    rows.erase( rows.begin(), rows.begin() + 2 );
    return rows;
 }
@@ -84,19 +80,17 @@ inline bool isCode( std::string const & cell ) {
 
 // "x" of "`x`".
 inline std::string code( std::string const & cell ) {
-   if( !isCode( cell ) ) {
+   if( !isCode( cell ) )
       throw std::runtime_error( "not written as code: " + cell );
-   }
    return cell.substr( 1, cell.size() - 2 );
 }
 
 // `text` with each `from` as `to`.
 inline std::string replaced( std::string text, std::string const & from, std::string const & to ) {
    for( auto at = text.find( from ); at != std::string::npos;
-        at = text.find( from, at + to.size() ) ) {
+        at = text.find( from, at + to.size() ) )
       text.replace( at, from.size(), to );
-   }
    return text;
 }
 
-}  // namespace Document
+} // namespace Document

@@ -35,9 +35,8 @@ struct Map {
    // A plan that has this map with these members.
    std::string planWith( std::string const & members ) const {
       std::string const agents = "agents: {Display: {Menu: {}}}\n";
-      if( isEntry() ) {
+      if( isEntry() )
          return agents + "timeline:\n  - {" + members + "}\n";
-      }
       if( isSet() ) {
          return agents + "timeline:\n  - {at: 1, agent: Display, stage: Menu, set: {" + members +
                 "}}\n";
@@ -57,10 +56,9 @@ std::vector< Map > documentedMaps() {
    for( std::string const heading :
         { "## The plan", "## An event", "## The timeline", "### In `set`" } ) {
       Map map{ replaced( heading.substr( heading.find( ' ' ) + 1 ), "`", "" ), {} };
-      for( auto const & row : tableBelow( text, heading ) ) {
+      for( auto const & row : tableBelow( text, heading ) )
          map.keys.push_back(
             { code( row.at( 0 ) ), row.at( 1 ), row.at( 2 ), code( row.at( 3 ) ) } );
-      }
       maps.push_back( std::move( map ) );
    }
    return maps;
@@ -68,9 +66,8 @@ std::vector< Map > documentedMaps() {
 
 Lines mistakesOf( std::string const & plan ) {
    Lines texts;
-   for( auto const & mistake : Tools::readPlan( plan ).mistakes ) {
+   for( auto const & mistake : Tools::readPlan( plan ).mistakes )
       texts.push_back( mistake.text );
-   }
    return texts;
 }
 
@@ -79,9 +76,8 @@ Lines told( std::string const & plan, std::string const & start, std::string con
    Lines found;
    for( auto const & text : mistakesOf( plan ) ) {
       auto const at = text.find( mark );
-      if( text.starts_with( start ) && at != std::string::npos ) {
+      if( text.starts_with( start ) && at != std::string::npos )
          found.push_back( text.substr( at + mark.size() ) );
-      }
    }
    return found;
 }
@@ -103,9 +99,8 @@ struct Described {
    void operator()( Simulation::Event const & event ) {
       text << "  " << event.stage << ' ' << event.timeout << ' ' << event.critical << ' '
            << static_cast< int >( event.complete.kind ) << ' ' << event.complete.seconds;
-      for( auto const & dependency : event.dependency ) {
+      for( auto const & dependency : event.dependency )
          text << ' ' << dependency.stage << '=' << dependency.value;
-      }
       text << '\n';
    }
    void operator()( Simulation::Plan const & plan ) {
@@ -129,16 +124,18 @@ TEST( PlanDocument, NamesTheKeysThatTheReaderAllowsInTheirOrder ) {
    for( auto const & map : documentedMaps() ) {
       auto const unknown = "unknown key \"no such key\" in ";
       EXPECT_EQ( told( map.planWith( "no such key: 1" ), unknown, "; allowed are " ),
-                 Lines{ listed( map ) } ) << map.heading;
+                 Lines{ listed( map ) } )
+         << map.heading;
    }
 }
 
 TEST( PlanDocument, SaysWhatAValueMustBeInTheReadersWords ) {
    for( auto const & map : documentedMaps() ) {
       for( auto const & key : map.keys ) {
-         auto const members = key.name + ": .nan";  // no key takes that
+         auto const members = key.name + ": .nan"; // no key takes that
          EXPECT_EQ( told( map.planWith( members ), '"' + key.name + '"', " is .nan; it must be " ),
-                    Lines{ key.mustBe } ) << map.heading;
+                    Lines{ key.mustBe } )
+            << map.heading;
       }
    }
 }
@@ -156,9 +153,8 @@ TEST( PlanDocument, HasAnExampleOfEachKeyThatTheReaderAccepts ) {
 TEST( PlanDocument, NamesTheValueThatTheReaderTakesForAKeyThatIsNotThere ) {
    std::size_t compared = 0;
    for( auto const & map : documentedMaps() ) {
-      if( map.isEntry() || map.isSet() ) {
+      if( map.isEntry() || map.isSet() )
          continue;
-      }
       for( auto const & key : map.keys ) {
          auto const members = key.name + ": " + code( key.standard );
          EXPECT_EQ( described( map.planWith( members ) ), described( map.planWith( "" ) ) )
@@ -184,9 +180,8 @@ TEST( PlanDocument, SaysThatASetLeavesWhatItDoesNotName ) {
    for( auto const & key : set.keys ) {
       EXPECT_EQ( key.standard, "unchanged" );
       std::set< std::size_t > written;
-      for( auto const & write : writes( set.planOf( key ) ) ) {
+      for( auto const & write : writes( set.planOf( key ) ) )
          written.insert( write.index() );
-      }
       EXPECT_EQ( written.size(), 1U ) << key.example;
       kinds.insert( written.begin(), written.end() );
    }
@@ -197,14 +192,11 @@ TEST( PlanDocument, SaysThatASetLeavesWhatItDoesNotName ) {
 std::set< std::string > needing( std::string const & standard,
                                  std::set< std::string > const & operations ) {
    std::set< std::string > named;
-   for( auto const & operation : operations ) {
-      if( standard.find( '`' + operation + '`' ) != std::string::npos ) {
+   for( auto const & operation : operations )
+      if( standard.find( '`' + operation + '`' ) != std::string::npos )
          named.insert( operation );
-      }
-   }
-   if( standard.starts_with( "needed for " ) ) {
+   if( standard.starts_with( "needed for " ) )
       return named;
-   }
    EXPECT_TRUE( standard == "needed" || standard.starts_with( "needed but for " ) ) << standard;
    std::set< std::string > others;
    std::set_difference( operations.begin(), operations.end(), named.begin(), named.end(),
@@ -217,24 +209,22 @@ TEST( PlanDocument, SaysWhatEachOperationOfTheTimelineNeeds ) {
    auto const & entries = maps.at( 2 );
    ASSERT_TRUE( entries.isEntry() );
    std::set< std::string > operations;
-   for( auto const & key : entries.keys ) {
-      if( key.standard == "one of six" ) {
+   for( auto const & key : entries.keys )
+      if( key.standard == "one of six" )
          operations.insert( key.name );
-      }
-   }
    EXPECT_EQ( operations.size(), 6U );
    EXPECT_EQ( operations.size(), std::variant_size_v< Simulation::Operation > );
    for( auto const & operand : entries.keys ) {
-      if( operations.count( operand.name ) ) {
+      if( operations.count( operand.name ) )
          continue;
-      }
       std::set< std::string > needed;
       for( auto const & key : entries.keys ) {
          auto entry = YAML::Load( key.example );
          if( operations.count( key.name ) && entry[ operand.name ] ) {
             entry.remove( operand.name );
-            EXPECT_NE( mistakesOf( "agents: {Display: {Menu: {}}}\ntimeline:\n  - " +
-                                   YAML::Dump( entry ) ), Lines{} );
+            EXPECT_NE(
+               mistakesOf( "agents: {Display: {Menu: {}}}\ntimeline:\n  - " + YAML::Dump( entry ) ),
+               Lines{} );
             needed.insert( key.name );
          }
       }
@@ -244,26 +234,23 @@ TEST( PlanDocument, SaysWhatEachOperationOfTheTimelineNeeds ) {
 
 // ---- the man page
 
-using Entries = std::vector< std::pair< std::string, std::string > >;  // section, entry
+using Entries = std::vector< std::pair< std::string, std::string > >; // section, entry
 
 Entries manEntries() {
    Entries entries;
    std::string section;
-   for( auto const & line : linesOf( replaced( textOf( "man/ordovan-plan.5" ), "\\\n", "" ) ) ) {
-      if( line.starts_with( ".SS " ) ) {
+   for( auto const & line : linesOf( replaced( textOf( "man/ordovan-plan.5" ), "\\\n", "" ) ) )
+      if( line.starts_with( ".SS " ) )
          section = line.substr( 4 );
-      } else if( line.starts_with( "\\fB" ) ) {
+      else if( line.starts_with( "\\fB" ) )
          entries.emplace_back( section, line );
-      }
-   }
    return entries;
 }
 
 // "`x`" as the man page has it.
 std::string bold( std::string text ) {
-   for( bool opens = true; text.find( '`' ) != std::string::npos; opens = !opens ) {
+   for( bool opens = true; text.find( '`' ) != std::string::npos; opens = !opens )
       text.replace( text.find( '`' ), 1, opens ? "\\fB" : "\\fR" );
-   }
    return text;
 }
 
@@ -272,8 +259,8 @@ TEST( PlanDocument, AndItsManPageNameTheSameKeysTypesAndDefaults ) {
    for( auto const & map : documentedMaps() ) {
       for( auto const & key : map.keys ) {
          auto const standard = ( isCode( key.standard ) ? "default " : "" ) + key.standard;
-         expected.emplace_back( map.heading, bold( '`' + key.name + "` (" + key.mustBe + "; " +
-                                                   standard + ')' ) );
+         expected.emplace_back(
+            map.heading, bold( '`' + key.name + "` (" + key.mustBe + "; " + standard + ')' ) );
       }
    }
    EXPECT_EQ( manEntries(), expected );
@@ -287,4 +274,4 @@ TEST( PlanDocument, AndItsManPageShowTheSamePlan ) {
    EXPECT_EQ( shown, blocksOf( textOf( "plan.md" ), "yaml" ).at( 0 ) );
 }
 
-}  // namespace
+} // namespace

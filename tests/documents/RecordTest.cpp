@@ -41,16 +41,12 @@ Record recordOf( std::string const & plan ) {
 std::vector< Record > const & records() {
    static auto const made = [] {
       std::vector< Record > all;
-      for( auto const & file : std::filesystem::directory_iterator( ORDOVAN_EXAMPLES ) ) {
-         if( file.path().extension() == ".yaml" ) {
+      for( auto const & file : std::filesystem::directory_iterator( ORDOVAN_EXAMPLES ) )
+         if( file.path().extension() == ".yaml" )
             all.push_back( recordOf( Tools::fileText( file.path() ) ) );
-         }
-      }
-      for( auto const * document : { "plan.md", "record.md" } ) {
-         for( auto const & plan : blocksOf( textOf( document ), "yaml" ) ) {
+      for( auto const * document : { "plan.md", "record.md" } )
+         for( auto const & plan : blocksOf( textOf( document ), "yaml" ) )
             all.push_back( recordOf( plan ) );
-         }
-      }
       all.erase( std::remove( all.begin(), all.end(), Record() ), all.end() );
       return all;
    }();
@@ -61,28 +57,24 @@ std::vector< Record > const & records() {
 template< class F >
 void eachLine( std::string const & kind, F const & f ) {
    for( auto const & record : records() ) {
-      for( auto const & line : record ) {
-         if( kind.empty() || line.at( "kind" ) == kind ) {
+      for( auto const & line : record )
+         if( kind.empty() || line.at( "kind" ) == kind )
             f( line );
-         }
-      }
    }
 }
 
 std::set< std::string > codes( std::string const & heading ) {
    std::set< std::string > found;
-   for( auto const & row : tableBelow( textOf( "record.md" ), heading ) ) {
+   for( auto const & row : tableBelow( textOf( "record.md" ), heading ) )
       found.insert( code( row.at( 0 ) ) );
-   }
    return found;
 }
 
 // Words in capitals stand for names.
 std::regex const & patternOf( std::string const & text ) {
    static std::map< std::string, std::regex > made;
-   if( auto const known = made.find( text ); known != made.end() ) {
+   if( auto const known = made.find( text ); known != made.end() )
       return known->second;
-   }
    auto const special = std::regex_replace( text, std::regex( "[.()]" ), "\\$&" );
    std::regex const name( "APPLICATION|STAGE|AGENT" );
    return made[ text ] = std::regex( std::regex_replace( special, name, ".+" ) );
@@ -92,11 +84,9 @@ std::regex const & patternOf( std::string const & text ) {
 // anything. Empty if there is none.
 std::string instanceOf( std::string const & text, std::set< std::string > const & texts ) {
    std::string found;
-   for( auto const & candidate : texts ) {
-      if( candidate.size() > found.size() && std::regex_match( text, patternOf( candidate ) ) ) {
+   for( auto const & candidate : texts )
+      if( candidate.size() > found.size() && std::regex_match( text, patternOf( candidate ) ) )
          found = candidate;
-      }
-   }
    return found;
 }
 
@@ -122,8 +112,8 @@ struct Field {
              : type == "true or false" ? value.is_boolean()
              : type == "true"          ? value == true
              : type == "object"        ? value.is_object()
-             : type == "list of texts" ? value.is_array() &&
-                                          std::all_of( value.begin(), value.end(), isText )
+             : type == "list of texts"
+                ? value.is_array() && std::all_of( value.begin(), value.end(), isText )
              : type == "number or \"inf\"" ? value.is_number() || value == "inf"
                                            : false;
    }
@@ -134,9 +124,8 @@ std::vector< Field > fieldsBelow( std::string const & heading ) {
    for( auto const & row : tableBelow( textOf( "record.md" ), heading ) ) {
       Field field{ {}, row.at( 1 ) };
       std::istringstream parts( code( row.at( 0 ) ) );
-      for( std::string part; std::getline( parts, part, '.' ); ) {
+      for( std::string part; std::getline( parts, part, '.' ); )
          field.path.push_back( part );
-      }
       fields.push_back( std::move( field ) );
    }
    return fields;
@@ -151,9 +140,8 @@ void compare( Json const & object, Path const & path, std::vector< Field > & fie
       ASSERT_NE( field, fields.end() ) << key << " is not documented";
       ASSERT_TRUE( field->takes( value ) ) << key << " is " << value << ", not " << field->type;
       field->seen = true;
-      if( value.is_object() ) {
+      if( value.is_object() )
          compare( value, inner, fields );
-      }
    }
 }
 
@@ -167,9 +155,8 @@ TEST( RecordDocument, NamesTheFieldsOfEachKindWithTheirTypes ) {
    for( auto const & kind : codes( "## Lines" ) ) {
       auto fields = fieldsBelow( "### `" + kind + '`' );
       eachLine( kind, [ & ]( auto const & line ) { compare( line, {}, fields ); } );
-      for( auto const & field : fields ) {
+      for( auto const & field : fields )
          EXPECT_TRUE( field.seen ) << field.path.back() << " of " << kind << " is never written";
-      }
    }
 }
 
@@ -189,13 +176,13 @@ TEST( RecordDocument, NamesTheDeclaredMessagesAsTheyAreDeclared ) {
    std::vector< Row > declared;
    for( auto const * handle :
         { &Stage::ORDOVAN_STAGE_SLOW, &Stage::ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT } ) {
-      declared.push_back( { handle->id().str(), std::to_string( handle->severity() ),
-                            handle->format().str() } );
+      declared.push_back(
+         { handle->id().str(), std::to_string( handle->severity() ), handle->format().str() } );
    }
    std::vector< Row > documented;
    for( auto const & row : rows ) {
-      auto const format = replaced( replaced( code( row.at( 2 ) ), "APPLICATION", "%s" ), "STAGE",
-                                    "%s" );
+      auto const format =
+         replaced( replaced( code( row.at( 2 ) ), "APPLICATION", "%s" ), "STAGE", "%s" );
       documented.push_back( { code( row.at( 0 ) ), row.at( 1 ), format } );
    }
    EXPECT_EQ( documented, declared );
@@ -222,10 +209,14 @@ TEST( RecordDocument, NamesTheMessagesThatAreWritten ) {
 Simulation::Outcome next( Simulation::Outcome outcome ) {
    using Simulation::Outcome;
    switch( outcome ) {
-    case Outcome::complete: return Outcome::suspended;
-    case Outcome::suspended: return Outcome::disabled;
-    case Outcome::disabled: return Outcome::stalled;
-    case Outcome::stalled: break;
+   case Outcome::complete:
+      return Outcome::suspended;
+   case Outcome::suspended:
+      return Outcome::disabled;
+   case Outcome::disabled:
+      return Outcome::stalled;
+   case Outcome::stalled:
+      break;
    }
    return Outcome::complete;
 }
@@ -238,9 +229,8 @@ TEST( RecordDocument, NamesTheOutcomesInTheOrderInWhichTheyAreLookedFor ) {
       names.emplace_back( outcomeName( outcome ) );
       outcome = next( outcome );
    } while( outcome != Outcome::complete );
-   for( auto const & row : tableBelow( textOf( "record.md" ), "## Outcomes" ) ) {
+   for( auto const & row : tableBelow( textOf( "record.md" ), "## Outcomes" ) )
       documented.push_back( code( row.at( 0 ) ) );
-   }
    EXPECT_EQ( documented, names );
    std::set< std::string > written;
    eachLine( "end", [ & ]( auto const & line ) { written.insert( line.at( "outcome" ) ); } );
@@ -259,4 +249,4 @@ TEST( RecordDocument, IsRightThatTimesNeverGoBackAndThatTheEndIsTheLastLineAndTh
    }
 }
 
-}  // namespace
+} // namespace

@@ -183,8 +183,7 @@ TEST_F( ExplainTest, AStageThatNobodyDeclaresIsARootWithWhoDependsOnIt ) {
    start();
    auto const e = explained();
    EXPECT_EQ( roots( e ), ( Lines{ "undeclared Gone 3", "undeclared Lost 1" } ) );
-   EXPECT_EQ( uids( e.root[ 0 ].by ),
-              ( Lines{ "Mail:B of B", "Net:A of A", "Net:B of B" } ) );
+   EXPECT_EQ( uids( e.root[ 0 ].by ), ( Lines{ "Mail:B of B", "Net:A of A", "Net:B of B" } ) );
    EXPECT_EQ( uids( e.root[ 1 ].by ), ( Lines{ "Mail:B of B" } ) );
    EXPECT_FALSE( stageOf( e, "Net" ).dependency[ 0 ].unfinished );
    EXPECT_EQ( names( e, waitingFor( e, e.root[ 0 ] ) ), ( Lines{ "Mail", "Net", "Web" } ) );

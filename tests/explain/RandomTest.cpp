@@ -94,8 +94,7 @@ class StartUp {
    int resolveAllBut( std::function< bool( Explanation::Root const & ) > const & kept ) {
       for( int count = 0; count != 1000; ++count ) {
          auto const e = explained();
-         auto const root =
-            std::find_if( e.root.begin(), e.root.end(), std::not_fn( kept ) );
+         auto const root = std::find_if( e.root.begin(), e.root.end(), std::not_fn( kept ) );
          if( root == e.root.end() )
             return count;
          resolve( e, *root );
@@ -219,9 +218,9 @@ TEST_F( ExplainRandom, PuttingARootRightTakesItAway ) {
             // Another cycle may be left among the same stages.
             auto const after = s.explained();
             for( auto const & left : after.root )
-               EXPECT_FALSE( left.kind == root.kind && left.stage == root.stage &&
-                             ( root.kind != Kind::cycle ||
-                               sentence( after, left ) == sentence( e, root ) ) )
+               EXPECT_FALSE(
+                  left.kind == root.kind && left.stage == root.stage &&
+                  ( root.kind != Kind::cycle || sentence( after, left ) == sentence( e, root ) ) )
                   << sentence( e, root );
          } );
    } );

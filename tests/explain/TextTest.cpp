@@ -238,8 +238,8 @@ TEST_F( ExplanationText, SaysHowManyMoreStagesWaitForARoot ) {
 
 TEST_F( ExplanationText, SaysWhenARootIsOverByItself ) {
    active( "Boot" ).timeIsUp = 30;
-   EXPECT_NE( root( Kind::events, { 0 }, 2 ).find(
-                 "all the same; 2 more stages wait for this, which goes on at 30 s." ),
+   EXPECT_NE( root( Kind::events, { 0 }, 2 )
+                 .find( "all the same; 2 more stages wait for this, which goes on at 30 s." ),
               std::string::npos )
       << root( Kind::events, { 0 }, 2 );
    e.stage[ 0 ].critical = true;

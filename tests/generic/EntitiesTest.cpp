@@ -18,9 +18,7 @@ struct Line {
 
 template< class E >
 struct Watcher : E::NotifieeConst {
-   explicit Watcher( Ptr< E > const & entity ) {
-      this->watch( entity );
-   }
+   explicit Watcher( Ptr< E > const & entity ) { this->watch( entity ); }
 };
 
 // Writes each text, and looks for one notification after each.
@@ -124,8 +122,9 @@ TEST( GenericEntity, AgentConfigTakesWhatItsSettersTake ) {
 
 TEST( GenericEntity, EventConfigTakesWhatItsSettersTake ) {
    auto const event = Stage::EventConfig::EventConfigIs( "Boot", "agent" );
-   expectScalars( event, { nondestructing, { "timeout", doubles }, { "critical", bools },
-                           { "complete", bools } } );
+   expectScalars(
+      event,
+      { nondestructing, { "timeout", doubles }, { "critical", bools }, { "complete", bools } } );
    expectFlags( event, "dependency", 3 );
    GenericIf const access{ event };
    EXPECT_EQ( access.read( "uid" ), Value( "Boot:agent" ) );
@@ -164,10 +163,9 @@ TEST( GenericEntity, StatusTakesWhatItsSettersTake ) {
               "range | key Net for what stands under Boot" );
    access.attributeOp( "activeStage", Op::write, GenericIf::Index{ "Boot" }, stage );
    EXPECT_EQ( status->activeStage( "Boot" ), status->stage( "Boot" ) );
-   EXPECT_EQ( thrownBy( [ & ] {
-                 access.attributeOp( "stage", Op::write, GenericIf::Index{ "" } );
-              } ),
-              "range | empty name" );
+   EXPECT_EQ(
+      thrownBy( [ & ] { access.attributeOp( "stage", Op::write, GenericIf::Index{ "" } ); } ),
+      "range | empty name" );
    access.attributeOp( "stage", Op::delAll );
    EXPECT_EQ( status->activeStages(), 0U );
    EXPECT_EQ( status->stages(), 0U );
@@ -219,14 +217,17 @@ TEST( GenericEntity, LogIsReadByPlaceAndAppendedTo ) {
               "expected" );
    EXPECT_EQ( thrownBy( [ & ] { access.write( "log", "text" ); } ),
               "type log | wrong type: log (Kiv::String8 does not fit)" );
-   EXPECT_EQ( thrownBy( [ & ] { access.write( "log", GenericIf::List_{ { "msg", "x" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.write( "log", GenericIf::List_{ { "msg", "x" } } );
+              } ),
               "unknownArg log | unknown argument: log (an entry has time and msg)" );
    EXPECT_EQ( thrownBy( [ & ] {
                  access.write( "log", GenericIf::List_{ { "time", true }, { "msg", "x" } } );
               } ),
               "type time | wrong type: time (double was expected, bool was given)" );
-   EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( "log", Op::write, GenericIf::Index{ "0" }, first ); } ),
-              "notSupported log | operation not supported: log (write with an index)" );
+   EXPECT_EQ(
+      thrownBy( [ & ] { access.attributeOp( "log", Op::write, GenericIf::Index{ "0" }, first ); } ),
+      "notSupported log | operation not supported: log (write with an index)" );
    EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( "log", Op::delAll ); } ),
               "notSupported log | operation not supported: log (delAll)" );
    EXPECT_EQ( log->logs(), 2U );

@@ -47,7 +47,7 @@ __attribute__( ( no_sanitize( "address", "undefined" ) ) ) void beforeAll( int, 
    on_exit( []( int, void * ) { look( "the last" ); }, nullptr );
 }
 [[gnu::section( ".preinit_array" ), gnu::used]] void ( *first )( int, char **,
-                                                                  char ** ) = &beforeAll;
+                                                                 char ** ) = &beforeAll;
 
 [[gnu::destructor]] void destructorFunction() { look( "destructor function" ); }
 

@@ -6,8 +6,8 @@
 
 namespace {
 
-std::string const everything =
-   "before main\nmain\natexit\nstatic destructor\natexit before main\ndestructor function\nthe last\n";
+std::string const everything = "before main\nmain\natexit\nstatic destructor\natexit before "
+                               "main\ndestructor function\nthe last\n";
 
 } // namespace
 

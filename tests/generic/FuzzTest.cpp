@@ -54,9 +54,14 @@ class Fuzzer {
  public:
    explicit Fuzzer( unsigned long seed ) : random_( static_cast< unsigned >( seed ) ) {
       world_.pass( static_cast< double >( below( 20 ) ) );
-      pool_ = { Value( world_.manager ), Value( world_.config ), Value( world_.dir ),
-                Value( world_.progress ), Value( world_.log ), Value( world_.net ),
-                Value( world_.gui ), Value( world_.agent( "routing" ) ),
+      pool_ = { Value( world_.manager ),
+                Value( world_.config ),
+                Value( world_.dir ),
+                Value( world_.progress ),
+                Value( world_.log ),
+                Value( world_.net ),
+                Value( world_.gui ),
+                Value( world_.agent( "routing" ) ),
                 Value( Kiv::Ptr< Kiv::PtrInterface >( world_.clock ) ) };
       roots_ = pool_;
    }
@@ -156,26 +161,35 @@ class Fuzzer {
 
    String8 text() {
       static char const * const texts[] = {
-         "",      "true",   "false",     "1",       "0",         "-5",      "nan",
-         "inf",   "1e400",  "0.5",       "Net",     "Boot",      "Gui",     "platform",
-         "screen", "routing", "Net:routing", "Boot:platform", "Gui:screen", "agents", "config",
-         "status", "a\nb", "4294967296", "x",       "Net:",      "null",    "Disk" };
+         "",           "true",     "false",  "1",       "0",           "-5",
+         "nan",        "inf",      "1e400",  "0.5",     "Net",         "Boot",
+         "Gui",        "platform", "screen", "routing", "Net:routing", "Boot:platform",
+         "Gui:screen", "agents",   "config", "status",  "a\nb",        "4294967296",
+         "x",          "Net:",     "null",   "Disk" };
       if( oneIn( 20 ) )
          return std::string( below( 300 ), static_cast< char >( below( 256 ) ) );
       return some( texts );
    }
    Value value( int depth = 0 ) {
-      static double const reals[] = { 0.0, -0.0, 1.0, 1005.0, -1.0, 1e300, 5e-324,
-                                      Kiv::infinity, -Kiv::infinity, 1010.5 };
+      static double const reals[] = { 0.0,   -0.0,   1.0,           1005.0,         -1.0,
+                                      1e300, 5e-324, Kiv::infinity, -Kiv::infinity, 1010.5 };
       switch( below( depth < 3 ? 9 : 6 ) ) {
-      case 0: return {};
-      case 1: return oneIn( 2 );
-      case 2: return some( reals );
-      case 3: return Kiv::valueFromString< double >( "nan" );
-      case 4: return static_cast< unsigned int >( below( 1000 ) );
-      case 5: return text();
-      case 6: return list( nullptr, depth + 1 );
-      default: return oneIn( 4 ) ? some( pool_ ).readOnly() : some( pool_ );
+      case 0:
+         return {};
+      case 1:
+         return oneIn( 2 );
+      case 2:
+         return some( reals );
+      case 3:
+         return Kiv::valueFromString< double >( "nan" );
+      case 4:
+         return static_cast< unsigned int >( below( 1000 ) );
+      case 5:
+         return text();
+      case 6:
+         return list( nullptr, depth + 1 );
+      default:
+         return oneIn( 4 ) ? some( pool_ ).readOnly() : some( pool_ );
       }
    }
    // Mostly what a call that takes `argument` accepts.
@@ -226,8 +240,8 @@ class Fuzzer {
    void ask( GenericIf const & access ) {
       String8 const name = attributeName( access );
       Attribute const * const row = access.type().attribute( name );
-      static Op const ops[] = { Op::read, Op::read, Op::write, Op::write, Op::call, Op::call,
-                                Op::del, Op::delAll };
+      static Op const ops[] = { Op::read, Op::read, Op::write, Op::write,
+                                Op::call, Op::call, Op::del,   Op::delAll };
       Op op = some( ops );
       if( row && row->access.call && !oneIn( 8 ) )
          op = Op::call;
@@ -235,17 +249,17 @@ class Fuzzer {
          op = Op::write; // else little would be left
       Value argument = op == Op::call
                           ? ( oneIn( 20 ) ? value() : list( row ? row->access.argument : nullptr ) )
-                          : op == Op::write || oneIn( 20 ) ? value() : Value();
+                       : op == Op::write || oneIn( 20 ) ? value()
+                                                        : Value();
       if( op == Op::write && ( name == "configSm" || name == "statusSm" ) && !oneIn( 3 ) )
          argument = machineArguments();
       bool const members = row && row->access.member;
       bool const indexed = oneIn( 15 ) ? !members : members && op != Op::delAll && !oneIn( 5 );
       if( row && oneIn( 30 ) )
          walk( access, *row );
-      Value const result =
-         indexed ? access.attributeOp( name, op, index( access, row ), argument )
-         : oneIn( 2 ) || !row ? access.attributeOp( name, op, argument )
-                              : access.attributeOp( row->id, op, argument );
+      Value const result = indexed ? access.attributeOp( name, op, index( access, row ), argument )
+                           : oneIn( 2 ) || !row ? access.attributeOp( name, op, argument )
+                                                : access.attributeOp( row->id, op, argument );
       expectConst( access, result );
       keep( result );
    }
@@ -263,8 +277,8 @@ class Fuzzer {
    }
 
    void walk( GenericIf const & access, Attribute const & row ) {
-      auto i = oneIn( 2 ) ? access.attributeIterator( row.id )
-                          : access.attributeIteratorConst( row.id );
+      auto i =
+         oneIn( 2 ) ? access.attributeIterator( row.id ) : access.attributeIteratorConst( row.id );
       for( std::size_t n = 0; i && n != 5; ++n, ++i ) {
          Value const member = i.value();
          expectConst( access, member );
@@ -293,10 +307,17 @@ class Fuzzer {
    }
    void step() {
       switch( below( 6 ) ) {
-      case 0: pump(); break;
-      case 1: world_.clock->nowIs( world_.clock->now() + static_cast< double >( below( 20 ) ) ); break;
-      case 2: Kiv::activityManager()->fireOne(); break;
-      default: Kiv::activityManager()->runOne();
+      case 0:
+         pump();
+         break;
+      case 1:
+         world_.clock->nowIs( world_.clock->now() + static_cast< double >( below( 20 ) ) );
+         break;
+      case 2:
+         Kiv::activityManager()->fireOne();
+         break;
+      default:
+         Kiv::activityManager()->runOne();
       }
    }
 

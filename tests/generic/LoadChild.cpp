@@ -47,7 +47,7 @@ int main( int count, char ** arguments ) {
       void * const symbol = dlsym( library, "_ZN5Stage7Ordovan8_fwkTypeEv" );
       if( !symbol || now == 0 )
          return fail( "dlsym" );
-      void const * const type = reinterpret_cast< void const * ( * )() >( symbol )();
+      void const * const type = reinterpret_cast< void const * (*)() >( symbol )();
       if( round != 0 && ( now != types || type != first ) )
          return fail( "types were registered again" );
       types = now;

@@ -47,8 +47,8 @@ TEST( Loading, TheDeclaredMessagesAreBuiltAfterAllTypesAreRegistered ) {
    EXPECT_EQ( order.types[ 5 ], "Stage::Ordovan" );
    EXPECT_EQ( order.looks, static_cast< int >( order.types.size() ) );
    EXPECT_FALSE( order.built ) << "a handle was built before the last type was registered";
-   auto const * handle = static_cast< Kiv::LogHandle const * >(
-      dlsym( library, "_ZN5Stage18ORDOVAN_STAGE_SLOWE" ) );
+   auto const * handle =
+      static_cast< Kiv::LogHandle const * >( dlsym( library, "_ZN5Stage18ORDOVAN_STAGE_SLOWE" ) );
    ASSERT_NE( handle, nullptr );
    EXPECT_EQ( handle->id(), Kiv::String8( "ORDOVAN_STAGE_SLOW" ) );
    dlclose( order.library );
@@ -58,5 +58,6 @@ TEST( Loading, TheDeclaredMessagesAreBuiltAfterAllTypesAreRegistered ) {
 TEST( Loading, AProgramMayLoadAndUnloadTheLibraryAgainAndAgain ) {
    testing_support::Child const child( "\"" LOAD_CHILD "\" \"" LIBORDOVAN "\" \"" LIBKIV "\"" );
    EXPECT_TRUE( child.succeeded ) << child.output;
-   EXPECT_EQ( child.output, "29\n" ) << "9 of the framework, 7 entities, 6 state machines, 7 reactors";
+   EXPECT_EQ( child.output, "29\n" )
+      << "9 of the framework, 7 entities, 6 state machines, 7 reactors";
 }

@@ -32,7 +32,9 @@ TEST_F( GenericLogSm, ACallOfLogIsAppendsTheMessage ) {
 }
 
 TEST_F( GenericLogSm, ACallOfLogIsOnAConstInstanceIsRefused ) {
-   EXPECT_EQ( thrownBy( [ & ] { constAccess.call( "logIs", { { "msg", "hello" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 constAccess.call( "logIs", { { "msg", "hello" } } );
+              } ),
               constError );
    EXPECT_EQ( entries(), before );
 }
@@ -50,22 +52,31 @@ TEST_F( GenericLogSm, AConstInstanceIsRefusedBeforeAnythingElseIsLookedAt ) {
 }
 
 TEST_F( GenericLogSm, ACallOfLogIsWithAnythingButAListIsRefused ) {
-   for( Value const & argument : { Value(), Value( true ), Value( 1.0 ), Value( 1U ),
-                                   Value( "hello" ), Value( sm ) } )
+   for( Value const & argument :
+        { Value(), Value( true ), Value( 1.0 ), Value( 1U ), Value( "hello" ), Value( sm ) } )
       EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( "logIs", Op::call, argument ); } ),
                  "type Kiv::GenericIf::List_ | wrong type: Kiv::GenericIf::List_ (a list of "
-                 "arguments was expected, " + argument.typeName().str() + " was given)" );
+                 "arguments was expected, " +
+                    argument.typeName().str() + " was given)" );
    EXPECT_EQ( entries(), before );
 }
 
 TEST_F( GenericLogSm, AnArgumentOfAnotherNameThanMsgIsRefused ) {
-   EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs", { { "text", "hello" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.call( "logIs", { { "text", "hello" } } );
+              } ),
               "unknownArg logIs | unknown argument: logIs (it takes msg, text was given)" );
-   EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs", { { "msg", "a" }, { "more", "b" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.call( "logIs", { { "msg", "a" }, { "more", "b" } } );
+              } ),
               "unknownArg logIs | unknown argument: logIs (it takes msg, more was given)" );
-   EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs", { { "msg", "a" }, { "msg", "b" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.call( "logIs", { { "msg", "a" }, { "msg", "b" } } );
+              } ),
               "unknownArg logIs | unknown argument: logIs (it takes msg, msg was given)" );
-   EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs", { { "Msg", true } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 access.call( "logIs", { { "Msg", true } } );
+              } ),
               "unknownArg logIs | unknown argument: logIs (it takes msg, Msg was given)" )
       << "the name is looked at before the type";
    EXPECT_EQ( entries(), before );
@@ -74,9 +85,11 @@ TEST_F( GenericLogSm, AnArgumentOfAnotherNameThanMsgIsRefused ) {
 TEST_F( GenericLogSm, AMessageThatIsNoStringIsRefused ) {
    for( Value const & msg : { Value(), Value( true ), Value( 1.0 ), Value( 1U ), Value( sm ),
                               Value( GenericIf::List_() ) } )
-      EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs", { { "msg", msg } } ); } ),
-                 "type msg | wrong type: msg (Kiv::String8 was expected, " +
-                    msg.typeName().str() + " was given)" );
+      EXPECT_EQ( thrownBy( [ & ] {
+                    access.call( "logIs", { { "msg", msg } } );
+                 } ),
+                 "type msg | wrong type: msg (Kiv::String8 was expected, " + msg.typeName().str() +
+                    " was given)" );
    EXPECT_EQ( thrownBy( [ & ] { access.call( "logIs" ); } ),
               "type msg | wrong type: msg (Kiv::String8 was expected, nothing was given)" );
    EXPECT_EQ( entries(), before );
@@ -103,8 +116,9 @@ TEST_F( GenericLogSm, AnIndexOnWhatIsNoCollectionIsRefused ) {
       "badIndex stageLog | bad index: stageLog (it is no collection of members)";
    EXPECT_EQ( thrownBy( [ & ] { access.read( "stageLog", { "x" } ); } ), badIndex );
    EXPECT_EQ( thrownBy( [ & ] { constAccess.read( "stageLog", { "x" } ); } ), badIndex );
-   EXPECT_EQ( thrownBy( [ & ] { access.attributeIteratorConst( access.attributeId( "stageLog" ) ); } ),
-              badIndex );
+   EXPECT_EQ(
+      thrownBy( [ & ] { access.attributeIteratorConst( access.attributeId( "stageLog" ) ); } ),
+      badIndex );
    EXPECT_EQ( thrownBy( [ & ] { access.attributeIterator( access.attributeId( "stageLog" ) ); } ),
               badIndex );
    EXPECT_EQ( thrownBy( [ & ] { access.attributeCount( access.attributeId( "stageLog" ) ); } ),
@@ -114,10 +128,9 @@ TEST_F( GenericLogSm, AnIndexOnWhatIsNoCollectionIsRefused ) {
                                      GenericIf::List_{ { "msg", "hello" } } );
               } ),
               "badIndex logIs | bad index: logIs (it is no collection of members)" );
-   EXPECT_EQ( thrownBy( [ & ] {
-                 access.attributeOp( "stageLog", Op::write, GenericIf::Index{ "x" } );
-              } ),
-              "notSupported stageLog | operation not supported: stageLog (write)" )
+   EXPECT_EQ(
+      thrownBy( [ & ] { access.attributeOp( "stageLog", Op::write, GenericIf::Index{ "x" } ); } ),
+      "notSupported stageLog | operation not supported: stageLog (write)" )
       << "an operation that does not exist is refused whatever it is applied to";
    EXPECT_EQ( entries(), before );
 }
@@ -127,9 +140,9 @@ TEST_F( GenericLogSm, TheLogItselfIsReadAndLeadsFurther ) {
    EXPECT_EQ( log.object(), world.log );
    EXPECT_FALSE( log.isConst() );
    EXPECT_EQ( log.toString(), Kiv::String8( "log" ) );
-   EXPECT_EQ( GenericIf( log ).read( "log", { "0" } ),
-              Value( GenericIf::List_{ { "time", 1000.0 },
-                                       { "msg", "Stage progression started" } } ) );
+   EXPECT_EQ(
+      GenericIf( log ).read( "log", { "0" } ),
+      Value( GenericIf::List_{ { "time", 1000.0 }, { "msg", "Stage progression started" } } ) );
    EXPECT_TRUE( constAccess.read( "stageLog" ).isConst() )
       << "what is reached through a const instance cannot be changed either";
 }
@@ -142,9 +155,9 @@ TEST_F( GenericLogSm, AnyOtherNameIsRefusedByTheDispatchThatAllObjectsShare ) {
    EXPECT_EQ( thrownBy( [ & ] { constAccess.write( "stagelog", true ); } ), text )
       << "what does not exist can be said of a const instance, too";
    EXPECT_EQ( thrownBy( [ & ] { access.attributeId( "stagelog" ); } ), text );
-   EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( Kiv::AttributeId{ 99 }, Op::read ); } )
-                 .substr( 0, 40 ),
-              "unknownAttr 99 | unknown attribute: 99 (" );
+   EXPECT_EQ(
+      thrownBy( [ & ] { access.attributeOp( Kiv::AttributeId{ 99 }, Op::read ); } ).substr( 0, 40 ),
+      "unknownAttr 99 | unknown attribute: 99 (" );
    EXPECT_EQ( thrownBy( [ & ] { access.read( "a\nb" ); } ).substr( 0, 45 ),
               "unknownAttr a\nb | unknown attribute: a\\x0ab (" );
 }
@@ -153,7 +166,8 @@ TEST_F( GenericLogSm, AnAttributesNumberServesAsItsName ) {
    EXPECT_EQ( access.attributeId( "stageLog" ), 8 );
    EXPECT_EQ( access.attributeId( "logIs" ), 9 );
    EXPECT_EQ( access.attributeOp( Kiv::AttributeId{ 8 }, Op::read ).object(), world.log );
-   access.attributeOp( Kiv::AttributeId{ 9 }, Op::call, GenericIf::List_{ { "msg", "by number" } } );
+   access.attributeOp( Kiv::AttributeId{ 9 }, Op::call,
+                       GenericIf::List_{ { "msg", "by number" } } );
    EXPECT_EQ( last(), "by number" );
 }
 
@@ -180,6 +194,8 @@ TEST_F( GenericLogSm, WhatEveryStateMachineHasWorksByName ) {
 TEST_F( GenericLogSm, WithoutALogTheCallFailsAsTheOperationDoes ) {
    GenericIf const empty{ Ptr< Stage::LogSm >( new Stage::LogSm( nullptr ) ) };
    EXPECT_TRUE( empty.read( "stageLog" ).is( Kind::nothing ) );
-   EXPECT_EQ( thrownBy( [ & ] { empty.call( "logIs", { { "msg", "x" } } ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 empty.call( "logIs", { { "msg", "x" } } );
+              } ),
               "range | null ValidPtr" );
 }

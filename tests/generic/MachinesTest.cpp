@@ -39,8 +39,8 @@ TEST_F( GenericMachine, EveryAttributeIsReadOrCalled ) {
       EXPECT_EQ( row.access.call != nullptr, isCall( row ) );
       if( isCall( row ) ) {
          EXPECT_EQ( thrownBy( [ & ] { access.read( row.name ); } ),
-                    "notSupported " + std::string( row.name ) + " | operation not supported: " +
-                       row.name + " (read)" );
+                    "notSupported " + std::string( row.name ) +
+                       " | operation not supported: " + row.name + " (read)" );
          return;
       }
       EXPECT_EQ( thrownBy( [ & ] { access.read( row.name ); } ), "" );
@@ -73,10 +73,9 @@ TEST_F( GenericMachine, AConstInstanceRefusesEverythingButReads ) {
                        constAccess.attributeOp( row.id, op, GenericIf::Index{ "Net" }, true );
                     } ),
                     constError );
-         EXPECT_EQ( thrownBy( [ & ] {
-                       constAccess.attributeOp( row.id, op, GenericIf::List_{} );
-                    } ),
-                    constError );
+         EXPECT_EQ(
+            thrownBy( [ & ] { constAccess.attributeOp( row.id, op, GenericIf::List_{} ); } ),
+            constError );
       }
       EXPECT_EQ( thrownBy( [ & ] { constAccess.attributeIterator( row.id ); } ), constError );
    } );
@@ -87,15 +86,13 @@ TEST_F( GenericMachine, WhatIsReadThroughAConstInstanceIsConst ) {
       if( isCall( row ) )
          return;
       Value const value = GenericIf( readOnly( access ) ).read( row.name );
-      if( value.is( Kind::object ) ) {
+      if( value.is( Kind::object ) )
          EXPECT_TRUE( value.isConst() );
-      }
       if( !value.is( Kind::list ) )
          return;
       for( auto const & entry : value.list() )
-         if( entry.value.is( Kind::object ) ) {
+         if( entry.value.is( Kind::object ) )
             EXPECT_TRUE( entry.value.isConst() ) << entry.name;
-         }
    } );
 }
 
@@ -111,9 +108,9 @@ TEST_F( GenericMachine, AnIndexIsForCollectionsOnly ) {
          return;
       }
       EXPECT_EQ( thrownBy( [ & ] { access.read( name, { "absent" } ); } ),
-                 isCall( row ) ? "notSupported " + name + " | operation not supported: " + name +
-                                    " (read)"
-                               : refused );
+                 isCall( row )
+                    ? "notSupported " + name + " | operation not supported: " + name + " (read)"
+                    : refused );
       EXPECT_EQ( thrownBy( [ & ] { access.attributeIteratorConst( row.id ); } ), refused );
       EXPECT_EQ( thrownBy( [ & ] { access.attributeCount( row.id ); } ), refused );
    } );
@@ -146,16 +143,18 @@ TEST_F( GenericMachine, AWriteOrDeletionOfACollectionNeedsAKey ) {
          return;
       std::string const name = row.name;
       EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::del ); } ),
-                 "badIndex " + name + " | bad index: " + name + " (del needs the key of a member)" );
-      if( row.access.memberIs ) {
+                 "badIndex " + name + " | bad index: " + name +
+                    " (del needs the key of a member)" );
+      if( row.access.memberIs )
          EXPECT_EQ( thrownBy( [ & ] { access.write( name, Value() ); } ),
                     "badIndex " + name + " | bad index: " + name +
                        " (write needs the key of a member)" );
-      }
-      EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::delAll, GenericIf::Index{ "x" } ); } ),
-                 "badIndex " + name + " | bad index: " + name + " (delAll takes no key)" );
-      EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::del, GenericIf::Index{ "x" }, 1U ); } ),
-                 "type " + name + " | wrong type: " + name + " (del takes no value)" );
+      EXPECT_EQ(
+         thrownBy( [ & ] { access.attributeOp( name, Op::delAll, GenericIf::Index{ "x" } ); } ),
+         "badIndex " + name + " | bad index: " + name + " (delAll takes no key)" );
+      EXPECT_EQ(
+         thrownBy( [ & ] { access.attributeOp( name, Op::del, GenericIf::Index{ "x" }, 1U ); } ),
+         "type " + name + " | wrong type: " + name + " (del takes no value)" );
    } );
 }
 
@@ -171,20 +170,23 @@ TEST_F( GenericMachine, AHandlerRefusesWhatIsNotItsArgument ) {
       EXPECT_EQ( thrownBy( [ & ] { access.attributeOp( name, Op::call, "text" ); } ),
                  "type Kiv::GenericIf::List_ | wrong type: Kiv::GenericIf::List_ (a list of "
                  "arguments was expected, Kiv::String8 was given)" );
-      EXPECT_EQ( thrownBy( [ & ] { access.call( name, { { "other", "x" } } ); } ),
+      EXPECT_EQ( thrownBy( [ & ] {
+                    access.call( name, { { "other", "x" } } );
+                 } ),
                  "unknownArg " + name + " | unknown argument: " + name +
                     ( argument ? " (it takes " + std::string( argument ) + ", other was given)"
                                : std::string( " (it takes none, other was given)" ) ) );
       if( !argument )
          return;
-      EXPECT_EQ( thrownBy( [ & ] { access.call( name, { { argument, true } } ); } ),
+      EXPECT_EQ( thrownBy( [ & ] {
+                    access.call( name, { { argument, true } } );
+                 } ),
                  "type " + std::string( argument ) + " | wrong type: " + argument +
                     " (Kiv::String8 was expected, bool was given)" );
-      if( !row.access.argumentMayMiss ) {
+      if( !row.access.argumentMayMiss )
          EXPECT_EQ( thrownBy( [ & ] { access.call( name ); } ),
                     "type " + std::string( argument ) + " | wrong type: " + argument +
                        " (Kiv::String8 was expected, nothing was given)" );
-      }
    } );
    EXPECT_EQ( handlers, 1 + 2 + 2 + 4 + 5 + 1 + 6 + 3 + 1 );
 }
@@ -193,13 +195,13 @@ TEST_F( GenericMachine, EveryHandlerRunsWhenItIsCalled ) {
    forEachRow( [ & ]( GenericIf const & access, Kiv::Attribute const & row ) {
       if( !isCall( row ) )
          return;
-      if( row.access.argument ) {
-         EXPECT_EQ( thrownBy( [ & ] { access.call( row.name, { { row.access.argument, "Net" } } ); } ),
+      if( row.access.argument )
+         EXPECT_EQ( thrownBy( [ & ] {
+                       access.call( row.name, { { row.access.argument, "Net" } } );
+                    } ),
                     "" );
-      }
-      if( !row.access.argument || row.access.argumentMayMiss ) {
+      if( !row.access.argument || row.access.argumentMayMiss )
          EXPECT_EQ( thrownBy( [ & ] { access.call( row.name ); } ), "" );
-      }
    } );
    world.idle();
 }
@@ -286,9 +288,8 @@ TEST_F( GenericMachine, AMemberIsWrittenUnderItsOwnKeyOnly ) {
 TEST_F( GenericMachine, AStageSmTakesAnEventOfItsStageUnderItsAgentOnly ) {
    GenericIf const access{ world.stageSm() };
    auto const write = [ & ]( char const * key, Value const & event ) {
-      return thrownBy( [ & ] {
-         access.attributeOp( "event", Op::write, GenericIf::Index{ key }, event );
-      } );
+      return thrownBy(
+         [ & ] { access.attributeOp( "event", Op::write, GenericIf::Index{ key }, event ); } );
    };
    EXPECT_EQ( write( "bogus", world.net ), "range | key bogus for what stands under routing" );
    EXPECT_EQ( write( "", world.net ), "range | key  for what stands under routing" );
@@ -445,9 +446,9 @@ TEST_F( GenericMachine, TheManagerNamesTheFirstArgumentThatIsWrong ) {
                     named );
       }
    };
-   expectInOrder( "configSm", { { "config", world.config },
-                                { "status", world.status },
-                                { "agentDir", world.dir } } );
+   expectInOrder(
+      "configSm",
+      { { "config", world.config }, { "status", world.status }, { "agentDir", world.dir } } );
    expectInOrder( "statusSm", { { "application", "Second" },
                                 { "config", world.config },
                                 { "status", world.status },
@@ -472,9 +473,8 @@ TEST_F( GenericMachine, AStageSmThatItsOwnerLetGoOfNoLongerKnowsIt ) {
               "range | pendingEvent cannot run: Stage::StageSm has lost its owner or what it "
               "watches" );
    auto const write = [ & ]( char const * name, Value const & value ) {
-      return thrownBy( [ & ] {
-         access.attributeOp( name, Op::write, GenericIf::Index{ "routing" }, value );
-      } );
+      return thrownBy(
+         [ & ] { access.attributeOp( name, Op::write, GenericIf::Index{ "routing" }, value ); } );
    };
    EXPECT_EQ( write( "event", "text" ), "type event | wrong type: event (an object was expected, "
                                         "Kiv::String8 was given)" )
@@ -522,7 +522,8 @@ TEST_F( GenericMachine, ReactorsThatAggregationLetGoOfDoNoHarm ) {
    };
    EXPECT_EQ( writeAncestor( 1U ), "type criticalAncestor | wrong type: criticalAncestor (bool was "
                                    "expected, unsigned int was given)" );
-   EXPECT_EQ( writeAncestor( "yes" ), "range | \"yes\" is no value here: true or false was expected" );
+   EXPECT_EQ( writeAncestor( "yes" ),
+              "range | \"yes\" is no value here: true or false was expected" );
    EXPECT_EQ( writeAncestor( true ).substr( 0, 35 ), "range | criticalAncestor cannot run" );
    for( GenericIf const * access : { &stage, &event, &agent } )
       access->write( "kivDoZombieReactors", false );

@@ -40,9 +40,14 @@ struct StartUp : World {
    std::vector< Kiv::Value > machines() const {
       using Kiv::Value;
       auto const stageStatus = configSmHeld()->stageStatus( "Net" );
-      return { Value( manager ), Value( configSmHeld() ), Value( statusSm() ), Value( logSm() ),
-               Value( stageSm() ), Value( stageEnableSm() ),
-               Value( configSmHeld()->agentConfig( "routing" ) ), Value( stageStatus ),
+      return { Value( manager ),
+               Value( configSmHeld() ),
+               Value( statusSm() ),
+               Value( logSm() ),
+               Value( stageSm() ),
+               Value( stageEnableSm() ),
+               Value( configSmHeld()->agentConfig( "routing" ) ),
+               Value( stageStatus ),
                Value( stageStatus->eventConfig( "routing" ) ),
                Value( stageSm()->event( "routing" ) ),
                Value( stageSm()->pendingEvent( "Net:routing" ) ),

@@ -77,11 +77,9 @@ TEST( StateMachineTable, OfConfigSm ) {
 TEST( StateMachineTable, OfStageEnableSm ) {
    EXPECT_STREQ( Stage::StageEnableSm::_fwkType().name(), "Stage::StageEnableSm" );
    EXPECT_EQ( linesOf( Stage::StageEnableSm::_fwkType() ),
-              ( Lines{ "stage : Kiv::Ptr<Stage::StageStatus const> fixed; r",
-                       "name : Kiv::Name; r",
+              ( Lines{ "stage : Kiv::Ptr<Stage::StageStatus const> fixed; r", "name : Kiv::Name; r",
                        "handleDependencyDel :  [Kiv::String8] handler; c(key)",
-                       "handleCritical :  handler; c()",
-                       "mainSm : Stage::StatusSm* fixed; r",
+                       "handleCritical :  handler; c()", "mainSm : Stage::StatusSm* fixed; r",
                        "fwkKey : Kiv::Name framework; r",
                        "kivFwkActivity : Kiv::Ptr<Kiv::ActivityConfig> framework; rw",
                        framework[ 1 ], framework[ 2 ] } ) );
@@ -92,51 +90,43 @@ TEST( StateMachineTable, OfStageSm ) {
    EXPECT_EQ(
       linesOf( Stage::StageSm::_fwkType() ),
       with( { "stage : Kiv::Ptr<Stage::StageStatus const> fixed; r",
-              "logSm : Kiv::Ptr<Stage::LogSm> fixed; r",
-              "name : Kiv::Name; r",
-              "complete : bool notifying; rw",
-              "timedOut : bool notifying; rw",
+              "logSm : Kiv::Ptr<Stage::LogSm> fixed; r", "name : Kiv::Name; r",
+              "complete : bool notifying; rw", "timedOut : bool notifying; rw",
               "completionTime : double notifying; rw",
               "pendingEvent : Stage::EventConfig [Kiv::String8] collection+notifying+reactor; krwd",
               "handlePendingEvent :  [Kiv::String8] handler; c(uid?)",
               "handleEventDel :  [Kiv::String8] handler; c(agentName)",
               "event : Stage::EventConfig [Kiv::String8] collection+notifying+reactor; krwd",
               "stageUncompleted : Kiv::Clock notifying+reactor; r",
-              "handleStageUncompleted :  handler; c()",
-              "initialized : bool notifying; rw",
-              "handleInitialized :  handler; c()",
-              "mainSm : Stage::StatusSm* fixed; r",
+              "handleStageUncompleted :  handler; c()", "initialized : bool notifying; rw",
+              "handleInitialized :  handler; c()", "mainSm : Stage::StatusSm* fixed; r",
               "fwkKey : Kiv::Name framework; r" },
             framework ) );
 }
 
 TEST( StateMachineTable, OfStatusSm ) {
    EXPECT_STREQ( Stage::StatusSm::_fwkType().name(), "Stage::StatusSm" );
-   EXPECT_EQ( linesOf( Stage::StatusSm::_fwkType() ),
-              with( { "application : Kiv::String8 fixed; r",
-                      "config : Kiv::Ptr<Stage::Config const> fixed+reactor; r",
-                      "status : Kiv::Ptr<Stage::Status> fixed+reactor; r",
-                      "progress : Kiv::Ptr<Stage::Progress> fixed; r",
-                      "log : Kiv::Ptr<Stage::Log> fixed; r",
-                      "logSm : Kiv::Ptr<Stage::LogSm>; r",
-                      "stageEnableSm : Stage::StageEnableSm [Kiv::Name] collection; krwd",
-                      "stageSm : Stage::StageSm [Kiv::Name] collection; krd",
-                      "handleActiveStage :  [Kiv::String8] handler; c(name?)",
-                      "needRecalculateNextStage : bool; rw",
-                      "handleNextStage :  handler; c()",
-                      "doNextStage :  operation; c()",
-                      "recalculateNextStage : Kiv::Clock reactor; r",
-                      "handleEnabled :  handler; c()",
-                      "initialized : bool; rw",
-                      "handleInitialized :  handler; c()" },
-                    framework ) );
+   EXPECT_EQ(
+      linesOf( Stage::StatusSm::_fwkType() ),
+      with( { "application : Kiv::String8 fixed; r",
+              "config : Kiv::Ptr<Stage::Config const> fixed+reactor; r",
+              "status : Kiv::Ptr<Stage::Status> fixed+reactor; r",
+              "progress : Kiv::Ptr<Stage::Progress> fixed; r",
+              "log : Kiv::Ptr<Stage::Log> fixed; r", "logSm : Kiv::Ptr<Stage::LogSm>; r",
+              "stageEnableSm : Stage::StageEnableSm [Kiv::Name] collection; krwd",
+              "stageSm : Stage::StageSm [Kiv::Name] collection; krd",
+              "handleActiveStage :  [Kiv::String8] handler; c(name?)",
+              "needRecalculateNextStage : bool; rw", "handleNextStage :  handler; c()",
+              "doNextStage :  operation; c()", "recalculateNextStage : Kiv::Clock reactor; r",
+              "handleEnabled :  handler; c()", "initialized : bool; rw",
+              "handleInitialized :  handler; c()" },
+            framework ) );
 }
 
 TEST( StateMachineTable, OfTheManager ) {
    EXPECT_STREQ( Stage::Ordovan::_fwkType().name(), "Stage::Ordovan" );
    EXPECT_EQ( linesOf( Stage::Ordovan::_fwkType() ),
-              ( Lines{ "isNondestructing : bool; rw",
-                       "configSm : Kiv::Ptr<Stage::ConfigSm>; rwd",
+              ( Lines{ "isNondestructing : bool; rw", "configSm : Kiv::Ptr<Stage::ConfigSm>; rwd",
                        "statusSm : Kiv::Ptr<Stage::StatusSm>; rwd" } ) );
 }
 
@@ -158,8 +148,7 @@ TEST( StateMachineTable, OfTheReactorsThatCanBeReachedByName ) {
                       "handleEventDel :  [Kiv::String8] handler; c(agentName)",
                       "handleStage :  [Kiv::String8] handler; c(name)",
                       "handleCritical :  [Kiv::String8] handler; c(name?)",
-                      "handleTimeout :  handler; c()",
-                      "fwkKey : Kiv::Name framework; r" },
+                      "handleTimeout :  handler; c()", "fwkKey : Kiv::Name framework; r" },
                     last ) );
    EXPECT_EQ( linesOf( ConfigSm::KivStageStatus::KivEventConfig::_fwkType() ),
               with( { "eventConfig : Kiv::Ptr<Stage::EventConfig const> fixed; r",
@@ -173,9 +162,8 @@ TEST( StateMachineTable, OfTheReactorsThatCanBeReachedByName ) {
                     last ) );
    EXPECT_EQ( linesOf( StageSm::KivPendingEvent::_fwkType() ),
               ( Lines{ "pendingEvent : Kiv::Ptr<Stage::EventConfig const> fixed; r" } ) );
-   Lines const timer = with( { "clock : Kiv::Ptr<Kiv::Clock const> fixed; r",
-                               "timeMin : double; rw" },
-                             last );
+   Lines const timer =
+      with( { "clock : Kiv::Ptr<Kiv::Clock const> fixed; r", "timeMin : double; rw" }, last );
    EXPECT_EQ( linesOf( StageSm::KivStageUncompleted::_fwkType() ), timer );
    EXPECT_EQ( linesOf( Stage::StatusSm::KivRecalculateNextStage::_fwkType() ), timer );
 }

@@ -349,9 +349,8 @@ TEST( Wiring, AWriteByNameChangesItsOwnAttributeAndNoOther ) {
       access.write( row.name, value );
       Values const typed = typedValues( world );
       for( auto const & [ name, is ] : typed )
-         if( name.rfind( type + " ", 0 ) == 0 ) {
+         if( name.rfind( type + " ", 0 ) == 0 )
             EXPECT_TRUE( same( is, expected[ name ] ) ) << name << " is " << is.toString();
-         }
       compareReads( world );
       access.write( row.name, value );
       EXPECT_TRUE( same( typedValues( world )[ id ], value ) ) << "the same once more";
@@ -397,7 +396,10 @@ std::vector< Collection > collectionsOf( StartUp const & world ) {
       { "Stage::StatusSm", "stageEnableSm", "Gui", world.stage( "Gui" ),
         [ status ] { return Value( status->stageEnableSm( "Gui" ) ); },
         [ status ] { return status->stageEnableSms(); } },
-      { "Stage::StatusSm", "stageSm", "Net", {},
+      { "Stage::StatusSm",
+        "stageSm",
+        "Net",
+        {},
         [ status ] { return Value( status->stageSm( "Net" ) ); },
         [ status ] { return status->stageSms(); } },
       { "Stage::StageSm", "pendingEvent", "Net:routing", world.net,

@@ -143,9 +143,13 @@ double heldPieces( Determined const & determined ) {
       times.insert( { link.begin, link.ready } );
    double held = 0;
    for( auto i = times.begin(); i != times.end() && std::next( i ) != times.end(); ++i ) {
-      held += std::any_of( determined.link.begin(), determined.link.end(), [ & ]( auto const & l ) {
-         return l.begun == Link::Begin::critical && l.ready <= *i && *i < l.begin;
-      } ) ? *std::next( i ) - *i : 0;
+      held +=
+         std::any_of( determined.link.begin(), determined.link.end(),
+                      [ & ]( auto const & l ) {
+                         return l.begun == Link::Begin::critical && l.ready <= *i && *i < l.begin;
+                      } )
+            ? *std::next( i ) - *i
+            : 0;
    }
    return held;
 }
@@ -246,9 +250,8 @@ double constexpr step = 1.0 / ( 1 << 21 );
 // Every time differs, so that no two things but those that depend on each other fall together.
 Plan scattered( Plan plan, std::uint64_t seed ) {
    Random random( seed );
-   forEachEvent( plan, [ & ]( auto const &, Event & event ) {
-      event.complete.seconds += random.little();
-   } );
+   forEachEvent(
+      plan, [ & ]( auto const &, Event & event ) { event.complete.seconds += random.little(); } );
    forEachTimeout( plan, [ & ]( auto const &, double & timeout ) {
       timeout = std::round( ( timeout + random.little() ) / step / 2 ) * step * 2;
    } );
@@ -307,13 +310,13 @@ class Changed {
          instants.insert( entry.at );
       for( double const at : instants ) {
          bool const began = at == determined_->since;
-         expectMoves( "instant " + std::to_string( at ),
-                      [ & ]( Link const & ) { return false; },
-                      [ & ]( Plan & plan, double by ) {
-                         for( auto & entry : plan.timeline )
-                            entry.at += entry.at == at ? by : 0;
-                      },
-                      began );
+         expectMoves(
+            "instant " + std::to_string( at ), [ & ]( Link const & ) { return false; },
+            [ & ]( Plan & plan, double by ) {
+               for( auto & entry : plan.timeline )
+                  entry.at += entry.at == at ? by : 0;
+            },
+            began );
       }
    }
 

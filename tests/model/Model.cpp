@@ -833,11 +833,10 @@ class Model {
    // The stage of the next timer, none for the decision.
    std::pair< Id, Timer * > nextTimer() {
       std::pair< Id, Timer * > next{ none, &decision_ };
-      for( auto & [ id, stage ] : stage_ ) {
+      for( auto & [ id, stage ] : stage_ )
          if( stage.timer.time < next.second->time ||
              ( stage.timer.time == next.second->time && stage.timer.order < next.second->order ) )
             next = { id, &stage.timer };
-      }
       return next;
    }
 

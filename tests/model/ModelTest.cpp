@@ -37,14 +37,10 @@ std::uint64_t fromEnvironment( char const * name, std::uint64_t usual ) {
    return text ? std::strtoull( text, nullptr, 10 ) : usual;
 }
 
-void orderIs( unsigned order ) {
-   Kiv::detail::hashSeed = ( order + 1 ) * 0x9e3779b9U;
-}
+void orderIs( unsigned order ) { Kiv::detail::hashSeed = ( order + 1 ) * 0x9e3779b9U; }
 
 // The order in which the library walks its tables now.
-std::uint64_t rank( std::string const & name ) {
-   return Kiv::Name( name ).hash();
-}
+std::uint64_t rank( std::string const & name ) { return Kiv::Name( name ).hash(); }
 
 class Recorder : public Simulation::Observer {
  public:
@@ -237,9 +233,8 @@ TEST( Model, TheLibraryDoesWhatTheRulesSayInEveryOrderOfItsTables ) {
              << " orders of all tables: "
              << 100.0 * static_cast< double >( undecided ) / static_cast< double >( played )
              << " %; " << undecidedState << " differ in more than declared messages\n";
-   if( played >= 100 ) {
+   if( played >= 100 )
       EXPECT_LE( undecided * 20, played );
-   }
 }
 
 Simulation::Event event( std::string const & stage, Simulation::Behaviour::Kind complete ) {
@@ -252,10 +247,11 @@ Simulation::Event event( std::string const & stage, Simulation::Behaviour::Kind 
 TEST( Model, AgreesWithTheLibraryOnTimeoutsAtTheEndOfSinglePrecision ) {
    double const largest = std::numeric_limits< float >::max();
    double const half = std::ldexp( 1, 103 ); // of its last place
-   for( auto const & [ timeout, kept ] :
-        { std::pair{ largest, largest }, { std::nextafter( largest, 1e300 ), largest },
-          { std::nextafter( largest + half, 0 ), largest },
-          { largest + half, Simulation::infinity }, { 1e39, Simulation::infinity } } ) {
+   for( auto const & [ timeout, kept ] : { std::pair{ largest, largest },
+                                           { std::nextafter( largest, 1e300 ), largest },
+                                           { std::nextafter( largest + half, 0 ), largest },
+                                           { largest + half, Simulation::infinity },
+                                           { 1e39, Simulation::infinity } } ) {
       Plan plan;
       auto late = event( "Late", Simulation::Behaviour::Kind::never );
       late.timeout = timeout;
@@ -325,9 +321,9 @@ TEST( Orders, DecideWhetherACycleHasBeenCriticalBeforeItWasCutOff ) {
 
 // Hall waits for what nobody declares, Gate for Hall and Lane, and Lane, which came after the start
 // and so asks for nothing itself, for Hall. Their agent makes Gate critical, and with it Hall and
-// Lane, and leaves at once. If it leaves Gate first, all is as before by the time that Hall is heard
-// of; if it leaves Lane first, Hall is critical a little longer and asks for a decision, which finds
-// that Lane has nothing to wait for.
+// Lane, and leaves at once. If it leaves Gate first, all is as before by the time that Hall is
+// heard of; if it leaves Lane first, Hall is critical a little longer and asks for a decision,
+// which finds that Lane has nothing to wait for.
 TEST( Orders, DecideWhetherAMomentOfBeingCriticalBringsADecisionAbout ) {
    auto const never = Simulation::Behaviour::Kind::never;
    auto hall = event( "Hall", never );

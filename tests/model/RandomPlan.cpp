@@ -27,22 +27,18 @@ class Maker {
       plan.application = "App";
       plan.enabled = below( 8 ) != 0;
       auto const first = large ? agents_ - below( 2 ) : 1 + below( agents_ );
-      for( unsigned i = 0; i != first; ++i ) {
+      for( unsigned i = 0; i != first; ++i )
          plan.agent.push_back( { agentName( i ), events( agentName( i ) ), {} } );
-      }
       auto const entries = below( 11 );
       instants_.clear();
-      for( unsigned i = 0; i != ( dense_ ? 2 : 1 + entries / 2 ); ++i ) {
+      for( unsigned i = 0; i != ( dense_ ? 2 : 1 + entries / 2 ); ++i )
          instants_.push_back( 0.5 * below( dense_ ? 4 : 16 ) );
-      }
       std::vector< double > when;
-      for( unsigned i = 0; i != entries; ++i ) {
+      for( unsigned i = 0; i != entries; ++i )
          when.push_back( instants_[ below( static_cast< unsigned >( instants_.size() ) ) ] );
-      }
       std::sort( when.begin(), when.end() );
-      for( double const at : when ) {
+      for( double const at : when )
          plan.timeline.push_back( { at, operation(), {}, {}, {} } );
-      }
       mix( plan.timeline );
       return plan;
    }
@@ -51,9 +47,8 @@ class Maker {
    // The file's order counts among equal times only.
    void mix( std::vector< TimelineEntry > & timeline ) {
       std::map< double, std::uint64_t > turn;
-      for( auto const & entry : timeline ) {
+      for( auto const & entry : timeline )
          turn.emplace( entry.at, next() );
-      }
       if( below( 2 ) ) {
          auto const earlier = [ & ]( auto const & a, auto const & b ) {
             return turn.at( a.at ) < turn.at( b.at );
@@ -112,9 +107,8 @@ class Maker {
 
    // Of a stage; most plans have no cycles, a few dependencies are on what nobody declares.
    std::string dependencyOf( std::string const & stage ) {
-      if( below( 100 ) == 0 ) {
+      if( below( 100 ) == 0 )
          return "Nowhere";
-      }
       if( acyclic_ && stage.size() == 1 ) {
          auto const own = static_cast< unsigned >( stage[ 0 ] - 'A' );
          return own == 0 ? std::string() : stageName( below( own ) );
@@ -128,11 +122,9 @@ class Maker {
       made.timeout = timeout();
       made.critical = below( 8 ) < critical_;
       made.complete = behaviour();
-      for( unsigned count = below( 4 ); count > 1 || ( count == 1 && below( 2 ) ); --count ) {
-         if( auto const on = dependencyOf( stage ); !on.empty() ) {
+      for( unsigned count = below( 4 ); count > 1 || ( count == 1 && below( 2 ) ); --count )
+         if( auto const on = dependencyOf( stage ); !on.empty() )
             made.dependency.push_back( { on, below( 8 ) != 0 } );
-         }
-      }
       return made;
    }
 
@@ -143,18 +135,16 @@ class Maker {
       count += below( 2 );
       for( ; count != 0; --count ) {
          auto const stage = anyStage();
-         if( declared.insert( stage ).second ) {
+         if( declared.insert( stage ).second )
             made.push_back( event( stage ) );
-         }
       }
       return made;
    }
 
    Operation operation() {
       auto const agent = agentName( below( agents_ ) );
-      if( below( 10 ) == 0 ) {
+      if( below( 10 ) == 0 )
          return Enable{ below( 4 ) != 0 };
-      }
       if( !declared_.contains( agent ) ) {
          auto const made = events( agent );
          return Join{ agent, made };
@@ -167,9 +157,8 @@ class Maker {
       }
       if( declared.empty() || what < 4 ) {
          auto const stage = anyStage();
-         if( declared.insert( stage ).second ) {
+         if( declared.insert( stage ).second )
             return Declare{ agent, event( stage ) };
-         }
       }
       auto const size = static_cast< unsigned >( declared.size() );
       auto const stage = *std::next( declared.begin(), below( size ) );
@@ -218,27 +207,22 @@ class Maker {
 // ------------------------------------------------------------------------------------------ YAML
 
 std::string number( double value ) {
-   if( value == infinity ) {
+   if( value == infinity )
       return ".inf";
-   }
    char text[ 32 ];
    std::snprintf( text, sizeof text, "%.17g", value );
    return text;
 }
 
-std::string word( bool value ) {
-   return value ? "true" : "false";
-}
+std::string word( bool value ) { return value ? "true" : "false"; }
 
 std::string yamlOfEvent( Event const & event ) {
    std::string dependency;
    std::map< std::string, bool > last;
-   for( auto const & one : event.dependency ) {
+   for( auto const & one : event.dependency )
       last[ one.stage ] = one.value;
-   }
-   for( auto const & [ stage, value ] : last ) {
+   for( auto const & [ stage, value ] : last )
       dependency += ( dependency.empty() ? "" : ", " ) + stage + ": " + word( value );
-   }
    auto const & behaviour = event.complete;
    auto const complete = behaviour.kind == Behaviour::Kind::never     ? std::string( "never" )
                          : behaviour.kind == Behaviour::Kind::already ? std::string( "true" )
@@ -250,9 +234,8 @@ std::string yamlOfEvent( Event const & event ) {
 
 std::string yamlOfEvents( std::vector< Event > const & events ) {
    std::string text;
-   for( auto const & event : events ) {
+   for( auto const & event : events )
       text += ( text.empty() ? "" : ", " ) + event.stage + ": " + yamlOfEvent( event );
-   }
    return "{" + text + "}";
 }
 
@@ -283,9 +266,7 @@ std::string yamlOfOperation( Declare const & declare ) {
 std::string yamlOfOperation( Withdraw const & withdraw ) {
    return "agent: " + withdraw.agent + ", stage: " + withdraw.stage + ", withdraw: true";
 }
-std::string yamlOfOperation( Enable const & enable ) {
-   return "enabled: " + word( enable.value );
-}
+std::string yamlOfOperation( Enable const & enable ) { return "enabled: " + word( enable.value ); }
 
 // One entry for each write, as an attribute may be written twice: that means the same.
 std::string yamlOfSet( std::string const & at, Set const & set ) {
@@ -301,33 +282,27 @@ std::string yamlOfEntry( TimelineEntry const & entry ) {
    std::string const at = "  - {at: " + number( entry.at ) + ", ";
    return std::visit(
       [ & ]( auto const & operation ) -> std::string {
-         if constexpr( std::is_same_v< std::decay_t< decltype( operation ) >, Set > ) {
+         if constexpr( std::is_same_v< std::decay_t< decltype( operation ) >, Set > )
             return yamlOfSet( at, operation );
-         } else {
+         else
             return at + yamlOfOperation( operation ) + "}\n";
-         }
       },
       entry.operation );
 }
 
 } // namespace
 
-Plan randomPlan( std::uint64_t seed ) {
-   return Maker( seed ).plan();
-}
+Plan randomPlan( std::uint64_t seed ) { return Maker( seed ).plan(); }
 
 std::string yamlOf( Plan const & plan ) {
    std::string text =
       "application: " + plan.application + "\nenabled: " + word( plan.enabled ) + "\nagents:\n";
-   for( auto const & agent : plan.agent ) {
+   for( auto const & agent : plan.agent )
       text += "  " + agent.name + ": " + yamlOfEvents( agent.event ) + "\n";
-   }
-   if( !plan.timeline.empty() ) {
+   if( !plan.timeline.empty() )
       text += "timeline:\n";
-   }
-   for( auto const & entry : plan.timeline ) {
+   for( auto const & entry : plan.timeline )
       text += yamlOfEntry( entry );
-   }
    return text;
 }
 

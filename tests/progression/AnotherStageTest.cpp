@@ -53,7 +53,8 @@ TEST_F( AnotherStageTest, IsTheOneThatIsCompleteInTheLog ) {
    EXPECT_TRUE( s->complete() );
    EXPECT_EQ( texts(), ( Lines{ "  event Second:a completed", "stage Second is complete" } ) );
    EXPECT_EQ( traces.count( "void Stage::StageSm::KivEvent::handleComplete() Second:a (stage: "
-                            "Second, agent:a)" ), 1U );
+                            "Second, agent:a)" ),
+              1U );
    EXPECT_EQ( traces.count( "void Stage::StageSm::handlePendingEvent() Second" ), 1U );
    EXPECT_EQ( s->fwkKey(), "First" ) << "the key is the owner's";
    EXPECT_EQ( sm->stageSm( "First" ), s );

@@ -79,10 +79,8 @@ Vice const vices[] = {
      []( LifetimeTest &, Ptr< Stage::Ordovan > & manager, World & w ) {
         manager->statusSmIs( "Other", w.config, w.status, w.progress, w.log );
      } },
-   { "RemovesTheStageSm",
-     []( LifetimeTest &, Ptr< Stage::Ordovan > & manager, World & ) {
-        manager->statusSm()->stageSmDel( "S" );
-     } },
+   { "RemovesTheStageSm", []( LifetimeTest &, Ptr< Stage::Ordovan > & manager,
+                              World & ) { manager->statusSm()->stageSmDel( "S" ); } },
    { "RemovesTheTimerAndTheEvents",
      []( LifetimeTest &, Ptr< Stage::Ordovan > & manager, World & ) {
         auto const sm = manager->statusSm()->stageSm( "S" );
@@ -99,14 +97,10 @@ Vice const vices[] = {
 
 // Delivered by the loop, as everything is in a running system.
 Road const roads[] = {
-   { "TheEventCompletes",
-     []( Ptr< Stage::StageSm >, Ptr< Stage::EventConfig > const & event, World & ) {
-        event->completeIs( true );
-     } },
-   { "TheEventIsWithdrawn",
-     []( Ptr< Stage::StageSm >, Ptr< Stage::EventConfig > const &, World & w ) {
-        w.status->stage( "S" )->eventDel( "a" );
-     } },
+   { "TheEventCompletes", []( Ptr< Stage::StageSm >, Ptr< Stage::EventConfig > const & event,
+                              World & ) { event->completeIs( true ); } },
+   { "TheEventIsWithdrawn", []( Ptr< Stage::StageSm >, Ptr< Stage::EventConfig > const &,
+                                World & w ) { w.status->stage( "S" )->eventDel( "a" ); } },
    { "TheEventIsReplacedByACompleteOne",
      []( Ptr< Stage::StageSm >, Ptr< Stage::EventConfig > const &, World & w ) {
         auto const complete = Stage::EventConfig::EventConfigIs( "S", "a" );
@@ -127,18 +121,12 @@ Road const roads[] = {
 
 // Called by somebody who holds nothing but the StageSm.
 Road const calls[] = {
-   { "PendingEventDel",
-     []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &, World & ) {
-        s->pendingEventDel( "S:a" );
-     } },
-   { "PendingEventDelAll",
-     []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &, World & ) {
-        s->pendingEventDelAll();
-     } },
-   { "HandleStageUncompleted",
-     []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &, World & ) {
-        s->handleStageUncompleted();
-     } },
+   { "PendingEventDel", []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &,
+                            World & ) { s->pendingEventDel( "S:a" ); } },
+   { "PendingEventDelAll", []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &,
+                               World & ) { s->pendingEventDelAll(); } },
+   { "HandleStageUncompleted", []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &,
+                                   World & ) { s->handleStageUncompleted(); } },
    { "NotifierIs",
      []( Ptr< Stage::StageSm > s, Ptr< Stage::EventConfig > const &, World & ) {
         auto const other = Stage::Status::StatusIs( "other" )->stageIs( "S" );
@@ -199,15 +187,18 @@ TEST_P( CalledSinkTest, ASinkOfAMessageMayDoAnythingWhateverWasCalled ) {
 namespace {
 Road const timer[] = { { "TheTimeIsUp", {} } };
 } // namespace
-INSTANTIATE_TEST_SUITE_P(
-   Slow, SlowSinkTest,
-   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( timer ) ), nameOf );
-INSTANTIATE_TEST_SUITE_P(
-   Late, LateSinkTest,
-   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( roads ) ), nameOf );
-INSTANTIATE_TEST_SUITE_P(
-   Called, CalledSinkTest,
-   testing::Combine( testing::ValuesIn( vices ), testing::ValuesIn( calls ) ), nameOf );
+INSTANTIATE_TEST_SUITE_P( Slow, SlowSinkTest,
+                          testing::Combine( testing::ValuesIn( vices ),
+                                            testing::ValuesIn( timer ) ),
+                          nameOf );
+INSTANTIATE_TEST_SUITE_P( Late, LateSinkTest,
+                          testing::Combine( testing::ValuesIn( vices ),
+                                            testing::ValuesIn( roads ) ),
+                          nameOf );
+INSTANTIATE_TEST_SUITE_P( Called, CalledSinkTest,
+                          testing::Combine( testing::ValuesIn( vices ),
+                                            testing::ValuesIn( calls ) ),
+                          nameOf );
 
 TEST_F( LifetimeTest, ACallThroughAPlainPointerSurvivesTheEndOfWhatItPointsTo ) {
    suspend();

@@ -382,6 +382,6 @@ TEST_F( ManagerTest, AnEnabledStatusSmWithoutALogIsRefusedAndNothingIsStored ) {
    EXPECT_FALSE( status->stage( "S" )->hasNotifiees() );
    statusSmIs();
    idle();
-   EXPECT_EQ( texts(), ( Lines{ "Stage progression started", "stage S started",
-                                "  event S:a started" } ) );
+   EXPECT_EQ( texts(),
+              ( Lines{ "Stage progression started", "stage S started", "  event S:a started" } ) );
 }

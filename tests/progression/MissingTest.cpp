@@ -161,8 +161,10 @@ TEST_F( MissingTest, AWaitingStageNeedsItsStage ) {
    waits->notifierIs( nullptr );
    EXPECT_EQ( thrownBy( [ & ] { waits->handleCritical(); } ), nullValidPtr );
    EXPECT_EQ( thrownBy( [ & ] { waits->handleDependencyDel( "A" ); } ), nullValidPtr );
-   EXPECT_EQ( thrownBy( [ & ] { Ptr< Stage::StageEnableSm > const none =
-                                   new Stage::StageEnableSm( nullptr, sm.get() ); } ),
+   EXPECT_EQ( thrownBy( [ & ] {
+                 Ptr< Stage::StageEnableSm > const none =
+                    new Stage::StageEnableSm( nullptr, sm.get() );
+              } ),
               nullValidPtr );
 }
 
@@ -237,8 +239,11 @@ TEST_F( MissingTest, NoOperationGoesAnyOtherWay ) {
       { "handleInitialized", [ & ] { sm->handleInitialized(); } },
       { "handleEnabled", [ & ] { sm->handleEnabled(); } },
       { "doNextStage", [ & ] { sm->doNextStage(); } },
-      { "handleNextStage", [ & ] { sm->needRecalculateNextStageIs( true );
-                                   sm->handleNextStage(); } },
+      { "handleNextStage",
+        [ & ] {
+           sm->needRecalculateNextStageIs( true );
+           sm->handleNextStage();
+        } },
       { "handleActiveStage", [ & ] { sm->handleActiveStage(); } },
       { "handleActiveStage( A )", [ & ] { sm->handleActiveStage( "A" ); } },
       { "stageEnableSmIs", [ & ] { sm->stageEnableSmIs( newStage( "B" ) ); } },
@@ -249,16 +254,25 @@ TEST_F( MissingTest, NoOperationGoesAnyOtherWay ) {
       { "configIs", [ & ] { sm->configIs( config ); } },
       { "statusIs", [ & ] { sm->statusIs( status ); } },
       { "recalculateNextStageIs", [ & ] { sm->recalculateNextStageIs( clock ); } },
-      { "off and on", [ & ] { sm->hasNotificationActiveIs( false );
-                              sm->hasNotificationActiveIs( true ); } },
-      { "mark and back", [ & ] { sm->kivDoZombieReactors( true );
-                                 sm->kivDoZombieReactors( false ); } },
+      { "off and on",
+        [ & ] {
+           sm->hasNotificationActiveIs( false );
+           sm->hasNotificationActiveIs( true );
+        } },
+      { "mark and back",
+        [ & ] {
+           sm->kivDoZombieReactors( true );
+           sm->kivDoZombieReactors( false );
+        } },
    };
    Steps const ofStages = {
       { "StageEnableSm::handleCritical", [ & ] { waits->handleCritical(); } },
       { "StageEnableSm::handleDependencyDel", [ & ] { waits->handleDependencyDel( "X" ); } },
-      { "StageEnableSm::notifierIs", [ & ] { newStage( "D" )->criticalIs( true );
-                                             waits->notifierIs( newStage( "D" ) ); } },
+      { "StageEnableSm::notifierIs",
+        [ & ] {
+           newStage( "D" )->criticalIs( true );
+           waits->notifierIs( newStage( "D" ) );
+        } },
       { "StageSm::handleInitialized", [ & ] { active->handleInitialized(); } },
       { "StageSm::handleEventDel", [ & ] { active->handleEventDel( "a" ); } },
       { "StageSm::handlePendingEvent( uid )", [ & ] { active->handlePendingEvent( "A:a" ); } },
@@ -274,8 +288,11 @@ TEST_F( MissingTest, NoOperationGoesAnyOtherWay ) {
       { "StageSm::stageUncompletedIs", [ & ] { active->stageUncompletedIs( clock ); } },
       { "KivEvent::handleComplete", [ & ] { ofEvent->handleComplete(); } },
       { "KivEvent::onComplete", [ & ] { ofEvent->onComplete(); } },
-      { "KivEvent::notifierIs", [ & ] { ofEvent->kivDoZombieReactors( false );
-                                        ofEvent->notifierIs( newEvent( "A", "c" ) ); } },
+      { "KivEvent::notifierIs",
+        [ & ] {
+           ofEvent->kivDoZombieReactors( false );
+           ofEvent->notifierIs( newEvent( "A", "c" ) );
+        } },
       { "KivStageUncompleted::onTime", [ & ] { timer->onTime(); } },
       { "KivStageUncompleted::timeMinIs", [ & ] { timer->timeMinIs( 1 ); } },
    };

@@ -222,10 +222,9 @@ TEST_F( NextStageTest, AStageWaitsForADependencyThatHasNoStateMachineYet ) {
    makeUndecided();
    status->activeStageIs( a );
    // Both flags are set at the end: nothing is traced there.
-   EXPECT_EQ( decision(),
-              inVisitingOrder(
-                 { { "A", { "Stage A in progress, but not yet complete." } },
-                   { "B", { "Unactivated stage SM for A means B is unready." } } } ) );
+   EXPECT_EQ( decision(), inVisitingOrder(
+                             { { "A", { "Stage A in progress, but not yet complete." } },
+                               { "B", { "Unactivated stage SM for A means B is unready." } } } ) );
    EXPECT_FALSE( active( "B" ) );
 }
 
@@ -245,8 +244,7 @@ TEST_F( NextStageTest, TheFirstDependencyThatIsNotSatisfiedEndsTheLook ) {
    makeUndecided();
    auto const first = waits->dependencyIteratorConst().key().str();
    EXPECT_EQ( decision(),
-              ( Lines{ decisionMade,
-                       first + " is not yet ready, which means W is also unready.",
+              ( Lines{ decisionMade, first + " is not yet ready, which means W is also unready.",
                        onlyInactive } ) );
 }
 
@@ -310,15 +308,14 @@ TEST_F( NextStageTest, WhileACriticalStageWaitsNoOtherIsEvenLookedAt ) {
    newStage( "Free" );
    newStage( "Bound", { "Nowhere" } );
    makeUndecided();
-   EXPECT_EQ( decision(),
-              with( inVisitingOrder(
-                       { { "Critical",
-                           { "Nowhere is not yet ready, which means Critical is also unready." } },
-                         { "Free",
-                           { "Free is ready, but some critical stage hasn't started yet." } },
-                         { "Bound",
-                           { "Bound is ready, but some critical stage hasn't started yet." } } } ),
-                    onlyInactive ) );
+   EXPECT_EQ(
+      decision(),
+      with(
+         inVisitingOrder(
+            { { "Critical", { "Nowhere is not yet ready, which means Critical is also unready." } },
+              { "Free", { "Free is ready, but some critical stage hasn't started yet." } },
+              { "Bound", { "Bound is ready, but some critical stage hasn't started yet." } } } ),
+         onlyInactive ) );
    EXPECT_EQ( status->activeStages(), 0U );
 }
 
@@ -330,10 +327,10 @@ TEST_F( NextStageTest, ACriticalStageThatIsActiveHoldsNobodyBack ) {
    EXPECT_TRUE( fire() );
    EXPECT_TRUE( active( "Critical" ) );
    EXPECT_FALSE( active( "Free" ) ) << "the flag stands for the whole decision";
-   EXPECT_EQ( decision(),
-              inVisitingOrder(
-                 { { "Critical", { "Stage Critical in progress, but not yet complete." } },
-                   { "Free", { "Activating stage Free" } } } ) );
+   EXPECT_EQ(
+      decision(),
+      inVisitingOrder( { { "Critical", { "Stage Critical in progress, but not yet complete." } },
+                         { "Free", { "Activating stage Free" } } } ) );
    EXPECT_TRUE( active( "Free" ) );
 }
 
@@ -345,12 +342,12 @@ TEST_F( NextStageTest, AFurtherCriticalStageThatIsNotActiveStillHoldsBack ) {
    make();
    idle();
    EXPECT_TRUE( active( "First" ) );
-   EXPECT_EQ( decision(),
-              inVisitingOrder(
-                 { { "First", { "Stage First in progress, but not yet complete." } },
-                   { "Second", { "Incomplete dependency First means Second is unready." } },
-                   { "Free",
-                     { "Free is ready, but some critical stage hasn't started yet." } } } ) );
+   EXPECT_EQ(
+      decision(),
+      inVisitingOrder(
+         { { "First", { "Stage First in progress, but not yet complete." } },
+           { "Second", { "Incomplete dependency First means Second is unready." } },
+           { "Free", { "Free is ready, but some critical stage hasn't started yet." } } } ) );
    EXPECT_FALSE( active( "Free" ) );
 }
 
@@ -373,13 +370,13 @@ TEST_F( NextStageTest, TheReportStandsAlsoForAStageThatIsComplete ) {
    make();
    idle();
    newStage( "Critical", { "Nowhere" } )->criticalIs( true );
-   EXPECT_EQ( decision(),
-              with( inVisitingOrder(
-                       { { "Active", { "Stage Active in progress, but now non-critical" } },
-                         { "Critical",
-                           { "Nowhere is not yet ready, which means Critical is also "
-                             "unready." } } } ),
-                    onlyInactive ) );
+   EXPECT_EQ(
+      decision(),
+      with( inVisitingOrder( { { "Active", { "Stage Active in progress, but now non-critical" } },
+                               { "Critical",
+                                 { "Nowhere is not yet ready, which means Critical is also "
+                                   "unready." } } } ),
+            onlyInactive ) );
 }
 
 TEST_F( NextStageTest, AnActiveStageThatIsCriticalIsNotReportedSo ) {
@@ -436,17 +433,17 @@ TEST_F( NextStageTest, ADependencyOnAStageThatDoesNotExistIsNeverSatisfied ) {
    pass( 1000 );
    EXPECT_FALSE( active( "A" ) );
    EXPECT_FALSE( status->complete() );
-   EXPECT_EQ( decision(), ( Lines{ decisionMade,
-                                   "Nowhere is not yet ready, which means A is also unready.",
-                                   onlyInactive } ) );
+   EXPECT_EQ( decision(),
+              ( Lines{ decisionMade, "Nowhere is not yet ready, which means A is also unready.",
+                       onlyInactive } ) );
 }
 
 TEST_F( NextStageTest, AStageThatDependsOnItselfNeverStarts ) {
    newStage( "A", { "A" } );
    makeUndecided();
-   EXPECT_EQ( decision(), ( Lines{ decisionMade,
-                                   "A is not yet ready, which means A is also unready.",
-                                   onlyInactive } ) );
+   EXPECT_EQ( decision(),
+              ( Lines{ decisionMade, "A is not yet ready, which means A is also unready.",
+                       onlyInactive } ) );
    EXPECT_FALSE( active( "A" ) );
 }
 

@@ -135,8 +135,7 @@ class MessageRecorder {
 inline char const slowMessage[] = "ORDOVAN_STAGE_SLOW: App stage S timed out";
 inline char const lateMessage[] =
    "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT: App resumed after stage S completed after timeout.";
-inline char const suspensionLine[] =
-   " Critical stage S timed out! App suspended for debugging.";
+inline char const suspensionLine[] = " Critical stage S timed out! App suspended for debugging.";
 inline char const lateTrace[] = " Stage S completed, but had previously timed out.";
 inline char const decisionAsked[] = "void Stage::StatusSm::doNextStage()";
 inline char const decisionMade[] = "void Stage::StatusSm::handleNextStage()";

@@ -289,12 +289,12 @@ TEST_F( SlowStageTest, AnOrdinaryStageIsCompletedByItsTimeout ) {
    EXPECT_EQ( s->pendingEvents(), 2U ) << "the pending events stay";
    EXPECT_EQ( messages.lines, Lines() );
    EXPECT_EQ( logged(), ( Lines{ "1005 stage S is complete (timeout)" } ) );
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::handleStageUncompleted() S",
-                       "S has 2 pendingEvents remaining",
-                       " Incomplete events: " + pendingAsReported(),
-                       "void Stage::LogSm::logIs(Kiv::String8) stage S is complete (timeout)",
-                       decisionAsked } ) );
+   EXPECT_EQ(
+      trace.taken(),
+      ( Lines{ "void Stage::StageSm::handleStageUncompleted() S", "S has 2 pendingEvents remaining",
+               " Incomplete events: " + pendingAsReported(),
+               "void Stage::LogSm::logIs(Kiv::String8) stage S is complete (timeout)",
+               decisionAsked } ) );
 }
 
 TEST_F( SlowStageTest, AnEntryWithoutItsEventIsReportedAsUnknown ) {
@@ -320,13 +320,13 @@ TEST_F( SlowStageTest, TheLateCompletionOfAnOrdinaryStageCompletesItAgainWithout
    EXPECT_TRUE( s->complete() );
    EXPECT_TRUE( sm->needRecalculateNextStage() );
    EXPECT_EQ( messages.lines, Lines() );
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
-                       "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
-                       "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
-                       "void Stage::StageSm::handlePendingEvent() S", lateTrace,
-                       "void Stage::LogSm::logIs(Kiv::String8) stage S is complete",
-                       decisionAsked } ) );
+   EXPECT_EQ(
+      trace.taken(),
+      ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
+               "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
+               "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
+               "void Stage::StageSm::handlePendingEvent() S", lateTrace,
+               "void Stage::LogSm::logIs(Kiv::String8) stage S is complete", decisionAsked } ) );
 }
 
 TEST_F( SlowStageTest, OneOfTwoLateEventsCompletesNothing ) {
@@ -400,9 +400,8 @@ TEST_F( CriticalSlowStageTest, TheSuspensionIsReportedInOrder ) {
    testing::internal::CaptureStdout();
    pass( 5 );
    EXPECT_EQ( testing::internal::GetCapturedStdout(), suspensionLine );
-   EXPECT_EQ( seen, ( Lines{ "ORDOVAN_STAGE_SLOW",
-                             "logged before: stage S is complete (timeout)", "printed before: ",
-                             "not timed out yet" } ) );
+   EXPECT_EQ( seen, ( Lines{ "ORDOVAN_STAGE_SLOW", "logged before: stage S is complete (timeout)",
+                             "printed before: ", "not timed out yet" } ) );
 }
 
 TEST_F( CriticalSlowStageTest, TheMessageCarriesWhatItsHandleDeclares ) {
@@ -449,9 +448,9 @@ TEST_F( CriticalSlowStageTest, TheLiftingIsReportedBeforeAnythingOfTheCompletion
    } );
    event->completeIs( true );
    deliver();
-   EXPECT_EQ( seen, ( Lines{ "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT",
-                             "logged before:   event S:a completed", "traced before: 1",
-                             "completed at 0", "not complete yet" } ) );
+   EXPECT_EQ(
+      seen, ( Lines{ "ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT", "logged before:   event S:a completed",
+                     "traced before: 1", "completed at 0", "not complete yet" } ) );
 }
 
 TEST_F( CriticalSlowStageTest, EachFurtherCompletionIsReportedAgain ) {
@@ -614,8 +613,8 @@ TEST_P( ThrowingSinkTest, TheSuspensionIsLifted ) {
    EXPECT_EQ( logged(), ( Lines{ "1009   event S:a completed", "1009 stage S is complete" } ) );
 }
 
-INSTANTIATE_TEST_SUITE_P( , ThrowingSinkTest, testing::ValuesIn( everythingThrown ),
-                          []( auto const & tested ) { return tested.param.name; } );
+INSTANTIATE_TEST_SUITE_P(, ThrowingSinkTest, testing::ValuesIn( everythingThrown ),
+                         []( auto const & tested ) { return tested.param.name; } );
 
 TEST_F( CriticalSlowStageTest, ASuspensionLineThatCannotBeWrittenIsIgnored ) {
    std::fflush( stdout );

@@ -9,9 +9,7 @@ namespace {
 
 // Writes down every callback.
 struct Observer : Stage::StageSm::NotifieeConst {
-   explicit Observer( Ptr< Stage::StageSm > const & watched ) {
-      watch( watched );
-   }
+   explicit Observer( Ptr< Stage::StageSm > const & watched ) { watch( watched ); }
    void onComplete() override { calls.emplace_back( "complete" ); }
    void onTimedOut() override { calls.emplace_back( "timedOut" ); }
    void onCompletionTime() override { calls.emplace_back( "completionTime" ); }

@@ -148,12 +148,12 @@ TEST_F( StageSmTest, AnEventThatCompletesLeavesThePendingOnes ) {
    EXPECT_EQ( pending(), ( Lines{ "S:a", "S:b" } ) ) << "a setter calls nobody";
    TraceRecorder trace;
    deliver();
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
-                       "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
-                       "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
-                       "void Stage::StageSm::handlePendingEvent() S",
-                       "S has 1 pendingEvents." } ) );
+   EXPECT_EQ(
+      trace.taken(),
+      ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
+               "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
+               "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
+               "void Stage::StageSm::handlePendingEvent() S", "S has 1 pendingEvents." } ) );
    EXPECT_EQ( pending(), ( Lines{ "S:b" } ) );
    EXPECT_EQ( texts(), ( Lines{ "  event S:a completed" } ) );
    EXPECT_FALSE( s->complete() );
@@ -174,13 +174,13 @@ TEST_F( StageSmTest, TheLastEventCompletesTheStage ) {
    EXPECT_EQ( s->completionTime(), 1003 );
    EXPECT_EQ( logged(), ( Lines{ "1003   event S:a completed", "1003 stage S is complete" } ) );
    EXPECT_TRUE( sm->needRecalculateNextStage() );
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
-                       "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
-                       "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
-                       "void Stage::StageSm::handlePendingEvent() S",
-                       "void Stage::LogSm::logIs(Kiv::String8) stage S is complete",
-                       decisionAsked } ) );
+   EXPECT_EQ(
+      trace.taken(),
+      ( Lines{ "void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, agent:a)",
+               "void Stage::LogSm::logIs(Kiv::String8)   event S:a completed",
+               "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
+               "void Stage::StageSm::handlePendingEvent() S",
+               "void Stage::LogSm::logIs(Kiv::String8) stage S is complete", decisionAsked } ) );
 }
 
 TEST_F( StageSmTest, AnEventThatTurnsIncompleteAgainIsPendingAgainAndTheStageStaysComplete ) {
@@ -259,8 +259,7 @@ TEST_F( StageSmTest, AnIncompleteEventThatJoinsBecomesPending ) {
               ( Lines{ "void Stage::StageSm::handleEventDel(Kiv::String8) S late",
                        "Incomplete event being added to pending events",
                        "void Stage::StageSm::handlePendingEvent(Kiv::String8) S:late",
-                       "void Stage::StageSm::handlePendingEvent() S",
-                       "S has 1 pendingEvents.",
+                       "void Stage::StageSm::handlePendingEvent() S", "S has 1 pendingEvents.",
                        "void Stage::StageSm::KivEvent::handleComplete() S:late (stage: S, "
                        "agent:late)",
                        "void Stage::LogSm::logIs(Kiv::String8)   event S:late started" } ) );
@@ -403,8 +402,7 @@ TEST_F( StageSmTest, APendingEntryWithoutItsEventIsFilledWhenTheEventIsHeardOf )
    EXPECT_EQ( s->pendingEvent( "S:a" )->pendingEvent(), a );
    trace.clear();
    s->handleEventDel( "a" );
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::handleEventDel(Kiv::String8) S a" } ) )
+   EXPECT_EQ( trace.taken(), ( Lines{ "void Stage::StageSm::handleEventDel(Kiv::String8) S a" } ) )
       << "it is pending already";
 }
 
@@ -413,8 +411,7 @@ TEST_F( StageSmTest, AnEventThatIsHeardOfAndCompleteIsNotAdded ) {
    activate();
    TraceRecorder trace;
    s->handleEventDel( "a" );
-   EXPECT_EQ( trace.taken(),
-              ( Lines{ "void Stage::StageSm::handleEventDel(Kiv::String8) S a" } ) );
+   EXPECT_EQ( trace.taken(), ( Lines{ "void Stage::StageSm::handleEventDel(Kiv::String8) S a" } ) );
    EXPECT_EQ( pending(), Lines() );
 }
 
@@ -605,8 +602,7 @@ TEST_F( StageSmTest, AnotherStageIsNotCompletedBecauseNothingIsPendingForAMoment
       std::string const name = std::string( "S" ) + done;
       newEvent( name.c_str(), done );
       auto const machine = sm->stageSmIs( status->stage( name ), sm->logSm() );
-      auto const other =
-         Stage::Status::StatusIs( "other" )->stageIs( name );
+      auto const other = Stage::Status::StatusIs( "other" )->stageIs( name );
       auto const doneThere = Stage::EventConfig::EventConfigIs( name, done );
       doneThere->completeIs( true );
       other->eventIs( doneThere );

@@ -25,9 +25,8 @@ class StartUpTest : public ProgressionTest {
       idle();
    }
    void TearDown() override {
-      if( always ) {
+      if( always )
          EXPECT_EQ( always->broken(), "" );
-      }
    }
    // As in a World, with a look at what must always hold after every step.
    void idle() { always ? always->settle() : World::idle(); }

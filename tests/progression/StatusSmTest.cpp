@@ -64,8 +64,7 @@ TEST_F( StatusSmTest, ConstructionMakesTheLogSmAndAnIdleTimer ) {
 }
 
 TEST_F( StatusSmTest, NotificationsAreOffUntilTheyAreTurnedOn ) {
-   Ptr< Stage::StatusSm > const made =
-      new Stage::StatusSm( "App", config, status, progress, log );
+   Ptr< Stage::StatusSm > const made = new Stage::StatusSm( "App", config, status, progress, log );
    EXPECT_FALSE( made->hasNotificationActive() );
    EXPECT_FALSE( made->kivConfig()->hasNotificationActive() );
    config->enabledIs( true );
@@ -123,8 +122,7 @@ TEST_F( StatusSmTest, AnEnabledConfigurationStartsProgressionInsideTheConstructo
    config->enabledIs( true );
    newStage( "A" );
    newStage( "B" );
-   Ptr< Stage::StatusSm > const made =
-      new Stage::StatusSm( "App", config, status, progress, log );
+   Ptr< Stage::StatusSm > const made = new Stage::StatusSm( "App", config, status, progress, log );
    EXPECT_TRUE( made->stageEnableSm( "A" ) );
    EXPECT_TRUE( made->stageEnableSm( "B" ) );
    EXPECT_EQ( made->stageEnableSms(), 2U );
@@ -148,7 +146,7 @@ TEST_F( StatusSmTest, TheFirstReactionsTraceWhatTheyMake ) {
       expected.push_back( "Creating Stage Enable Sm for " + name );
    expected.insert( expected.end(), { "void Stage::LogSm::logIs(Kiv::String8) "
                                       "Stage progression started",
-                                      decisionAsked, // by the reaction to `enabled`
+                                      decisionAsked,     // by the reaction to `enabled`
                                       decisionAsked } ); // once more: a request was pending
    EXPECT_EQ( trace.taken(), expected );
 }
@@ -327,8 +325,7 @@ TEST_F( StatusSmTest, ARequestFromBeforeInitialisationIsMadeGoodByIt ) {
    TraceRecorder trace;
    sm->handleInitialized();
    EXPECT_EQ( trace.taken(), ( Lines{ "void Stage::StatusSm::handleInitialized()",
-                                      "void Stage::StatusSm::handleEnabled()",
-                                      decisionAsked } ) );
+                                      "void Stage::StatusSm::handleEnabled()", decisionAsked } ) );
    EXPECT_EQ( sm->recalculateNextStage()->timeMin(), 1000 );
    idle();
    EXPECT_EQ( texts(), ( Lines{ "stage A started", "stage A is complete",
@@ -413,8 +410,7 @@ TEST_F( StatusSmTest, ReactorsThatAreTakenAwayAreMarkedAndDetached ) {
 }
 
 TEST_F( StatusSmTest, AReactorMadeLaterTakesItsOwnersState ) {
-   Ptr< Stage::StatusSm > const made =
-      new Stage::StatusSm( "App", config, status, progress, log );
+   Ptr< Stage::StatusSm > const made = new Stage::StatusSm( "App", config, status, progress, log );
    EXPECT_FALSE( made->newConfig( config )->hasNotificationActive() );
    made->hasNotificationActiveIs( true );
    EXPECT_TRUE( made->newConfig( config )->hasNotificationActive() );

@@ -67,8 +67,7 @@ TEST_F( LeftBehind, AStageThatReplacesOneWhoseCompletionWasCutShortIsNotComplete
       auto const sm = w.configSm();
       auto const manager = Stage::Ordovan::OrdovanIs( "manager" );
       w.config->enabledIs( true );
-      auto const statusSm =
-         manager->statusSmIs( "App", w.config, w.status, w.progress, w.log );
+      auto const statusSm = manager->statusSmIs( "App", w.config, w.status, w.progress, w.log );
       w.pass( 1 );
       ASSERT_TRUE( statusSm->stageSm( "A" ) );
       event->completeIs( true );

@@ -39,9 +39,7 @@ class Agent {
    }
    Agent( Agent const & ) = delete;
    Agent & operator=( Agent const & ) = delete;
-   void watch( Ptr< Stage::Status > const & status ) {
-      reactor_->watch( status );
-   }
+   void watch( Ptr< Stage::Status > const & status ) { reactor_->watch( status ); }
    void leave() {
       reactor_->notifierIs( nullptr );
       timer_->timeMinIs( Kiv::infinity );
@@ -51,9 +49,7 @@ class Agent {
 
  private:
    struct Timer : Kiv::Clock::NotifieeConst {
-      explicit Timer( Agent & a ) : agent( a ) {
-         watch( Kiv::activityManager()->clock() );
-      }
+      explicit Timer( Agent & a ) : agent( a ) { watch( Kiv::activityManager()->clock() ); }
       void onTime() override { agent.event->completeIs( true ); }
       Agent & agent;
    };
@@ -95,14 +91,11 @@ class StartUp {
    std::vector< Picture > play();
 
  private:
-   static std::string stageName( int n ) {
-      return ( n < 10 ? "S0" : "S" ) + std::to_string( n );
-   }
+   static std::string stageName( int n ) { return ( n < 10 ? "S0" : "S" ) + std::to_string( n ); }
 
    Ptr< Stage::AgentConfig > config( char const * agent ) {
-      return again( [ & ] {
-         return Kiv::ptrCast< Stage::AgentConfig >( dir_->entityPtr( Name( agent ) ) );
-      } );
+      return again(
+         [ & ] { return Kiv::ptrCast< Stage::AgentConfig >( dir_->entityPtr( Name( agent ) ) ); } );
    }
    void join( char const * agent ) {
       again( [ & ] { dir_->entityPtrIs( Stage::AgentConfig::AgentConfigIs( agent ) ); } );
@@ -116,7 +109,8 @@ class StartUp {
    // `needs`: numbers of stages.
    Agent & declare( char const * agent, std::string const & stage, double takes, double timeout,
                     std::vector< std::string > const & needs, bool critical = false ) {
-      auto made = again( [ & ] { return std::make_unique< Agent >( stage.c_str(), agent, takes ); } );
+      auto made =
+         again( [ & ] { return std::make_unique< Agent >( stage.c_str(), agent, takes ); } );
       Agent & a = *made;
       again( [ & ] { a.event->timeoutIs( timeout ); } );
       again( [ & ] { a.event->criticalIs( critical ); } );
@@ -157,8 +151,8 @@ class StartUp {
    std::map< std::string, int > messages_;
 };
 
-// Every event takes a minute or more: longer than callbacks ever rest here while memory is short, so
-// that what the outside does comes in the order in which it always comes.
+// Every event takes a minute or more: longer than callbacks ever rest here while memory is short,
+// so that what the outside does comes in the order in which it always comes.
 //
 // Five layers of six; each stage needs two of the layer before. Of every layer one is critical by
 // itself, and one has two agents.
@@ -201,9 +195,7 @@ void StartUp::makeMachines() {
    manager_ = again( [] { return Stage::Ordovan::OrdovanIs( "manager" ); } );
    again( [ & ] { config_->agentDirIs( dir_ ); } );
    again( [ & ] { manager_->configSmIs( config_, status_, dir_ ); } );
-   again( [ & ] {
-      manager_->statusSmIs( "Application", config_, status_, progress_, log_ );
-   } );
+   again( [ & ] { manager_->statusSmIs( "Application", config_, status_, progress_, log_ ); } );
 }
 
 void StartUp::idle() {
@@ -238,10 +230,9 @@ Picture StartUp::picture() const {
       Stage::StageStatus const & stage = *i.ptr();
       Ptr< Stage::StageSm > const sm =
          statusSm ? statusSm->stageSm( i.key() ) : Ptr< Stage::StageSm >();
-      std::string line = i.key().str() +
-                         flags( bool( status_->activeStage( i.key() ) ), sm.get() ) +
-                         ( stage.critical() ? " critical " : " " ) +
-                         Kiv::valueToString( stage.timeout() ).str();
+      std::string line =
+         i.key().str() + flags( bool( status_->activeStage( i.key() ) ), sm.get() ) +
+         ( stage.critical() ? " critical " : " " ) + Kiv::valueToString( stage.timeout() ).str();
       if( statusSm && statusSm->stageEnableSm( i.key() ) )
          line += " waits";
       for( auto d = stage.dependencyIteratorConst(); d; ++d )
@@ -283,7 +274,9 @@ std::vector< Picture > StartUp::play() {
       pictures.push_back( picture() );
       pictures.back().midway = midway;
    };
-   auto const stageSm = [ & ]( char const * stage ) { return manager_->statusSm()->stageSm( stage ); };
+   auto const stageSm = [ & ]( char const * stage ) {
+      return manager_->statusSm()->stageSm( stage );
+   };
    thirtyStages();
    makeMachines();
    rest();

@@ -14,7 +14,7 @@ namespace testing_support {
 
 // What there is to see at one moment, and what was said until then.
 struct Picture {
-   bool midway = false; // what is seen depends on how long callbacks had to rest
+   bool midway = false;               // what is seen depends on how long callbacks had to rest
    std::vector< std::string > states; // without times
    std::vector< std::string > times;  // completion times, by stage
    std::map< std::string, int > log;  // texts, and how often

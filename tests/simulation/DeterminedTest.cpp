@@ -17,9 +17,8 @@ std::string lineOf( Link const & link ) {
                detail::jsonNumber( link.end ) + ", " + ends[ static_cast< int >( link.ended ) ];
    text += link.event.empty() ? "" : ' ' + link.event;
    text += std::string( "; " ) + begins[ static_cast< int >( link.begun ) ];
-   if( link.begun == Link::Begin::critical || link.begun == Link::Begin::decision ) {
+   if( link.begun == Link::Begin::critical || link.begun == Link::Begin::decision )
       text += " since " + detail::jsonNumber( link.ready );
-   }
    return text + ( link.heldFor.empty() ? "" : " for " + link.heldFor );
 }
 
@@ -33,17 +32,16 @@ Determined determinedOf( Plan const & plan ) {
 
 Lines linesOf( Plan const & plan ) {
    Lines lines;
-   for( auto const & link : determinedOf( plan ).link ) {
+   for( auto const & link : determinedOf( plan ).link )
       lines.push_back( lineOf( link ) );
-   }
    return lines;
 }
 
 TEST( Determined, GoesBackFromTheLastStageByTheLastDependencies ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 1 ) ),
-                                             event( "Disk", after( 3 ) ),
-                                             event( "Net", after( 2 ), { "Boot", "Disk" } ) } ),
-                               agent( "B", { event( "Net", after( 1 ) ) } ) } );
+   auto const plan =
+      planOf( { agent( "A", { event( "Boot", after( 1 ) ), event( "Disk", after( 3 ) ),
+                              event( "Net", after( 2 ), { "Boot", "Disk" } ) } ),
+                agent( "B", { event( "Net", after( 1 ) ) } ) } );
    EXPECT_EQ( linesOf( plan ), ( Lines{ "Net 3 to 5, event Net:A; dependency",
                                         "Disk 0 to 3, event Disk:A; enabled" } ) );
    auto const determined = determinedOf( plan );
@@ -53,28 +51,27 @@ TEST( Determined, GoesBackFromTheLastStageByTheLastDependencies ) {
 }
 
 TEST( Determined, EndsWhereTheLastStageCompletedThoughMoreHappensLater ) {
-   auto const plan =
-      planOf( { agent( "A", { withTimeout( 4, event( "Boot", after( 9 ) ) ),
-                              event( "Net", after( 1 ), { "Boot" } ) } ) },
-              { at( 20, Enable{ false } ) } );
-   EXPECT_EQ( linesOf( plan ), ( Lines{ "Net 4 to 5, event Net:A; dependency",
-                                        "Boot 0 to 4, time up; enabled" } ) );
+   auto const plan = planOf( { agent( "A", { withTimeout( 4, event( "Boot", after( 9 ) ) ),
+                                             event( "Net", after( 1 ), { "Boot" } ) } ) },
+                             { at( 20, Enable{ false } ) } );
+   EXPECT_EQ( linesOf( plan ),
+              ( Lines{ "Net 4 to 5, event Net:A; dependency", "Boot 0 to 4, time up; enabled" } ) );
    EXPECT_EQ( determinedOf( plan ).t, 5 );
 }
 
 TEST( Determined, AStageWithNothingToWaitForHasNoShare ) {
-   EXPECT_EQ( linesOf( planOf( { agent( "A", { event( "Boot", after( 1 ) ),
-                                               event( "Net", already(), { "Boot" } ) } ) } ) ),
-              ( Lines{ "Net 1 to 1, no events; dependency",
-                       "Boot 0 to 1, event Boot:A; enabled" } ) );
+   EXPECT_EQ(
+      linesOf( planOf( { agent(
+         "A", { event( "Boot", after( 1 ) ), event( "Net", already(), { "Boot" } ) } ) } ) ),
+      ( Lines{ "Net 1 to 1, no events; dependency", "Boot 0 to 1, event Boot:A; enabled" } ) );
 }
 
 TEST( Determined, TheTimelineCanCompleteAStage ) {
    auto const plan = []( Operation const & operation ) {
-      return planOf( { agent( "A", { event( "Boot", never() ),
-                                     event( "Net", after( 2 ), { "Boot" } ) } ),
-                       agent( "B", { event( "Boot", after( 1 ) ) } ) },
-                     { at( 5, operation ) } );
+      return planOf(
+         { agent( "A", { event( "Boot", never() ), event( "Net", after( 2 ), { "Boot" } ) } ),
+           agent( "B", { event( "Boot", after( 1 ) ) } ) },
+         { at( 5, operation ) } );
    };
    Lines const expected{ "Net 5 to 7, event Net:A; dependency", "Boot 5 to 5, change; change" };
    EXPECT_EQ( linesOf( plan( Set{ "A", "Boot", { CompleteWrite{ true } } } ) ), expected );
@@ -90,8 +87,8 @@ TEST( Determined, AnEventThatIsDeclaredLateHasItsShareFromThenOn ) {
 }
 
 TEST( Determined, BeginsWhenProgressionIsEnabled ) {
-   auto plan = planOf( { agent( "A", { event( "Boot", after( 1 ) ) } ) },
-                       { at( 4, Enable{ true } ) } );
+   auto plan =
+      planOf( { agent( "A", { event( "Boot", after( 1 ) ) } ) }, { at( 4, Enable{ true } ) } );
    plan.enabled = false;
    EXPECT_EQ( linesOf( plan ), ( Lines{ "Boot 4 to 5, event Boot:A; enabled" } ) );
    plan.agent.clear();
@@ -161,16 +158,15 @@ TEST( Determined, AStageThatIsDeclaredLateWaitsForTheNextDecision ) {
 }
 
 TEST( Determined, AnEventOfAStageThatWasGivenUpCanAskForTheDecision ) {
-   auto const plan =
-      planOf( { agent( "A", { withTimeout( 2, event( "Boot", after( 6 ) ) ) } ) },
-              { at( 4, Join{ "B", { event( "Net", after( 1 ) ) } } ) } );
+   auto const plan = planOf( { agent( "A", { withTimeout( 2, event( "Boot", after( 6 ) ) ) } ) },
+                             { at( 4, Join{ "B", { event( "Net", after( 1 ) ) } } ) } );
    EXPECT_EQ( linesOf( plan ), ( Lines{ "Net 6 to 7, event Net:B; decision since 4",
                                         "Boot 0 to 6, event Boot:A; enabled" } ) );
 }
 
 TEST( Determined, IsOfCompleteStartUpsOnly ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 1 ) ),
-                                             event( "Net", after( 2 ), { "Boot" } ) } ) } );
+   auto const plan = planOf(
+      { agent( "A", { event( "Boot", after( 1 ) ), event( "Net", after( 2 ), { "Boot" } ) } ) } );
    EXPECT_FALSE( run( plan, {}, 2 ).determined );
    EXPECT_TRUE( run( plan, {}, 3 ).determined );
 }
@@ -188,4 +184,4 @@ TEST( Determined, AnEventIsPendingForAsLongAsItWas ) {
               ( Times{ { "Boot:A", 3 }, { "Boot:C", 1.5 } } ) );
 }
 
-}  // namespace
+} // namespace

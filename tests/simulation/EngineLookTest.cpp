@@ -16,9 +16,8 @@ std::string activeAt( double until ) {
    std::string text;
    run( twoStages, {}, until, [ & ]( Kiv::Ptr< Stage::Ordovan > const & manager ) {
       text = Kiv::valueToString( Kiv::now() ).str();
-      for( auto i = manager->statusSm()->stageSmIteratorConst(); i; ++i ) {
+      for( auto i = manager->statusSm()->stageSmIteratorConst(); i; ++i )
          text += " " + i.key().str() + ( i.ptr()->complete() ? "+" : "" );
-      }
    } );
    return text;
 }
@@ -47,5 +46,5 @@ TEST( EngineLook, PassesOnWhatItThrowsAndLeavesTheClockAsItWas ) {
    EXPECT_EQ( Kiv::activityManager()->clock(), clock );
 }
 
-}  // namespace
-}  // namespace Simulation
+} // namespace
+} // namespace Simulation

@@ -21,9 +21,9 @@ Plan layeredPlan( unsigned seed ) {
       for( int i = 0; i < 8; ++i ) {
          auto const stage = std::to_string( layer ) + '.' + std::to_string( i );
          Lines dependencies;
-         for( auto d = layer > 0 ? upTo( 4 ) : 0; d > 0; --d ) {
-            dependencies.push_back( std::to_string( layer - 1 ) + '.' + std::to_string( upTo( 8 ) ) );
-         }
+         for( auto d = layer > 0 ? upTo( 4 ) : 0; d > 0; --d )
+            dependencies.push_back( std::to_string( layer - 1 ) + '.' +
+                                    std::to_string( upTo( 8 ) ) );
          auto declared = event( stage, after( upTo( 5 ) ), dependencies );
          declared.critical = upTo( 16 ) == 0;
          agents.push_back( agent( "agent" + stage, { declared } ) );
@@ -40,9 +40,8 @@ StartTable::Table tableOf( Plan const & plan ) {
          auto & row = table[ event.stage ];
          row.seconds = std::max( row.seconds, event.complete.seconds );
          row.critical = row.critical || event.critical;
-         for( auto const & dependency : event.dependency ) {
+         for( auto const & dependency : event.dependency )
             row.dependency.push_back( dependency.stage );
-         }
       }
    }
    StartTable::spreadCritical( table );
@@ -53,18 +52,16 @@ using Times = std::map< std::string, std::pair< double, double > >;
 
 Times timesOf( Result const & result ) {
    Times times;
-   for( auto const & [ name, stage ] : result.stage ) {
+   for( auto const & [ name, stage ] : result.stage )
       times[ name ] = { stage.activeSince, stage.completionTime };
-   }
    return times;
 }
 
 Times timesOf( StartTable::Table table ) {
    StartTable::walk( table );
    Times times;
-   for( auto const & [ name, row ] : table ) {
+   for( auto const & [ name, row ] : table )
       times[ name ] = { row.start, row.end };
-   }
    return times;
 }
 
@@ -100,4 +97,4 @@ TEST( EngineOrder, TheRunTakesAsLongAsTheLongestPath ) {
    }
 }
 
-}  // namespace
+} // namespace

@@ -13,11 +13,9 @@ namespace {
 using namespace Simulation;
 
 std::string reasonFor( Result const & result, std::string const & stage ) {
-   for( auto const & reason : reasons( result ) ) {
-      if( reason.stage == stage ) {
+   for( auto const & reason : reasons( result ) )
+      if( reason.stage == stage )
          return reason.sentence;
-      }
-   }
    return "none";
 }
 
@@ -30,12 +28,13 @@ Result runQuietly( Plan const & plan ) {
 }
 
 TEST( EngineOutcome, ARunThatFinishesIsComplete ) {
-   auto const result = run( planOf( { agent( "A", { event( "Boot", after( 1 ) ),
-                                                    event( "Net", after( 2 ), { "Boot" } ) } ) } ) );
+   auto const result = run( planOf(
+      { agent( "A", { event( "Boot", after( 1 ) ), event( "Net", after( 2 ), { "Boot" } ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::complete );
    EXPECT_TRUE( result.complete );
    EXPECT_EQ( result.t, 3 );
-   EXPECT_EQ( result.progress, ( std::map< std::string, bool >{ { "Boot", true }, { "Net", true } } ) );
+   EXPECT_EQ( result.progress,
+              ( std::map< std::string, bool >{ { "Boot", true }, { "Net", true } } ) );
    auto const & net = result.stage.at( "Net" );
    EXPECT_TRUE( net.active );
    EXPECT_TRUE( net.complete );
@@ -65,15 +64,16 @@ TEST( EngineOutcome, ARunThatIsNeverEnabledIsDisabled ) {
 }
 
 TEST( EngineOutcome, AnEventThatIsNeverReportedStallsTheRun ) {
-   auto const result = run( planOf( { agent( "A", { event( "Boot", after( 1 ) ) } ),
-                                      agent( "B", { event( "Boot", never() ) } ),
-                                      agent( "C", { event( "Net", after( 1 ), { "Boot" } ) } ) } ) );
+   auto const result = run( planOf(
+      { agent( "A", { event( "Boot", after( 1 ) ) } ), agent( "B", { event( "Boot", never() ) } ),
+        agent( "C", { event( "Net", after( 1 ), { "Boot" } ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_EQ( result.t, 1 );
    EXPECT_FALSE( result.stage.at( "Net" ).active );
-   EXPECT_EQ( reasonFor( result, "Boot" ), "stage \"Boot\" is active and waits for event "
-                                           "\"Boot:B\" of agent \"B\" (pending since 0 s); it has no time limit "
-                                           "and waits for ever." );
+   EXPECT_EQ( reasonFor( result, "Boot" ),
+              "stage \"Boot\" is active and waits for event "
+              "\"Boot:B\" of agent \"B\" (pending since 0 s); it has no time limit "
+              "and waits for ever." );
    EXPECT_EQ( reasonFor( result, "Net" ),
               "stage \"Net\" waits for stage \"Boot\", which is not complete; it has no time "
               "limit." );
@@ -89,7 +89,8 @@ TEST( EngineOutcome, APendingEventCountsFromWhenItWasDeclared ) {
 }
 
 TEST( EngineOutcome, ADependencyThatNobodyDeclaresStallsTheRun ) {
-   auto const result = run( planOf( { agent( "A", { event( "Net", after( 0 ), { "Gone" } ) } ) } ) );
+   auto const result =
+      run( planOf( { agent( "A", { event( "Net", after( 0 ), { "Gone" } ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_EQ( result.stage.count( "Gone" ), 0U );
    EXPECT_EQ( reasonFor( result, "Net" ),
@@ -98,8 +99,8 @@ TEST( EngineOutcome, ADependencyThatNobodyDeclaresStallsTheRun ) {
 }
 
 TEST( EngineOutcome, ACycleStallsTheRun ) {
-   auto const result = run( planOf( { agent( "A", { event( "S1", after( 0 ), { "S2" } ),
-                                                    event( "S2", after( 0 ), { "S1" } ) } ) } ) );
+   auto const result = run( planOf( { agent(
+      "A", { event( "S1", after( 0 ), { "S2" } ), event( "S2", after( 0 ), { "S1" } ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::stalled );
    EXPECT_NE( reasonFor( result, "S1" ).find( "depends on itself by way of stage \"S2\"" ),
               std::string::npos );
@@ -110,9 +111,10 @@ TEST( EngineOutcome, ACriticalStageThatCannotStartHoldsTheOthersBack ) {
       run( planOf( { agent( "A", { critical( event( "Vital", after( 0 ), { "Gone" } ) ) } ),
                      agent( "B", { event( "Net" ) } ) } ) );
    EXPECT_EQ( result.outcome, Outcome::stalled );
-   EXPECT_EQ( reasonFor( result, "Net" ),
-              "stage \"Net\" is held back until critical stage \"Vital\" has started; it has no time "
-              "limit." );
+   EXPECT_EQ(
+      reasonFor( result, "Net" ),
+      "stage \"Net\" is held back until critical stage \"Vital\" has started; it has no time "
+      "limit." );
 }
 
 TEST( EngineOutcome, ACriticalStageThatTimesOutSuspendsTheRun ) {
@@ -145,10 +147,11 @@ TEST( EngineOutcome, ARunThatIsEndedShowsHowThingsStand ) {
    EXPECT_EQ( result.now, 12.5 );
    EXPECT_FALSE( result.exhausted );
    EXPECT_EQ( result.stage.at( "Boot" ).timeIsUp, 32 );
-   EXPECT_EQ( reasonFor( result, "Boot" ),
-              "stage \"Boot\" is active and waits for event \"Boot:A\" of agent \"A\" (pending since "
-              "2 s); its time is up at 32 s, in 19.5 s, and it would then be declared complete all the "
-              "same." );
+   EXPECT_EQ(
+      reasonFor( result, "Boot" ),
+      "stage \"Boot\" is active and waits for event \"Boot:A\" of agent \"A\" (pending since "
+      "2 s); its time is up at 32 s, in 19.5 s, and it would then be declared complete all the "
+      "same." );
    EXPECT_EQ( reasonFor( result, "Net" ),
               "stage \"Net\" waits for stage \"Boot\", which is not complete; its time of 7 s does "
               "not run before it has started." );
@@ -221,4 +224,4 @@ TEST( EngineOutcome, AStageThatIsDeclaredTooLateIsNotStarted ) {
               "elsewhere brings about; it has no time limit." );
 }
 
-}  // namespace
+} // namespace

@@ -21,8 +21,9 @@ std::string recordOf( Plan const & plan ) {
 // Every byte is fixed: the same on each word size, in each build, in each run.
 TEST( EngineRecord, HasTheSameBytesEverywhere ) {
    auto const plan = planOf(
-      { agent( "Platform", { critical( withTimeout( 30, event( "Hardware", never(), { "Boot" } ) ) ),
-                             event( "Boot", after( 0.1 ) ) } ),
+      { agent( "Platform",
+               { critical( withTimeout( 30, event( "Hardware", never(), { "Boot" } ) ) ),
+                 event( "Boot", after( 0.1 ) ) } ),
         agent( "Routing", { withTimeout( 0.3, event( "Protocols", never(), { "Hardware" } ) ) } ) },
       { at( 31.5, Set{ "Platform", "Hardware", { CompleteWrite{ true } } } ),
         at( 40, Enable{ false } ) } );
@@ -61,11 +62,13 @@ TEST( EngineRecord, IsTheSameForTheSamePlan ) {
 }
 
 TEST( EngineRecord, OfAStageWithoutAStateMachineSaysNothingOfIt ) {
-   auto plan = planOf( { agent( "A", { withTimeout( 8, event( "Boot", already(), { "Z", "B" } ) ) } ) } );
+   auto plan =
+      planOf( { agent( "A", { withTimeout( 8, event( "Boot", already(), { "Z", "B" } ) ) } ) } );
    plan.enabled = false;
-   EXPECT_EQ( recordOf( plan ),
-              R"({"kind": "end", "outcome": "disabled", "progress": {}, "status": {"complete": false, "stage": {"Boot": {"active": false, "complete": false, "completionTime": 0, "critical": false, "dependency": ["B", "Z"], "event": {"A": {"complete": true}}, "pending": [], "timedOut": false, "timeout": 8}}}, "t": 0})"
-              "\n" );
+   EXPECT_EQ(
+      recordOf( plan ),
+      R"({"kind": "end", "outcome": "disabled", "progress": {}, "status": {"complete": false, "stage": {"Boot": {"active": false, "complete": false, "completionTime": 0, "critical": false, "dependency": ["B", "Z"], "event": {"A": {"complete": true}}, "pending": [], "timedOut": false, "timeout": 8}}}, "t": 0})"
+      "\n" );
 }
 
-}  // namespace
+} // namespace

@@ -17,11 +17,11 @@ bool has( Lines const & lines, std::string const & line ) {
 }
 
 TEST( Engine, AStageIsActiveAtOnceAndCompleteWhenItsAgentReports ) {
-   EXPECT_EQ( logOf( planOf( { agent( "Platform", { event( "Boot", after( 2.5 ) ) } ) } ) ),
-              ( Lines{ "0 Stage progression started", "0 stage Boot started",
-                       "0   event Boot:Platform started", "2.5   event Boot:Platform completed",
-                       "2.5 stage Boot is complete", "2.5 Stage progression is complete",
-                       "end" } ) );
+   EXPECT_EQ(
+      logOf( planOf( { agent( "Platform", { event( "Boot", after( 2.5 ) ) } ) } ) ),
+      ( Lines{ "0 Stage progression started", "0 stage Boot started",
+               "0   event Boot:Platform started", "2.5   event Boot:Platform completed",
+               "2.5 stage Boot is complete", "2.5 Stage progression is complete", "end" } ) );
 }
 
 TEST( Engine, InsideACallbackOfTheActivityARunIsRefusedAndNothingHasHappened ) {
@@ -55,17 +55,17 @@ TEST( Engine, AnEventThatIsDeclaredCompleteNeverStarts ) {
 }
 
 TEST( Engine, SecondsCountFromWhenTheStageBecomesActive ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 2 ) ),
-                                             event( "Net", after( 3 ), { "Boot" } ) } ) } );
-   EXPECT_EQ( stagesOf( plan ), ( Lines{ "0 Boot active", "2 Boot complete", "2 Net active",
-                                         "5 Net complete" } ) );
+   auto const plan = planOf(
+      { agent( "A", { event( "Boot", after( 2 ) ), event( "Net", after( 3 ), { "Boot" } ) } ) } );
+   EXPECT_EQ( stagesOf( plan ),
+              ( Lines{ "0 Boot active", "2 Boot complete", "2 Net active", "5 Net complete" } ) );
 }
 
 TEST( Engine, SecondsCountFromTheDeclarationWhenTheStageIsActiveAlready ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 10 ) ) } ) },
-                             { at( 3, Join{ "B", { event( "Boot", after( 2 ) ) } } ),
-                               at( 4, Join{ "C", {} } ),
-                               at( 4, Declare{ "C", event( "Boot", after( 2.5 ) ) } ) } );
+   auto const plan =
+      planOf( { agent( "A", { event( "Boot", after( 10 ) ) } ) },
+              { at( 3, Join{ "B", { event( "Boot", after( 2 ) ) } } ), at( 4, Join{ "C", {} } ),
+                at( 4, Declare{ "C", event( "Boot", after( 2.5 ) ) } ) } );
    auto const log = logOf( plan );
    EXPECT_TRUE( has( log, "5   event Boot:B completed" ) );
    EXPECT_TRUE( has( log, "6.5   event Boot:C completed" ) );
@@ -73,9 +73,8 @@ TEST( Engine, SecondsCountFromTheDeclarationWhenTheStageIsActiveAlready ) {
 }
 
 TEST( Engine, WritesOfTimeZeroComeBeforeTheFirstDecision ) {
-   auto const plan =
-      planOf( { agent( "A", { event( "Boot" ) } ) },
-              { at( 0, Set{ "A", "Boot", { DependencyWrite{ "Gone", true } } } ) } );
+   auto const plan = planOf( { agent( "A", { event( "Boot" ) } ) },
+                             { at( 0, Set{ "A", "Boot", { DependencyWrite{ "Gone", true } } } ) } );
    EXPECT_EQ( logOf( plan ), ( Lines{ "0 Stage progression started", "end" } ) );
 }
 
@@ -96,9 +95,9 @@ TEST( Engine, EntriesOfOneInstantRunInOrderOfTheFile ) {
 }
 
 TEST( Engine, EntriesRunInOrderOfTimeWhateverTheOrderOfTheFile ) {
-   auto plan = planOf( { agent( "A", { event( "Boot", never() ) } ) },
-                       { at( 4, Set{ "A", "Boot", { CompleteWrite{ true } } } ),
-                         at( 2, Enable{ true } ) } );
+   auto plan =
+      planOf( { agent( "A", { event( "Boot", never() ) } ) },
+              { at( 4, Set{ "A", "Boot", { CompleteWrite{ true } } } ), at( 2, Enable{ true } ) } );
    plan.enabled = false;
    EXPECT_EQ( stagesOf( plan ), ( Lines{ "2 Boot active", "4 Boot complete" } ) );
 }
@@ -116,11 +115,12 @@ TEST( Engine, AttributesOfOneSetAreWrittenInTheirOrder ) {
 }
 
 TEST( Engine, EveryAttributeOfAnEventCanBeSet ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", never() ) } ) },
-                             { at( 1, Set{ "A", "Boot",
-                                           { CriticalWrite{ true }, TimeoutWrite{ 60 },
-                                             DependencyWrite{ "Net", true },
-                                             CompleteWrite{ true } } } ) } );
+   auto const plan =
+      planOf( { agent( "A", { event( "Boot", never() ) } ) },
+              { at( 1, Set{ "A",
+                            "Boot",
+                            { CriticalWrite{ true }, TimeoutWrite{ 60 },
+                              DependencyWrite{ "Net", true }, CompleteWrite{ true } } } ) } );
    auto const boot = run( plan ).stage.at( "Boot" );
    EXPECT_TRUE( boot.critical );
    EXPECT_EQ( boot.timeout, 60 );
@@ -137,9 +137,11 @@ TEST( Engine, ReportsOfOneStageAtOneTimeAreMadeInOrderOfDeclaration ) {
       expected.push_back( "1   event Boot:" + name + " completed" );
    }
    auto log = logOf( planOf( agents ) );
-   log.erase( std::remove_if( log.begin(), log.end(), []( auto const & line ) {
-                 return line.find( " completed" ) == std::string::npos;
-              } ), log.end() );
+   log.erase( std::remove_if( log.begin(), log.end(),
+                              []( auto const & line ) {
+                                 return line.find( " completed" ) == std::string::npos;
+                              } ),
+              log.end() );
    EXPECT_EQ( log, expected );
 }
 
@@ -179,17 +181,16 @@ TEST( Engine, AWithdrawnEventIsNotReportedNorWaitedFor ) {
       auto const result = run( plan, { &recorder } );
       EXPECT_EQ( result.t, withdrawn );
       EXPECT_TRUE( result.stage.at( "Boot" ).event.empty() );
-      for( auto const & line : recorder.log ) {
+      for( auto const & line : recorder.log )
          EXPECT_EQ( line.find( " completed" ), std::string::npos ) << line;
-      }
    }
 }
 
 TEST( Engine, TheEventsOfAnAgentThatLeavesAreNotReported ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 10 ) ),
-                                             event( "Net", after( 20 ) ) } ),
-                               agent( "B", { event( "Boot", after( 1 ) ) } ) },
-                             { at( 5, Leave{ "A" } ) } );
+   auto const plan =
+      planOf( { agent( "A", { event( "Boot", after( 10 ) ), event( "Net", after( 20 ) ) } ),
+                agent( "B", { event( "Boot", after( 1 ) ) } ) },
+              { at( 5, Leave{ "A" } ) } );
    auto const result = run( plan );
    EXPECT_EQ( result.t, 5 );
    EXPECT_EQ( result.outcome, Outcome::complete );
@@ -198,19 +199,19 @@ TEST( Engine, TheEventsOfAnAgentThatLeavesAreNotReported ) {
 }
 
 TEST( Engine, AnAgentThatJoinsAgainStartsToCountAnew ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 10 ) ) } ) },
-                             { at( 4, Leave{ "A" } ),
-                               at( 6, Join{ "A", { event( "Boot", after( 10 ) ) } } ) } );
+   auto const plan =
+      planOf( { agent( "A", { event( "Boot", after( 10 ) ) } ) },
+              { at( 4, Leave{ "A" } ), at( 6, Join{ "A", { event( "Boot", after( 10 ) ) } } ) } );
    auto const log = logOf( plan );
    EXPECT_FALSE( has( log, "10   event Boot:A completed" ) );
    EXPECT_TRUE( has( log, "16   event Boot:A completed" ) );
 }
 
 TEST( Engine, AnEventThatIsDeclaredAnewIsReportedForItself ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 10 ) ) } ),
-                               agent( "B", { event( "Boot", after( 30 ) ) } ) },
-                             { at( 4, Withdraw{ "A", "Boot" } ),
-                               at( 5, Declare{ "A", event( "Boot", after( 10 ) ) } ) } );
+   auto const plan = planOf(
+      { agent( "A", { event( "Boot", after( 10 ) ) } ),
+        agent( "B", { event( "Boot", after( 30 ) ) } ) },
+      { at( 4, Withdraw{ "A", "Boot" } ), at( 5, Declare{ "A", event( "Boot", after( 10 ) ) } ) } );
    auto const log = logOf( plan );
    EXPECT_FALSE( has( log, "10   event Boot:A completed" ) );
    EXPECT_TRUE( has( log, "15   event Boot:A completed" ) );
@@ -238,9 +239,9 @@ TEST( Engine, AReportOfAnEventThatIsCompleteIsDueAndChangesNothing ) {
 
 TEST( Engine, AReportThatIsNeverDueIsNotWaitedFor ) {
    auto const most = std::numeric_limits< double >::max();
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( most ) ) } ) },
-                             { at( most, Enable{ true } ),
-                               at( most, Join{ "B", { event( "Boot", after( most ) ) } } ) } );
+   auto const plan = planOf(
+      { agent( "A", { event( "Boot", after( most ) ) } ) },
+      { at( most, Enable{ true } ), at( most, Join{ "B", { event( "Boot", after( most ) ) } } ) } );
    EXPECT_EQ( run( plan ).t, most );
 }
 
@@ -260,11 +261,11 @@ TEST( Engine, AMessageStandsAfterTheLogEntriesThatCameBeforeIt ) {
    EXPECT_EQ( testing::internal::GetCapturedStdout(),
               " Critical stage Boot timed out! Router suspended for debugging." );
    Lines const tail( recorder.log.begin() + 3, recorder.log.end() );
-   EXPECT_EQ( tail, ( Lines{ "5 stage Boot is complete (timeout)", "5 ! Router stage Boot timed out",
-                             "8   event Boot:A completed",
-                             "8 ! Router resumed after stage Boot completed after timeout.",
-                             "8 stage Boot is complete", "8 Stage progression is complete",
-                             "end" } ) );
+   EXPECT_EQ( tail,
+              ( Lines{ "5 stage Boot is complete (timeout)", "5 ! Router stage Boot timed out",
+                       "8   event Boot:A completed",
+                       "8 ! Router resumed after stage Boot completed after timeout.",
+                       "8 stage Boot is complete", "8 Stage progression is complete", "end" } ) );
    EXPECT_EQ( recorder.stages,
               ( Lines{ "0 Boot active", "5 Boot suspended Boot:A", "8 Boot resumed" } ) );
 }
@@ -272,9 +273,8 @@ TEST( Engine, AMessageStandsAfterTheLogEntriesThatCameBeforeIt ) {
 TEST( Engine, AStageThatTimesOutGoesOnWithoutItsPendingEvents ) {
    auto const plan = planOf( { agent( "A", { withTimeout( 5, event( "Boot", after( 8 ) ) ),
                                              event( "Net", after( 1 ), { "Boot" } ) } ) } );
-   EXPECT_EQ( stagesOf( plan ),
-              ( Lines{ "0 Boot active", "5 Boot timed out Boot:A", "5 Net active",
-                       "6 Net complete", "8 Boot completed late" } ) );
+   EXPECT_EQ( stagesOf( plan ), ( Lines{ "0 Boot active", "5 Boot timed out Boot:A", "5 Net active",
+                                         "6 Net complete", "8 Boot completed late" } ) );
 }
 
 TEST( Engine, ClockAndMessageSinkAreGivenBack ) {
@@ -289,9 +289,8 @@ TEST( Engine, ClockAndMessageSinkAreGivenBack ) {
 
 struct Thrower : Observer {
    void onLogEntry( double, std::string const & msg ) override {
-      if( msg == when ) {
+      if( msg == when )
          throw std::runtime_error( "disk full" );
-      }
    }
    void onMessage( Message const & ) override {
       ++messages;
@@ -316,8 +315,9 @@ TEST( Engine, WhatAnObserverThrowsEndsTheRunAndReachesTheCaller ) {
 TEST( Engine, WhatAnObserverThrowsAtAMessageReachesTheCallerToo ) {
    testing::internal::CaptureStdout();
    Thrower thrower;
-   auto const plan = planOf( { agent( "A", { critical( withTimeout( 5, event( "Boot", never() ) ) ) } ),
-                               agent( "B", { critical( withTimeout( 6, event( "Net", never() ) ) ) } ) } );
+   auto const plan =
+      planOf( { agent( "A", { critical( withTimeout( 5, event( "Boot", never() ) ) ) } ),
+                agent( "B", { critical( withTimeout( 6, event( "Net", never() ) ) ) } ) } );
    EXPECT_THROW( run( plan, { &thrower } ), std::runtime_error );
    EXPECT_EQ( thrower.messages, 1 );
    testing::internal::GetCapturedStdout();
@@ -326,14 +326,13 @@ TEST( Engine, WhatAnObserverThrowsAtAMessageReachesTheCallerToo ) {
 TEST( Engine, APlanWithMistakesIsRefused ) {
    EXPECT_THROW( run( planOf( {}, { at( 1, Leave{ "A" } ) } ) ), std::invalid_argument );
    EXPECT_THROW( run( planOf( { agent( "A", {} ), agent( "A", {} ) } ) ), std::invalid_argument );
-   for( double t : { -1.0, infinity, std::numeric_limits< double >::quiet_NaN() } ) {
+   for( double t : { -1.0, infinity, std::numeric_limits< double >::quiet_NaN() } )
       EXPECT_THROW( run( planOf( {}, { at( t, Enable() ) } ) ), std::invalid_argument ) << t;
-   }
 }
 
 TEST( Engine, OneRunLeavesNothingBehindForTheNext ) {
-   auto const plan = planOf( { agent( "A", { event( "Boot", after( 1 ) ),
-                                             event( "Net", after( 2 ), { "Boot" } ) } ) } );
+   auto const plan = planOf(
+      { agent( "A", { event( "Boot", after( 1 ) ), event( "Net", after( 2 ), { "Boot" } ) } ) } );
    auto const first = logOf( plan );
    run( planOf( { agent( "B", { withTimeout( 9, event( "Boot", never() ) ) } ) } ) );
    EXPECT_EQ( logOf( plan ), first );
@@ -352,4 +351,4 @@ TEST( Engine, AChainOfThreeHundredStagesTakesTheSumOfItsSeconds ) {
    EXPECT_EQ( result.t, 150 );
 }
 
-}  // namespace
+} // namespace

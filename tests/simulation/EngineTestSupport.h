@@ -23,9 +23,8 @@ inline Event event( std::string stage, Behaviour complete = after( 0 ),
    Event event;
    event.stage = std::move( stage );
    event.complete = complete;
-   for( auto const & dependency : dependencies ) {
+   for( auto const & dependency : dependencies )
       event.dependency.push_back( { dependency, true } );
-   }
    return event;
 }
 
@@ -58,7 +57,9 @@ inline Plan planOf( std::vector< Agent > agents, std::vector< TimelineEntry > ti
 // What the observers are told, each as one line that begins with its time.
 class Recorder : public Observer {
  public:
-   void onLogEntry( double t, std::string const & msg ) override { log.push_back( line( t, msg ) ); }
+   void onLogEntry( double t, std::string const & msg ) override {
+      log.push_back( line( t, msg ) );
+   }
    void onMessage( Message const & message ) override {
       log.push_back( line( message.t, "! " + message.text ) );
    }
@@ -66,9 +67,8 @@ class Recorder : public Observer {
       static char const * const kinds[] = { "active",    "complete", "timed out",
                                             "suspended", "resumed",  "completed late" };
       auto text = change.stage + ' ' + kinds[ static_cast< int >( change.kind ) ];
-      for( auto const & uid : change.pending ) {
+      for( auto const & uid : change.pending )
          text += ' ' + uid;
-      }
       stages.push_back( line( change.t, text ) );
    }
    void onEnd( Result const & ) override { log.push_back( "end" ); }
@@ -95,4 +95,4 @@ inline Lines stagesOf( Plan const & plan ) {
    return recorder.stages;
 }
 
-}  // namespace Simulation
+} // namespace Simulation

@@ -35,10 +35,13 @@ TEST( Json, CharactersBeyondAsciiStayAsTheyAre ) {
 }
 
 TEST( Json, BytesThatAreNoUtf8AreReplacedOneByOne ) {
-   EXPECT_EQ( jsonString( "a\xff" "b" ), "\"a\uFFFD" "b\"" );
-   EXPECT_EQ( jsonString( "\xc3" ), "\"\uFFFD\"" );                  // cut off
-   EXPECT_EQ( jsonString( "\xc0\xaf" ), "\"\uFFFD\uFFFD\"" );        // overlong
-   EXPECT_EQ( jsonString( "\xed\xa0\x80" ), "\"\uFFFD\uFFFD\uFFFD\"" );  // a surrogate
+   EXPECT_EQ( jsonString( "a\xff"
+                          "b" ),
+              "\"a\uFFFD"
+              "b\"" );
+   EXPECT_EQ( jsonString( "\xc3" ), "\"\uFFFD\"" );                     // cut off
+   EXPECT_EQ( jsonString( "\xc0\xaf" ), "\"\uFFFD\uFFFD\"" );           // overlong
+   EXPECT_EQ( jsonString( "\xed\xa0\x80" ), "\"\uFFFD\uFFFD\uFFFD\"" ); // a surrogate
    EXPECT_EQ( jsonString( "\xf4\x90\x80\x80" ), "\"\uFFFD\uFFFD\uFFFD\uFFFD\"" );
 }
 
@@ -69,10 +72,9 @@ TEST( Json, EveryNumberReadsBackAsTheSameDouble ) {
       std::uint64_t const bits = random();
       double value = 0;
       std::memcpy( &value, &bits, sizeof value );
-      if( std::isfinite( value ) ) {
+      if( std::isfinite( value ) )
          ASSERT_EQ( std::strtod( jsonNumber( value ).c_str(), nullptr ), value );
-      }
    }
 }
 
-}  // namespace
+} // namespace

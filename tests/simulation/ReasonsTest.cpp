@@ -11,11 +11,9 @@ using namespace Simulation;
 
 // What is said of a stage; the words are tested where they are made.
 std::string sentence( Result const & result, std::string const & stage ) {
-   for( auto const & reason : reasons( result ) ) {
-      if( reason.stage == stage ) {
+   for( auto const & reason : reasons( result ) )
+      if( reason.stage == stage )
          return reason.sentence;
-      }
-   }
    return "none";
 }
 
@@ -24,9 +22,9 @@ bool contains( std::string const & text, std::string const & part ) {
 }
 
 TEST( Reasons, AreGivenForUnfinishedStagesOnlyInOrderOfName ) {
-   auto const result = run( planOf( { agent( "X", { event( "B", never(), { "C" } ),
-                                                    event( "C", after( 1 ) ),
-                                                    event( "A", after( 1 ), { "B" } ) } ) } ) );
+   auto const result =
+      run( planOf( { agent( "X", { event( "B", never(), { "C" } ), event( "C", after( 1 ) ),
+                                   event( "A", after( 1 ), { "B" } ) } ) } ) );
    auto const found = reasons( result );
    ASSERT_EQ( found.size(), 2U );
    EXPECT_EQ( found[ 0 ].stage, "A" );
@@ -36,11 +34,11 @@ TEST( Reasons, AreGivenForUnfinishedStagesOnlyInOrderOfName ) {
 }
 
 TEST( Reasons, SayWhatTheRunSawOfTimes ) {
-   auto const plan = planOf(
-      { agent( "X", { event( "First", after( 2 ) ),
-                      withTimeout( 30, event( "Boot", never(), { "First" } ) ) } ) },
-      { at( 5, Declare{ "Y", withTimeout( 30, event( "Boot", never() ) ) } ),
-        at( 6, Set{ "X", "Boot", { TimeoutWrite{ 60 } } } ) } );
+   auto const plan =
+      planOf( { agent( "X", { event( "First", after( 2 ) ),
+                              withTimeout( 30, event( "Boot", never(), { "First" } ) ) } ) },
+              { at( 5, Declare{ "Y", withTimeout( 30, event( "Boot", never() ) ) } ),
+                at( 6, Set{ "X", "Boot", { TimeoutWrite{ 60 } } } ) } );
    auto joined = plan;
    joined.agent.push_back( agent( "Y", {} ) );
    auto const result = run( joined, {}, 7 );
@@ -55,8 +53,8 @@ TEST( Reasons, SayWhatTheRunSawOfTimes ) {
 
 TEST( Reasons, SayWhenASuspendedStageTimedOut ) {
    testing::internal::CaptureStdout();
-   auto const result = run( planOf(
-      { agent( "X", { critical( withTimeout( 5, event( "Boot", never() ) ) ) } ) } ) );
+   auto const result =
+      run( planOf( { agent( "X", { critical( withTimeout( 5, event( "Boot", never() ) ) ) } ) } ) );
    testing::internal::GetCapturedStdout();
    EXPECT_TRUE( contains( sentence( result, "Boot" ), "timed out at 5 s and is suspended; it waits "
                                                       "for event \"Boot:X\" of agent \"X\" "
@@ -64,9 +62,9 @@ TEST( Reasons, SayWhenASuspendedStageTimedOut ) {
 }
 
 TEST( Reasons, NeedNothingOfTheRunAnyMore ) {
-   auto const result = run( planOf( { agent( "A", { event( "S1", never(), { "S2" } ),
-                                                    event( "S2", never(), { "S1", "Gone" } ),
-                                                    event( "S3", never(), { "S1" } ) } ) } ) );
+   auto const result = run( planOf(
+      { agent( "A", { event( "S1", never(), { "S2" } ), event( "S2", never(), { "S1", "Gone" } ),
+                      event( "S3", never(), { "S1" } ) } ) } ) );
    ASSERT_EQ( result.explanation.root.size(), 2U );
    EXPECT_EQ( causes( result ),
               ( Lines{ "stage \"Gone\" is declared by no agent, but event \"S2:A\" of agent \"A\" "
@@ -83,4 +81,4 @@ TEST( Reasons, AreNoneWhenTheStartUpIsComplete ) {
    EXPECT_TRUE( result.explanation.root.empty() );
 }
 
-}  // namespace
+} // namespace

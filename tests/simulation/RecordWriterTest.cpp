@@ -14,13 +14,15 @@ struct Record : testing::Test {
 
 TEST_F( Record, ALogEntryIsOneLine ) {
    writer.onLogEntry( 0, "Stage progression started" );
-   EXPECT_EQ( text, R"({"kind": "log", "msg": "Stage progression started", "t": 0})" "\n" );
+   EXPECT_EQ( text, R"({"kind": "log", "msg": "Stage progression started", "t": 0})"
+                    "\n" );
 }
 
 TEST_F( Record, AMessageIsOneLine ) {
    writer.onMessage( { 30, "ORDOVAN_STAGE_SLOW", 4, "Router stage Hardware timed out" } );
    EXPECT_EQ( text, R"({"id": "ORDOVAN_STAGE_SLOW", "kind": "message", "severity": 4, "t": 30, )"
-                    R"("text": "Router stage Hardware timed out"})" "\n" );
+                    R"("text": "Router stage Hardware timed out"})"
+                    "\n" );
 }
 
 TEST_F( Record, TheEndOfARunWithoutStagesHasEmptyObjects ) {
@@ -29,7 +31,8 @@ TEST_F( Record, TheEndOfARunWithoutStagesHasEmptyObjects ) {
    result.complete = true;
    writer.onEnd( result );
    EXPECT_EQ( text, R"({"kind": "end", "outcome": "complete", "progress": {}, )"
-                    R"("status": {"complete": true, "stage": {}}, "t": 0})" "\n" );
+                    R"("status": {"complete": true, "stage": {}}, "t": 0})"
+                    "\n" );
 }
 
 TEST_F( Record, TheEndTellsEverythingOfAStageWithSortedKeys ) {
@@ -71,7 +74,8 @@ TEST_F( Record, KeysAreSortedByTheirBytes ) {
 
 TEST_F( Record, NoNameBreaksALine ) {
    writer.onLogEntry( 0.5, "stage a\n\"b\" started" );
-   EXPECT_EQ( text, R"({"kind": "log", "msg": "stage a\n\"b\" started", "t": 0.5})" "\n" );
+   EXPECT_EQ( text, R"({"kind": "log", "msg": "stage a\n\"b\" started", "t": 0.5})"
+                    "\n" );
 }
 
-}  // namespace
+} // namespace

@@ -116,4 +116,4 @@ TEST( State, IsNoOutcomeButCompleteWhileMoreIsDue ) {
    EXPECT_EQ( stateName( result ), "not started" );
 }
 
-}  // namespace
+} // namespace

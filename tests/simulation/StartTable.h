@@ -17,7 +17,7 @@ namespace StartTable {
 
 struct Row {
    std::vector< std::string > dependency;
-   double seconds = 0;  // of its slowest event
+   double seconds = 0; // of its slowest event
    bool critical = false;
 
    bool started = false, complete = false;
@@ -32,9 +32,8 @@ inline void spreadCritical( Table & table ) {
       for( auto & [ name, row ] : table ) {
          for( auto const & dependency : row.dependency ) {
             auto & other = table.at( dependency );
-            if( row.critical && !other.critical ) {
+            if( row.critical && !other.critical )
                other.critical = changed = true;
-            }
          }
       }
    }
@@ -52,8 +51,9 @@ inline void walk( Table & table ) {
          return entry.second.critical && !entry.second.started;
       } );
       for( auto & [ name, row ] : table ) {
-         bool const ready = std::all_of( row.dependency.begin(), row.dependency.end(),
-                                         [ & ]( auto const & d ) { return table.at( d ).complete; } );
+         bool const ready =
+            std::all_of( row.dependency.begin(), row.dependency.end(),
+                         [ & ]( auto const & d ) { return table.at( d ).complete; } );
          if( !row.started && ready && ( row.critical || !criticalWaits ) ) {
             row.started = true;
             row.start = now;
@@ -61,14 +61,12 @@ inline void walk( Table & table ) {
          }
       }
       double next = std::numeric_limits< double >::infinity();
-      for( auto const & [ name, row ] : table ) {
+      for( auto const & [ name, row ] : table )
          next = row.started && !row.complete ? std::min( next, row.end ) : next;
-      }
       more = next != std::numeric_limits< double >::infinity();
       now = next;
-      for( auto & [ name, row ] : table ) {
+      for( auto & [ name, row ] : table )
          row.complete = row.complete || ( row.started && row.end == now );
-      }
    }
 }
 
@@ -85,9 +83,8 @@ class LongestPath {
  public:
    explicit LongestPath( Table const & table ) : table_( table ) {
       Moment last;
-      for( auto const & [ name, row ] : table ) {
+      for( auto const & [ name, row ] : table )
          last = row.critical ? std::max( last, start( name ) ) : last;
-      }
       Moment const never{ std::numeric_limits< double >::infinity(), 0 };
       auto gate = never;
       for( auto const & [ name, row ] : table ) {
@@ -96,9 +93,8 @@ class LongestPath {
       }
       // Without critical stages there is no gate.
       gate_ = gate != never ? gate : Moment();
-      for( auto const & [ name, row ] : table ) {
+      for( auto const & [ name, row ] : table )
          total_ = std::max( total_, completion( name ).first );
-      }
    }
 
    double total() const { return total_; }
@@ -108,14 +104,12 @@ class LongestPath {
 
    // REQUIRES for a stage that is not critical: the gate is known.
    Moment start( std::string const & name ) {
-      if( auto const known = start_.find( name ); known != start_.end() ) {
+      if( auto const known = start_.find( name ); known != start_.end() )
          return known->second;
-      }
       auto const & row = table_.at( name );
       auto last = row.critical ? Moment() : gate_;
-      for( auto const & dependency : row.dependency ) {
+      for( auto const & dependency : row.dependency )
          last = std::max( last, completion( dependency ) );
-      }
       return start_[ name ] = { last.first, last.second + 1 };
    }
 
@@ -131,4 +125,4 @@ class LongestPath {
    double total_ = 0;
 };
 
-}  // namespace StartTable
+} // namespace StartTable

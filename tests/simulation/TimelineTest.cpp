@@ -35,9 +35,8 @@ Plan planWith( std::vector< TimelineEntry > timeline ) {
 
 std::vector< Place > places( Plan const & plan, std::vector< UnclearEntry > const & unclear = {} ) {
    std::vector< Place > found;
-   for( auto const & mistake : planMistakes( plan, unclear ) ) {
+   for( auto const & mistake : planMistakes( plan, unclear ) )
       found.push_back( mistake.place );
-   }
    return found;
 }
 
@@ -59,13 +58,12 @@ TEST( Timeline, ATimeThatIsNoneIsRefused ) {
 }
 
 TEST( Timeline, APlanInOrderHasNoMistakes ) {
-   EXPECT_EQ( places( planWith( { entry( 1, 1, Leave{ "A" } ),
-                                  entry( 2, 1, Join{ "A", { event( "Net" ) } } ),
-                                  entry( 3, 2, Set{ "A", "Net", {} } ),
-                                  entry( 4, 3, Withdraw{ "A", "Net" } ),
-                                  entry( 5, 3, Declare{ "A", event( "Net" ) } ),
-                                  entry( 6, 4, Enable{ false } ) } ) ),
-              Places{} );
+   EXPECT_EQ(
+      places( planWith(
+         { entry( 1, 1, Leave{ "A" } ), entry( 2, 1, Join{ "A", { event( "Net" ) } } ),
+           entry( 3, 2, Set{ "A", "Net", {} } ), entry( 4, 3, Withdraw{ "A", "Net" } ),
+           entry( 5, 3, Declare{ "A", event( "Net" ) } ), entry( 6, 4, Enable{ false } ) } ) ),
+      Places{} );
 }
 
 TEST( Timeline, OnlyAnAgentThatIsNotThereCanJoin ) {
@@ -77,11 +75,11 @@ TEST( Timeline, OnlyAnAgentThatIsNotThereCanJoin ) {
 }
 
 TEST( Timeline, OnlyAnAgentThatIsThereCanLeaveDeclareWithdrawOrBeSet ) {
-   EXPECT_EQ( places( planWith( { entry( 1, 1, Leave{ "B" } ),
-                                  entry( 2, 1, Declare{ "B", event( "Boot" ) } ),
-                                  entry( 3, 1, Withdraw{ "B", "Boot" } ),
-                                  entry( 4, 1, Set{ "B", "Boot", {} } ) } ) ),
-              ( Places{ { 1, 2 }, { 2, 2 }, { 3, 2 }, { 4, 2 } } ) );
+   EXPECT_EQ(
+      places( planWith(
+         { entry( 1, 1, Leave{ "B" } ), entry( 2, 1, Declare{ "B", event( "Boot" ) } ),
+           entry( 3, 1, Withdraw{ "B", "Boot" } ), entry( 4, 1, Set{ "B", "Boot", {} } ) } ) ),
+      ( Places{ { 1, 2 }, { 2, 2 }, { 3, 2 }, { 4, 2 } } ) );
 }
 
 TEST( Timeline, OnlyAnEventThatIsThereCanBeWithdrawnOrSetAndOnlyAnotherDeclared ) {
@@ -120,9 +118,9 @@ TEST( Timeline, TheEventsOfAWrongJoinAreNotMissedAgain ) {
 }
 
 TEST( Timeline, WhatAnUnclearEntryMayHaveBroughtIsNotMissed ) {
-   auto const plan = planWith( { entry( 1, 1, Set{ "B", "Boot", {} } ),
-                                 entry( 2, 1, Set{ "A", "Net", {} } ),
-                                 entry( 3, 1, Join{ "A", {} } ) } );
+   auto const plan =
+      planWith( { entry( 1, 1, Set{ "B", "Boot", {} } ), entry( 2, 1, Set{ "A", "Net", {} } ),
+                  entry( 3, 1, Join{ "A", {} } ) } );
    EXPECT_EQ( places( plan, { { -infinity, "A", true, false }, { 1, "B", true, false } } ),
               ( Places{ { 3, 2 } } ) );
    EXPECT_EQ( places( plan, { { 2, "A", true, true }, { 2, "B", true, true } } ),
@@ -130,9 +128,9 @@ TEST( Timeline, WhatAnUnclearEntryMayHaveBroughtIsNotMissed ) {
 }
 
 TEST( Timeline, WhatAnUnclearEntryMayHaveTakenAwayMayComeAgain ) {
-   auto const plan = planWith( { entry( 1, 1, Join{ "A", {} } ),
-                                 entry( 2, 1, Declare{ "A", event( "Boot" ) } ),
-                                 entry( 3, 1, Set{ "A", "Net", {} } ) } );
+   auto const plan =
+      planWith( { entry( 1, 1, Join{ "A", {} } ), entry( 2, 1, Declare{ "A", event( "Boot" ) } ),
+                  entry( 3, 1, Set{ "A", "Net", {} } ) } );
    EXPECT_EQ( places( plan, { { 1, "A", false, true } } ), ( Places{ { 3, 3 } } ) );
 }
 
@@ -144,4 +142,4 @@ TEST( Timeline, AnAgentOrEventThatStandsTwiceIsAMistake ) {
    EXPECT_EQ( places( plan ), ( Places{ { 3, 4 }, { 5, 6 } } ) );
 }
 
-}  // namespace
+} // namespace

@@ -43,14 +43,15 @@ void call( PtrInterface & object, std::size_t slotNumber ) {
 } // namespace
 
 TEST( VirtualOperations, OfACountedObjectStandInOrder ) {
-   expectInOrder( 0, {
-      { "hasNotificationActiveIs( bool )", slot( &PtrInterface::hasNotificationActiveIs ) },
-      { "kivAuditErrors( unsigned ) const", slot( &PtrInterface::kivAuditErrors ) },
-      { "auditErrors( unsigned ) const", slot( &PtrInterface::auditErrors ) },
-      { "isNondestructingIs( bool )", slot( &PtrInterface::isNondestructingIs ) },
-      { "zeroReferencesIs( bool )", slot( &PtrInterface::zeroReferencesIs ) },
-      { "fwkType() const", slot( &PtrInterface::fwkType ) },
-   } );
+   expectInOrder(
+      0, {
+            { "hasNotificationActiveIs( bool )", slot( &PtrInterface::hasNotificationActiveIs ) },
+            { "kivAuditErrors( unsigned ) const", slot( &PtrInterface::kivAuditErrors ) },
+            { "auditErrors( unsigned ) const", slot( &PtrInterface::auditErrors ) },
+            { "isNondestructingIs( bool )", slot( &PtrInterface::isNondestructingIs ) },
+            { "zeroReferencesIs( bool )", slot( &PtrInterface::zeroReferencesIs ) },
+            { "fwkType() const", slot( &PtrInterface::fwkType ) },
+         } );
    EXPECT_EQ( slots< PtrInterface >(), slotsOfPtrInterface );
 }
 
@@ -70,62 +71,69 @@ TEST( VirtualOperations, TheDestructorOfACountedObjectTakesTwoSlotsCompleteAndDe
 }
 
 TEST( VirtualOperations, OfAReactorFollowThoseOfACountedObject ) {
-   expectInOrder( slotsOfPtrInterface, {
-      { "kivReactor() const", slot( &Reactor::kivReactor ) },
-      { "kivRawReactor() const", slot( &Reactor::kivRawReactor ) },
-      { "isStreamAdapter() const", slot( &Reactor::isStreamAdapter ) },
-      { "isRegisteredNotifieeIs( bool ) const", slot( &Reactor::isRegisteredNotifieeIs ) },
-      { "kiv_bitSetIs( Kiv_BitSet )", slot( &Reactor::kiv_bitSetIs ) },
-      { "name() const", slot( &Reactor::name ) },
-      { "notifierIs( Ptr )", slot( &Reactor::notifierIs ) },
-      { "handleNotification( ActivityConfig * )", slot( &Reactor::handleNotification ) },
-      { "handleDefault( ActivityConfig *, AttributeId, bool )", slot( &Reactor::handleDefault ) },
-      { "onAttribute( AttributeId )", slot( &Reactor::onAttribute ) },
-      { "onNotification()", slot( &Reactor::onNotification ) },
-      { "onCollectionNotification( String8 )", slot( &Reactor::onCollectionNotification ) },
-      { "onNotificationException()", slot( as< void() >( &Reactor::onNotificationException ) ) },
-      { "onNotificationException( AttributeId )",
-        slot( as< void( AttributeId ) >( &Reactor::onNotificationException ) ) },
-      { "handleNotificationException( AttributeId )",
-        slot( as< void( AttributeId ) >( &Reactor::handleNotificationException ) ) },
-      { "handleNotificationException()",
-        slot( as< void() >( &Reactor::handleNotificationException ) ) },
-      { "onZeroReferences()", slot( &Reactor::onZeroReferences ) },
-      { "activityPtr() const", slot( &Reactor::activityPtr ) },
-      { "kivFwkActivity()", slot( as< Ptr< Kiv::ActivityConfig >() >( &Reactor::kivFwkActivity ) ) },
-      { "kivFwkActivity() const",
-        slot( as< Ptr< Kiv::ActivityConfig const >() const >( &Reactor::kivFwkActivity ) ) },
-      { "actsm()", slot( &Reactor::actsm ) },
-   } );
+   expectInOrder(
+      slotsOfPtrInterface,
+      {
+         { "kivReactor() const", slot( &Reactor::kivReactor ) },
+         { "kivRawReactor() const", slot( &Reactor::kivRawReactor ) },
+         { "isStreamAdapter() const", slot( &Reactor::isStreamAdapter ) },
+         { "isRegisteredNotifieeIs( bool ) const", slot( &Reactor::isRegisteredNotifieeIs ) },
+         { "kiv_bitSetIs( Kiv_BitSet )", slot( &Reactor::kiv_bitSetIs ) },
+         { "name() const", slot( &Reactor::name ) },
+         { "notifierIs( Ptr )", slot( &Reactor::notifierIs ) },
+         { "handleNotification( ActivityConfig * )", slot( &Reactor::handleNotification ) },
+         { "handleDefault( ActivityConfig *, AttributeId, bool )",
+           slot( &Reactor::handleDefault ) },
+         { "onAttribute( AttributeId )", slot( &Reactor::onAttribute ) },
+         { "onNotification()", slot( &Reactor::onNotification ) },
+         { "onCollectionNotification( String8 )", slot( &Reactor::onCollectionNotification ) },
+         { "onNotificationException()", slot( as< void() >( &Reactor::onNotificationException ) ) },
+         { "onNotificationException( AttributeId )",
+           slot( as< void( AttributeId ) >( &Reactor::onNotificationException ) ) },
+         { "handleNotificationException( AttributeId )",
+           slot( as< void( AttributeId ) >( &Reactor::handleNotificationException ) ) },
+         { "handleNotificationException()",
+           slot( as< void() >( &Reactor::handleNotificationException ) ) },
+         { "onZeroReferences()", slot( &Reactor::onZeroReferences ) },
+         { "activityPtr() const", slot( &Reactor::activityPtr ) },
+         { "kivFwkActivity()",
+           slot( as< Ptr< Kiv::ActivityConfig >() >( &Reactor::kivFwkActivity ) ) },
+         { "kivFwkActivity() const",
+           slot( as< Ptr< Kiv::ActivityConfig const >() const >( &Reactor::kivFwkActivity ) ) },
+         { "actsm()", slot( &Reactor::actsm ) },
+      } );
    EXPECT_EQ( slots< Reactor >(), slotsOfReactor );
 }
 
 TEST( VirtualOperations, OfAReactorThatACountedObjectHasTooKeepTheirSlots ) {
-   expectInOrder( 0, {
-      { "hasNotificationActiveIs( bool )", slot( &Reactor::hasNotificationActiveIs ) },
-      { "kivAuditErrors( unsigned ) const", slot( &Reactor::kivAuditErrors ) },
-      { "auditErrors( unsigned ) const", slot( &Reactor::auditErrors ) },
-      { "isNondestructingIs( bool )", slot( &Reactor::isNondestructingIs ) },
-      { "zeroReferencesIs( bool )", slot( &Reactor::zeroReferencesIs ) },
-      { "fwkType() const", slot( &Reactor::fwkType ) },
-   } );
+   expectInOrder(
+      0, {
+            { "hasNotificationActiveIs( bool )", slot( &Reactor::hasNotificationActiveIs ) },
+            { "kivAuditErrors( unsigned ) const", slot( &Reactor::kivAuditErrors ) },
+            { "auditErrors( unsigned ) const", slot( &Reactor::auditErrors ) },
+            { "isNondestructingIs( bool )", slot( &Reactor::isNondestructingIs ) },
+            { "zeroReferencesIs( bool )", slot( &Reactor::zeroReferencesIs ) },
+            { "fwkType() const", slot( &Reactor::fwkType ) },
+         } );
 }
 
 TEST( VirtualOperations, OfAnEntityFollowThoseOfACountedObject ) {
-   expectInOrder( slotsOfPtrInterface, {
-      { "name() const", slot( &Entity::name ) },
-      { "parent() const", slot( as< Ptr< Entity const >() const >( &Entity::parent ) ) },
-      { "parent()", slot( as< Ptr< Entity >() >( &Entity::parent ) ) },
-      { "parentIs( Ptr )", slot( &Entity::parentIs ) },
-      { "parentAttr() const", slot( &Entity::parentAttr ) },
-      { "parentAttrId() const", slot( &Entity::parentAttrId ) },
-      { "parentAttrIdIs( AttributeId )", slot( &Entity::parentAttrIdIs ) },
-      { "uriPath() const", slot( &Entity::uriPath ) },
-      { "fullName() const", slot( &Entity::fullName ) },
-      { "attributeString( AttributeId ) const", slot( &Entity::attributeString ) },
-      { "kivNotifieeAdapterIs( Ptr )", slot( &Entity::kivNotifieeAdapterIs ) },
-      { "handleParent( Ptr )", slot( &Entity::handleParent ) },
-   } );
+   expectInOrder(
+      slotsOfPtrInterface,
+      {
+         { "name() const", slot( &Entity::name ) },
+         { "parent() const", slot( as< Ptr< Entity const >() const >( &Entity::parent ) ) },
+         { "parent()", slot( as< Ptr< Entity >() >( &Entity::parent ) ) },
+         { "parentIs( Ptr )", slot( &Entity::parentIs ) },
+         { "parentAttr() const", slot( &Entity::parentAttr ) },
+         { "parentAttrId() const", slot( &Entity::parentAttrId ) },
+         { "parentAttrIdIs( AttributeId )", slot( &Entity::parentAttrIdIs ) },
+         { "uriPath() const", slot( &Entity::uriPath ) },
+         { "fullName() const", slot( &Entity::fullName ) },
+         { "attributeString( AttributeId ) const", slot( &Entity::attributeString ) },
+         { "kivNotifieeAdapterIs( Ptr )", slot( &Entity::kivNotifieeAdapterIs ) },
+         { "handleParent( Ptr )", slot( &Entity::handleParent ) },
+      } );
    EXPECT_EQ( slots< Entity >(), slotsOfEntity );
    EXPECT_EQ( slots< Kiv::Dir >(), slotsOfEntity ) << "a directory adds none";
 }
@@ -133,20 +141,21 @@ TEST( VirtualOperations, OfAnEntityFollowThoseOfACountedObject ) {
 TEST( VirtualOperations, OfAReactorOnAnEntityEndWithParentAndVersion ) {
    using N = Entity::NotifieeConst;
    expectInOrder( slotsOfReactor, {
-      { "onParent()", slot( &N::onParent ) },
-      { "onVersion()", slot( &N::onVersion ) },
-   } );
+                                     { "onParent()", slot( &N::onParent ) },
+                                     { "onVersion()", slot( &N::onVersion ) },
+                                  } );
    EXPECT_EQ( slots< N >(), slotsOfEntityReactor );
    EXPECT_EQ( slot( &N::name ), slot( &Reactor::name ) );
 }
 
 TEST( VirtualOperations, OfAReactorOnADirectoryAreTheThreeOfItsCollection ) {
    using N = Kiv::Dir::NotifieeConst;
-   expectInOrder( slotsOfEntityReactor, {
-      { "onEntityPtr( Name )", slot( as< void( Kiv::Name ) >( &N::onEntityPtr ) ) },
-      { "onEntityPtrkivImmediate()", slot( &N::onEntityPtrkivImmediate ) },
-      { "onEntityPtr()", slot( as< void() >( &N::onEntityPtr ) ) },
-   } );
+   expectInOrder( slotsOfEntityReactor,
+                  {
+                     { "onEntityPtr( Name )", slot( as< void( Kiv::Name ) >( &N::onEntityPtr ) ) },
+                     { "onEntityPtrkivImmediate()", slot( &N::onEntityPtrkivImmediate ) },
+                     { "onEntityPtr()", slot( as< void() >( &N::onEntityPtr ) ) },
+                  } );
    EXPECT_EQ( slots< N >(), 34U );
    EXPECT_EQ( slots< Kiv::Dir::Notifiee >(), 34U ) << "one that writes has no more";
 }

@@ -23,7 +23,8 @@ void expectEndsWithZombie( std::size_t expected ) {
 using Own = std::vector< std::size_t >;
 
 // The slots among the first `count` in which the object has another operation than `base`.
-Own ownSlots( Kiv::PtrInterface const & object, Kiv::PtrInterface const & base, std::size_t count ) {
+Own ownSlots( Kiv::PtrInterface const & object, Kiv::PtrInterface const & base,
+              std::size_t count ) {
    auto const table = []( Kiv::PtrInterface const & o ) {
       void const * const * slots;
       std::memcpy( &slots, static_cast< void const * >( &o ), sizeof slots );
@@ -50,9 +51,9 @@ TEST( VirtualOperations, OfALogSmAreItsSwitchTypeAndDestructorAndElseThoseOfItsB
 TEST( VirtualOperations, OfAStatusSmAreItsSwitchTypeAndDestructorAndElseThoseOfItsBase ) {
    struct Plain : Kiv::PtrInterface {};
    Kiv::Ptr< Plain > const plain = new Plain;
-   auto const statusSm = Kiv::Ptr< Stage::StatusSm >( new Stage::StatusSm(
-      "application", Stage::Config::ConfigIs( "config" ), Stage::Status::StatusIs( "status" ),
-      nullptr, nullptr ) );
+   auto const statusSm = Kiv::Ptr< Stage::StatusSm >(
+      new Stage::StatusSm( "application", Stage::Config::ConfigIs( "config" ),
+                           Stage::Status::StatusIs( "status" ), nullptr, nullptr ) );
    EXPECT_EQ( ownSlots( *statusSm, *plain, slotsOfPtrInterface ), ( Own{ 0, 5, 6, 7 } ) );
 }
 
@@ -99,19 +100,21 @@ TEST( VirtualOperations, OfTheReactorsOfProgressionEndWithZombie ) {
 
 TEST( VirtualOperations, OfAReactorOnAnActiveStageStandInOrder ) {
    using N = Stage::StageSm::NotifieeConst;
-   expectInOrder( slotsOfReactor, {
-      { "onComplete()", slot( &N::onComplete ) },
-      { "onTimedOut()", slot( &N::onTimedOut ) },
-      { "onCompletionTime()", slot( &N::onCompletionTime ) },
-      { "onPendingEvent( String8 )", slot( as< void( String8 ) >( &N::onPendingEvent ) ) },
-      { "onPendingEventkivImmediate()", slot( &N::onPendingEventkivImmediate ) },
-      { "onPendingEvent()", slot( as< void() >( &N::onPendingEvent ) ) },
-      { "onEvent( String8 )", slot( as< void( String8 ) >( &N::onEvent ) ) },
-      { "onEventkivImmediate()", slot( &N::onEventkivImmediate ) },
-      { "onEvent()", slot( as< void() >( &N::onEvent ) ) },
-      { "onStageUncompleted()", slot( &N::onStageUncompleted ) },
-      { "onInitialized()", slot( &N::onInitialized ) },
-   } );
+   expectInOrder(
+      slotsOfReactor,
+      {
+         { "onComplete()", slot( &N::onComplete ) },
+         { "onTimedOut()", slot( &N::onTimedOut ) },
+         { "onCompletionTime()", slot( &N::onCompletionTime ) },
+         { "onPendingEvent( String8 )", slot( as< void( String8 ) >( &N::onPendingEvent ) ) },
+         { "onPendingEventkivImmediate()", slot( &N::onPendingEventkivImmediate ) },
+         { "onPendingEvent()", slot( as< void() >( &N::onPendingEvent ) ) },
+         { "onEvent( String8 )", slot( as< void( String8 ) >( &N::onEvent ) ) },
+         { "onEventkivImmediate()", slot( &N::onEventkivImmediate ) },
+         { "onEvent()", slot( as< void() >( &N::onEvent ) ) },
+         { "onStageUncompleted()", slot( &N::onStageUncompleted ) },
+         { "onInitialized()", slot( &N::onInitialized ) },
+      } );
    EXPECT_EQ( slots< N >(), 40U );
 }
 

@@ -50,7 +50,9 @@ void * operator new( std::size_t size ) {
    throw std::bad_alloc();
 }
 void * operator new[]( std::size_t size ) { return operator new( size ); }
-void * operator new( std::size_t size, std::nothrow_t const & ) noexcept { return allocate( size ); }
+void * operator new( std::size_t size, std::nothrow_t const & ) noexcept {
+   return allocate( size );
+}
 void * operator new[]( std::size_t size, std::nothrow_t const & ) noexcept {
    return allocate( size );
 }

@@ -70,9 +70,7 @@ struct World {
    }
 
    // An aggregation over this world, with its notifications on.
-   Kiv::Ptr< Stage::ConfigSm > configSm() {
-      return Stage::configSmFactory( config, status, dir );
-   }
+   Kiv::Ptr< Stage::ConfigSm > configSm() { return Stage::configSmFactory( config, status, dir ); }
 
    Kiv::Ptr< Stage::StageStatus > stage( Kiv::Name const & name ) const {
       return status->stage( name );

@@ -24,18 +24,16 @@ struct CommandLine : Process::Folder {
 std::size_t longestLine( std::string const & text ) {
    std::size_t longest = 0;
    std::istringstream lines( text );
-   for( std::string line; std::getline( lines, line ); ) {
+   for( std::string line; std::getline( lines, line ); )
       longest = std::max( longest, line.size() - ( line.ends_with( '\r' ) ? 1 : 0 ) );
-   }
    return longest;
 }
 
 std::string withBlanksForLineEnds( std::string const & text ) {
    std::istringstream words( text );
    std::string result;
-   for( std::string word; words >> word; ) {
+   for( std::string word; words >> word; )
       result += word + ' ';
-   }
    return result;
 }
 
@@ -47,14 +45,13 @@ TEST_F( CommandLine, AWrongSubcommandIsToldWithTheNearest ) {
    EXPECT_EQ( refused( "sim" ), "ordovan: unknown subcommand \"sim\"; did you mean \"simulate\"?" );
    EXPECT_TRUE( refused( "help" ).starts_with(
       "ordovan: unknown subcommand \"help\"; there are simulate, inspect" ) );
-   EXPECT_TRUE( refused( "$(printf '\\033[2J')" ).starts_with(
-      "ordovan: unknown subcommand \"\\x1b[2J\"; there are " ) );
+   EXPECT_TRUE( refused( "$(printf '\\033[2J')" )
+                   .starts_with( "ordovan: unknown subcommand \"\\x1b[2J\"; there are " ) );
    EXPECT_TRUE( refused( "''" ).starts_with( "ordovan: unknown subcommand \"\"; there are " ) );
 }
 
 TEST_F( CommandLine, AWrongOptionIsToldWithTheNearest ) {
-   for( auto const & [ arguments, expected ] :
-        std::vector< std::pair< std::string, std::string > >{
+   for( auto const & [ arguments, expected ] : std::vector< std::pair< std::string, std::string > >{
            { "--vresion", "ordovan: unknown option \"--vresion\"; did you mean \"--version\"?" },
            { "--foo simulate x", "ordovan: unknown option \"--foo\"" },
            { "simulate --recod=r p", "ordovan simulate: unknown option \"--recod\"; did you mean "
@@ -63,13 +60,13 @@ TEST_F( CommandLine, AWrongOptionIsToldWithTheNearest ) {
                                      "\"--record\"?" },
            { "simulate --no-colour p", "ordovan simulate: unknown option \"--no-colour\"; did you "
                                        "mean \"--no-color\"?" },
-           { "simulate --rin", "ordovan simulate: unknown option \"--rin\"; did you mean \"--ring\" "
-                               "or \"--ring-size\"?" },
+           { "simulate --rin",
+             "ordovan simulate: unknown option \"--rin\"; did you mean \"--ring\" "
+             "or \"--ring-size\"?" },
            { "simulate -z p", "ordovan simulate: unknown option \"-z\"" },
            { "inspect --jsno", "ordovan inspect: unknown option \"--jsno\"; did you mean "
-                               "\"--json\"?" } } ) {
+                               "\"--json\"?" } } )
       EXPECT_EQ( refused( arguments ), expected );
-   }
 }
 
 TEST_F( CommandLine, AnArgumentTooManyOrTooFewIsNamed ) {
@@ -103,9 +100,8 @@ TEST_F( CommandLine, HelpBreaksAtBlanksToTheWidthOfTheTerminal ) {
       EXPECT_GT( longestLine( text ), 70U ) << text;
       for( unsigned const columns : { 55U, 80U, 120U } ) {
          std::vector< std::string > arguments = { "--help" };
-         if( !subcommand.empty() ) {
+         if( !subcommand.empty() )
             arguments.insert( arguments.begin(), subcommand );
-         }
          auto const shown =
             Process::onTerminal( folder, { columns, 24 }, { "TERM=xterm" }, arguments );
          EXPECT_EQ( shown.status, 0 );
@@ -128,4 +124,4 @@ TEST_F( CommandLine, MessagesBreakAtBlanksOnATerminalAndAreLinesElsewhere ) {
    EXPECT_EQ( withBlanksForLineEnds( shown.out ), withBlanksForLineEnds( line.err ) );
 }
 
-}  // namespace
+} // namespace

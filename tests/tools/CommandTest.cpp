@@ -12,17 +12,19 @@
 namespace {
 
 struct Command : Process::Folder {
-   std::string const good = file( "good.yaml", "application: Router\n"
-                                               "agents:\n"
-                                               "  Platform: {Boot: {complete: 1}}\n"
-                                               "  Routing: {Net: {dependency: [Boot], complete: 2}}\n" );
+   std::string const good =
+      file( "good.yaml", "application: Router\n"
+                         "agents:\n"
+                         "  Platform: {Boot: {complete: 1}}\n"
+                         "  Routing: {Net: {dependency: [Boot], complete: 2}}\n" );
    std::string const stalled = file( "stalled.yaml", "agents:\n"
                                                      "  A: {Boot: {complete: never}}\n"
                                                      "  B: {Net: {dependency: [Boot, Gone]}}\n" );
    std::string const suspended =
       file( "suspended.yaml", "application: Router\n"
                               "agents: {A: {Boot: {critical: true, timeout: 5, complete: 8}}}\n" );
-   std::string const wrong = file( "wrong.yaml", "agents:\n  A: {Boot: {timeout: -1}}\nextra: 1\n" );
+   std::string const wrong =
+      file( "wrong.yaml", "agents:\n  A: {Boot: {timeout: -1}}\nextra: 1\n" );
 };
 
 bool contains( std::string const & text, std::string const & part ) {
@@ -92,8 +94,8 @@ TEST_F( Command, ShowsHowThingsStandWhenMoreIsDue ) {
               "  longest    Disk:C 2 s (not complete), Boot 1 s, Net:A 1 s (not complete),\n"
               "             Net:B 0.25 s\n"
               "  timed out  none\n" );
-   EXPECT_TRUE( contains( ordovan( "simulate --until 0 p.yaml" ).out,
-                          "Router: in progress at 0 s\n" ) );
+   EXPECT_TRUE(
+      contains( ordovan( "simulate --until 0 p.yaml" ).out, "Router: in progress at 0 s\n" ) );
    auto const later = ordovan( "simulate --until 9.5 p.yaml" );
    EXPECT_EQ( later.status, 0 );
    EXPECT_TRUE( contains( later.out, "\nRouter: complete after 9 s\n" ) ) << later.out;
@@ -154,9 +156,10 @@ std::string entry( Process::Finished const & run, std::string const & heading ) 
 }
 
 TEST_F( Command, ShowsWhatEndedTheStartUp ) {
-   file( "p.yaml", "agents:\n"
-                   "  A: {Boot: {timeout: 3, complete: 7}, Net: {dependency: [Boot], complete: 2}}\n"
-                   "  B: {Net: {complete: 1}, Ready: {dependency: [Net], complete: true}}\n" );
+   file( "p.yaml",
+         "agents:\n"
+         "  A: {Boot: {timeout: 3, complete: 7}, Net: {dependency: [Boot], complete: 2}}\n"
+         "  B: {Net: {complete: 1}, Ready: {dependency: [Net], complete: true}}\n" );
    auto const run = ordovan( "simulate p.yaml" );
    EXPECT_TRUE( contains( run.out, "\napplication: complete after 5 s\n" ) ) << run.out;
    EXPECT_EQ( entry( run, "ended by" ),
@@ -165,8 +168,9 @@ TEST_F( Command, ShowsWhatEndedTheStartUp ) {
 }
 
 TEST_F( Command, ShowsWhenTheTimelineBeganWhatEndedTheStartUp ) {
-   file( "p.yaml", "agents: {A: {Boot: {complete: never}, Net: {dependency: [Boot], complete: 1}}}\n"
-                   "timeline: [{at: 4, agent: A, stage: Boot, withdraw: true}]\n" );
+   file( "p.yaml",
+         "agents: {A: {Boot: {complete: never}, Net: {dependency: [Boot], complete: 1}}}\n"
+         "timeline: [{at: 4, agent: A, stage: Boot, withdraw: true}]\n" );
    EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
               "  ended by   Net 1 s <- Boot <- timeline at 4 s" );
    file( "p.yaml", "{agents: {A: {Boot: {complete: 1}}}, enabled: false,\n"
@@ -202,8 +206,8 @@ TEST_F( Command, ShowsTheEndsAndTheLongestOfALongWay ) {
    for( int i = 0; i < 12; ++i ) {
       auto const dependency = i ? ", dependency: [S" + std::to_string( i - 1 ) + "]" : "";
       auto const seconds = i == 4 ? "5" : i == 9 || i == 10 ? "3" : "0.25";
-      plan += "  A" + std::to_string( i ) + ": {S" + std::to_string( i ) + ": {complete: " +
-              seconds + dependency + "}}\n";
+      plan += "  A" + std::to_string( i ) + ": {S" + std::to_string( i ) +
+              ": {complete: " + seconds + dependency + "}}\n";
    }
    file( "p.yaml", plan );
    EXPECT_EQ( entry( ordovan( "simulate p.yaml" ), "ended by" ),
@@ -237,8 +241,10 @@ TEST_F( Command, ShowsASuspensionWhenItHappensAndOnALineOfItsOwn ) {
    EXPECT_TRUE( contains( run.out,
                           "     5.000 message    Router stage Boot timed out  ORDOVAN_STAGE_SLOW\n"
                           " Critical stage Boot timed out! Router suspended for debugging.\n"
-                          "     5.000 suspended  Boot  after 5 s, waits for A\n" ) ) << run.out;
-   EXPECT_TRUE( contains( run.out, "     8.000 resumed    Boot  complete after 8 s\n" ) ) << run.out;
+                          "     5.000 suspended  Boot  after 5 s, waits for A\n" ) )
+      << run.out;
+   EXPECT_TRUE( contains( run.out, "     8.000 resumed    Boot  complete after 8 s\n" ) )
+      << run.out;
    EXPECT_TRUE( contains( run.out, "  timed out  Boot at 5 s\n" ) ) << run.out;
 }
 
@@ -280,14 +286,16 @@ TEST_F( Command, WritesARecordThatIsJsonLineByLine ) {
    EXPECT_EQ( ordovan( "simulate suspended.yaml --record record" ).status, 0 );
    std::vector< nlohmann::json > lines;
    std::ifstream in( folder / "record" );
-   for( std::string line; std::getline( in, line ); ) {
+   for( std::string line; std::getline( in, line ); )
       lines.push_back( nlohmann::json::parse( line ) );
-   }
    ASSERT_EQ( lines.size(), 10U );
-   EXPECT_EQ( lines[ 0 ], ( nlohmann::json{ { "t", 0 }, { "kind", "log" },
-                                            { "msg", "Stage progression started" } } ) );
-   EXPECT_EQ( lines[ 4 ], ( nlohmann::json{ { "t", 5 }, { "kind", "message" },
-                                            { "id", "ORDOVAN_STAGE_SLOW" }, { "severity", 4 },
+   EXPECT_EQ(
+      lines[ 0 ],
+      ( nlohmann::json{ { "t", 0 }, { "kind", "log" }, { "msg", "Stage progression started" } } ) );
+   EXPECT_EQ( lines[ 4 ], ( nlohmann::json{ { "t", 5 },
+                                            { "kind", "message" },
+                                            { "id", "ORDOVAN_STAGE_SLOW" },
+                                            { "severity", 4 },
                                             { "text", "Router stage Boot timed out" } } ) );
    auto const & end = lines.back();
    EXPECT_EQ( end[ "kind" ], "end" );
@@ -318,14 +326,14 @@ TEST_F( Command, ARecordThatCannotBeWrittenIsReported ) {
    auto const nowhere = ordovan( "simulate good.yaml --record no/such/folder" );
    EXPECT_EQ( nowhere.status, 2 );
    EXPECT_EQ( nowhere.out, "" );
-   EXPECT_EQ( nowhere.err, "ordovan: no/such/folder: cannot be written: No such file or directory\n" );
+   EXPECT_EQ( nowhere.err,
+              "ordovan: no/such/folder: cannot be written: No such file or directory\n" );
 }
 
 TEST_F( Command, ARecordThatDoesNotFitIsReportedThoughTheRunIsLong ) {
    std::string plan = "agents:\n";
-   for( int i = 0; i < 200; ++i ) {
+   for( int i = 0; i < 200; ++i )
       plan += "  A" + std::to_string( i ) + ": {Boot: {}}\n";
-   }
    file( "p.yaml", plan );
    auto const run = ordovan( "simulate p.yaml --record /dev/full" );
    EXPECT_EQ( run.status, 2 );
@@ -336,7 +344,8 @@ TEST_F( Command, ThePlanIsNotOverwrittenByItsRecord ) {
    auto const before = Process::contents( folder / good );
    auto const run = ordovan( "simulate good.yaml --record ./good.yaml" );
    EXPECT_EQ( run.status, 2 );
-   EXPECT_EQ( run.err, "ordovan: ./good.yaml: is the plan itself; the record must be another file\n" );
+   EXPECT_EQ( run.err,
+              "ordovan: ./good.yaml: is the plan itself; the record must be another file\n" );
    EXPECT_EQ( Process::contents( folder / good ), before );
 }
 
@@ -377,9 +386,8 @@ TEST_F( Command, HelpAndVersionAreForTheCommandAndItsSubcommand ) {
       EXPECT_EQ( run.err, "" ) << arguments;
    }
    EXPECT_TRUE( contains( ordovan( "--help" ).out, "simulate" ) );
-   for( auto option : { "PLAN", "--record FILE", "--quiet", "--no-color", "--version" } ) {
+   for( auto option : { "PLAN", "--record FILE", "--quiet", "--no-color", "--version" } )
       EXPECT_TRUE( contains( ordovan( "simulate --help" ).out, option ) ) << option;
-   }
    auto const version = ordovan( "--version" );
    EXPECT_EQ( version.status, 0 );
    EXPECT_EQ( version.out.compare( 0, 8, "ordovan " ), 0 );
@@ -389,13 +397,13 @@ TEST_F( Command, HelpAndVersionAreForTheCommandAndItsSubcommand ) {
 
 TEST_F( Command, OutputThatIsNoTerminalHasNoColours ) {
    for( auto line : { "\"$ordovan\" simulate suspended.yaml",
-                      "TERM=xterm-256color \"$ordovan\" simulate suspended.yaml" } ) {
+                      "TERM=xterm-256color \"$ordovan\" simulate suspended.yaml" } )
       EXPECT_FALSE( contains( shell( line ).out, "\x1b" ) ) << line;
-   }
 }
 
 TEST_F( Command, NamesCannotSteerATerminal ) {
-   file( "p.yaml", "application: \"\\e[31m\"\nagents: {\"\\e[2J\": {\"\\e[1m\": {complete: never}}}\n" );
+   file( "p.yaml",
+         "application: \"\\e[31m\"\nagents: {\"\\e[2J\": {\"\\e[1m\": {complete: never}}}\n" );
    auto const run = ordovan( "simulate p.yaml" );
    EXPECT_EQ( run.status, 1 );
    EXPECT_FALSE( contains( run.out + run.err, "\x1b" ) ) << run.out << run.err;
@@ -470,8 +478,7 @@ TEST_F( Command, ThatTracesNothingLeavesTheRingOfTheEnvironmentAlone ) {
 }
 
 TEST_F( Command, RefusesARingThatCannotBeMade ) {
-   for( auto const & [ arguments, expected ] :
-        std::vector< std::pair< std::string, std::string > >{
+   for( auto const & [ arguments, expected ] : std::vector< std::pair< std::string, std::string > >{
            { "--ring none/ring", "none/ring" },
            { "--ring good.yaml", "good.yaml" },
            { "--ring ''", "--ring: the name of the file is empty" },
@@ -486,4 +493,4 @@ TEST_F( Command, RefusesARingThatCannotBeMade ) {
    EXPECT_EQ( ordovan( "simulate --quiet good.yaml" ).status, 0 ) << "the plan is as it was";
 }
 
-}  // namespace
+} // namespace

@@ -28,9 +28,8 @@ StartTable::Table tableOf( std::string const & path ) {
          EXPECT_LT( seconds, event.second[ "timeout" ].as< double >( 1e9 ) );
          row.seconds = std::max( row.seconds, seconds );
          row.critical = row.critical || event.second[ "critical" ].as< bool >( false );
-         for( auto const & dependency : event.second[ "dependency" ] ) {
+         for( auto const & dependency : event.second[ "dependency" ] )
             row.dependency.push_back( dependency.as< std::string >() );
-         }
       }
    }
    StartTable::spreadCritical( table );
@@ -40,7 +39,7 @@ StartTable::Table tableOf( std::string const & path ) {
 // What the log entries of a record say of the stages.
 struct Recorded {
    std::map< std::string, double > started, complete;
-   std::map< std::string, std::size_t > startedAt, completeAt;  // as the how many-th line
+   std::map< std::string, std::size_t > startedAt, completeAt; // as the how many-th line
    nlohmann::json end;
 
    explicit Recorded( std::string const & path ) {
@@ -48,11 +47,10 @@ struct Recorded {
       std::size_t number = 0;
       for( std::string text; std::getline( in, text ); ++number ) {
          auto const line = nlohmann::json::parse( text );
-         if( line[ "kind" ] == "end" ) {
+         if( line[ "kind" ] == "end" )
             end = line;
-         } else if( line[ "kind" ] == "log" ) {
+         else if( line[ "kind" ] == "log" )
             note( line[ "msg" ], line[ "t" ], number );
-         }
       }
    }
 
@@ -155,4 +153,4 @@ TEST_F( Examples, AreOfTheSizeThatTheySayTheyAre ) {
    EXPECT_EQ( tableOf( ORDOVAN_EXAMPLES "/debian-units.yaml" ).size(), 161U );
 }
 
-}  // namespace
+} // namespace

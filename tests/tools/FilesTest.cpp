@@ -26,18 +26,15 @@ using Tools::OutputFile;
 
 struct Files : Process::Folder {
    std::string path( std::string const & name ) const { return ( folder / name ).string(); }
-   std::string text( std::string const & name ) const {
-      return Process::contents( folder / name );
-   }
+   std::string text( std::string const & name ) const { return Process::contents( folder / name ); }
    mode_t mode( std::string const & name ) const {
       struct stat is {};
       return stat( path( name ).c_str(), &is ) == 0 ? is.st_mode & 07777 : 0;
    }
    std::set< std::string > names() const {
       std::set< std::string > all;
-      for( auto const & entry : std::filesystem::directory_iterator( folder ) ) {
+      for( auto const & entry : std::filesystem::directory_iterator( folder ) )
          all.insert( entry.path().filename() );
-      }
       return all;
    }
    void write( std::string const & name, std::string const & what ) const {
@@ -103,7 +100,8 @@ TEST_F( Files, AnEndBySignalLeavesTheOldOneAndNothingElse ) {
                     OutputFile two( path( "fresh" ) );
                     one.write( std::string( 100000, 'x' ) );
                     raise( number );
-                 } ), -number );
+                 } ),
+                 -number );
       EXPECT_EQ( text( "out" ), "old" );
       EXPECT_EQ( names(), ( std::set< std::string >{ "out" } ) ) << number;
    }
@@ -116,7 +114,8 @@ TEST_F( Files, ASignalBeforeOrAfterwardsIsNoBusinessOfTheirs ) {
                  struct sigaction is {};
                  sigaction( SIGTERM, nullptr, &is );
                  raise( is.sa_handler == SIG_DFL ? SIGTERM : SIGKILL );
-              } ), -SIGTERM );
+              } ),
+              -SIGTERM );
    EXPECT_EQ( text( "out" ), "whole" );
 }
 
@@ -127,7 +126,8 @@ TEST_F( Files, ASignalThatIsIgnoredStaysIgnored ) {
                  raise( SIGHUP );
                  out.write( "new" );
                  out.close();
-              } ), 0 );
+              } ),
+              0 );
    EXPECT_EQ( text( "out" ), "new" );
 }
 
@@ -138,7 +138,8 @@ TEST_F( Files, AFullDiskLeavesTheOldOneAndIsTold ) {
                  rlimit const limit{ 5000, 5000 };
                  setrlimit( RLIMIT_FSIZE, &limit );
                  write( "out", std::string( 100000, 'x' ) );
-              } ), 3 );
+              } ),
+              3 );
    EXPECT_EQ( text( "out" ), "old" );
    EXPECT_EQ( names(), ( std::set< std::string >{ "out" } ) );
 }
@@ -157,9 +158,8 @@ TEST_F( Files, TheModeOfTheOldOneIsKept ) {
 }
 
 TEST_F( Files, TheOwnerOfTheOldOneIsKeptWhereThatIsAllowed ) {
-   if( geteuid() != 0 ) {
+   if( geteuid() != 0 )
       GTEST_SKIP() << "needs root";
-   }
    file( "out", "old" );
    ASSERT_EQ( chown( path( "out" ).c_str(), 1234, 5678 ), 0 );
    chmod( path( "out" ).c_str(), 04750 );
@@ -172,16 +172,16 @@ TEST_F( Files, TheOwnerOfTheOldOneIsKeptWhereThatIsAllowed ) {
 }
 
 TEST_F( Files, WithoutItsGroupTheNewOneGivesNobodyElsesGroupARight ) {
-   if( geteuid() != 0 ) {
+   if( geteuid() != 0 )
       GTEST_SKIP() << "needs root";
-   }
    file( "out", "old" );
    chmod( path( "out" ).c_str(), 02666 );
    chmod( folder.c_str(), 0777 );
    EXPECT_EQ( endOf( [ & ] {
                  EXPECT_EQ( setregid( 1234, 1234 ) + setreuid( 1234, 1234 ), 0 );
                  write( "out", "new" );
-              } ), 0 );
+              } ),
+              0 );
    EXPECT_EQ( text( "out" ), "new" );
    EXPECT_EQ( mode( "out" ), 0606U );
 }
@@ -196,9 +196,8 @@ TEST_F( Files, LinksAreFollowedAndStay ) {
    write( "dangling", "two" );
    EXPECT_EQ( text( "there/target" ), "one" );
    EXPECT_EQ( text( "there/new" ), "two" );
-   for( auto const * link : { "link", "there/again", "dangling" } ) {
+   for( auto const * link : { "link", "there/again", "dangling" } )
       EXPECT_TRUE( std::filesystem::is_symlink( folder / link ) ) << link;
-   }
    EXPECT_EQ( names(), ( std::set< std::string >{ "dangling", "link", "there" } ) );
 }
 
@@ -235,11 +234,11 @@ TEST_F( Files, AFolderThatTakesNoNewFileStillTakesWhatIsWrittenToAnOldOne ) {
    chmod( path( "out" ).c_str(), 0666 );
    chmod( folder.c_str(), 0555 );
    EXPECT_EQ( endOf( [ & ] {
-                 if( geteuid() == 0 ) {
+                 if( geteuid() == 0 )
                     EXPECT_EQ( setreuid( 1234, 1234 ), 0 );
-                 }
                  write( "out", "new" );
-              } ), 0 );
+              } ),
+              0 );
    chmod( folder.c_str(), 0777 );
    EXPECT_EQ( text( "out" ), "new" );
 }
@@ -249,11 +248,11 @@ TEST_F( Files, AFileThatMustNotBeWrittenIsNotReplacedEither ) {
    chmod( path( "out" ).c_str(), 0444 );
    chmod( folder.c_str(), 0777 );
    EXPECT_EQ( endOf( [ & ] {
-                 if( geteuid() == 0 ) {
+                 if( geteuid() == 0 )
                     EXPECT_EQ( setreuid( 1234, 1234 ), 0 );
-                 }
                  write( "out", "new" );
-              } ), 3 );
+              } ),
+              3 );
    EXPECT_EQ( text( "out" ), "old" );
    EXPECT_EQ( names(), ( std::set< std::string >{ "out" } ) );
 }
@@ -304,21 +303,18 @@ class Tracing {
    Tracing( std::filesystem::path const & folder, std::vector< std::string > arguments ) {
       arguments.insert( arguments.begin(), "ordovan" );
       std::vector< char * > pointers;
-      for( auto & argument : arguments ) {
+      for( auto & argument : arguments )
          pointers.push_back( argument.data() );
-      }
       pointers.push_back( nullptr );
       int ends[ 2 ];
       EXPECT_EQ( pipe2( ends, O_CLOEXEC ), 0 );
       process_ = fork();
       if( process_ == 0 ) {
          dup2( ends[ 1 ], STDERR_FILENO );
-         for( int const signal : { SIGINT, SIGTERM, SIGHUP } ) {
-            std::signal( signal, SIG_DFL );  // whoever runs the tests may have it ignored
-         }
-         if( chdir( folder.c_str() ) == 0 ) {
+         for( int const signal : { SIGINT, SIGTERM, SIGHUP } )
+            std::signal( signal, SIG_DFL ); // whoever runs the tests may have it ignored
+         if( chdir( folder.c_str() ) == 0 )
             execv( ORDOVAN_COMMAND, pointers.data() );
-         }
          _exit( 127 );
       }
       close( ends[ 1 ] );
@@ -349,9 +345,8 @@ struct Record : Files {
       file( "wrong.yaml", "agents: {A: {Boot: {timeout: -1}}}\n" );
       file( "late.yaml", "agents: {A: {Boot: {critical: true, timeout: 5, complete: never}}}\n" );
       std::string many = "agents:\n";
-      for( int i = 0; i < 300; ++i ) {
+      for( int i = 0; i < 300; ++i )
          many += "  A" + std::to_string( i ) + ": {S" + std::to_string( i ) + ": {}}\n";
-      }
       file( "many.yaml", many );
       file( "record", "old" );
       ordovan( "simulate late.yaml --record right" );
@@ -374,8 +369,8 @@ TEST_F( Record, TheOldOneStaysWhenThePlanIsWrongOrTheRunImpossible ) {
 
 TEST_F( Record, TheOldOneStaysWhenTheRunIsEndedInItsMiddle ) {
    for( int const signal : { SIGINT, SIGTERM, SIGHUP } ) {
-      Tracing run( folder, { "simulate", "--quiet", "--trace", "0-9", "--record", "record",
-                             "many.yaml" } );
+      Tracing run( folder,
+                   { "simulate", "--quiet", "--trace", "0-9", "--record", "record", "many.yaml" } );
       EXPECT_TRUE( hasHidden() );
       EXPECT_EQ( run.endBy( signal ), -signal );
       EXPECT_EQ( text( "record" ), "old" ) << signal;
@@ -405,9 +400,8 @@ TEST_F( Record, GoesToStandardOutputAloneAndWhatPeopleReadToStandardError ) {
 
 TEST_F( Record, OnStandardOutputIsTheSameWhateverBecomesOfStandardError ) {
    for( auto const * redirections : { "2>/dev/full", "2>&-", "2>&1 >&3 3>&1 | cat >/dev/null" } ) {
-      auto const run =
-         shell( std::string( "exec 3>&1; \"$ordovan\" simulate late.yaml --record - " ) +
-                redirections );
+      auto const run = shell(
+         std::string( "exec 3>&1; \"$ordovan\" simulate late.yaml --record - " ) + redirections );
       EXPECT_EQ( run.out, right() ) << redirections;
    }
    EXPECT_EQ( ordovan( "simulate late.yaml --record - 2>/dev/full" ).status, 1 );
@@ -434,9 +428,10 @@ TEST_F( Record, OfAFileThatIsNamedLikeStandardOutputNeedsItsFolder ) {
 }
 
 TEST_F( Record, ComesOfAPlanFromStandardInput ) {
-   for( auto const * line :
-        { "\"$ordovan\" simulate - --record - <late.yaml", "cat late.yaml | "
-          "\"$ordovan\" simulate --record=- -", "\"$ordovan\" simulate --record - -- - <late.yaml" } ) {
+   for( auto const * line : { "\"$ordovan\" simulate - --record - <late.yaml",
+                              "cat late.yaml | "
+                              "\"$ordovan\" simulate --record=- -",
+                              "\"$ordovan\" simulate --record - -- - <late.yaml" } ) {
       auto const run = shell( line );
       EXPECT_EQ( run.status, 1 ) << line;
       EXPECT_EQ( run.out, right() ) << line;
@@ -449,11 +444,13 @@ TEST_F( Record, IsNotPutInThePlaceOfThePlanOnStandardInput ) {
    auto const plan = text( "good.yaml" );
    auto const run = ordovan( "simulate - --record good.yaml <good.yaml" );
    EXPECT_EQ( run.status, 2 );
-   EXPECT_EQ( run.err, "ordovan: good.yaml: is the plan itself; the record must be another file\n" );
+   EXPECT_EQ( run.err,
+              "ordovan: good.yaml: is the plan itself; the record must be another file\n" );
    EXPECT_EQ( text( "good.yaml" ), plan );
 }
 
-// --------------------------------------------------------------------------- the plan of any command
+// --------------------------------------------------------------------------- the plan of any
+// command
 
 TEST_F( Record, MistakesOfAPlanFromStandardInputHaveTheirPlaces ) {
    file( "-", "agents: {A: {Boot: {complete: 1}}}\n" );
@@ -473,4 +470,4 @@ TEST_F( Record, MistakesOfAPlanFromStandardInputHaveTheirPlaces ) {
    EXPECT_EQ( ordovan( "inspect - statusSm/stageSm[Boot]/complete <good.yaml" ).out, "true\n" );
 }
 
-}  // namespace
+} // namespace

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include <Stage/Stage.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <Stage/Stage.h>
 #include <tools/Lines.h>
 #include <tools/Tree.h>
 
@@ -21,12 +21,12 @@ using Tools::readPath;
 using Tools::Step;
 
 struct Inspect : Process::Folder {
-   std::string const plan = file( "plan.yaml",
-                                  "application: Router\n"
-                                  "agents:\n"
-                                  "  Platform: {Boot: {complete: 1}}\n"
-                                  "  Routing: {Net: {dependency: [Boot], timeout: 5, complete: 9}}\n"
-                                  "  Screen: {Gui: {dependency: [Net], complete: 1}}\n" );
+   std::string const plan =
+      file( "plan.yaml", "application: Router\n"
+                         "agents:\n"
+                         "  Platform: {Boot: {complete: 1}}\n"
+                         "  Routing: {Net: {dependency: [Boot], timeout: 5, complete: 9}}\n"
+                         "  Screen: {Gui: {dependency: [Net], complete: 1}}\n" );
 
    std::string value( std::string const & arguments ) const {
       auto const run = ordovan( "inspect plan.yaml " + arguments );
@@ -126,13 +126,11 @@ TEST_F( Inspect, WithoutAPathShowsEveryObjectOnce ) {
    auto const all = value( "--at 2" );
    EXPECT_EQ( all, value( "--at 2 /" ) );
    EXPECT_EQ( all.substr( 0, 24 ), "Stage::Ordovan ordovan\n " );
-   std::map< std::string, int > shown;  // lines that begin an object, not those that refer to one
+   std::map< std::string, int > shown; // lines that begin an object, not those that refer to one
    std::istringstream lines( all );
-   for( std::string line; std::getline( lines, line ); ) {
-      if( line.find( ", see " ) == std::string::npos ) {
+   for( std::string line; std::getline( lines, line ); )
+      if( line.find( ", see " ) == std::string::npos )
          ++shown[ line.substr( line.find_first_not_of( ' ' ) ) ];
-      }
-   }
    EXPECT_EQ( shown[ "status: Stage::Status status" ], 1 );
    EXPECT_EQ( shown[ "[Net]: Stage::StageStatus status/Net" ], 1 );
    EXPECT_EQ( shown[ "[Net]: Stage::StageSm status/Net" ], 1 );
@@ -145,15 +143,12 @@ TEST_F( Inspect, WithoutAPathShowsEveryObjectOnce ) {
 TEST_F( Inspect, EveryPlaceThatIsReferredToCanBeAskedFor ) {
    std::istringstream lines( value( "--at 2" ) );
    std::set< std::string > places;
-   for( std::string line; std::getline( lines, line ); ) {
-      if( auto const see = line.find( ", see " ); see != std::string::npos ) {
+   for( std::string line; std::getline( lines, line ); )
+      if( auto const see = line.find( ", see " ); see != std::string::npos )
          places.insert( line.substr( see + 6 ) );
-      }
-   }
    EXPECT_GT( places.size(), 8U );
-   for( auto const & place : places ) {
+   for( auto const & place : places )
       EXPECT_NE( value( "--at 2 '" + place + "'" ), "" ) << place;
-   }
 }
 
 TEST_F( Inspect, WhatCannotBePrintedIsNoSuccess ) {
@@ -168,7 +163,8 @@ TEST_F( Inspect, WhatCannotBePrintedIsNoSuccess ) {
 // ---------------------------------------------------------------------------------------- JSON
 
 TEST_F( Inspect, AsJsonIsJsonWhateverTheNamesAre ) {
-   file( "odd.yaml", "agents: {\"A\\t\\\"\\\\\": {\"]\\x01\\0 \\u202e\\u00e9[\": {complete: 1}}}\n" );
+   file( "odd.yaml",
+         "agents: {\"A\\t\\\"\\\\\": {\"]\\x01\\0 \\u202e\\u00e9[\": {complete: 1}}}\n" );
    auto const run = ordovan( "inspect odd.yaml configSm/status/stage --json" );
    ASSERT_EQ( run.status, 0 ) << run.err;
    auto const stages = Json::parse( run.out );
@@ -184,9 +180,9 @@ TEST_F( Inspect, AsJsonGivesTheSameTree ) {
    EXPECT_EQ( all[ "name" ], "ordovan" );
    auto const & statusSm = all[ "attributes" ][ "statusSm" ][ "attributes" ];
    EXPECT_EQ( statusSm[ "application" ], "Router" );
-   EXPECT_EQ( statusSm[ "status" ],
-              ( Json{ { "type", "Stage::Status" }, { "name", "status" },
-                      { "see", "configSm/status" } } ) );
+   EXPECT_EQ(
+      statusSm[ "status" ],
+      ( Json{ { "type", "Stage::Status" }, { "name", "status" }, { "see", "configSm/status" } } ) );
    auto const & net = statusSm[ "stageSm" ][ "Net" ][ "attributes" ];
    EXPECT_EQ( net[ "complete" ], false );
    EXPECT_EQ( net[ "pendingEvent" ].size(), 1U );
@@ -227,9 +223,8 @@ TEST_F( Inspect, AWrongKeyListsTheKeysThatExist ) {
               "ordovan: statusSm/stageSm[Net]/pendingEvent is a collection, a key in brackets is "
               "missing; it has [Net:Routing]\n" );
    std::string agents = "agents:\n";
-   for( int n = 0; n != 503; ++n ) {
+   for( int n = 0; n != 503; ++n )
       agents += "  A" + std::to_string( n ) + ": {S" + std::to_string( n ) + ": {complete: 1}}\n";
-   }
    file( "many.yaml", agents );
    auto const run = ordovan( "inspect many.yaml 'configSm/status/stage[X]'" );
    EXPECT_EQ( run.status, 2 );
@@ -286,21 +281,38 @@ TEST_F( Inspect, KeysWithOddCharactersAreFoundAndShownInQuotes ) {
    auto const agents = ordovan( "inspect odd.yaml configSm/agentDir/entityPtr" );
    EXPECT_NE( agents.out.find( "  [\"a ] \\\"b\\x0a\"]: Stage::AgentConfig" ), std::string::npos )
       << agents.out;
-   auto const event =
-      ordovan( "inspect odd.yaml 'configSm/agentDir/entityPtr[\"a ] \\\"b\\n\"]/event[x/y]/complete'" );
+   auto const event = ordovan(
+      "inspect odd.yaml 'configSm/agentDir/entityPtr[\"a ] \\\"b\\n\"]/event[x/y]/complete'" );
    EXPECT_EQ( event.out, "false\n" ) << event.err;
 }
 
 // Each of these could be taken for another, were it shown as it is.
 TEST_F( Inspect, NoTwoNamesOrTextsLookTheSame ) {
-   std::vector< std::string > const all = {
-      R"(a\nb)",     "a\nb",        R"(a\x0ab)",      R"(a\\x0ab)", R"(a\)", R"(a\")", R"("a")", R"("a)",
-      "a, see /",    "a,",          "a b",            "a",          "none",  "null",   "a]: b",  "[a]",
-      R"(a\u202eb)", "a\u202eb",    R"(a\xe2\x80\xaeb)", "2 members, see b" };
-   std::map< std::string, std::string > names, keys, texts;  // what is shown, and for which
+   std::vector< std::string > const all = { R"(a\nb)",
+                                            "a\nb",
+                                            R"(a\x0ab)",
+                                            R"(a\\x0ab)",
+                                            R"(a\)",
+                                            R"(a\")",
+                                            R"("a")",
+                                            R"("a)",
+                                            "a, see /",
+                                            "a,",
+                                            "a b",
+                                            "a",
+                                            "none",
+                                            "null",
+                                            "a]: b",
+                                            "[a]",
+                                            R"(a\u202eb)",
+                                            "a\u202eb",
+                                            R"(a\xe2\x80\xaeb)",
+                                            "2 members, see b" };
+   std::map< std::string, std::string > names, keys, texts; // what is shown, and for which
    for( auto const & name : all ) {
-      file( "p.yaml", Json{ { "application", name },
-                            { "agents", { { name, { { "S", Json::object() } } } } } }.dump() );
+      file( "p.yaml",
+            Json{ { "application", name }, { "agents", { { name, { { "S", Json::object() } } } } } }
+               .dump() );
       auto const agents = ordovan( "inspect p.yaml configSm/agentDir/entityPtr --depth 1" );
       ASSERT_EQ( agents.status, 0 ) << agents.err;
       auto const lines = agents.out.substr( agents.out.find( '\n' ) + 1 );
@@ -322,11 +334,13 @@ TEST_F( Inspect, NoTwoNamesOrTextsLookTheSame ) {
 }
 
 TEST_F( Inspect, QuotesAndBackslashesInNamesAreEscaped ) {
-   file( "p.yaml", "application: 'R\\1 \"x\"'\nagents: {'A \"B\\': {'S, see /': {complete: never}}}\n" );
+   file( "p.yaml",
+         "application: 'R\\1 \"x\"'\nagents: {'A \"B\\': {'S, see /': {complete: never}}}\n" );
    EXPECT_EQ( ordovan( "inspect p.yaml statusSm/application" ).out, "R\\\\1 \"x\"\n" )
       << "alone, without quotes";
    auto const machine = ordovan( "inspect p.yaml statusSm --depth 1" ).out;
-   EXPECT_NE( machine.find( "\n  application: \"R\\\\1 \\\"x\\\"\"\n" ), std::string::npos ) << machine;
+   EXPECT_NE( machine.find( "\n  application: \"R\\\\1 \\\"x\\\"\"\n" ), std::string::npos )
+      << machine;
    EXPECT_EQ( ordovan( "inspect p.yaml configSm/status/stage --depth 2" ).out,
               "1 member\n"
               "  [\"S, see /\"]: Stage::StageStatus \"status/S, see /\"\n"
@@ -375,37 +389,39 @@ TEST_F( Inspect, EveryDepthShowsTheSameBeginningOfEachLine ) {
             ASSERT_TRUE( std::getline( deeper, other ) ) << line;
          } while( other.find_first_not_of( ' ' ) > indentation );
          EXPECT_LE( indentation, 2U * static_cast< unsigned >( depth ) );
-         EXPECT_TRUE( line == other || line.starts_with( other + ", see " ) ) << line << "\n" << other;
+         EXPECT_TRUE( line == other || line.starts_with( other + ", see " ) ) << line << "\n"
+                                                                              << other;
       }
    }
 }
 
 TEST_F( Inspect, AsJsonWhatIsTooDeepIsAPlaceOrANumber ) {
-   EXPECT_EQ( json( "--at 2 --depth 1" ),
-              ( Json{ { "type", "Stage::Ordovan" },
-                      { "name", "ordovan" },
-                      { "attributes",
-                        { { "isNondestructing", true },
-                          { "configSm", { { "type", "Stage::ConfigSm" },
-                                          { "name", "config" },
-                                          { "see", "configSm" } } },
-                          { "statusSm", { { "type", "Stage::StatusSm" }, { "see", "statusSm" } } },
-                          { "parent", nullptr } } } } ) );
+   EXPECT_EQ(
+      json( "--at 2 --depth 1" ),
+      ( Json{
+         { "type", "Stage::Ordovan" },
+         { "name", "ordovan" },
+         { "attributes",
+           { { "isNondestructing", true },
+             { "configSm",
+               { { "type", "Stage::ConfigSm" }, { "name", "config" }, { "see", "configSm" } } },
+             { "statusSm", { { "type", "Stage::StatusSm" }, { "see", "statusSm" } } },
+             { "parent", nullptr } } } } ) );
    EXPECT_EQ( json( "--at 2 statusSm/stageSm --depth 0" ), 2 );
-   EXPECT_EQ( json( "--at 2 --depth 2" )[ "attributes" ][ "statusSm" ][ "attributes" ][ "stageSm" ], 2 );
+   EXPECT_EQ( json( "--at 2 --depth 2" )[ "attributes" ][ "statusSm" ][ "attributes" ][ "stageSm" ],
+              2 );
    EXPECT_EQ( json( "--at 2 --depth 100" ), json( "--at 2" ) );
 }
 
 TEST_F( Inspect, WithoutADepthShowsWhatFitsTheTerminal ) {
    std::size_t before = 0;
    for( unsigned const rows : { 3U, 10U, 24U, 50U, 100U, 500U } ) {
-      auto const run = Process::onTerminal( folder, { 100, rows }, {},
-                                            { "inspect", "plan.yaml", "--at", "2" } );
+      auto const run =
+         Process::onTerminal( folder, { 100, rows }, {}, { "inspect", "plan.yaml", "--at", "2" } );
       EXPECT_EQ( run.status, 0 );
       auto const used = Tools::rowsOf( run.out, 100 );
-      if( rows > 8 ) {
+      if( rows > 8 )
          EXPECT_LT( used, rows ) << run.out;
-      }
       bool const cut = run.out.find( "--depth shows it" ) != std::string::npos;
       EXPECT_EQ( cut, rows < 400 ) << run.out;
       EXPECT_GE( used, 5U ) << "what belongs to it directly, whatever the size";
@@ -416,8 +432,9 @@ TEST_F( Inspect, WithoutADepthShowsWhatFitsTheTerminal ) {
    // A row for the hint that there is more, and one for the shell's prompt.
    auto const two = static_cast< unsigned >( Tools::rowsOf( value( "--at 2 --depth 2" ), 100 ) );
    for( unsigned const rows : { two + 1, two + 2 } ) {
-      auto text = Process::onTerminal( folder, { 100, rows }, {},
-                                       { "inspect", "plan.yaml", "--at", "2" } ).out;
+      auto text =
+         Process::onTerminal( folder, { 100, rows }, {}, { "inspect", "plan.yaml", "--at", "2" } )
+            .out;
       std::erase( text, '\r' );
       auto const * const depth = rows == two + 1 ? "1" : "2";
       EXPECT_TRUE( text.starts_with( value( std::string( "--at 2 --depth " ) + depth ) ) ) << text;
@@ -434,7 +451,8 @@ TEST_F( Inspect, WithoutADepthShowsWhatFitsTheTerminal ) {
 TEST_F( Inspect, ADepthIsAWholeNumber ) {
    for( std::string const depth : { "-1", "x", "1.5", "99999999999999999999999", "1x" } ) {
       EXPECT_EQ( error( "--depth=" + depth ).substr( 0, 56 ),
-                 "ordovan inspect: --depth: N is a whole number from 0 on\n" ) << depth;
+                 "ordovan inspect: --depth: N is a whole number from 0 on\n" )
+         << depth;
    }
 }
 
@@ -517,7 +535,8 @@ TEST( Path, AKeyInBracketsReadsBackWhateverItsBytesAre ) {
                                     std::string( "a b" ), std::string( "" ), std::string( "]" ),
                                     std::string( "\"\\[]/" ), std::string( "\n\t\0\x7f", 4 ),
                                     std::string( "\xff\xc3" ), std::string( "caf\xc3\xa9" ) } ) {
-      EXPECT_EQ( readPath( "a" + Tools::bracketed( key ) ), ( std::vector< Step >{ { "a", key } } ) )
+      EXPECT_EQ( readPath( "a" + Tools::bracketed( key ) ),
+                 ( std::vector< Step >{ { "a", key } } ) )
          << Tools::bracketed( key );
    }
    EXPECT_EQ( Tools::bracketed( "plain" ), "[plain]" );
@@ -527,4 +546,4 @@ TEST( Path, AKeyInBracketsReadsBackWhateverItsBytesAre ) {
    EXPECT_EQ( Tools::written( { "stage", "Net" } ), "stage[Net]" );
 }
 
-}  // namespace
+} // namespace

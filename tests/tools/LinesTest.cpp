@@ -67,20 +67,17 @@ TEST( Lines, TakeRowsOfATerminal ) {
 struct TerminalColumns : testing::Test {
    ~TerminalColumns() override {
       unsetenv( "COLUMNS" );
-      for( int const descriptor : { outer, inner } ) {
-         if( descriptor >= 0 ) {
+      for( int const descriptor : { outer, inner } )
+         if( descriptor >= 0 )
             close( descriptor );
-         }
-      }
    }
    std::size_t columns( unsigned short size, char const * variable ) {
       winsize wanted{};
       wanted.ws_col = size;
       EXPECT_EQ( openpty( &outer, &inner, nullptr, nullptr, &wanted ), 0 );
       unsetenv( "COLUMNS" );
-      if( variable ) {
+      if( variable )
          setenv( "COLUMNS", variable, 1 );
-      }
       auto const found = columnsOf( inner );
       close( outer );
       close( inner );
@@ -98,9 +95,8 @@ TEST_F( TerminalColumns, AreWhatTheTerminalSays ) {
 TEST_F( TerminalColumns, AreWhatTheEnvironmentSaysIfTheTerminalDoesNot ) {
    EXPECT_EQ( columns( 0, "40" ), 40U );
    EXPECT_EQ( columns( 0, nullptr ), 0U );
-   for( auto const * variable : { "", "wide", "40x", "-5", " 40", "99999999999999" } ) {
+   for( auto const * variable : { "", "wide", "40x", "-5", " 40", "99999999999999" } )
       EXPECT_EQ( columns( 0, variable ), 0U ) << variable;
-   }
 }
 
 TEST_F( TerminalColumns, AreUnknownOfWhatIsNoTerminal ) {
@@ -111,4 +107,4 @@ TEST_F( TerminalColumns, AreUnknownOfWhatIsNoTerminal ) {
    EXPECT_EQ( columnsOf( -1 ), 0U );
 }
 
-}  // namespace
+} // namespace

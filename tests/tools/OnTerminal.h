@@ -14,7 +14,7 @@
 namespace Process {
 
 struct Size {
-   unsigned columns = 0, rows = 0;  // 0: the terminal does not know
+   unsigned columns = 0, rows = 0; // 0: the terminal does not know
 };
 
 // Runs the command in `folder` with its output on a terminal, and returns its exit status and, as
@@ -29,17 +29,14 @@ inline Finished onTerminal( std::filesystem::path const & folder, Size size,
    auto const child = forkpty( &terminal, nullptr, nullptr, &window );
    if( child == 0 ) {
       clearenv();
-      for( auto const & setting : environment ) {
+      for( auto const & setting : environment )
          putenv( strdup( setting.c_str() ) );
-      }
       std::vector< char * > pointers = { strdup( "ordovan" ) };
-      for( auto & argument : arguments ) {
+      for( auto & argument : arguments )
          pointers.push_back( argument.data() );
-      }
       pointers.push_back( nullptr );
-      if( chdir( folder.c_str() ) == 0 ) {
+      if( chdir( folder.c_str() ) == 0 )
          execv( ORDOVAN_COMMAND, pointers.data() );
-      }
       _exit( 127 );
    }
    Finished finished;
@@ -55,4 +52,4 @@ inline Finished onTerminal( std::filesystem::path const & folder, Size size,
    return finished;
 }
 
-}  // namespace Process
+} // namespace Process

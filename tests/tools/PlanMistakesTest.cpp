@@ -31,11 +31,13 @@ Lines timelineMistakes( std::string const & entries ) {
 }
 
 std::string const anEvent = "the event for stage \"S\"";
-std::string const aName = "a name: text that is not empty, in quotes if it looks like something else";
+std::string const aName =
+   "a name: text that is not empty, in quotes if it looks like something else";
 std::string const aTimeout = "a number of seconds, 0 or more, or .inf";
 std::string const aBehaviour = "a number of seconds, 0 or more, never, or true";
 std::string const aTime = "a finite number of seconds, 0 or more";
-std::string const anOperation = "it must have one of declare, enabled, join, leave, set and withdraw";
+std::string const anOperation =
+   "it must have one of declare, enabled, join, leave, set and withdraw";
 
 TEST( PlanMistakes, UnknownKeysAreNamedWithTheKnownOnes ) {
    EXPECT_EQ( mistakes( "agent: {}\n" ),
@@ -93,10 +95,11 @@ TEST( PlanMistakes, WrongTypesAreNamedWithTheRightOnes ) {
 }
 
 TEST( PlanMistakes, QuotingTurnsValuesIntoText ) {
-   EXPECT_EQ( eventMistakes( "      timeout: '3'\n      critical: \"true\"\n      complete: '.inf'\n" ),
-              ( Lines{ "4:16: \"timeout\" is \"3\"; it must be " + aTimeout,
-                       "5:17: \"critical\" is \"true\"; it must be true or false",
-                       "6:17: \"complete\" is \".inf\"; it must be " + aBehaviour } ) );
+   EXPECT_EQ(
+      eventMistakes( "      timeout: '3'\n      critical: \"true\"\n      complete: '.inf'\n" ),
+      ( Lines{ "4:16: \"timeout\" is \"3\"; it must be " + aTimeout,
+               "5:17: \"critical\" is \"true\"; it must be true or false",
+               "6:17: \"complete\" is \".inf\"; it must be " + aBehaviour } ) );
 }
 
 TEST( PlanMistakes, NegativeTimesAndNaNAreRefusedEverywhere ) {
@@ -104,8 +107,10 @@ TEST( PlanMistakes, NegativeTimesAndNaNAreRefusedEverywhere ) {
       EXPECT_EQ( eventMistakes( "      timeout: " + value + "\n      complete: " + value + "\n" ),
                  ( Lines{ "4:16: \"timeout\" is " + value + "; it must be " + aTimeout,
                           "5:17: \"complete\" is " + value + "; it must be " + aBehaviour } ) );
-      EXPECT_EQ( timelineMistakes( "  - {at: " + value + ", enabled: true}\n"
-                                   "  - {at: 1, agent: A, stage: S, set: {timeout: " + value + "}}\n" ),
+      EXPECT_EQ( timelineMistakes( "  - {at: " + value +
+                                   ", enabled: true}\n"
+                                   "  - {at: 1, agent: A, stage: S, set: {timeout: " +
+                                   value + "}}\n" ),
                  ( Lines{ "3:10: \"at\" is " + value + "; it must be " + aTime,
                           "4:48: \"timeout\" is " + value + "; it must be " + aTimeout } ) );
    }
@@ -119,9 +124,10 @@ TEST( PlanMistakes, AnInfiniteAtIsRefused ) {
 TEST( PlanMistakes, EmptyNamesAreRefusedEverywhere ) {
    EXPECT_EQ( mistakes( "application: ''\n" ),
               ( Lines{ "1:14: \"application\" is \"\"; it must be " + aName } ) );
-   EXPECT_EQ( mistakes( "agents:\n  '': {}\n  A: {'': {}}\n" ),
-              ( Lines{ "2:3: a name in \"agents\" is empty; it must have a character at least",
-                       "3:7: a name in agent \"A\" is empty; it must have a character at least" } ) );
+   EXPECT_EQ(
+      mistakes( "agents:\n  '': {}\n  A: {'': {}}\n" ),
+      ( Lines{ "2:3: a name in \"agents\" is empty; it must have a character at least",
+               "3:7: a name in agent \"A\" is empty; it must have a character at least" } ) );
    EXPECT_EQ( eventMistakes( "      dependency: ['']\n" ),
               ( Lines{ "4:20: a stage in \"dependency\" is \"\"; it must be " + aName } ) );
    EXPECT_EQ( eventMistakes( "      dependency: {'': true}\n" ),
@@ -134,11 +140,12 @@ TEST( PlanMistakes, EmptyNamesAreRefusedEverywhere ) {
 }
 
 TEST( PlanMistakes, ANullKeyIsNoName ) {
-   EXPECT_EQ( mistakes( "agents: {~: {}, null: {}}\n" ),
-              ( Lines{ "1:10: a key of \"agents\" is ~; it must be a name, in quotes if it looks "
-                       "like that",
-                       "1:17: a key of \"agents\" is null; it must be a name, in quotes if it looks "
-                       "like that" } ) );
+   EXPECT_EQ(
+      mistakes( "agents: {~: {}, null: {}}\n" ),
+      ( Lines{ "1:10: a key of \"agents\" is ~; it must be a name, in quotes if it looks "
+               "like that",
+               "1:17: a key of \"agents\" is null; it must be a name, in quotes if it looks "
+               "like that" } ) );
 }
 
 TEST( PlanMistakes, WhatIsLeftOutIsNoDefault ) {
@@ -176,12 +183,13 @@ TEST( PlanMistakes, LeaveAndWithdrawCanOnlyBeTrue ) {
 }
 
 TEST( PlanMistakes, AnEntryDoesOneThing ) {
-   EXPECT_EQ( timelineMistakes( "  - {at: 1, agent: A, stage: S, set: {}, withdraw: true}\n"
-                                "  - {at: 1, agent: A}\n"
-                                "  - {at: 1, leave: true, agent: A, enabled: true, join: {}}\n" ),
-              ( Lines{ "3:42: \"withdraw\" in an entry that has \"set\" already; " + anOperation,
-                       "4:5: an entry that does nothing; " + anOperation,
-                       "5:36: \"enabled\" in an entry that has \"leave\" already; " + anOperation } ) );
+   EXPECT_EQ(
+      timelineMistakes( "  - {at: 1, agent: A, stage: S, set: {}, withdraw: true}\n"
+                        "  - {at: 1, agent: A}\n"
+                        "  - {at: 1, leave: true, agent: A, enabled: true, join: {}}\n" ),
+      ( Lines{ "3:42: \"withdraw\" in an entry that has \"set\" already; " + anOperation,
+               "4:5: an entry that does nothing; " + anOperation,
+               "5:36: \"enabled\" in an entry that has \"leave\" already; " + anOperation } ) );
 }
 
 TEST( PlanMistakes, AnEntryHasWhatItsOperationNeedsAndNothingElse ) {
@@ -214,38 +222,49 @@ TEST( PlanMistakes, ASetTakesWhatAnEventTakesButBooleansForComplete ) {
 }
 
 TEST( PlanMistakes, EntriesAboutWhatIsNotThereAreFoundInOrderOfTime ) {
-   EXPECT_EQ( timelineMistakes( "  - {at: 3, agent: B, stage: T, set: {}}\n"
-                                "  - {at: 2, agent: B, join: {S: {}}}\n"
-                                "  - {at: 1, agent: B, leave: true}\n"
-                                "  - {at: 4, agent: A, join: {}}\n"
-                                "  - {at: 4, agent: A, stage: S, declare: {}}\n"
-                                "  - {at: 5, agent: A, stage: S, withdraw: true}\n"
-                                "  - {at: 5, agent: A, stage: S, withdraw: true}\n" ),
-              ( Lines{ "3:30: agent \"B\" has no event for stage \"T\" at 3; only an event that is "
-                       "there can be set or withdrawn",
-                       "5:20: agent \"B\" is not there at 1; only agents that are in the directory "
-                       "can leave, declare, withdraw or be set",
-                       "6:20: agent \"A\" is there already at 4; only an agent that is not in the "
-                       "directory can join",
-                       "7:30: agent \"A\" has an event for stage \"S\" already at 4; it can declare "
-                       "one only for a stage for which it has none",
-                       "9:30: agent \"A\" has no event for stage \"S\" at 5; only an event that is "
-                       "there can be set or withdrawn" } ) );
+   EXPECT_EQ(
+      timelineMistakes( "  - {at: 3, agent: B, stage: T, set: {}}\n"
+                        "  - {at: 2, agent: B, join: {S: {}}}\n"
+                        "  - {at: 1, agent: B, leave: true}\n"
+                        "  - {at: 4, agent: A, join: {}}\n"
+                        "  - {at: 4, agent: A, stage: S, declare: {}}\n"
+                        "  - {at: 5, agent: A, stage: S, withdraw: true}\n"
+                        "  - {at: 5, agent: A, stage: S, withdraw: true}\n" ),
+      ( Lines{ "3:30: agent \"B\" has no event for stage \"T\" at 3; only an event that is "
+               "there can be set or withdrawn",
+               "5:20: agent \"B\" is not there at 1; only agents that are in the directory "
+               "can leave, declare, withdraw or be set",
+               "6:20: agent \"A\" is there already at 4; only an agent that is not in the "
+               "directory can join",
+               "7:30: agent \"A\" has an event for stage \"S\" already at 4; it can declare "
+               "one only for a stage for which it has none",
+               "9:30: agent \"A\" has no event for stage \"S\" at 5; only an event that is "
+               "there can be set or withdrawn" } ) );
 }
 
 TEST( PlanMistakes, WhatFollowsFromAMistakeIsNotReported ) {
    // Each second entry would be right but for the mistake in the first.
    EXPECT_EQ( timelineMistakes( "  - {at: -1, agent: B, join: {S: {}}}\n"
-                                "  - {at: 1, agent: B, stage: S, set: {}}\n" ).size(), 1U );
+                                "  - {at: 1, agent: B, stage: S, set: {}}\n" )
+                 .size(),
+              1U );
    EXPECT_EQ( timelineMistakes( "  - {at: 1, agent: B, join: {S: {timeout: x}}}\n"
-                                "  - {at: 2, agent: B, stage: S, set: {}}\n" ).size(), 1U );
+                                "  - {at: 2, agent: B, stage: S, set: {}}\n" )
+                 .size(),
+              1U );
    EXPECT_EQ( timelineMistakes( "  - {at: x, agent: A, leave: true}\n"
-                                "  - {at: 2, agent: A, join: {}}\n" ).size(), 1U );
+                                "  - {at: 2, agent: A, join: {}}\n" )
+                 .size(),
+              1U );
    EXPECT_EQ( timelineMistakes( "  - {at: 1, agent: A, declare: {}}\n"
-                                "  - {at: 2, agent: A, stage: T, set: {}}\n" ).size(), 1U );
+                                "  - {at: 2, agent: A, stage: T, set: {}}\n" )
+                 .size(),
+              1U );
    // This one was in order before, and still is not.
    EXPECT_EQ( timelineMistakes( "  - {at: 1, agent: A, leave: false}\n"
-                                "  - {at: 2, agent: A, join: {}}\n" ).size(), 2U );
+                                "  - {at: 2, agent: A, join: {}}\n" )
+                 .size(),
+              2U );
 }
 
 TEST( PlanMistakes, AllAreReportedInOrderOfTheFile ) {
@@ -281,17 +300,16 @@ TEST( PlanMistakes, AMistakeThatIsUsedThroughAliasesIsReportedOnce ) {
 
 TEST( PlanMistakes, AliasesThatUnfoldWithoutMeasureAreRefused ) {
    std::string text = "agents:\n  A: &a {";
-   for( int i = 0; i < 2000; ++i ) {
+   for( int i = 0; i < 2000; ++i )
       text += "S" + std::to_string( i ) + ": {}, ";
-   }
    text += "}\n";
-   for( int i = 0; i < 2000; ++i ) {
+   for( int i = 0; i < 2000; ++i )
       text += "  B" + std::to_string( i ) + ": *a\n";
-   }
    auto const found = mistakes( text );
    ASSERT_EQ( found.size(), 1U );
-   EXPECT_NE( found[ 0 ].find( ": aliases unfold to more than 1000000 values; write fewer of them" ),
-              std::string::npos );
+   EXPECT_NE(
+      found[ 0 ].find( ": aliases unfold to more than 1000000 values; write fewer of them" ),
+      std::string::npos );
 }
 
 TEST( PlanMistakes, AnAliasThatContainsItselfEndsInAMistake ) {
@@ -310,4 +328,4 @@ TEST( PlanMistakes, WhatIsShownOfAValueCannotSteerATerminalNorFillIt ) {
    }
 }
 
-}  // namespace
+} // namespace

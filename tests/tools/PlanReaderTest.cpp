@@ -12,9 +12,8 @@ using namespace Simulation;
 
 Plan planOf( std::string_view text ) {
    auto [ plan, mistakes ] = Tools::readPlan( text );
-   for( auto const & mistake : mistakes ) {
+   for( auto const & mistake : mistakes )
       ADD_FAILURE() << mistake.place.line << ':' << mistake.place.column << ": " << mistake.text;
-   }
    return plan;
 }
 
@@ -76,7 +75,8 @@ TEST( PlanReader, DependenciesMayBeAMapOfNamesToBooleans ) {
 TEST( PlanReader, NeverAndInfinityAreTheSameBehaviour ) {
    for( auto text : { "never", "'never'", ".inf", "+.INF" } ) {
       EXPECT_EQ( eventOf( "{complete: " + std::string( text ) + "}" ).complete.kind,
-                 Behaviour::Kind::never ) << text;
+                 Behaviour::Kind::never )
+         << text;
    }
    EXPECT_EQ( eventOf( "{complete: true}" ).complete.kind, Behaviour::Kind::already );
    EXPECT_EQ( eventOf( "{timeout: .inf}" ).timeout, infinity );
@@ -165,10 +165,11 @@ TEST( PlanReader, EntriesKeepTheOrderOfTheFileAndTheirPlaces ) {
 }
 
 TEST( PlanReader, JsonIsAcceptedAsWell ) {
-   auto const plan = planOf( "{\"application\":\"Router\",\"enabled\":true,\n"
-                             "\t\"agents\":{\"A\":{\"S\":{\"timeout\":1E1,\"dependency\":[\"T\\u00f6\"],"
-                             "\"complete\":0.5}}},\"timeline\":[{\"at\":1,\"agent\":\"A\","
-                             "\"stage\":\"S\",\"set\":{\"dependency\":{\"T\":null}}}]}\n" );
+   auto const plan =
+      planOf( "{\"application\":\"Router\",\"enabled\":true,\n"
+              "\t\"agents\":{\"A\":{\"S\":{\"timeout\":1E1,\"dependency\":[\"T\\u00f6\"],"
+              "\"complete\":0.5}}},\"timeline\":[{\"at\":1,\"agent\":\"A\","
+              "\"stage\":\"S\",\"set\":{\"dependency\":{\"T\":null}}}]}\n" );
    EXPECT_EQ( plan.application, "Router" );
    EXPECT_EQ( plan.agent.at( 0 ).event.at( 0 ).timeout, 10 );
    EXPECT_EQ( plan.agent.at( 0 ).event.at( 0 ).dependency.at( 0 ).stage, "T\u00f6" );
@@ -185,10 +186,9 @@ TEST( PlanReader, AnchorsAndAliasesStandForWhatTheyReferTo ) {
 
 TEST( PlanReader, AnAliasMayBeUsedManyTimes ) {
    std::string text = "agents:\n  A0: &a {S: {timeout: 1}}\n";
-   for( int i = 1; i <= 10000; ++i ) {
+   for( int i = 1; i <= 10000; ++i )
       text += "  A" + std::to_string( i ) + ": *a\n";
-   }
    EXPECT_EQ( planOf( text ).agent.size(), 10001U );
 }
 
-}  // namespace
+} // namespace

@@ -55,4 +55,4 @@ struct Folder : testing::Test {
    std::filesystem::path folder;
 };
 
-}  // namespace Process
+} // namespace Process

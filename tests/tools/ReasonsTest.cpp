@@ -23,9 +23,8 @@ using Lines = std::vector< std::string >;
 Lines linesOf( std::string const & text ) {
    Lines lines;
    std::istringstream in( text );
-   for( std::string line; std::getline( in, line ); ) {
+   for( std::string line; std::getline( in, line ); )
       lines.push_back( line );
-   }
    return lines;
 }
 
@@ -40,11 +39,9 @@ struct ToldReasons : Process::Folder {
       std::set< std::string > names;
       auto const lines = linesOf( Process::contents( folder / record ) );
       auto const end = nlohmann::json::parse( lines.back() );
-      for( auto const & [ name, stage ] : end[ "status" ][ "stage" ].items() ) {
-         if( !stage[ "active" ] || !stage[ "complete" ] ) {
+      for( auto const & [ name, stage ] : end[ "status" ][ "stage" ].items() )
+         if( !stage[ "active" ] || !stage[ "complete" ] )
             names.insert( name );
-         }
-      }
       return names;
    }
 
@@ -161,9 +158,8 @@ TEST_F( ToldOnATerminal, NoLineIsLongerThanTheTerminalIsWide ) {
 
 TEST_F( ToldOnATerminal, TheWordsAreTheSame ) {
    auto text = shown( 40 );
-   for( auto at = text.find( "\n   " ); at != std::string::npos; at = text.find( "\n   " ) ) {
+   for( auto at = text.find( "\n   " ); at != std::string::npos; at = text.find( "\n   " ) )
       text.replace( at, 4, " " );
-   }
    EXPECT_EQ( text, ordovan( "simulate --quiet --all stalled.yaml" ).err );
 }
 
@@ -218,4 +214,4 @@ TEST_F( ToldOfTheServer, EachUnfinishedStageHasItsSentenceIfAskedFor ) {
    }
 }
 
-}  // namespace
+} // namespace

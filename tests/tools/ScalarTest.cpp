@@ -35,22 +35,18 @@ Scalar quoted( std::string text ) {
 }
 
 TEST( Scalar, NullsAreFiveTexts ) {
-   for( auto text : { "", "~", "null", "Null", "NULL" } ) {
+   for( auto text : { "", "~", "null", "Null", "NULL" } )
       EXPECT_EQ( plain( text ), Scalar( std::monostate() ) ) << text;
-   }
    EXPECT_EQ( plain( "nULL" ), Scalar( std::string( "nULL" ) ) );
 }
 
 TEST( Scalar, BooleansAreSixTextsAndYesIsNoneOfThem ) {
-   for( auto text : { "true", "True", "TRUE" } ) {
+   for( auto text : { "true", "True", "TRUE" } )
       EXPECT_EQ( plain( text ), Scalar( true ) ) << text;
-   }
-   for( auto text : { "false", "False", "FALSE" } ) {
+   for( auto text : { "false", "False", "FALSE" } )
       EXPECT_EQ( plain( text ), Scalar( false ) ) << text;
-   }
-   for( auto text : { "yes", "no", "on", "off", "y", "n", "tRUE" } ) {
+   for( auto text : { "yes", "no", "on", "off", "y", "n", "tRUE" } )
       EXPECT_EQ( plain( text ), Scalar( std::string( text ) ) ) << text;
-   }
 }
 
 TEST( Scalar, IntegersAreDecimalOctalOrHexadecimal ) {
@@ -65,9 +61,8 @@ TEST( Scalar, IntegersAreDecimalOctalOrHexadecimal ) {
 
 TEST( Scalar, NumbersOfOtherSchemasAreText ) {
    for( auto text : { "0b101", "1_000", "0o8", "-0x1", "0o", "0x", "1:30", "+", "-", "1e", "e5",
-                      "1.2.3", "0x1.8p1", "inf", "nan", ".infinity", ".e5", "." } ) {
+                      "1.2.3", "0x1.8p1", "inf", "nan", ".infinity", ".e5", "." } )
       EXPECT_EQ( plain( text ), Scalar( std::string( text ) ) ) << text;
-   }
 }
 
 TEST( Scalar, FractionsMayLackAPartButNotBoth ) {
@@ -80,13 +75,11 @@ TEST( Scalar, FractionsMayLackAPartButNotBoth ) {
 }
 
 TEST( Scalar, InfinitiesAndNaNBeginWithAPoint ) {
-   for( auto text : { ".inf", ".Inf", ".INF", "+.inf" } ) {
+   for( auto text : { ".inf", ".Inf", ".INF", "+.inf" } )
       EXPECT_EQ( plain( text ), Scalar( infinity ) ) << text;
-   }
    EXPECT_EQ( plain( "-.inf" ), Scalar( -infinity ) );
-   for( auto text : { ".nan", ".NaN", ".NAN" } ) {
+   for( auto text : { ".nan", ".NaN", ".NAN" } )
       EXPECT_TRUE( std::isnan( std::get< double >( plain( text ) ) ) ) << text;
-   }
    EXPECT_EQ( plain( "+.nan" ), Scalar( std::string( "+.nan" ) ) );
 }
 
@@ -99,9 +92,8 @@ TEST( Scalar, ANumberTooLargeIsAnInfinityThatIsNotWritten ) {
 }
 
 TEST( Scalar, WhatIsQuotedIsText ) {
-   for( auto text : { "", "true", "30", ".inf", "null", "~" } ) {
+   for( auto text : { "", "true", "30", ".inf", "null", "~" } )
       EXPECT_EQ( quoted( text ), Scalar( std::string( text ) ) ) << text;
-   }
 }
 
 TEST( Scalar, ATagDecidesWhateverTheTextLooksLike ) {
@@ -132,4 +124,4 @@ TEST( Scalar, ATagThatTheTextDoesNotFitIsFound ) {
    EXPECT_FALSE( fits( "!seconds", "3" ) );
 }
 
-}  // namespace
+} // namespace

@@ -15,7 +15,7 @@ struct Streams : Process::Folder {
    struct Line {
       std::string command;
       int status;
-      bool prints;  // to standard output
+      bool prints; // to standard output
    };
 
    Streams() {
@@ -24,13 +24,14 @@ struct Streams : Process::Folder {
       file( "wrong.yaml", "agents: {A: {Boot: {timeout: -1}}}\n" );
       file( "late.yaml", "agents: {A: {Boot: {critical: true, timeout: 5, complete: 8}}}\n" );
       std::string many = "agents:\n";
-      for( int i = 0; i < 300; ++i ) {
+      for( int i = 0; i < 300; ++i )
          many += "  A" + std::to_string( i ) + ": {S" + std::to_string( i ) + ": {}}\n";
-      }
       file( "many.yaml", many );
       EXPECT_EQ( shell( "\"$ordovan\" simulate --quiet --ring ring --ring-size 64K good.yaml && "
                         "cp ring damaged && printf XXXXXXXX | dd of=damaged conv=notrunc bs=1 "
-                        "seek=1000 2>/dev/null" ).status, 0 );
+                        "seek=1000 2>/dev/null" )
+                    .status,
+                 0 );
    }
 
    // Every subcommand, with every status that it has.
@@ -71,15 +72,16 @@ struct Streams : Process::Folder {
    // What it gives with nothing wrong.
    Process::Finished const & usual( Line const & line ) {
       auto const [ place, isNew ] = usual_.try_emplace( line.command );
-      if( isNew ) {
+      if( isNew )
          place->second = run( line, "" );
-      }
       return place->second;
    }
    // The same with a pipe that nobody reads as descriptor 4.
    Process::Finished runWithDeadPipe( Line const & line, std::string const & redirections ) const {
-      return run( { "rm -f pipe; mkfifo pipe; exec 3<>pipe; exec 4>pipe; exec 3<&-; " +
-                    line.command, 0, false }, redirections );
+      return run(
+         { "rm -f pipe; mkfifo pipe; exec 3<>pipe; exec 4>pipe; exec 3<&-; " + line.command, 0,
+           false },
+         redirections );
    }
 
  private:
@@ -114,8 +116,8 @@ TEST_F( Streams, StandardOutputThatCannotBeWrittenIsToldAndHasStatusTwo ) {
          auto const name = line.command.substr( 0, line.command.find( ' ' ) );
          auto const told = name + ": standard output cannot be written: " + reason + "\n";
          auto const place = finished.err.find( told );
-         EXPECT_EQ( place != std::string::npos, line.prints )
-            << line.command << redirection << '\n' << finished.err;
+         EXPECT_EQ( place != std::string::npos, line.prints ) << line.command << redirection << '\n'
+                                                              << finished.err;
          auto const rest = line.prints && place != std::string::npos
                               ? std::string( finished.err ).erase( place, told.size() )
                               : finished.err;
@@ -149,9 +151,8 @@ TEST_F( Streams, AFileThatIsOpenedDoesNotTakeThePlaceOfAClosedStream ) {
    EXPECT_EQ( ordovan( "simulate many.yaml --trace 0-9 --record three 2>&-" ).status, 0 );
    auto const record = Process::contents( folder / "right" );
    EXPECT_FALSE( record.empty() );
-   for( auto const * name : { "one", "two", "three" } ) {
+   for( auto const * name : { "one", "two", "three" } )
       EXPECT_TRUE( Process::contents( folder / name ) == record ) << name;
-   }
 }
 
-}  // namespace
+} // namespace

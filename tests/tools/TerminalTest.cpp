@@ -49,9 +49,8 @@ TEST_F( Terminal, GetsNoColoursWhenTheyAreNotWanted ) {
 
 TEST_F( Terminal, GetsTheSameWordsWithAndWithoutColours ) {
    auto text = shown( { "TERM=xterm" }, {} );
-   for( auto at = text.find( '\x1b' ); at != std::string::npos; at = text.find( '\x1b' ) ) {
+   for( auto at = text.find( '\x1b' ); at != std::string::npos; at = text.find( '\x1b' ) )
       text.erase( at, text.find( 'm', at ) - at + 1 );
-   }
    EXPECT_EQ( text, shown( { "TERM=xterm" }, { "--no-color" } ) );
    EXPECT_NE( text.find( "     8.000 resumed    Boot" ), std::string::npos );
 }
@@ -61,4 +60,4 @@ TEST_F( Terminal, GetsNothingButTheLibrarysLineFromAQuietRun ) {
               " Critical stage Boot timed out! Router suspended for debugging.\r\n" );
 }
 
-}  // namespace
+} // namespace

@@ -70,7 +70,8 @@ TEST( YamlTree, JsonsPairsOfEscapesAreOneCharacter ) {
 }
 
 TEST( YamlTree, AByteOrderMarkCountsForNothing ) {
-   YamlTree const tree( "\xEF\xBB\xBF" "a: 1\n" );
+   YamlTree const tree( "\xEF\xBB\xBF"
+                        "a: 1\n" );
    ASSERT_TRUE( tree.root() );
    EXPECT_EQ( tree.root()->member[ 0 ].first.place, ( Place{ 1, 1 } ) );
 }
@@ -115,14 +116,12 @@ TEST( YamlTree, ASyntaxErrorIsTheOnlyMistake ) {
 
 TEST( YamlTree, AQuoteThatIsNeverClosedIsASyntaxError ) {
    for( std::string const text : { "a: 1\nb: \"x\n", "a: 1\nb: 'x\n\n", "a: 1\nb: \"x\\\"\n",
-                                   "a: 1\nb: 'x''\n", "a: 1\nb: \"x\nc: 2\n" } ) {
+                                   "a: 1\nb: 'x''\n", "a: 1\nb: \"x\nc: 2\n" } )
       EXPECT_EQ( mistake( text ), "2:4: not YAML: a quote that is never closed" ) << text;
-   }
    EXPECT_EQ( mistake( "a: &x !!str # c\n  'b\n" ), "2:3: not YAML: a quote that is never closed" );
    EXPECT_TRUE( startsWith( mistake( "a: \"x" ), "1:6: not YAML: " ) );
-   for( auto text : { "a: 'x'''\n", "a: \"\\\\\"\n", "a: it's\n", "a: &x !!str 'b'\n", "a: ''\n" } ) {
+   for( auto text : { "a: 'x'''\n", "a: \"\\\\\"\n", "a: it's\n", "a: &x !!str 'b'\n", "a: ''\n" } )
       EXPECT_TRUE( mistakes( text ).empty() ) << text;
-   }
 }
 
 TEST( YamlTree, ATabInTheIndentationIsToldAsWhatItIsAndWhereItStands ) {
@@ -142,23 +141,23 @@ TEST( YamlTree, ATabInTheIndentationIsToldAsWhatItIsAndWhereItStands ) {
            { "a:\n  - b: 1\n\tc: 2\n", "3:1" },
            { "a: |\n\tb\n", "2:1" },
            { "a: b\n\tc: d\n", "2:1" },
-           { "a:\n  ? b\n  :\tc: 1\n", "3:4" } } ) {
+           { "a:\n  ? b\n  :\tc: 1\n", "3:4" } } )
       EXPECT_EQ( mistake( text ), place + told ) << text;
-   }
 }
 
 TEST( YamlTree, ATabThatIsAllowedIsNotToBlame ) {
    for( std::string const text :
-        { "{\n\t\"a\": {},\n\t\"b\" true\n}\n", "{\n\t\"a\": {}\n\t\"b\": true\n}\n", "{\n\t\"a\": {\n",
-          "a: [\n\t1,\n\t2\n", "a:\n  b: [\n\t1]]\n", "[\n\t\"a\",\n\t\t*b\n]\n" } ) {
+        { "{\n\t\"a\": {},\n\t\"b\" true\n}\n", "{\n\t\"a\": {}\n\t\"b\": true\n}\n",
+          "{\n\t\"a\": {\n", "a: [\n\t1,\n\t2\n", "a:\n  b: [\n\t1]]\n",
+          "[\n\t\"a\",\n\t\t*b\n]\n" } ) {
       auto const what = mistake( text );
       EXPECT_NE( what.find( "not YAML: " ), std::string::npos ) << text;
       EXPECT_EQ( what.find( "tab" ), std::string::npos ) << what;
    }
-   for( std::string const text : { "{\n\t\"a\":\t{},\n\t\t\"b\": [\n\t1\n\t]\n}\n", "a:\n\t\n  b:\t1\n",
-                                   "\t# c\na: 1\t# c\n", "a:\n  b: {\n\tc: 1}\n", "-\t{}\n" } ) {
+   for( std::string const text :
+        { "{\n\t\"a\":\t{},\n\t\t\"b\": [\n\t1\n\t]\n}\n", "a:\n\t\n  b:\t1\n",
+          "\t# c\na: 1\t# c\n", "a:\n  b: {\n\tc: 1}\n", "-\t{}\n" } )
       EXPECT_EQ( mistakes( text ), std::vector< std::string >() ) << text;
-   }
 }
 
 TEST( YamlTree, TextAfterTheDocumentIsASyntaxError ) {
@@ -167,8 +166,9 @@ TEST( YamlTree, TextAfterTheDocumentIsASyntaxError ) {
 
 TEST( YamlTree, BytesThatAreNoTextAreFoundWhereTheyStand ) {
    for( auto bad : { "\xff", "\xc3", "\x01", "\x7f", "\u0080", "\uFFFE" } ) {
-      EXPECT_TRUE( startsWith( mistake( "a: 1\nb: \u00f6" + std::string( bad ) + "\n" ),
-                               "2:5: not YAML: " ) ) << bad;
+      EXPECT_TRUE(
+         startsWith( mistake( "a: 1\nb: \u00f6" + std::string( bad ) + "\n" ), "2:5: not YAML: " ) )
+         << bad;
    }
    EXPECT_TRUE( startsWith( mistake( std::string_view( "a\0b", 3 ) ), "1:2: not YAML: " ) );
    // The parser would take this one for the end of the file.
@@ -195,7 +195,8 @@ TEST( YamlTree, KeysAreScalars ) {
 }
 
 TEST( YamlTree, TagsAreYamlsOwnAndFit ) {
-   EXPECT_TRUE( mistakes( "a: !!str 5\nb: !!map {}\nc: !!seq []\nd: ! x\ne: !!float 1\n" ).empty() );
+   EXPECT_TRUE(
+      mistakes( "a: !!str 5\nb: !!map {}\nc: !!seq []\nd: ! x\ne: !!float 1\n" ).empty() );
    EXPECT_TRUE( startsWith( mistake( "a: !!int x\n" ), "1:4: tag " ) );
    EXPECT_TRUE( startsWith( mistake( "a: !mine x\n" ), "1:4: tag " ) );
    EXPECT_TRUE( startsWith( mistake( "a: !!seq {}\n" ), "1:4: tag " ) );
@@ -220,9 +221,8 @@ TEST( YamlTree, AFileMayBeEmpty ) {
 TEST( YamlTree, DepthIsASyntaxErrorBeforeItIsDangerous ) {
    for( std::string const open : { "[", "{a: ", "- ", "? ", "[{a: " } ) {
       std::string text;
-      for( int i = 0; i < 100000; ++i ) {
+      for( int i = 0; i < 100000; ++i )
          text += open;
-      }
       auto const found = mistakes( text );
       ASSERT_EQ( found.size(), 1U ) << open;
       EXPECT_NE( found[ 0 ].find( "not YAML: " ), std::string::npos ) << found[ 0 ];
@@ -235,4 +235,4 @@ TEST( YamlTree, AnAliasMayContainItself ) {
    EXPECT_EQ( tree.root()->item[ 0 ].node, tree.root() );
 }
 
-}  // namespace
+} // namespace

@@ -100,8 +100,7 @@ TEST_F( AggregationTraces, HandleStageTellsEveryStageReactor ) {
    stageReactor();
    Lines lines = tracedBy( [ & ] { sm->handleStage( "X" ); } );
    ASSERT_EQ( lines.size(), 3U );
-   EXPECT_EQ( lines[ 0 ],
-              "8 handleStage: void Stage::ConfigSm::handleStage(Kiv::Name) stage=X" );
+   EXPECT_EQ( lines[ 0 ], "8 handleStage: void Stage::ConfigSm::handleStage(Kiv::Name) stage=X" );
    std::sort( lines.begin() + 1, lines.end() );
    EXPECT_EQ( lines[ 1 ], "9 handleStage: void "
                           "Stage::ConfigSm::KivStageStatus::handleStage(Kiv::String8) for stage B "
@@ -192,7 +191,8 @@ TEST_F( AggregationTraces, ACriticalEventMakesItsStageAndThoseItDependsOnCritica
          "8 handleCritical:  Setting critical for stage S to true",
          "8 handleCritical:    Force dependents of S to recompute based on our criticaltrue",
          "9 handleCritical:   Adjusting criticalAncestor for B (was false)",
-         "8 handleCritical: void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8) key "
+         "8 handleCritical: void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8) "
+         "key "
          "S",
          "8 handleCritical: void Stage::ConfigSm::KivStageStatus::handleCritical() for stage B "
          "critical=false",
@@ -215,9 +215,8 @@ TEST_F( AggregationTraces, HandleCriticalOfOneKeyNamesIt ) {
    auto const reactor = stageReactor();
    Lines const lines = tracedBy( [ & ] { reactor->handleCritical( "X" ); } );
    ASSERT_EQ( lines.size(), 5U );
-   EXPECT_EQ( lines[ 0 ],
-              "8 handleCritical: void "
-              "Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8) key X" );
+   EXPECT_EQ( lines[ 0 ], "8 handleCritical: void "
+                          "Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8) key X" );
 }
 
 // ---- timeouts

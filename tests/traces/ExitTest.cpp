@@ -13,7 +13,8 @@ namespace {
 
 // What the child prints to standard output, in this environment.
 std::string child( std::string const & environment ) {
-   return testing_support::Child( "( " + environment + " '" EXIT_CHILD "' 2>/dev/null )" ).printed();
+   return testing_support::Child( "( " + environment + " '" EXIT_CHILD "' 2>/dev/null )" )
+      .printed();
 }
 
 TEST( Exit, WithoutTraces ) { EXPECT_EQ( child( "" ), "done\n" ); }

@@ -22,8 +22,7 @@ class ProgressionTraces : public testing_support::ProgressionTest {
       } );
       EXPECT_FALSE( lines.empty() );
       if( !lines.empty() ) {
-         EXPECT_EQ( lines[ 0 ],
-                    "8 handleNextStage: void Stage::StatusSm::handleNextStage()" );
+         EXPECT_EQ( lines[ 0 ], "8 handleNextStage: void Stage::StatusSm::handleNextStage()" );
          lines.erase( lines.begin() );
       }
       return lines;
@@ -141,9 +140,8 @@ TEST_F( ProgressionTraces, TheThreeWaysInWhichADependencyIsNotSatisfied ) {
    sm->handleActiveStage( "D" );
    lines = decision();
    std::sort( lines.begin(), lines.end() );
-   EXPECT_EQ( lines,
-              ( Lines{ "9 handleNextStage: Incomplete dependency D means S is unready.",
-                       "9 handleNextStage: Stage D in progress, but not yet complete." } ) );
+   EXPECT_EQ( lines, ( Lines{ "9 handleNextStage: Incomplete dependency D means S is unready.",
+                              "9 handleNextStage: Stage D in progress, but not yet complete." } ) );
 }
 
 // ---- a stage becomes active
@@ -184,20 +182,19 @@ TEST_F( ProgressionTraces, AWaitingStageTracesNothing ) {
 TEST_F( ProgressionTraces, AStageThatIsMadeTracesItsInitialPass ) {
    EXPECT_EQ(
       tracedBy( [ & ] { activeStage(); } ),
-      ( Lines{
-         "8 handleActiveStage: void Stage::StatusSm::handleActiveStage()",
-         "8 handleActiveStage: Not initialized.  Return from void "
-         "Stage::StatusSm::handleActiveStage()",
-         "8 handleInitialized: void Stage::StatusSm::handleInitialized()", enabledLine,
-         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
-         "agent:a)",
-         logLine + std::string( "  event S:a started" ),
-         "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
-         "8 handlePendingEvent: Not initialized.  Return from void "
-         "Stage::StageSm::handlePendingEvent(Kiv::String8)",
-         "8 handleInitialized: void Stage::StageSm::handleInitialized() S",
-         "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent() S",
-         "8 handlePendingEvent: S has 1 pendingEvents." } ) );
+      ( Lines{ "8 handleActiveStage: void Stage::StatusSm::handleActiveStage()",
+               "8 handleActiveStage: Not initialized.  Return from void "
+               "Stage::StatusSm::handleActiveStage()",
+               "8 handleInitialized: void Stage::StatusSm::handleInitialized()", enabledLine,
+               "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
+               "agent:a)",
+               logLine + std::string( "  event S:a started" ),
+               "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
+               "8 handlePendingEvent: Not initialized.  Return from void "
+               "Stage::StageSm::handlePendingEvent(Kiv::String8)",
+               "8 handleInitialized: void Stage::StageSm::handleInitialized() S",
+               "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent() S",
+               "8 handlePendingEvent: S has 1 pendingEvents." } ) );
 }
 
 TEST_F( ProgressionTraces, TheCompletionCheckSaysThatItIsNotInitialised ) {
@@ -227,13 +224,12 @@ TEST_F( ProgressionTraces, TheLastEventCompletesTheStage ) {
    event->completeIs( true );
    EXPECT_EQ(
       tracedBy( [ & ] { s->event( "a" )->handleComplete(); } ),
-      ( Lines{
-         "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
-         "agent:a)",
-         logLine + std::string( "  event S:a completed" ),
-         "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
-         "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent() S",
-         logLine + std::string( "stage S is complete" ), asked } ) );
+      ( Lines{ "8 handleComplete: void Stage::StageSm::KivEvent::handleComplete() S:a (stage: S, "
+               "agent:a)",
+               logLine + std::string( "  event S:a completed" ),
+               "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent(Kiv::String8) S:a",
+               "8 handlePendingEvent: void Stage::StageSm::handlePendingEvent() S",
+               logLine + std::string( "stage S is complete" ), asked } ) );
 }
 
 // ---- a stage's time is up
@@ -241,21 +237,19 @@ TEST_F( ProgressionTraces, TheLastEventCompletesTheStage ) {
 TEST_F( ProgressionTraces, ATimerThatFiresBeforeInitialisationIsIgnored ) {
    auto const s = activeStage();
    s->initializedIs( false );
-   EXPECT_EQ(
-      tracedBy( [ & ] { s->handleStageUncompleted(); } ),
-      ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
-               "8 handleStageUncompleted:  not yet initialized; ignore initial handler for "
-               "timeout." } ) );
+   EXPECT_EQ( tracedBy( [ & ] { s->handleStageUncompleted(); } ),
+              ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
+                       "8 handleStageUncompleted:  not yet initialized; ignore initial handler for "
+                       "timeout." } ) );
 }
 
 TEST_F( ProgressionTraces, AStageWhoseTimeIsUpNamesItsPendingEventsAndIsCompletedLateInTheEnd ) {
    auto const s = activeStage();
-   EXPECT_EQ(
-      tracedBy( [ & ] { s->handleStageUncompleted(); } ),
-      ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
-               "8 handleStageUncompleted: S has 1 pendingEvents remaining",
-               "8 handleStageUncompleted:  Incomplete events:   S:a",
-               logLine + std::string( "stage S is complete (timeout)" ), asked } ) );
+   EXPECT_EQ( tracedBy( [ & ] { s->handleStageUncompleted(); } ),
+              ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
+                       "8 handleStageUncompleted: S has 1 pendingEvents remaining",
+                       "8 handleStageUncompleted:  Incomplete events:   S:a",
+                       logLine + std::string( "stage S is complete (timeout)" ), asked } ) );
    s->initializedIs( false );
    s->pendingEventDelAll();
    s->initializedIs( true );
@@ -272,14 +266,13 @@ TEST_F( ProgressionTraces, ACriticalStageWhoseTimeIsUpTracesTheSuspension ) {
    testing::internal::CaptureStdout();
    Lines const lines = tracedBy( [ & ] { s->handleStageUncompleted(); } );
    testing::internal::GetCapturedStdout();
-   EXPECT_EQ(
-      lines,
-      ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
-               "8 handleStageUncompleted: S has 1 pendingEvents remaining",
-               "8 handleStageUncompleted:  Incomplete events:   S:a",
-               logLine + std::string( "stage S is complete (timeout)" ),
-               "0 handleStageUncompleted:  Critical stage S timed out! App suspended for "
-               "debugging." } ) );
+   EXPECT_EQ( lines,
+              ( Lines{ "8 handleStageUncompleted: void Stage::StageSm::handleStageUncompleted() S",
+                       "8 handleStageUncompleted: S has 1 pendingEvents remaining",
+                       "8 handleStageUncompleted:  Incomplete events:   S:a",
+                       logLine + std::string( "stage S is complete (timeout)" ),
+                       "0 handleStageUncompleted:  Critical stage S timed out! App suspended for "
+                       "debugging." } ) );
 }
 
 } // namespace

@@ -28,9 +28,9 @@ Lines linesOf( std::string const & path ) {
    auto const reader = Flitlog::Reader::ReaderIs( path );
    Lines lines;
    for( Flitlog::Record record; reader->next( record ); )
-      lines.push_back( Kiv::traceText( { record.time, record.handle, record.level,
-                                         record.source.c_str(), record.line,
-                                         record.function.c_str(), record.text } ) );
+      lines.push_back(
+         Kiv::traceText( { record.time, record.handle, record.level, record.source.c_str(),
+                           record.line, record.function.c_str(), record.text } ) );
    EXPECT_EQ( reader->problems(), Lines() );
    EXPECT_EQ( reader->overwritten(), 0U );
    EXPECT_EQ( reader->lostDescriptors(), 0U );
@@ -143,9 +143,8 @@ TEST_F( Sinks, ShowTheSameOfEveryKindOfPiece ) {
       KIV_TRACE( handle, 8, "S", n, " ", static_cast< short >( n ), " ",
                  static_cast< unsigned >( n ), " ", std::int64_t{ n } * 4294967295, " ",
                  static_cast< std::uint64_t >( n ), " ", static_cast< long >( n ) );
-   for( double const d :
-        { 0.0, -0.0, 0.1, -1e300, 5e-324, 30.0, 1e21, Kiv::infinity, -Kiv::infinity,
-          std::nan( "" ), std::numeric_limits< double >::max() } )
+   for( double const d : { 0.0, -0.0, 0.1, -1e300, 5e-324, 30.0, 1e21, Kiv::infinity,
+                           -Kiv::infinity, std::nan( "" ), std::numeric_limits< double >::max() } )
       KIV_TRACE( handle, 8, "S", "double ", d, ", single ", static_cast< float >( d * 0 + 0.5 ) );
    for( std::string const & bytes :
         { std::string(), std::string( "plain" ), std::string( "a\nb\\x\x7f\0\xff", 9 ),

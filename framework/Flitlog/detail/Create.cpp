@@ -90,8 +90,8 @@ class Temporary {
          if( ::linkat( AT_FDCWD, pathOf( fd() ).c_str(), AT_FDCWD, path.c_str(),
                        AT_SYMLINK_FOLLOW ) == 0 )
             return true;
-      } else if( renameat2( AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(),
-                            RENAME_NOREPLACE ) == 0 ) {
+      } else if( renameat2( AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE ) ==
+                 0 ) {
          name_.clear();
          return true;
       } else if( errno != EEXIST && ::link( name_.c_str(), path.c_str() ) == 0 ) {

@@ -104,12 +104,11 @@ bool appendValue( Bytes & values, char code, bool hex, std::string & text ) {
 // Without quotes' content going astray: what is no plain character is shown by its value.
 std::string shown( std::string_view bytes ) {
    std::string text = "\"";
-   for( char const c : bytes.substr( 0, 20 ) ) {
+   for( char const c : bytes.substr( 0, 20 ) )
       if( c >= 0x20 && c < 0x7f )
          text += c;
       else
          text += "\\x" + number( static_cast< unsigned >( static_cast< unsigned char >( c ) ), 16 );
-   }
    return text + ( bytes.size() > 20 ? "...\"" : "\"" );
 }
 
@@ -132,9 +131,7 @@ std::string readPiece( Bytes & bytes, Point & point ) {
    return {};
 }
 
-bool onlyZeros( std::string_view bytes ) {
-   return bytes.find_first_not_of( '\0' ) == bytes.npos;
-}
+bool onlyZeros( std::string_view bytes ) { return bytes.find_first_not_of( '\0' ) == bytes.npos; }
 
 } // namespace
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
-#include <ctime>
 #include <cstdint>
+#include <ctime>
 #include <system_error>
 
 #include <poll.h>

@@ -62,9 +62,9 @@ struct QueueItem : KivMemPool {
    std::uint32_t hash = 0;
    std::uint32_t pendingKeys = 0; // of a group
    Form form = Form::whole;
-   bool linked = false; // stands in first_ or second_
-   bool wanted = false; // of a group: the deferred call is pending
-   bool rests = false;  // stands in resting_
+   bool linked = false;       // stands in first_ or second_
+   bool wanted = false;       // of a group: the deferred call is pending
+   bool rests = false;        // stands in resting_
    std::uint8_t failures = 0; // in a row
 };
 
@@ -169,7 +169,7 @@ class Queue {
    Resting resting_[ rests ];
    double nextTime_ = std::numeric_limits< double >::infinity();
    Running running_;
-   QueueItem * firstBefore_ = nullptr;  // the ends of both when the activation began
+   QueueItem * firstBefore_ = nullptr; // the ends of both when the activation began
    QueueItem * secondBefore_ = nullptr;
    unsigned activations_ = 0; // under way, nested
    std::uint64_t asked_ = 0;

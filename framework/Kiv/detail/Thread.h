@@ -22,9 +22,7 @@ void ownThread() noexcept;
 // null, and `attribute` empty.
 [[gnu::cold]] void onOtherThread( PtrInterface const * object, char const * attribute ) noexcept;
 
-inline bool onOwnThread() {
-   return ownerMark.load( std::memory_order_relaxed ) == &threadMark;
-}
+inline bool onOwnThread() { return ownerMark.load( std::memory_order_relaxed ) == &threadMark; }
 
 inline bool hasOwnThread() { return ownerMark.load( std::memory_order_relaxed ) != nullptr; }
 

@@ -14,11 +14,11 @@ namespace Kiv::detail {
 // without an end. It is cut when it has delivered `limit` callbacks and timers.
 //
 // A burst, however large, ends by itself, and is not cut: timers that fired in the middle of it
-// would see half of what was declared in one instant. What tells the two apart is how often work has
-// led to more work. All that was asked for by the time the turn begins is its first generation, what
-// came by the end of that its second, and so on: an aggregation has few generations, whatever its
-// size, an endless turn as many as one waits for. So a turn is cut in its 64th generation at the
-// earliest.
+// would see half of what was declared in one instant. What tells the two apart is how often work
+// has led to more work. All that was asked for by the time the turn begins is its first generation,
+// what came by the end of that its second, and so on: an aggregation has few generations, whatever
+// its size, an endless turn as many as one waits for. So a turn is cut in its 64th generation at
+// the earliest.
 class Turn {
  public:
    using Reactor = PtrInterface::NotifieeConst;
