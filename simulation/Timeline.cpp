@@ -8,14 +8,14 @@
 #include <set>
 #include <stdexcept>
 
-#include <simulation/detail/Json.h>
-#include <simulation/detail/Text.h>
+#include <Kiv/Printable.h>
+#include <simulation/Json.h>
 
 namespace Simulation {
 
 namespace {
 
-using detail::quoted;
+using Kiv::quoted;
 
 // Who stands in the directory, with the stages of its events, as the timeline goes by.
 class Directory {
@@ -115,7 +115,7 @@ class Directory {
       return false;
    }
 
-   std::string moment() const { return " at " + detail::jsonNumber( entry_->at ); }
+   std::string moment() const { return " at " + jsonNumber( entry_->at ); }
 
    void mistake( Place place, std::string text ) {
       mistakes_.push_back( { place, std::move( text ) } );

@@ -13,16 +13,14 @@
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 #include <tools/Lines.h>
 #include <tools/Streams.h>
 
 namespace Tools {
 
 namespace {
-
-namespace Text = Simulation::detail; // so that its quoted() is not taken for the library's
 
 // ---------------------------------------------------------------------------------------- help
 
@@ -106,8 +104,8 @@ std::string meant( std::string_view word, std::vector< std::string > const & nam
       auto const steps = begun ? 0 : distance( bare( word ), bare( name ) );
       if( steps > nearest )
          continue;
-      result = steps < nearest || result.empty() ? Text::quoted( name )
-                                                 : result + " or " + Text::quoted( name );
+      result = steps < nearest || result.empty() ? Kiv::quoted( name )
+                                                 : result + " or " + Kiv::quoted( name );
       nearest = steps;
    }
    return result;
@@ -135,7 +133,7 @@ std::string didYouMean( std::string const & names ) {
 std::string unknownSubcommand( CLI::App const & app, std::string_view name ) {
    auto const names = subcommandsOf( app );
    auto const near = meant( name, names );
-   return fmt::format( "unknown subcommand {}{}", Text::quoted( name ),
+   return fmt::format( "unknown subcommand {}{}", Kiv::quoted( name ),
                        near.empty() ? fmt::format( "; there are {}", fmt::join( names, ", " ) )
                                     : didYouMean( near ) );
 }
@@ -144,7 +142,7 @@ std::string unknownOption( CLI::App const & app ) {
    for( auto const & argument : app.remaining() ) {
       if( argument.size() > 1 && argument.front() == '-' && argument != "--" ) {
          auto const name = argument.substr( 0, argument.find( '=' ) );
-         return fmt::format( "unknown option {}{}", Text::quoted( name ),
+         return fmt::format( "unknown option {}{}", Kiv::quoted( name ),
                              didYouMean( meant( name, optionsOf( app ) ) ) );
       }
    }
@@ -163,8 +161,8 @@ std::string wrongWith( CLI::App const & app, CLI::App const & at, CLI::ParseErro
    if( auto const unknown = unknownOption( at ); !unknown.empty() )
       return unknown;
    if( dynamic_cast< CLI::ExtrasError const * >( &error ) && !left.empty() )
-      return fmt::format( "argument {} is one too many", Text::quoted( left.front() ) );
-   return Text::printable( error.what() );
+      return fmt::format( "argument {} is one too many", Kiv::quoted( left.front() ) );
+   return Kiv::printable( error.what() );
 }
 
 } // namespace

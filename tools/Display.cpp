@@ -6,16 +6,16 @@
 #include <numeric>
 #include <utility>
 
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 
 namespace Tools {
 
 namespace {
 
+using Kiv::printable;
 using Simulation::Result;
 using Simulation::StageChange;
-using Simulation::detail::printable;
 
 // Milliseconds are as fine as people care for; trailing zeros tell them nothing.
 std::string duration( double seconds ) {

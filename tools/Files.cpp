@@ -15,7 +15,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <simulation/detail/Text.h>
+#include <Kiv/Printable.h>
 
 namespace Tools {
 
@@ -247,11 +247,11 @@ bool isStandardOutput( std::string const & path ) {
 }
 
 std::string inputName( std::string const & path ) {
-   return path == standardStream ? "<stdin>" : Simulation::detail::printable( path );
+   return path == standardStream ? "<stdin>" : Kiv::printable( path );
 }
 
 std::string outputName( std::string const & path ) {
-   return path == standardStream ? "<stdout>" : Simulation::detail::printable( path );
+   return path == standardStream ? "<stdout>" : Kiv::printable( path );
 }
 
 std::string fileText( std::string const & path ) {

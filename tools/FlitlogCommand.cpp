@@ -20,8 +20,8 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <Flitlog/Reader.h>
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 #include <tools/CommandLine.h>
 #include <tools/Options.h>
 #include <tools/RecordFilter.h>
@@ -31,7 +31,7 @@ namespace Tools {
 
 namespace {
 
-using Simulation::detail::printable;
+using Kiv::printable;
 
 enum Exit { allRead = 0, notAllRead = 1, wrong = 2 };
 

@@ -8,8 +8,8 @@
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
 #include <Kiv/Exception.h>
+#include <Kiv/Printable.h>
 #include <Kiv/Trace.h>
-#include <simulation/detail/Text.h>
 
 namespace Tools {
 
@@ -28,7 +28,7 @@ unsigned levelsOf( std::string const & option, std::string const & text ) {
    try {
       return Kiv::traceLevels( text );
    } catch( Kiv::Exception const & error ) {
-      throw CLI::ValidationError( option, Simulation::detail::printable( error.what() ) );
+      throw CLI::ValidationError( option, Kiv::printable( error.what() ) );
    }
 }
 

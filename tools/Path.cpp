@@ -5,8 +5,8 @@
 #include <cctype>
 #include <charconv>
 
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 
 namespace Tools {
 
@@ -35,8 +35,8 @@ class Reader {
       return found;
    }
    [[noreturn]] void fail( char const * expected ) const {
-      throw PathError( fmt::format( "path {}: expected {} at byte {}",
-                                    Simulation::detail::quoted( text_ ), expected, place_ + 1 ) );
+      throw PathError( fmt::format( "path {}: expected {} at byte {}", Kiv::quoted( text_ ),
+                                    expected, place_ + 1 ) );
    }
 
    Step step() {
@@ -90,8 +90,7 @@ class Reader {
 };
 
 bool isPlain( std::string_view key ) {
-   return key.find_first_of( "[]\"\\ " ) == std::string_view::npos &&
-          Simulation::detail::printable( key ) == key;
+   return key.find_first_of( "[]\"\\ " ) == std::string_view::npos && Kiv::printable( key ) == key;
 }
 
 } // namespace
@@ -102,12 +101,12 @@ std::string escaped( std::string_view text, std::string_view special ) {
    std::string result;
    while( !text.empty() ) {
       // A character at a time, so that what can be read stays readable.
-      auto const length = std::max< std::size_t >( Simulation::detail::characterLength( text ), 1 );
+      auto const length = std::max< std::size_t >( Kiv::characterLength( text ), 1 );
       auto const character = text.substr( 0, length );
       if( special.find( character ) != std::string_view::npos ) {
          result += '\\';
          result += character;
-      } else if( Simulation::detail::printable( character ) == character ) {
+      } else if( Kiv::printable( character ) == character ) {
          result += character;
       } else {
          for( char const byte : character )

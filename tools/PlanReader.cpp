@@ -9,9 +9,9 @@
 #include <string>
 #include <unordered_set>
 
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
 #include <simulation/Timeline.h>
-#include <simulation/detail/Text.h>
 
 #include <tools/Scalar.h>
 #include <tools/YamlTree.h>
@@ -21,8 +21,8 @@ namespace Tools {
 namespace {
 
 using namespace Simulation;
-using Simulation::detail::characterLength;
-using Simulation::detail::quoted;
+using Kiv::characterLength;
+using Kiv::quoted;
 
 using Use = YamlNode::Use;
 using Keys = std::initializer_list< std::string_view >;

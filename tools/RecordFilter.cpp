@@ -7,8 +7,7 @@
 #include <stdexcept>
 
 #include <Kiv/Trace.h>
-#include <fmt/format.h>
-#include <simulation/detail/Json.h>
+#include <simulation/Json.h>
 
 namespace Tools {
 
@@ -46,13 +45,13 @@ std::string lineOf( Flitlog::Record const & record ) {
 }
 
 std::string jsonOf( Flitlog::Record const & record ) {
-   using namespace Simulation::detail;
-   return fmt::format( R"({{"sequence":{},"time":{},"handle":{},"level":{},"source":{},"line":{},)"
-                       R"("function":{},"text":{}}})",
-                       record.sequence,
-                       std::isnan( record.time ) ? "\"nan\"" : jsonNumber( record.time ),
-                       jsonString( record.handle ), record.level, jsonString( record.source ),
-                       record.line, jsonString( record.function ), jsonString( record.text ) );
+   Simulation::Json json;
+   json.object( Simulation::Json::Layout::dense ).member( "sequence", record.sequence );
+   json.member( "time", record.time ).member( "handle", record.handle );
+   json.member( "level", record.level ).member( "source", record.source );
+   json.member( "line", record.line ).member( "function", record.function );
+   json.member( "text", record.text ).end();
+   return json.text();
 }
 
 } // namespace Tools

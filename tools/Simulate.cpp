@@ -16,11 +16,11 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <Kiv/Exception.h>
+#include <Kiv/Printable.h>
 #include <Kiv/Trace.h>
 #include <fmt/format.h>
 #include <simulation/Engine.h>
 #include <simulation/RecordWriter.h>
-#include <simulation/detail/Text.h>
 #include <tools/Display.h>
 #include <tools/Files.h>
 #include <tools/Options.h>
@@ -32,8 +32,8 @@ namespace Tools {
 
 namespace {
 
+using Kiv::printable;
 using Simulation::Outcome;
-using Simulation::detail::printable;
 
 struct Options {
    std::string plan;

@@ -2,26 +2,25 @@
 #include <tools/Tree.h>
 
 #include <algorithm>
-#include <cmath>
 #include <deque>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Json.h>
-#include <simulation/detail/Text.h>
+#include <simulation/Json.h>
 
 namespace Tools {
 
 namespace {
 
 using Kiv::GenericIf;
+using Kiv::printable;
+using Kiv::quoted;
 using Kiv::Role;
 using Kiv::Value;
 using Kind = Kiv::Value::Kind;
-using Simulation::detail::printable;
-using Simulation::detail::quoted;
 
 // Paths of the objects, by where they are shown.
 using Places = std::unordered_map< Kiv::PtrInterface const *, std::string >;
@@ -102,8 +101,9 @@ class Writer {
    virtual void members( std::string const & label, std::size_t count,
                          std::string const & place ) = 0;
    virtual void beginMember( Kiv::String8 const & key ) = 0;
-   virtual void end() = 0;
-   std::string text;
+   virtual void endMembers() = 0;
+   virtual void endObject() { endMembers(); }
+   virtual std::string text() const = 0;
 };
 
 std::string nameOf( Value const & object ) {
@@ -136,7 +136,8 @@ class TextWriter : public Writer {
       line( label, counted( count ) + ( count == 0 ? "" : ", see " + place ) );
    }
    void beginMember( Kiv::String8 const & key ) override { member_ = bracketed( key.view() ); }
-   void end() override { --depth_; }
+   void endMembers() override { --depth_; }
+   std::string text() const override { return text_; }
 
  private:
    static std::string titled( Value const & object ) {
@@ -164,11 +165,12 @@ class TextWriter : public Writer {
    void line( std::string label, std::string const & what ) {
       if( label.empty() )
          label = std::exchange( member_, {} );
-      text.append( 2 * depth_, ' ' );
-      text += label.empty() ? what : label + ": " + what;
-      text += '\n';
+      text_.append( 2 * depth_, ' ' );
+      text_ += label.empty() ? what : label + ": " + what;
+      text_ += '\n';
    }
 
+   std::string text_;
    std::size_t depth_ = 0;
    std::string member_;
 };
@@ -176,102 +178,75 @@ class TextWriter : public Writer {
 class JsonWriter : public Writer {
  public:
    void value( std::string const & label, Value const & value ) override {
-      begin( label );
-      text += json( value );
-      finish();
+      labelled( label );
+      put( value );
    }
    void reference( std::string const & label, Value const & object,
                    std::string const & place ) override {
-      begin( label );
-      text += "{" + head( object ) +
-              ", \"see\": " + Simulation::detail::jsonString( place.empty() ? "/" : place ) + "}";
-      finish();
+      head( label, object );
+      json_.member( "see", place.empty() ? "/" : place ).end();
    }
    void beginObject( std::string const & label, Value const & object ) override {
-      begin( label );
-      text += "{" + head( object ) + ", \"attributes\": {";
-      open( "}}" );
+      head( label, object );
+      json_.key( "attributes" ).object( Json::Layout::lines );
    }
    void beginMembers( std::string const & label, std::size_t ) override {
-      begin( label );
-      text += "{";
-      open( "}" );
+      labelled( label );
+      json_.object( Json::Layout::lines );
    }
    void members( std::string const & label, std::size_t count, std::string const & ) override {
-      begin( label );
-      text += std::to_string( count );
-      finish();
+      labelled( label );
+      json_.value( count );
    }
-   void beginMember( Kiv::String8 const & key ) override {
-      member_ = Simulation::detail::jsonString( key.view() );
-   }
-   void end() override {
-      auto const [ closing, empty ] = open_.back();
-      open_.pop_back();
-      if( !empty )
-         newLine();
-      text += closing;
-      finish();
-   }
+   void beginMember( Kiv::String8 const & key ) override { json_.key( key.view() ); }
+   void endMembers() override { json_.end(); }
+   void endObject() override { json_.end().end(); }
+   std::string text() const override { return json_.text() + '\n'; }
 
  private:
-   struct Open {
-      char const * closing;
-      bool empty;
-   };
+   using Json = Simulation::Json;
 
-   static std::string head( Value const & object ) {
-      auto const name = nameOf( object );
-      return "\"type\": " + Simulation::detail::jsonString( object.object()->fwkType().name() ) +
-             ( name.empty() ? std::string()
-                            : ", \"name\": " + Simulation::detail::jsonString( name ) );
+   // A member has its key already, and what was asked for has none.
+   void labelled( std::string const & label ) {
+      if( !label.empty() )
+         json_.key( label );
    }
-   static std::string json( Value const & value ) {
+   void head( std::string const & label, Value const & object ) {
+      labelled( label );
+      json_.object().member( "type", object.object()->fwkType().name() );
+      if( auto const name = nameOf( object ); !name.empty() )
+         json_.member( "name", name );
+   }
+   void put( Value const & value ) {
       switch( value.kind() ) {
       case Kind::nothing:
-         return "null";
+         json_.null();
+         break;
       case Kind::boolean:
+         json_.value( value.boolean() );
+         break;
       case Kind::number:
-         return value.toString().str();
+         json_.value( value.number() );
+         break;
       case Kind::real:
-         return std::isnan( value.real() ) ? "\"nan\""
-                                           : Simulation::detail::jsonNumber( value.real() );
+         json_.value( value.real() );
+         break;
       case Kind::text:
       case Kind::object:
-         return Simulation::detail::jsonString( value.toString().view() );
+         json_.value( value.toString().view() );
+         break;
       case Kind::list:
+         json_.object();
+         for( auto const & entry : value.list() ) {
+            json_.key( entry.name.view() );
+            put( entry.value );
+         }
+         json_.end();
          break;
       }
-      std::string parts;
-      for( auto const & entry : value.list() ) {
-         parts += ( parts.empty() ? "" : ", " ) +
-                  Simulation::detail::jsonString( entry.name.view() ) + ": " + json( entry.value );
-      }
-      return "{" + parts + "}";
-   }
-   void begin( std::string const & label ) {
-      if( open_.empty() )
-         return;
-      if( !open_.back().empty )
-         text += ',';
-      open_.back().empty = false;
-      newLine();
-      text += ( label.empty() ? std::exchange( member_, {} )
-                              : Simulation::detail::jsonString( label ) ) +
-              ": ";
-   }
-   void open( char const * closing ) { open_.push_back( { closing, true } ); }
-   void newLine() {
-      text += '\n';
-      text.append( 2 * open_.size(), ' ' );
-   }
-   void finish() {
-      if( open_.empty() )
-         text += '\n';
    }
 
-   std::vector< Open > open_;
-   std::string member_;
+   Json json_;
 };
 
 // ------------------------------------------------------------------------------------ the tree
@@ -312,7 +287,7 @@ class Tree {
             put( row->name, access.read( row->name ), below );
       }
       ++levelsLeft_;
-      writer_.end();
+      writer_.endObject();
    }
 
    void members( std::string const & label, GenericIf const & owner, Kiv::Attribute const & row,
@@ -328,7 +303,7 @@ class Tree {
          put( "", i.value(), path + bracketed( i.key().view() ) );
       }
       ++levelsLeft_;
-      writer_.end();
+      writer_.endMembers();
    }
 
  private:
@@ -434,7 +409,7 @@ std::string shown( Kiv::Ptr< Kiv::PtrInterface const > const & root, std::string
       tree.object( "", target.value, own );
    else
       writer.value( "", target.value );
-   return writer.text;
+   return writer.text();
 }
 
 } // namespace Tools

@@ -8,8 +8,8 @@
 #include <sstream>
 #include <unordered_map>
 
+#include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <simulation/detail/Text.h>
 #include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/exceptions.h>
 #include <yaml-cpp/mark.h>
@@ -21,8 +21,8 @@ namespace Tools {
 
 namespace {
 
-using Simulation::detail::characterLength;
-using Simulation::detail::quoted;
+using Kiv::characterLength;
+using Kiv::quoted;
 
 // Turns byte offsets into lines and columns.
 class Places {

@@ -13,12 +13,12 @@ std::string lineOf( Link const & link ) {
    static char const * const ends[] = { "event", "time up", "no events", "change" };
    static char const * const begins[] = { "dependency", "critical", "decision", "enabled",
                                           "change" };
-   auto text = link.stage + ' ' + detail::jsonNumber( link.begin ) + " to " +
-               detail::jsonNumber( link.end ) + ", " + ends[ static_cast< int >( link.ended ) ];
+   auto text = link.stage + ' ' + jsonNumber( link.begin ) + " to " + jsonNumber( link.end ) +
+               ", " + ends[ static_cast< int >( link.ended ) ];
    text += link.event.empty() ? "" : ' ' + link.event;
    text += std::string( "; " ) + begins[ static_cast< int >( link.begun ) ];
    if( link.begun == Link::Begin::critical || link.begun == Link::Begin::decision )
-      text += " since " + detail::jsonNumber( link.ready );
+      text += " since " + jsonNumber( link.ready );
    return text + ( link.heldFor.empty() ? "" : " for " + link.heldFor );
 }
 

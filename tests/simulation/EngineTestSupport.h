@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <simulation/Engine.h>
-#include <simulation/detail/Json.h>
+#include <simulation/Json.h>
 
 // Plans in a few words, and a recorder of everything that an observer is told.
 
@@ -78,7 +78,7 @@ class Recorder : public Observer {
 
  private:
    static std::string line( double t, std::string const & text ) {
-      return detail::jsonNumber( t ) + ' ' + text;
+      return jsonNumber( t ) + ' ' + text;
    }
 };
 

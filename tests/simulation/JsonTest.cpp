@@ -1,5 +1,5 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <simulation/detail/Json.h>
+#include <simulation/Json.h>
 
 #include <cfloat>
 #include <cmath>
@@ -13,8 +13,9 @@
 
 namespace {
 
-using Simulation::detail::jsonNumber;
-using Simulation::detail::jsonString;
+using Simulation::Json;
+using Simulation::jsonNumber;
+using Simulation::jsonString;
 
 TEST( Json, AStringStandsBetweenQuotes ) {
    EXPECT_EQ( jsonString( "" ), R"("")" );
@@ -61,9 +62,10 @@ TEST( Json, FractionsAreWrittenAsTheShortestTextThatReadsBack ) {
    EXPECT_EQ( jsonNumber( DBL_MIN ), "2.2250738585072014e-308" );
 }
 
-TEST( Json, InfinityIsAString ) {
+TEST( Json, WhatIsNoNumberInJsonIsAString ) {
    EXPECT_EQ( jsonNumber( std::numeric_limits< double >::infinity() ), R"("inf")" );
    EXPECT_EQ( jsonNumber( -std::numeric_limits< double >::infinity() ), R"("-inf")" );
+   EXPECT_EQ( jsonNumber( std::numeric_limits< double >::quiet_NaN() ), R"("nan")" );
 }
 
 TEST( Json, EveryNumberReadsBackAsTheSameDouble ) {
@@ -75,6 +77,36 @@ TEST( Json, EveryNumberReadsBackAsTheSameDouble ) {
       if( std::isfinite( value ) )
          ASSERT_EQ( std::strtod( jsonNumber( value ).c_str(), nullptr ), value );
    }
+}
+
+TEST( Json, AValueMayStandAlone ) {
+   EXPECT_EQ( Json().value( "true" ).text(), R"("true")" );
+   EXPECT_EQ( Json().value( true ).text(), "true" );
+   EXPECT_EQ( Json().value( std::uint64_t( -1 ) ).text(), "18446744073709551615" );
+   EXPECT_EQ( Json().null().text(), "null" );
+   EXPECT_EQ( Json().object( Json::Layout::lines ).end().text(), "{}" );
+}
+
+// The same members in an object of a layout, with an object and an array in the usual one.
+std::string laidOut( Json::Layout layout ) {
+   Json json;
+   json.object( layout ).member( "a", 1 ).key( "b" ).object().member( "c", "d" ).end();
+   json.key( "e" ).array().value( 2.5 ).value( false ).end().end();
+   return json.text();
+}
+
+TEST( Json, MembersAreSetApartAsTheirOwnObjectOrArraySays ) {
+   EXPECT_EQ( laidOut( Json::Layout::dense ), R"({"a":1,"b":{"c": "d"},"e":[2.5, false]})" );
+   EXPECT_EQ( laidOut( Json::Layout::spaced ), R"({"a": 1, "b": {"c": "d"}, "e": [2.5, false]})" );
+   EXPECT_EQ( laidOut( Json::Layout::lines ), "{\n  \"a\": 1,\n  \"b\": {\"c\": \"d\"},\n"
+                                              "  \"e\": [2.5, false]\n}" );
+}
+
+TEST( Json, LinesAreIndentedByWhatIsLaidOutInLines ) {
+   Json json;
+   json.object( Json::Layout::lines ).key( "a" ).object().key( "b" );
+   json.array( Json::Layout::lines ).null().null().end().end().member( "c", 0 ).end();
+   EXPECT_EQ( json.text(), "{\n  \"a\": {\"b\": [\n    null,\n    null\n  ]},\n  \"c\": 0\n}" );
 }
 
 } // namespace

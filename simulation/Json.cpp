@@ -1,13 +1,14 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <simulation/detail/Json.h>
+#include <simulation/Json.h>
 
 #include <cassert>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
-#include <simulation/detail/Text.h>
+#include <Kiv/Printable.h>
 
-namespace Simulation::detail {
+namespace Simulation {
 
 namespace {
 
@@ -44,7 +45,7 @@ std::string escaped( char c ) {
 std::string jsonString( std::string_view text ) {
    std::string result = "\"";
    while( !text.empty() ) {
-      auto const length = characterLength( text );
+      auto const length = Kiv::characterLength( text );
       if( length == 1 )
          result += escaped( text.front() );
       else
@@ -55,7 +56,8 @@ std::string jsonString( std::string_view text ) {
 }
 
 std::string jsonNumber( double value ) {
-   assert( !std::isnan( value ) );
+   if( std::isnan( value ) )
+      return "\"nan\"";
    if( std::isinf( value ) )
       return value > 0 ? "\"inf\"" : "\"-inf\"";
    double constexpr exactIntegers = 9007199254740992.0;
@@ -67,4 +69,56 @@ std::string jsonNumber( double value ) {
    return std::string( text, end.ptr );
 }
 
-} // namespace Simulation::detail
+Json & Json::begin( char opening, Layout layout ) {
+   put( std::string_view( &opening, 1 ) );
+   open_.push_back( { opening == '{' ? '}' : ']', layout } );
+   levels_ += layout == Layout::lines;
+   return *this;
+}
+
+Json & Json::end() {
+   assert( !open_.empty() && !keyed_ );
+   auto const [ closing, layout, empty ] = open_.back();
+   open_.pop_back();
+   levels_ -= layout == Layout::lines;
+   if( layout == Layout::lines && !empty )
+      newLine();
+   text_ += closing;
+   return *this;
+}
+
+Json & Json::key( std::string_view name ) {
+   assert( !open_.empty() && open_.back().closing == '}' && !keyed_ );
+   separate();
+   text_ += jsonString( name );
+   text_ += open_.back().layout == Layout::dense ? ":" : ": ";
+   keyed_ = true;
+   return *this;
+}
+
+Json & Json::put( std::string_view text ) {
+   if( !std::exchange( keyed_, false ) ) {
+      assert( open_.empty() ? text_.empty() : open_.back().closing == ']' );
+      separate();
+   }
+   text_ += text;
+   return *this;
+}
+
+// Sets the next member apart from what stands before it.
+void Json::separate() {
+   if( open_.empty() )
+      return;
+   auto & [ closing, layout, empty ] = open_.back();
+   if( !std::exchange( empty, false ) )
+      text_ += layout == Layout::spaced ? ", " : ",";
+   if( layout == Layout::lines )
+      newLine();
+}
+
+void Json::newLine() {
+   text_ += '\n';
+   text_.append( 2 * levels_, ' ' );
+}
+
+} // namespace Simulation
