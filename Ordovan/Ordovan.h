@@ -3,7 +3,6 @@
 #pragma once
 
 #include <Ordovan/ConfigSm.h>
-#include <Ordovan/Explain.h>
 #include <Ordovan/LogSm.h>
 #include <Ordovan/Manager.h>
 #include <Ordovan/StageEnableSm.h>

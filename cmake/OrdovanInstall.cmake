@@ -5,7 +5,7 @@ include( CMakePackageConfigHelpers )
 get_property( libraries GLOBAL PROPERTY ORDOVAN_LIBRARIES )
 install( TARGETS ${libraries} EXPORT OrdovanTargets
    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
-install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan
+install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan Explain
    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h" )
 set( commands "" )
 if( TARGET ordovan_command )

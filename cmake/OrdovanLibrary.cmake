@@ -1,14 +1,21 @@
 # Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #
-# ordovan_library( NAME INCLUDE_ROOT DIR [LIBRARIES LIB...] )
+# ordovan_library( NAME INCLUDE_ROOT DIR [LIBRARIES LIB...] [FOLDERS DIR...] )
 #
-# The shared library lib<NAME>.so.0 from every source of the current folder and of its detail/.
+# The shared library lib<NAME>.so.0 from every source of the current folder, of FOLDERS, and of the
+# detail/ of each.
 # INCLUDE_ROOT is the folder against which its headers are included. Sources are found by pattern:
 # a new file needs no edit of a list.
 
 function( ordovan_library name )
-   cmake_parse_arguments( PARSE_ARGV 1 arg "" "INCLUDE_ROOT" "LIBRARIES" )
-   file( GLOB sources CONFIGURE_DEPENDS *.cpp detail/*.cpp *.h detail/*.h )
+   cmake_parse_arguments( PARSE_ARGV 1 arg "" "INCLUDE_ROOT" "LIBRARIES;FOLDERS" )
+   set( patterns "" )
+   foreach( folder IN LISTS CMAKE_CURRENT_SOURCE_DIR arg_FOLDERS )
+      foreach( pattern *.cpp detail/*.cpp *.h detail/*.h )
+         list( APPEND patterns "${folder}/${pattern}" )
+      endforeach()
+   endforeach()
+   file( GLOB sources CONFIGURE_DEPENDS ${patterns} )
    add_library( ${name} SHARED ${sources} )
    add_library( Ordovan::${name} ALIAS ${name} )
    target_compile_features( ${name} PUBLIC cxx_std_20 )

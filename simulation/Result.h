@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include <Ordovan/Explain.h>
+#include <Explain/Explain.h>
 
 #include <simulation/Determined.h>
 #include <simulation/Plan.h>

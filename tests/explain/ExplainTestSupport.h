@@ -2,6 +2,7 @@
 // A start-up of real state machines, without a simulation, and what is said of it in short.
 #pragma once
 
+#include <Explain/Explain.h>
 #include <Ordovan/Ordovan.h>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // The sentences. Explanations are written by hand, so that each step can be met alone.
-#include <Ordovan/Explain.h>
+#include <Explain/Explain.h>
 
 #include <gtest/gtest.h>
 

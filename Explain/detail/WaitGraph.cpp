@@ -1,5 +1,5 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <Ordovan/detail/WaitGraph.h>
+#include <Explain/detail/WaitGraph.h>
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,11 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Reads the state machines into a value, then looks for the roots in that value alone.
 
-#include <Ordovan/Explain.h>
+#include <Explain/Explain.h>
+
+#include <Explain/detail/WaitGraph.h>
 
 #include <Ordovan/StatusSm.h>
-#include <Ordovan/detail/WaitGraph.h>
 
 #include <algorithm>
 #include <limits>

@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // An explanation in sentences.
 
-#include <Ordovan/Explain.h>
+#include <Explain/Explain.h>
 
 #include <Kiv/Printable.h>
 
