@@ -5,8 +5,17 @@ include( CMakePackageConfigHelpers )
 get_property( libraries GLOBAL PROPERTY ORDOVAN_LIBRARIES )
 install( TARGETS ${libraries} EXPORT OrdovanTargets
    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
-install( DIRECTORY framework/Kiv framework/Flitlog Stage Ordovan Explain
-   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING PATTERN "*.h" )
+
+# The prefix is not known before `cmake --install` runs, so it stands there as it is written here.
+get_property( headerFolders GLOBAL PROPERTY ORDOVAN_HEADER_FOLDERS )
+set( includeDestination "${CMAKE_INSTALL_INCLUDEDIR}" )
+if( NOT IS_ABSOLUTE "${includeDestination}" )
+   string( PREPEND includeDestination "\${CMAKE_INSTALL_PREFIX}/" )
+endif()
+install( CODE "set( ORDOVAN_HEADER_FOLDERS \"${headerFolders}\" )
+   set( ORDOVAN_INCLUDE_DESTINATION \"${includeDestination}\" )" )
+install( SCRIPT cmake/OrdovanInstallHeaders.cmake )
+
 set( commands "" )
 if( TARGET ordovan_command )
    set( commands ordovan_command flitlog_command )

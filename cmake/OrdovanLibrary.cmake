@@ -5,7 +5,8 @@
 # The shared library lib<NAME>.so.0 from every source of the current folder, of FOLDERS, and of the
 # detail/ of each.
 # INCLUDE_ROOT is the folder against which its headers are included. Sources are found by pattern:
-# a new file needs no edit of a list.
+# a new file needs no edit of a list. The headers of these folders themselves are public; one in
+# detail/ is installed if one of those includes it.
 
 function( ordovan_library name )
    cmake_parse_arguments( PARSE_ARGV 1 arg "" "INCLUDE_ROOT" "LIBRARIES;FOLDERS" )
@@ -35,4 +36,6 @@ function( ordovan_library name )
       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
       INSTALL_RPATH "$ORIGIN" )
    set_property( GLOBAL APPEND PROPERTY ORDOVAN_LIBRARIES ${name} )
+   set_property( GLOBAL APPEND PROPERTY ORDOVAN_HEADER_FOLDERS
+      "${CMAKE_CURRENT_SOURCE_DIR}" ${arg_FOLDERS} )
 endfunction()
