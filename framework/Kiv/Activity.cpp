@@ -23,6 +23,13 @@
 namespace Kiv {
 
 namespace detail {
+// What the manager does for a loop around its own while work comes and goes outside of a turn.
+struct Embedding {
+   static void workArrived( ActivityManager & manager ) noexcept;
+   static void workGone( ActivityManager & manager ) noexcept;
+   static void timersChanged( ActivityManager & manager ) noexcept;
+};
+
 // The manager, once its loop lives in another one, which has to hear of work.
 static ActivityManager * embedded = nullptr;
 // This process was forked from the one that made the manager. It shares the descriptors of the
@@ -375,38 +382,6 @@ bool ActivityManager::runWorld() {
    return runOfRound();
 }
 
-void ActivityManager::workArrived() noexcept {
-   if( inTurn_ )
-      return;
-   woken_ = true;
-   world_->wakeup->wake();
-}
-
-void ActivityManager::workGone() noexcept {
-   if( inTurn_ || !woken_ )
-      return;
-   try {
-      rearm();
-   } catch( ... ) {
-      world_->wakeup->wake(); // once too often does no harm
-   }
-}
-
-void ActivityManager::timersChanged() noexcept {
-   if( inTurn_ )
-      return;
-   double const delay = clock_->delayUntil( nextTime() );
-   if( delay <= 0 )
-      workArrived();
-   else
-      workGone();
-   try {
-      world_->wakeup->alarmIs( delay );
-   } catch( ... ) {
-      world_->wakeup->wake(); // the loop around this one asks when the next timer is due
-   }
-}
-
 int ActivityManager::descriptor() {
    checkProcess();
    rearm();
@@ -470,19 +445,51 @@ void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
 
 namespace detail {
 
+void Embedding::workArrived( ActivityManager & manager ) noexcept {
+   if( manager.inTurn_ )
+      return;
+   manager.woken_ = true;
+   manager.world_->wakeup->wake();
+}
+
+void Embedding::workGone( ActivityManager & manager ) noexcept {
+   if( manager.inTurn_ || !manager.woken_ )
+      return;
+   try {
+      manager.rearm();
+   } catch( ... ) {
+      manager.world_->wakeup->wake(); // once too often does no harm
+   }
+}
+
+void Embedding::timersChanged( ActivityManager & manager ) noexcept {
+   if( manager.inTurn_ )
+      return;
+   double const delay = manager.clock_->delayUntil( manager.nextTime() );
+   if( delay <= 0 )
+      workArrived( manager );
+   else
+      workGone( manager );
+   try {
+      manager.world_->wakeup->alarmIs( delay );
+   } catch( ... ) {
+      manager.world_->wakeup->wake(); // the loop around this one asks when the next timer is due
+   }
+}
+
 void workArrived() noexcept {
    if( embedded ) [[unlikely]]
-      embedded->workArrived();
+      Embedding::workArrived( *embedded );
 }
 
 void workGone() noexcept {
    if( embedded ) [[unlikely]]
-      embedded->workGone();
+      Embedding::workGone( *embedded );
 }
 
 void timersChanged() noexcept {
    if( embedded ) [[unlikely]]
-      embedded->timersChanged();
+      Embedding::timersChanged( *embedded );
 }
 
 } // namespace detail

@@ -31,6 +31,10 @@ namespace Kiv {
 class Activity;
 class ActivityManager;
 
+namespace detail {
+struct Embedding;
+} // namespace detail
+
 // Identifies the activity in which a reactor's callbacks run. There is one in a process.
 class KIV_EXPORT ActivityConfig : public PtrInterface {
  public:
@@ -154,15 +158,10 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // Null: the built-in one, epoll over an eventfd and a timerfd. Watches are lost.
    void wakeupIs( std::unique_ptr< Wakeup > wakeup );
 
-   // For the framework: work has come or is gone, or the next timer is another, while the loop is
-   // embedded.
-   void workArrived() noexcept;
-   void workGone() noexcept;
-   void timersChanged() noexcept;
-
  private:
    friend KIV_EXPORT Ptr< ActivityManager > const & activityManager();
    friend class Activity;
+   friend struct detail::Embedding;
    struct World;
 
    ActivityManager();
@@ -198,12 +197,14 @@ KIV_EXPORT Ptr< ActivityManager > const & activityManager();
 // The state machine of the activity, as reactors see it.
 class KIV_EXPORT Activity {
  public:
-   explicit Activity( ActivityManager & manager ) : manager_( manager ) {}
    ActivityManager & manager() const { return manager_; }
    // Inside a callback, a timer, a task, or what else the loop calls.
    bool running() const;
 
  private:
+   friend class ActivityManager;
+   explicit Activity( ActivityManager & manager ) : manager_( manager ) {}
+
    ActivityManager & manager_;
 };
 
