@@ -1,36 +1,13 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // What a callback that was cut short has done already, when nobody wants it any more by the time at
 // which it is delivered again.
-#include "../support/World.h"
-#include "Allocations.h"
+#include "CutShort.h"
 
-#include <gtest/gtest.h>
-
-using testing_support::Allocations;
-using testing_support::World;
+using namespace testing_support;
 
 namespace {
 
-class LeftBehind : public testing::Test {
- protected:
-   void SetUp() override { testing::internal::CaptureStderr(); }
-   void TearDown() override {
-      Allocations::failNever();
-      testing::internal::GetCapturedStderr();
-   }
-   // Runs `call` with one allocation failing; whether one did.
-   template< class Call >
-   static bool failing( std::size_t others, Call call ) {
-      Allocations::failAfter( others, 1 );
-      {
-         Allocations::Counted const counted;
-         call();
-      }
-      bool const failed = Allocations::failed() != 0;
-      Allocations::failNever();
-      return failed;
-   }
-};
+using LeftBehind = CutShort;
 
 } // namespace
 
@@ -71,10 +48,7 @@ TEST_F( LeftBehind, AStageThatReplacesOneWhoseCompletionWasCutShortIsNotComplete
       w.pass( 1 );
       ASSERT_TRUE( statusSm->stageSm( "A" ) );
       event->completeIs( true );
-      failed = failing( places, [] {
-         while( Kiv::activityManager()->runOne() && Allocations::failed() == 0 ) {
-         }
-      } );
+      failed = failing( places, [] { untilCutShort(); } );
       bool const before = statusSm->stageSm( "A" )->complete();
       auto const elsewhere = Stage::Status::StatusIs( "elsewhere" );
       auto const other = elsewhere->stageIs( "A" );

@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "StartUp.h"
 
-#include "Allocations.h"
+#include "../support/Allocations.h"
 
 #include <Ordovan/Ordovan.h>
 

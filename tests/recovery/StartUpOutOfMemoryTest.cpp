@@ -2,7 +2,7 @@
 // A start-up in which each allocation fails, one after the other: alone, with those that follow it,
 // and until much later. Once memory is there again all is as if nothing had been: the same states,
 // and no line of the log is missing.
-#include "Allocations.h"
+#include "../support/Allocations.h"
 #include "StartUp.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +15,8 @@
 namespace {
 
 using testing_support::Allocations;
+using testing_support::AllocationsOf;
+using testing_support::FailingAllocations;
 using testing_support::Picture;
 using testing_support::playStartUp;
 
@@ -74,19 +76,22 @@ constexpr std::size_t step = 1;
 // Plays with `failures` failing from each allocation on; how many of the places end otherwise.
 void playWithFailures( std::size_t failures, bool timesToo ) {
    std::size_t const first = failures % step;
-   Allocations::failAfter( ~std::size_t{ 0 }, 0 );
-   std::vector< Picture > const undisturbed = playStartUp();
-   std::size_t const places = Allocations::counted();
-   Allocations::failNever();
+   std::vector< Picture > undisturbed;
+   std::size_t places = 0;
+   {
+      Allocations const none( 0, FailingAllocations::none, AllocationsOf::whatIsCounted );
+      undisturbed = playStartUp();
+      places = Allocations::count();
+   }
    ASSERT_GT( places, 2000U );
    std::size_t wrong = 0;
    for( std::size_t place = first; place < places; place += step ) {
       std::vector< Picture > seen;
       {
          Silence const silence;
-         Allocations::failAfter( place, failures );
+         Allocations const some( place, FailingAllocations{ failures },
+                                 AllocationsOf::whatIsCounted );
          seen = playStartUp();
-         Allocations::failNever();
       }
       ASSERT_EQ( seen.size(), undisturbed.size() );
       std::string found;

@@ -2,28 +2,30 @@
 #include "Allocations.h"
 
 #include <cstdlib>
-#include <limits>
 #include <new>
 
 namespace {
 
-constexpr std::size_t never = std::numeric_limits< std::size_t >::max();
-
-std::size_t left = never;
-std::size_t made = 0;
-bool onlyOne = true;
-bool failed = false;
+struct State {
+   std::size_t left = 0;   // that do not fail before the first that does
+   std::size_t toFail = 0; // from that one on
+   std::size_t made = 0;
+   bool failed = false;
+   bool counts = true;
+};
+State state;
 
 void * allocate( std::size_t size ) noexcept {
-   ++made;
-   if( left == 0 ) {
-      failed = true;
-      if( onlyOne )
-         left = never;
-      return nullptr;
+   if( state.counts ) {
+      ++state.made;
+      if( state.left != 0 ) {
+         --state.left;
+      } else if( state.toFail != 0 ) {
+         --state.toFail;
+         state.failed = true;
+         return nullptr;
+      }
    }
-   if( left != never )
-      --left;
    return std::malloc( size != 0 ? size : 1 );
 }
 
@@ -31,16 +33,23 @@ void * allocate( std::size_t size ) noexcept {
 
 namespace testing_support {
 
-Allocations::Allocations( std::size_t others, FailingAllocations failing ) noexcept {
-   left = others;
-   onlyOne = failing == FailingAllocations::one;
-   failed = false;
-   made = 0;
+Allocations::Allocations( std::size_t others, FailingAllocations failing,
+                          AllocationsOf of ) noexcept {
+   state = { others, static_cast< std::size_t >( failing ), 0, false,
+             of == AllocationsOf::everything };
 }
-Allocations::~Allocations() { failNone(); }
-bool Allocations::hasFailed() noexcept { return failed; }
-std::size_t Allocations::count() noexcept { return made; }
-void Allocations::failNone() noexcept { left = never; }
+Allocations::~Allocations() {
+   failNone();
+   state.counts = true;
+}
+bool Allocations::hasFailed() noexcept { return state.failed; }
+std::size_t Allocations::count() noexcept { return state.made; }
+void Allocations::failNone() noexcept { state.toFail = 0; }
+
+Allocations::Counted::Counted() noexcept : before_( state.counts ) { state.counts = true; }
+Allocations::Counted::~Counted() { state.counts = before_; }
+Allocations::Apart::Apart() noexcept : before_( state.counts ) { state.counts = false; }
+Allocations::Apart::~Apart() { state.counts = before_; }
 
 } // namespace testing_support
 
