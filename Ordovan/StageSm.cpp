@@ -323,7 +323,10 @@ void StageSm::catchUp() {
    // What the other stage's completion was kept from is this one's only when all is seen.
    String8 const owed = untold_;
    untold_ = String8();
-   detail::OnException const stillOwed( [ & ] { untold_ = owed; } );
+   detail::OnException const stillOwed( [ & ] {
+      if( !owed.empty() ) // else there may be a debt of this stage's own by now
+         untold_ = owed;
+   } );
    // What is incomplete is pending before any event is looked at: else the set could run empty in
    // between, and the stage complete.
    for( auto i = stage()->eventIteratorConst(); i; ++i )
