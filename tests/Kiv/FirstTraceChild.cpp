@@ -48,6 +48,17 @@ void passPoint( Pieces const & pieces ) {
 // How the process that passes the points ends.
 enum Exit { allocationsLeft = 0, allAllocationsMade = 1, thrown = 2 };
 
+// How many allocations the first pass and the second made, for the parent to see.
+struct Made {
+   std::size_t first;
+   std::size_t second;
+};
+Made & made() {
+   static void * const shared =
+      mmap( nullptr, sizeof( Made ), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0 );
+   return *static_cast< Made * >( shared );
+}
+
 // In a process of its own. Standard error is a file of the parent's.
 [[noreturn]] void passPoints( Pieces const & pieces, std::size_t others,
                               FailingAllocations failing ) {
@@ -61,8 +72,13 @@ enum Exit { allocationsLeft = 0, allAllocationsMade = 1, thrown = 2 };
          hasThrown = true;
       }
       hasFailed = Allocations::hasFailed();
+      made().first = Allocations::count();
    }
-   passPoint( pieces );
+   {
+      Allocations const none( 0, FailingAllocations::none );
+      passPoint( pieces );
+      made().second = Allocations::count();
+   }
    _exit( hasThrown ? thrown : hasFailed ? allocationsLeft : allAllocationsMade );
 }
 
@@ -93,6 +109,7 @@ std::vector< std::string > recordsOf( std::string path, pid_t process ) {
 
 Result run( std::size_t others, FailingAllocations failing, char const * ring ) {
    static Pieces const pieces;
+   made() = {};
    Result result;
    int const printed = memfd_create( "printed", 0 );
    std::fflush( stdout );
@@ -172,6 +189,18 @@ int main( int count, char ** arguments ) {
    char const * const ring = count > 2 ? arguments[ 2 ] : nullptr;
    char const * const settings = std::getenv( "KIV_TRACE" );
    bool const text = settings && *settings;
+   // Undisturbed first, to know how many there are. The first pass makes what every one uses.
+   if( std::string const problem =
+          problemOf( run( 0, FailingAllocations::none, ring ), text, ring );
+       !problem.empty() ) {
+      std::printf( "undisturbed: %s\n", problem.c_str() );
+      return 1;
+   }
+   Made const undisturbed = made();
+   if( undisturbed.first <= undisturbed.second ) {
+      std::printf( "nothing is made at first use\n" );
+      return 1;
+   }
    std::size_t others = 0;
    for( int status = allocationsLeft; status == allocationsLeft; ++others ) {
       Result const result = run( others, failing, ring );
@@ -181,5 +210,10 @@ int main( int count, char ** arguments ) {
       }
       status = WEXITSTATUS( result.status );
    }
-   std::printf( others > 1 ? "ok\n" : "nothing could fail\n" ); // the last try is without
+   // The last try is the one in which none failed.
+   if( others != undisturbed.first + 1 ) {
+      std::printf( "%zu of %zu allocations failed\n", others - 1, undisturbed.first );
+      return 1;
+   }
+   std::printf( "ok\n" );
 }
