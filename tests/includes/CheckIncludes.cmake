@@ -3,8 +3,8 @@
 # cmake -DTREE=FOLDER -P CheckIncludes.cmake
 #
 # Fails, and names file and line, when a source below FOLDER includes against the direction of the
-# layers, or when one that may use the standard library and the operating system only includes
-# anything else.
+# layers or what is in another layer's detail/, or when one that may use the standard library and the
+# operating system only includes anything else.
 
 cmake_minimum_required( VERSION 3.25 )
 
@@ -32,7 +32,9 @@ function( checkInclude file number layer header )
       return()
    else()
       set( first "${CMAKE_MATCH_1}" )
-      if( first IN_LIST allowed )
+      if( header MATCHES "^[^/]+/detail/" AND first IN_LIST layers AND NOT first STREQUAL layer )
+         set( problem "is private to ${first}" )
+      elseif( first IN_LIST allowed )
          return()
       elseif( first STREQUAL "detail" AND EXISTS "${folder}/${header}" )
          return()

@@ -54,6 +54,8 @@ expectReport( Ordovan/Bad.cpp "  #  include <simulation/Plan.h>" "simulation/Pla
 expectReport( Ordovan/Bad.h "#include <Explain/Explain.h>" "Explain/Explain.h is above Ordovan" )
 expectReport( Explain/Bad.h "#include <simulation/Plan.h>" "simulation/Plan.h is above Explain" )
 expectReport( simulation/Bad.h "#include <tools/Plan.h>" "tools/Plan.h is above simulation" )
+expectReport( tools/Bad.cpp "#include <simulation/detail/Due.h>" "simulation/detail/Due.h is private to simulation" )
+expectReport( Stage/Bad.h "#include <Kiv/detail/Count.h>" "Kiv/detail/Count.h is private to Kiv" )
 expectReport( tools/Bad.cpp "#include <tests/Helper.h>" "tests/Helper.h is no part of any layer" )
 expectReport( Stage/Bad.cpp "#include \"../Ordovan/Ordovan.h\"" "../Ordovan/Ordovan.h is a path with dots" )
 expectReport( Stage/Bad.cpp "#include <Kiv/../../Ordovan/Ordovan.h>" "Kiv/../../Ordovan/Ordovan.h is a path with dots" )
