@@ -2,6 +2,7 @@
 #include <tools/FlitlogCommand.h>
 
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -11,7 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include <poll.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@
 #include <Kiv/Printable.h>
 #include <fmt/format.h>
 #include <tools/CommandLine.h>
+#include <tools/Number.h>
 #include <tools/Options.h>
 #include <tools/RecordFilter.h>
 #include <tools/Streams.h>
@@ -99,6 +101,7 @@ class Printing {
    void follow();
    void complain( std::string const & sentence ) const;
    void complainOfNew();
+   void tellMore( std::uint64_t & told, std::uint64_t now, char const * what ) const;
    bool readAll() const;
 
    Options const & options_;
@@ -118,21 +121,16 @@ void Printing::complain( std::string const & sentence ) const {
 void Printing::complainOfNew() {
    for( ; problemsTold_ != reader_->problems().size(); ++problemsTold_ )
       complain( reader_->problems()[ problemsTold_ ] );
-   if( auto const now = reader_->overwritten(); now != overwrittenTold_ ) {
-      complain( fmt::format( "{} records were overwritten before they could be read",
-                             now - overwrittenTold_ ) );
-      overwrittenTold_ = now;
-   }
-   if( auto const now = reader_->lostDescriptors(); now != lostPointsTold_ ) {
-      complain( fmt::format( "{} trace points had no room for their descriptors; none of their "
-                             "records is there",
-                             now - lostPointsTold_ ) );
-      lostPointsTold_ = now;
-   }
-   if( auto const now = reader_->lostRecords(); now != lostTold_ ) {
-      complain( fmt::format( "{} records were not written", now - lostTold_ ) );
-      lostTold_ = now;
-   }
+   tellMore( overwrittenTold_, reader_->overwritten(),
+             "records were overwritten before they could be read" );
+   tellMore( lostPointsTold_, reader_->lostDescriptors(),
+             "trace points had no room for their descriptors; none of their records is there" );
+   tellMore( lostTold_, reader_->lostRecords(), "records were not written" );
+}
+
+void Printing::tellMore( std::uint64_t & told, std::uint64_t now, char const * what ) const {
+   if( now != told )
+      complain( fmt::format( "{} {}", now - std::exchange( told, now ), what ) );
 }
 
 bool Printing::print( Flitlog::Record const & record ) {
@@ -202,52 +200,40 @@ void resolveTimes( Options & options ) {
       options.filter.to = absolute( *options.to );
 }
 
-template< class Parse >
-auto parsed( std::string const & option, std::string const & text, Parse parse ) {
-   try {
-      return parse( text );
-   } catch( std::invalid_argument const & error ) {
-      throw CLI::ValidationError( option,
-                                  fmt::format( "\"{}\", {}", printable( text ), error.what() ) );
-   }
+// Adds an option that takes a finite number of something.
+template< class Number >
+void addNumber( CLI::App & app, std::string const & option, std::string const & type,
+                std::string const & description, std::string const & of,
+                std::optional< Number > & number ) {
+   addText( app, option, type, description, [ =, &number ]( std::string const & text ) {
+      number = numberOf< Number >( text );
+      if( !number || !std::isfinite( static_cast< double >( *number ) ) ) {
+         throw CLI::ValidationError(
+            option, fmt::format( "\"{}\", expected a number of {}", printable( text ), of ) );
+      }
+   } );
 }
 
 void addOptions( CLI::App & app, Options & options ) {
    app.add_option( "FILE", options.path, "The trace file" )->required();
-   auto const seconds = [ &app ]( char const * name, std::optional< double > & to,
-                                  char const * what ) {
-      app.add_option_function< std::string >(
-            std::string( "--" ) + name,
-            [ name, &to ]( std::string const & text ) {
-               to = parsed( std::string( "--" ) + name, text, &secondsOf );
-            },
-            what )
-         ->type_name( "SECONDS" );
-   };
-   seconds( "from", options.from,
-            "Only records of this time and later; below 0: as long before the newest record" );
-   seconds( "to", options.to, "Only records of this time and earlier, likewise" );
+   addNumber( app, "--from", "SECONDS",
+              "Only records of this time and later; below 0: as long before the newest record",
+              "seconds", options.from );
+   addNumber( app, "--to", "SECONDS", "Only records of this time and earlier, likewise", "seconds",
+              options.to );
    app.add_option( "--handle", options.filter.handles,
                    "Only records of the trace handle NAME; may be given several times" )
       ->type_name( "NAME" )
       ->expected( 1 )
       ->multi_option_policy( CLI::MultiOptionPolicy::TakeAll );
-   app.add_option_function< std::string >(
-         "--level",
-         [ &options ]( std::string const & text ) {
-            options.filter.levels = levelsOf( "--level", text );
-         },
-         "Only records of these levels, as in 8 or 7-9,0" )
-      ->type_name( "LEVELS" );
+   addText( app, "--level", "LEVELS", "Only records of these levels, as in 8 or 7-9,0",
+            [ &options ]( std::string const & text ) {
+               options.filter.levels = levelsOf( "--level", text );
+            } );
    app.add_option( "--grep", options.filter.grep, "Only records whose line contains TEXT" )
       ->type_name( "TEXT" );
-   app.add_option_function< std::string >(
-         "--last",
-         [ &options ]( std::string const & text ) {
-            options.last = parsed( "--last", text, &countOf );
-         },
-         "Of the records that are there, only the newest N" )
-      ->type_name( "N" );
+   addNumber( app, "--last", "N", "Of the records that are there, only the newest N", "records",
+              options.last );
    app.add_flag( "--follow", options.follow,
                  "Go on with what is written meanwhile, until the writer is gone" );
    app.add_flag( "--json", options.json, "Print a JSON object for each record" );
@@ -256,6 +242,14 @@ void addOptions( CLI::App & app, Options & options ) {
                "standard error says what, 2 the command line is wrong, FILE is no trace file, or "
                "the output cannot be written. Records that the writer had to leave out are not in "
                "the file: standard error counts them, and the exit status stays 0." );
+}
+
+// What has been read by then is printed.
+void endAtSignals() {
+   struct sigaction interrupt {};
+   interrupt.sa_handler = []( int ) { interrupted = 1; };
+   sigaction( SIGINT, &interrupt, nullptr );
+   sigaction( SIGTERM, &interrupt, nullptr );
 }
 
 int run( int count, char ** arguments ) {
@@ -271,12 +265,8 @@ int run( int count, char ** arguments ) {
                       options.filter.from, options.filter.to ) );
       return wrong;
    }
-   struct sigaction interrupt {};
-   interrupt.sa_handler = []( int ) { interrupted = 1; };
-   if( options.follow ) {
-      sigaction( SIGINT, &interrupt, nullptr );
-      sigaction( SIGTERM, &interrupt, nullptr );
-   }
+   if( options.follow )
+      endAtSignals();
    return Printing( options ).run();
 }
 

@@ -1,11 +1,9 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <tools/Inspect.h>
 
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -16,6 +14,7 @@
 #include <fmt/format.h>
 #include <simulation/Engine.h>
 #include <tools/Lines.h>
+#include <tools/Number.h>
 #include <tools/Options.h>
 #include <tools/PlanFile.h>
 #include <tools/Streams.h>
@@ -108,12 +107,10 @@ Status inspect( Options const & options ) {
 }
 
 std::size_t levels( std::string const & text ) {
-   std::size_t count = 0;
-   auto const end = text.data() + text.size();
-   auto const [ read, error ] = std::from_chars( text.data(), end, count );
-   if( error != std::errc() || read != end )
+   auto const count = numberOf< std::size_t >( text );
+   if( !count )
       throw CLI::ValidationError( "--depth", "N is a whole number from 0 on" );
-   return count;
+   return *count;
 }
 
 } // namespace
@@ -129,12 +126,10 @@ void addInspect( CLI::App & app, Status & status ) {
                         "said otherwise" );
    addTime( *command, "--at", options->at,
             "When everything due until then has happened; at the end if not said otherwise" );
-   command
-      ->add_option_function< std::string >(
-         "--depth", [ options ]( std::string const & text ) { options->depth = levels( text ); },
-         "Show N levels of what belongs to it; if not said otherwise as many as fit the screen, "
-         "all where there is none, and with --json" )
-      ->type_name( "N" );
+   addText( *command, "--depth", "N",
+            "Show N levels of what belongs to it; if not said otherwise as many as fit the screen, "
+            "all where there is none, and with --json",
+            [ options ]( std::string const & text ) { options->depth = levels( text ); } );
    command->add_flag( "--json", options->json, "Show it as JSON" );
    command->set_version_flag( "--version", "ordovan " ORDOVAN_VERSION );
    command->footer(

@@ -2,18 +2,39 @@
 #include <tools/Lines.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
-#include <system_error>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <Kiv/Printable.h>
+#include <tools/Number.h>
 
 namespace Tools {
 
 namespace {
+
+// A text without line ends.
+std::string brokenLine( std::string_view line, std::size_t columns, std::size_t indent,
+                        std::size_t used ) {
+   std::string result;
+   for( bool first = true;; first = false ) {
+      auto const blanks = std::min( line.find_first_not_of( ' ' ), line.size() );
+      line.remove_prefix( blanks );
+      if( line.empty() )
+         return result.append( blanks, ' ' );
+      auto const word = line.substr( 0, line.find( ' ' ) );
+      auto const length = columnsOf( word );
+      bool const breaks = columns != 0 && !first && used + blanks + length > columns;
+      auto const before = breaks ? indent : blanks;
+      result.append( breaks ? "\n" : "" ).append( before, ' ' ).append( word );
+      used = ( breaks ? 0 : used ) + before + length;
+      line.remove_prefix( word.size() );
+   }
+}
+
+} // namespace
 
 std::size_t columnsOf( std::string_view text ) {
    std::size_t columns = 0;
@@ -22,8 +43,6 @@ std::size_t columnsOf( std::string_view text ) {
    return columns;
 }
 
-} // namespace
-
 std::size_t columnsOf( int descriptor ) {
    if( isatty( descriptor ) == 0 )
       return 0;
@@ -31,11 +50,7 @@ std::size_t columnsOf( int descriptor ) {
    if( ioctl( descriptor, TIOCGWINSZ, &size ) == 0 && size.ws_col != 0 )
       return size.ws_col;
    char const * const variable = std::getenv( "COLUMNS" );
-   std::string_view const text( variable ? variable : "" );
-   unsigned columns = 0;
-   auto const end = text.data() + text.size();
-   auto const read = std::from_chars( text.data(), end, columns );
-   return read.ec == std::errc() && read.ptr == end ? columns : 0;
+   return numberOf< unsigned >( variable ? variable : "" ).value_or( 0 );
 }
 
 std::size_t heightOf( int descriptor ) {
@@ -47,37 +62,14 @@ std::size_t heightOf( int descriptor ) {
 std::string broken( std::string_view text, std::size_t columns, std::size_t indent,
                     std::size_t used ) {
    std::string result;
-   std::size_t blanks = 0; // that stand before the next word, unless a line ends between
-   bool first = true;      // the next word is the first of its line
-   while( !text.empty() ) {
-      if( text.front() == ' ' ) {
-         ++blanks;
-         text.remove_prefix( 1 );
-         continue;
-      }
-      if( text.front() == '\n' ) {
-         result.append( blanks, ' ' );
-         result += '\n';
-         used = blanks = 0;
-         first = true;
-         text.remove_prefix( 1 );
-         continue;
-      }
-      auto const word = text.substr( 0, text.find_first_of( " \n" ) );
-      auto const length = columnsOf( word );
-      if( columns != 0 && !first && used + blanks + length > columns ) {
-         result += '\n';
-         used = 0;
-         blanks = indent;
-      }
-      result.append( blanks, ' ' );
-      result += word;
-      used += blanks + length;
-      blanks = 0;
-      first = false;
-      text.remove_prefix( word.size() );
+   while( true ) {
+      auto const line = text.substr( 0, text.find( '\n' ) );
+      result += brokenLine( line, columns, indent, std::exchange( used, 0 ) );
+      if( line.size() == text.size() )
+         return result;
+      result += '\n';
+      text.remove_prefix( line.size() + 1 );
    }
-   return result.append( blanks, ' ' );
 }
 
 std::size_t rowsOf( std::string_view text, std::size_t columns ) {

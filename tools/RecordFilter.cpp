@@ -2,9 +2,7 @@
 #include <tools/RecordFilter.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <stdexcept>
 
 #include <Kiv/Trace.h>
 #include <simulation/Json.h>
@@ -21,22 +19,6 @@ bool RecordFilter::wants( Flitlog::Record const & record, std::string_view line 
    if( !handles.empty() && std::ranges::find( handles, record.handle ) == handles.end() )
       return false;
    return line.find( grep ) != line.npos;
-}
-
-double secondsOf( std::string_view text ) {
-   double seconds = 0;
-   auto const [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), seconds );
-   if( error != std::errc() || end != text.data() + text.size() || !std::isfinite( seconds ) )
-      throw std::invalid_argument( "expected a number of seconds" );
-   return seconds;
-}
-
-std::uint64_t countOf( std::string_view text ) {
-   std::uint64_t count = 0;
-   auto const [ end, error ] = std::from_chars( text.data(), text.data() + text.size(), count );
-   if( error != std::errc() || end != text.data() + text.size() )
-      throw std::invalid_argument( "expected a number of records" );
-   return count;
 }
 
 std::string lineOf( Flitlog::Record const & record ) {

@@ -23,12 +23,6 @@ struct RecordFilter {
    bool wants( Flitlog::Record const & record, std::string_view line ) const;
 };
 
-// A finite number of seconds. Throws std::invalid_argument.
-double secondsOf( std::string_view text );
-
-// A number of records, likewise.
-std::uint64_t countOf( std::string_view text );
-
 // The record as the text trace has it, and as an object of JSON; without line ends.
 std::string lineOf( Flitlog::Record const & record );
 std::string jsonOf( Flitlog::Record const & record );

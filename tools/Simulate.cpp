@@ -119,6 +119,28 @@ class Ring {
    bool on_;
 };
 
+// The record, if it is wanted. While it goes to standard output, nothing else goes there.
+class Recording : public Simulation::RecordWriter {
+ public:
+   explicit Recording( Options const & options )
+      : RecordWriter( [ this ]( std::string_view line ) { file_->write( line ); } ) {
+      if( recordsToOutput( options ) ) {
+         aside_.emplace( STDERR_FILENO );
+         file_.emplace( aside_->original(), outputName( "-" ) );
+      } else if( options.record ) {
+         file_.emplace( *options.record );
+      }
+   }
+   void close() {
+      if( file_ )
+         file_->close();
+   }
+
+ private:
+   std::optional< OutputElsewhere > aside_;
+   std::optional< OutputFile > file_;
+};
+
 // Says what holds the start-up up.
 void explain( Options const & options, Simulation::Result const & result ) {
    flushOutput();
@@ -134,24 +156,14 @@ Status simulate( Options const & options ) {
    if( !plan )
       return Status::wrong;
    refuseToOverwrite( options );
-   // The record alone goes to standard output, if at all.
-   std::optional< OutputElsewhere > aside;
-   if( recordsToOutput( options ) )
-      aside.emplace( STDERR_FILENO );
+   Recording recording( options );
    Display display( stdout, plan->application, { wantsColour( options ), options.quiet } );
    std::vector< Simulation::Observer * > observers = { &display };
-   std::unique_ptr< OutputFile > record;
-   std::optional< Simulation::RecordWriter > writer;
-   if( options.record ) {
-      record = aside ? std::make_unique< OutputFile >( aside->original(), outputName( "-" ) )
-                     : std::make_unique< OutputFile >( *options.record );
-      writer.emplace( [ & ]( std::string_view line ) { record->write( line ); } );
-      observers.push_back( &*writer );
-   }
+   if( options.record )
+      observers.push_back( &recording );
    Ring const ring( options );
    auto const result = Simulation::run( *plan, observers, options.until );
-   if( record )
-      record->close();
+   recording.close();
    if( result.outcome == Outcome::complete )
       return Status::complete;
    explain( options, result );
@@ -174,11 +186,9 @@ void addSimulate( CLI::App & app, Status & status ) {
       ->type_name( "FILE" );
    addTime( *command, "--until", options->until,
             "End at this time and tell how things stand, though more would be due" );
-   command
-      ->add_option_function< std::string >(
-         "--trace", traceLevelsAre,
-         "Write the traces of these levels, such as 8 or 7-9,0, to standard error" )
-      ->type_name( "LEVELS" );
+   addText( *command, "--trace", "LEVELS",
+            "Write the traces of these levels, such as 8 or 7-9,0, to standard error",
+            traceLevelsAre );
    auto * const ring =
       command
          ->add_option( "--ring", options->ring,
@@ -188,13 +198,10 @@ void addSimulate( CLI::App & app, Status & status ) {
          ->check( []( std::string const & name ) {
             return name.empty() ? std::string( "the name of the file is empty" ) : std::string();
          } );
-   command
-      ->add_option_function< std::string >(
-         "--ring-size",
-         [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); },
-         "How much of the latest traces the file of --ring holds, 8M if not said otherwise" )
-      ->type_name( "BYTES" )
-      ->needs( ring );
+   addText( *command, "--ring-size", "BYTES",
+            "How much of the latest traces the file of --ring holds, 8M if not said otherwise",
+            [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); } )
+      .needs( ring );
    command->add_flag( "--all", options->all,
                       "When the start-up does not complete, say of every unfinished stage why" );
    command->add_flag( "--quiet", options->quiet, "Show nothing but errors" );
