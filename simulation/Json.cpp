@@ -13,31 +13,14 @@ namespace Simulation {
 namespace {
 
 std::string escaped( char c ) {
-   switch( c ) {
-   case '"':
-      return "\\\"";
-   case '\\':
-      return "\\\\";
-   case '\b':
-      return "\\b";
-   case '\f':
-      return "\\f";
-   case '\n':
-      return "\\n";
-   case '\r':
-      return "\\r";
-   case '\t':
-      return "\\t";
-   default:
-      break;
-   }
+   std::string_view constexpr special = "\"\\\b\f\n\r\t", letters = "\"\\bfnrt";
+   if( auto const place = special.find( c ); place != special.npos )
+      return { '\\', letters[ place ] };
    auto const byte = static_cast< unsigned char >( c );
    if( byte >= 0x20 && byte != 0x7F )
-      return std::string( 1, c );
-   std::string text = "\\u00";
-   text += "0123456789abcdef"[ byte >> 4 ];
-   text += "0123456789abcdef"[ byte & 0xF ];
-   return text;
+      return { c };
+   std::string_view constexpr digits = "0123456789abcdef";
+   return { '\\', 'u', '0', '0', digits[ byte >> 4 ], digits[ byte & 0xF ] };
 }
 
 } // namespace

@@ -165,6 +165,23 @@ std::string wrongWith( CLI::App const & app, CLI::App const & at, CLI::ParseErro
    return Kiv::printable( error.what() );
 }
 
+// Says what is wrong.
+void complainOf( CLI::App const & app, CLI::ParseError const & error ) {
+   auto const chosen = app.get_subcommands();
+   auto const & at = chosen.empty() || !unknownOption( app ).empty() ? app : *chosen.front();
+   auto const name = &at == &app ? app.get_name() : app.get_name() + " " + at.get_name();
+   complain( fmt::format( "{}: {}", name, wrongWith( app, at, error ) ) );
+   complain( fmt::format( "Run \"{} --help\" for more information.", name ) );
+}
+
+// Help for somebody who has not said what to do.
+void complainWithHelp( CLI::App & app ) {
+   formatterIs( app, STDERR_FILENO );
+   auto help = app.help();
+   help.erase( help.find_last_not_of( '\n' ) + 1 );
+   complain( help );
+}
+
 } // namespace
 
 Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
@@ -179,18 +196,10 @@ Parsed parse( CLI::App & app, int count, char const * const * arguments ) {
          print( out.str() );
          return Parsed::answered;
       }
-      if( count <= 1 && !subcommandsOf( app ).empty() ) {
-         formatterIs( app, STDERR_FILENO );
-         auto help = app.help();
-         help.erase( help.find_last_not_of( '\n' ) + 1 );
-         complain( help );
-         return Parsed::wrong;
-      }
-      auto const chosen = app.get_subcommands();
-      auto const & at = chosen.empty() || !unknownOption( app ).empty() ? app : *chosen.front();
-      auto const name = &at == &app ? app.get_name() : app.get_name() + " " + at.get_name();
-      complain( fmt::format( "{}: {}", name, wrongWith( app, at, error ) ) );
-      complain( fmt::format( "Run \"{} --help\" for more information.", name ) );
+      if( count <= 1 && !subcommandsOf( app ).empty() )
+         complainWithHelp( app );
+      else
+         complainOf( app, error );
       return Parsed::wrong;
    }
 }

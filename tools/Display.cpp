@@ -8,6 +8,7 @@
 
 #include <Kiv/Printable.h>
 #include <fmt/format.h>
+#include <tools/Lines.h>
 
 namespace Tools {
 
@@ -38,19 +39,13 @@ std::string agents( StageChange const & change ) {
 std::size_t constexpr columns = 80;
 std::size_t constexpr headingColumns = 13;
 
-std::size_t width( std::string_view text ) {
-   return static_cast< std::size_t >( std::count_if( text.begin(), text.end(), []( char c ) {
-      return ( static_cast< unsigned char >( c ) & 0xC0U ) != 0x80;
-   } ) );
-}
-
 // The items with `between` between them, broken after it.
 std::string lines( std::vector< std::string > const & items, std::string_view between ) {
    std::string text;
    std::size_t used = headingColumns;
    for( auto const & item : items ) {
       bool const last = &item == &items.back();
-      auto const needed = width( item ) + ( last ? 0 : width( between ) );
+      auto const needed = columnsOf( item ) + ( last ? 0 : columnsOf( between ) );
       if( !text.empty() && used + 1 + needed > columns ) {
          text += '\n' + std::string( headingColumns, ' ' );
          used = headingColumns;
@@ -65,6 +60,23 @@ std::string lines( std::vector< std::string > const & items, std::string_view be
    return text;
 }
 
+// The same as one of the answers, of which there may be none.
+std::string listed( std::vector< std::string > const & items, std::string const & none ) {
+   return items.empty() ? none : lines( items, "," );
+}
+
+std::size_t constexpr mostListed = 5;
+
+// The first of what has a number to be sorted by.
+std::vector< std::string > first( std::vector< std::pair< double, std::string > > texts ) {
+   std::sort( texts.begin(), texts.end() );
+   texts.resize( std::min( mostListed, texts.size() ) );
+   std::vector< std::string > items;
+   for( auto const & [ number, text ] : texts )
+      items.push_back( text );
+   return items;
+}
+
 // An event, as people call it: by its stage, unless the stage has several.
 std::string eventName( Result const & result, std::string const & stage, std::string const & uid ) {
    auto const found = result.stage.find( stage );
@@ -74,26 +86,20 @@ std::string eventName( Result const & result, std::string const & stage, std::st
 
 // The events that took longest, longest first.
 std::string longest( Result const & result ) {
-   std::size_t constexpr shown = 5;
    std::vector< std::pair< double, std::string > > events;
    for( auto const & [ name, stage ] : result.stage ) {
       for( auto const & [ agent, complete ] : stage.event ) {
          auto const uid = name + ':' + agent;
          auto const found = stage.pendingFor.find( uid );
          if( found != stage.pendingFor.end() && found->second > 0 ) {
-            events.push_back(
-               { -found->second,
-                 fmt::format( "{} {}{}", eventName( result, name, uid ), duration( found->second ),
-                              complete ? "" : " (not complete)" ) } );
+            events.emplace_back( -found->second,
+                                 fmt::format( "{} {}{}", eventName( result, name, uid ),
+                                              duration( found->second ),
+                                              complete ? "" : " (not complete)" ) );
          }
       }
    }
-   std::sort( events.begin(), events.end() );
-   events.resize( std::min( shown, events.size() ) );
-   std::vector< std::string > items;
-   for( auto const & event : events )
-      items.push_back( event.second );
-   return items.empty() ? "none took any time" : lines( items, "," );
+   return listed( first( std::move( events ) ), "none took any time" );
 }
 
 using Link = Simulation::Determined::Link;
@@ -128,10 +134,9 @@ std::vector< bool > worthShowing( std::vector< Link > const & links ) {
    return worth;
 }
 
-// The way back from what ended a start-up to what began it; empty if there is nothing to say.
-std::string wayBack( Result const & result ) {
-   auto const & determined = *result.determined;
-   auto const & links = determined.link;
+// The links from the last to the first, with those that are not worth showing told together.
+std::vector< std::string > linkTexts( Result const & result ) {
+   auto const & links = result.determined->link;
    auto const worth = worthShowing( links );
    std::vector< std::string > items;
    for( std::size_t i = 0; i < links.size(); ++i ) {
@@ -145,12 +150,18 @@ std::string wayBack( Result const & result ) {
       items.push_back( fmt::format( "... {} more, {} ...", i + 1 - first,
                                     duration( links[ first ].end - links[ i ].begin ) ) );
    }
-   if( links.empty() || links.back().begun == Link::Begin::enabled ) {
-      if( determined.since > 0 )
-         items.push_back( "enabled at " + duration( determined.since ) );
-   } else {
-      items.push_back( "timeline at " + duration( determined.since ) );
-   }
+   return items;
+}
+
+// The way back from what ended a start-up to what began it; empty if there is nothing to say.
+std::string wayBack( Result const & result ) {
+   auto const & links = result.determined->link;
+   auto const since = result.determined->since;
+   auto items = linkTexts( result );
+   if( !links.empty() && links.back().begun != Link::Begin::enabled )
+      items.push_back( "timeline at " + duration( since ) );
+   else if( since > 0 )
+      items.push_back( "enabled at " + duration( since ) );
    return lines( items, " <-" );
 }
 
@@ -172,23 +183,19 @@ std::string heldBack( Result const & result ) {
 
 // The stages that something is still waited for in, the one that has been active longest first.
 std::string active( Result const & result ) {
-   std::size_t constexpr shown = 5;
    std::vector< std::pair< double, std::string > > stages;
    for( auto const & [ name, stage ] : result.stage ) {
       if( stage.active && !stage.complete ) {
-         stages.push_back(
-            { stage.activeSince,
-              fmt::format( "{} since {}{}", printable( name ), duration( stage.activeSince ),
-                           stage.timedOut ? " (suspended)" : "" ) } );
+         stages.emplace_back( stage.activeSince,
+                              fmt::format( "{} since {}{}", printable( name ),
+                                           duration( stage.activeSince ),
+                                           stage.timedOut ? " (suspended)" : "" ) );
       }
    }
-   std::sort( stages.begin(), stages.end() );
-   std::vector< std::string > items;
-   for( std::size_t i = 0; i < std::min( shown, stages.size() ); ++i )
-      items.push_back( stages[ i ].second );
-   if( stages.size() > shown )
-      items.push_back( fmt::format( "{} more", stages.size() - shown ) );
-   return items.empty() ? "none" : lines( items, "," );
+   auto items = first( stages );
+   if( stages.size() > mostListed )
+      items.push_back( fmt::format( "{} more", stages.size() - mostListed ) );
+   return listed( items, "none" );
 }
 
 std::string timedOut( Result const & result ) {
@@ -196,7 +203,7 @@ std::string timedOut( Result const & result ) {
    for( auto const & [ name, stage ] : result.stage )
       if( stage.timedOut )
          items.push_back( printable( name ) + " at " + duration( stage.timedOutAt ) );
-   return items.empty() ? "none" : lines( items, "," );
+   return listed( items, "none" );
 }
 
 } // namespace

@@ -52,6 +52,16 @@ std::string listed( Keys keys ) {
    return text;
 }
 
+// The value as a T; nothing if it is something else.
+template< class T >
+std::optional< T > valueAs( Use const & use ) {
+   if( use.node->kind != YamlNode::Kind::scalar )
+      return std::nullopt;
+   auto const value = scalarOf( *use.node );
+   auto const * const held = std::get_if< T >( &value );
+   return held ? std::optional( *held ) : std::nullopt;
+}
+
 // Builds a plan from a tree, collecting mistakes on the way. Each reading function returns what it
 // could make of its value, so that whatever else is wrong is found as well.
 class Reader {
@@ -170,25 +180,18 @@ void Reader::items( Use const & use, std::string const & what, F const & f ) {
 }
 
 std::optional< bool > Reader::boolean( Use const & use, std::string const & what ) {
-   if( use.node->kind == YamlNode::Kind::scalar ) {
-      auto const value = scalarOf( *use.node );
-      if( auto const * boolean = std::get_if< bool >( &value ) )
-         return *boolean;
-   }
-   wrong( use, what, "true or false" );
-   return std::nullopt;
+   auto const value = valueAs< bool >( use );
+   if( !value )
+      wrong( use, what, "true or false" );
+   return value;
 }
 
 std::optional< double > Reader::seconds( Use const & use, std::string const & what,
                                          Infinite infinite, std::string const & allowed ) {
-   if( use.node->kind == YamlNode::Kind::scalar ) {
-      auto const value = scalarOf( *use.node );
-      auto const * number = std::get_if< double >( &value );
-      bool const tooLarge = number && std::isinf( *number ) && !isWrittenInfinity( use.node->text );
-      bool const refused = number && std::isinf( *number ) && infinite == Infinite::refused;
-      if( number && *number >= 0 && !tooLarge && !refused )
-         return *number + 0.0; // never the negative zero
-   }
+   auto const number = valueAs< double >( use );
+   bool const infinityStands = infinite == Infinite::allowed && isWrittenInfinity( use.node->text );
+   if( number && *number >= 0 && ( !std::isinf( *number ) || infinityStands ) )
+      return *number + 0.0; // never the negative zero
    wrong( use, what, allowed );
    return std::nullopt;
 }
@@ -199,21 +202,18 @@ std::optional< double > Reader::timeout( Use const & use ) {
 }
 
 std::optional< std::string > Reader::name( Use const & use, std::string const & what ) {
-   if( use.node->kind == YamlNode::Kind::scalar ) {
-      auto const value = scalarOf( *use.node );
-      auto const * text = std::get_if< std::string >( &value );
-      if( text && !text->empty() )
-         return *text;
-   }
+   auto const text = valueAs< std::string >( use );
+   if( text && !text->empty() )
+      return text;
    wrong( use, what, "a name: text that is not empty, in quotes if it looks like something else" );
    return std::nullopt;
 }
 
 bool Reader::isTrue( Use const & use, std::string const & what ) {
-   if( use.node->kind == YamlNode::Kind::scalar && scalarOf( *use.node ) == Scalar( true ) )
-      return true;
-   wrong( use, what, "true" );
-   return false;
+   bool const is = valueAs< bool >( use ).value_or( false );
+   if( !is )
+      wrong( use, what, "true" );
+   return is;
 }
 
 void Reader::agents( Use const & use ) {
@@ -273,13 +273,10 @@ void Reader::dependencies( Use const & use, Event & event ) {
 }
 
 Behaviour Reader::behaviour( Use const & use ) {
-   if( use.node->kind == YamlNode::Kind::scalar ) {
-      auto const value = scalarOf( *use.node );
-      if( value == Scalar( true ) )
-         return { Behaviour::Kind::already, 0 };
-      if( value == Scalar( std::string( "never" ) ) )
-         return { Behaviour::Kind::never, 0 };
-   }
+   if( valueAs< bool >( use ).value_or( false ) )
+      return { Behaviour::Kind::already, 0 };
+   if( valueAs< std::string >( use ) == "never" )
+      return { Behaviour::Kind::never, 0 };
    auto const after = seconds( use, "\"complete\"", Infinite::allowed,
                                "a number of seconds, 0 or more, never, or true" );
    if( after && std::isinf( *after ) )
@@ -305,18 +302,15 @@ std::vector< Write > Reader::writes( Use const & use ) {
 }
 
 void Reader::dependencyWrites( Use const & use, std::vector< Write > & found ) {
-   members(
-      use, "\"dependency\" in \"set\"",
-      [ & ]( std::string const & stage, Use const &, Use const & value ) {
-         auto const scalar =
-            value.node->kind == YamlNode::Kind::scalar ? scalarOf( *value.node ) : std::string();
-         if( std::holds_alternative< std::monostate >( scalar ) )
-            found.push_back( DependencyWrite{ stage, std::nullopt } );
-         else if( auto const * counts = std::get_if< bool >( &scalar ) )
-            found.push_back( DependencyWrite{ stage, *counts } );
-         else
-            wrong( value, "dependency " + quoted( stage ), "true, false, or null to remove it" );
-      } );
+   members( use, "\"dependency\" in \"set\"",
+            [ & ]( std::string const & stage, Use const &, Use const & value ) {
+               auto const counts = valueAs< bool >( value );
+               if( counts || valueAs< std::monostate >( value ) )
+                  found.push_back( DependencyWrite{ stage, counts } );
+               else
+                  wrong( value, "dependency " + quoted( stage ),
+                         "true, false, or null to remove it" );
+            } );
 }
 
 // One entry of the timeline: its keys are read one by one first, then put together.

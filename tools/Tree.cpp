@@ -351,39 +351,44 @@ struct Target {
    Kiv::Attribute const * members = nullptr;
 };
 
+// The object whose attributes the next step may name.
+GenericIf objectAt( Target const & at ) {
+   if( at.members ) {
+      throw PathError( fmt::format( "{} is a collection, a key in brackets is missing; {}", at.path,
+                                    keysOf( GenericIf( at.value ), *at.members ) ) );
+   }
+   if( at.value.is( Kind::nothing ) )
+      throw PathError( fmt::format( "{} is null and leads no further", at.path ) );
+   if( !at.value.is( Kind::object ) ) {
+      throw PathError( fmt::format( "{} is of type {} and leads no further", at.path,
+                                    at.value.typeName().view() ) );
+   }
+   return GenericIf( at.value );
+}
+
+Value memberOf( GenericIf const & owner, Kiv::Attribute const & row, std::string const & path,
+                std::string const & key ) {
+   if( !isMembers( row ) )
+      throw PathError( fmt::format( "{} is no collection and takes no key", path ) );
+   for( auto i = owner.attributeIteratorConst( row.id ); i; ++i )
+      if( i.key() == std::string_view( key ) )
+         return owner.read( row.name, { key } );
+   throw PathError(
+      fmt::format( "{} has no member {}; {}", path, bracketed( key ), keysOf( owner, row ) ) );
+}
+
 Target follow( Value const & root, std::vector< Step > const & steps ) {
    Target at{ root, "" };
    for( auto const & step : steps ) {
-      if( at.members ) {
-         throw PathError( fmt::format( "{} is a collection, a key in brackets is missing; {}",
-                                       at.path, keysOf( GenericIf( at.value ), *at.members ) ) );
-      }
-      if( !at.value.is( Kind::object ) ) {
-         throw PathError( at.value.is( Kind::nothing )
-                             ? fmt::format( "{} is null and leads no further", at.path )
-                             : fmt::format( "{} is of type {} and leads no further", at.path,
-                                            at.value.typeName().view() ) );
-      }
-      GenericIf const object( at.value );
+      auto const object = objectAt( at );
       auto const & row = rowFor( object, at.path, step.name );
       auto const path = under( at.path, written( step ) );
-      if( !step.key ) {
-         at = isMembers( row ) ? Target{ at.value, path, &row }
-                               : Target{ object.read( row.name ), path };
-         continue;
-      }
-      if( !isMembers( row ) ) {
-         throw PathError(
-            fmt::format( "{} is no collection and takes no key", under( at.path, step.name ) ) );
-      }
-      bool found = false;
-      for( auto i = object.attributeIteratorConst( row.id ); i && !found; ++i )
-         found = i.key() == std::string_view( *step.key );
-      if( !found ) {
-         throw PathError( fmt::format( "{} has no member {}; {}", under( at.path, step.name ),
-                                       bracketed( *step.key ), keysOf( object, row ) ) );
-      }
-      at = Target{ object.read( row.name, { *step.key } ), path };
+      if( step.key )
+         at = { memberOf( object, row, under( at.path, step.name ), *step.key ), path };
+      else if( isMembers( row ) )
+         at = { at.value, path, &row };
+      else
+         at = { object.read( row.name ), path };
    }
    return at;
 }

@@ -353,12 +353,12 @@ class YamlTree::Builder : public YAML::EventHandler {
 
    struct SyntaxError {
       std::size_t offset;
-      std::string what;
+      std::string what; // empty if a second document is all that is wrong
    };
-   static std::optional< SyntaxError > errorOf( std::string const & text );
+   std::optional< SyntaxError > parse();
    std::size_t tabToBlame( SyntaxError const & error ) const;
+   void lastQuote();
 
-   void parse();
    void checkKeys( YamlNode const & map );
    void mistake( Place at, std::string what ) {
       tree_.mistakes_.push_back( { at, std::move( what ) } );
@@ -386,24 +386,23 @@ void YamlTree::Builder::run() {
                         "allowed" );
       return;
    }
-   try {
-      parse();
-   } catch( SecondDocument const & second ) {
-      secondDocument( second.offset );
-   } catch( YAML::Exception const & error ) {
-      SyntaxError const found{ offsetOf( error.mark ), error.msg };
-      if( auto const tab = tabToBlame( found ); tab != std::string_view::npos )
-         syntaxError( tab, "a tab in the indentation; only blanks are allowed there" );
-      else
-         syntaxError( found.offset, found.what );
-   }
+   auto const error = parse();
+   if( !error )
+      lastQuote();
+   else if( error->what.empty() )
+      secondDocument( error->offset );
+   else if( auto const tab = tabToBlame( *error ); tab != std::string_view::npos )
+      syntaxError( tab, "a tab in the indentation; only blanks are allowed there" );
+   else
+      syntaxError( error->offset, error->what );
 }
 
-std::optional< YamlTree::Builder::SyntaxError >
-YamlTree::Builder::errorOf( std::string const & text ) {
-   YamlTree tree( "" );
+std::optional< YamlTree::Builder::SyntaxError > YamlTree::Builder::parse() {
    try {
-      Builder( tree, text, nullptr ).parse();
+      std::istringstream in{ std::string( text_ ) };
+      YAML::Parser parser( in );
+      while( parser.HandleNextDocument( *this ) ) {
+      }
    } catch( SecondDocument const & second ) {
       return SyntaxError{ second.offset, "" };
    } catch( YAML::Exception const & error ) {
@@ -426,7 +425,9 @@ std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
    auto const before = indentationAt( text_, lastIndicatorBefore( text_, start ) ).text;
    for( auto const & instead : { blanks, std::string( before.size(), ' ' ) } ) {
       auto text = std::string( text_ );
-      auto const now = errorOf( text.replace( start, indentation.size(), instead ) );
+      text.replace( start, indentation.size(), instead );
+      YamlTree tree( "" );
+      auto const now = Builder( tree, text, nullptr ).parse();
       bool const same = now && now->what == error.what &&
                         ( now->offset == error.offset ||
                           text.size() - now->offset == text_.size() - error.offset );
@@ -436,12 +437,8 @@ std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
    return std::string_view::npos;
 }
 
-void YamlTree::Builder::parse() {
-   std::istringstream in{ std::string( text_ ) };
-   YAML::Parser parser( in );
-   while( parser.HandleNextDocument( *this ) ) {
-   }
-   // The parser lets the end of the file close a quote. Such a scalar is the last one.
+// The parser lets the end of the file close a quote. Such a scalar is the last one.
+void YamlTree::Builder::lastQuote() {
    auto const quote = openingQuote( text_, lastScalar_ );
    if( quote != std::string_view::npos && !isClosed( text_, quote ) )
       syntaxError( quote, "a quote that is never closed" );
