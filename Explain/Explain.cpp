@@ -8,6 +8,7 @@
 #include <Ordovan/StatusSm.h>
 
 #include <algorithm>
+#include <cassert>
 #include <limits>
 #include <unordered_map>
 #include <utility>
@@ -414,7 +415,10 @@ void narrow( Explanation & explanation, Index start ) {
    std::vector< Index > const stages = keep( explanation.stage, kept );
    renumber( explanation.critical, stages );
    for( Root & root : explanation.root ) {
+      // Whoever is not named any more is one of the others that wait for it.
+      root.waiting += static_cast< std::uint32_t >( root.of.size() );
       renumber( root.of, stages );
+      root.waiting -= static_cast< std::uint32_t >( root.of.size() );
       if( !root.of.empty() )
          root.stage = explanation.stage[ root.of.front() ].name;
       for( auto & link : root.path )
@@ -463,6 +467,9 @@ Explanation explain( StatusSm const & sm, Name const & name ) {
 }
 
 std::vector< Index > waitingFor( Explanation const & explanation, Root const & root ) {
+   assert( std::any_of( explanation.root.begin(), explanation.root.end(), [ & ]( Root const & r ) {
+      return r.kind == root.kind && r.stage == root.stage && r.of == root.of;
+   } ) );
    Waits const waits( explanation );
    detail::Components const components = detail::componentsOf( waits.graph );
    WaitGraph::Node const node = nodeOf( waits, root );

@@ -133,14 +133,13 @@ ORDOVAN_EXPORT Explanation explain( StatusSm const & sm );
 
 // The part of it that says why stage `name` is not complete: that stage, those that it waits for,
 // directly or through others, and the roots among them. How many stages wait for a root is counted
-// over the whole. Without stages and roots if `name` is complete; if no agent declares it, one root
-// says so.
-// Cost: as the whole.
+// over the whole, those that are the root itself but not of this part included. Without stages and
+// roots if `name` is complete; if no agent declares it, one root says so. Cost: as the whole.
 ORDOVAN_EXPORT Explanation explain( StatusSm const & sm, Kiv::Name const & name );
 
 // The stages that wait for a root of the explanation, directly or through others, in order; those
 // that are the root itself left out. Of a part (above), those of the part.
-// REQUIRES: `root` is one of `explanation.root`.
+// REQUIRES: `root` is one of `explanation.root`, or a copy of one.
 // Cost: linear in the explanation.
 ORDOVAN_EXPORT std::vector< Explanation::Index > waitingFor( Explanation const & explanation,
                                                              Explanation::Root const & root );

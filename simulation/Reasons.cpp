@@ -1,6 +1,8 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <simulation/Reasons.h>
 
+#include <cassert>
+
 namespace Simulation {
 
 using Stage::Explanation;
@@ -12,6 +14,7 @@ Explanation explained( Stage::StatusSm const & statusSm, Result const & result )
           stage.state == Explanation::State::untracked )
          continue;
       auto const & seen = result.stage.at( stage.name.str() );
+      assert( seen.active && !seen.complete );
       stage.activeSince = seen.activeSince;
       if( seen.timedOut )
          stage.timedOutAt = seen.timedOutAt;

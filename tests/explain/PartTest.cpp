@@ -63,7 +63,11 @@ TEST_F( PartTest, KeepsOfADecisionTheStagesThatItMeets ) {
    event( "B", "Last", { "Later" } );
    idle();
    auto const last = part( "Last" );
-   EXPECT_EQ( roots( last ), ( Lines{ "decision Later 1" } ) );
+   EXPECT_EQ( roots( last ), ( Lines{ "decision Later 2" } ) ) << "Last, and Late as well";
+   EXPECT_EQ( Stage::causes( last ), ( Lines{ "stage \"Later\" waits for nothing but the next "
+                                              "decision, which only a change elsewhere brings "
+                                              "about; 2 more stages wait for this." } ) );
+   EXPECT_EQ( roots( Stage::explain( *sm ) ), ( Lines{ "decision Late,Later 1" } ) );
    EXPECT_EQ( last.root[ 0 ].stage, "Later" );
 }
 
