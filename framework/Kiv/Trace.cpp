@@ -137,7 +137,7 @@ Registry::Registry() {
    try {
       settings = parse( wanted );
    } catch( Exception const & e ) {
-      std::fprintf( stderr, "kiv: KIV_TRACE ignored: %s\n", e.what() );
+      detail::ErrorLine() << "kiv: KIV_TRACE ignored: " << e.what();
    }
 }
 
@@ -477,10 +477,10 @@ int messageOf( TraceHandle const & handle, TracePoint & point,
    return point.message;
 }
 
-// An object is asked for its name before the record begins: it may be a user's, who traces too.
+// An object is asked for its name before anything else: it may be a user's, who traces too, or has
+// another file written to from now on, in which the point's message has another number.
 void recordTrace( TraceHandle const & handle, TracePoint & point,
                   std::initializer_list< TracePiece > pieces, double time ) {
-   int const message = messageOf( handle, point, pieces );
    std::vector< String8 > names;
    for( TracePiece const & piece : pieces )
       if( piece.isObject() )
@@ -488,6 +488,7 @@ void recordTrace( TraceHandle const & handle, TracePoint & point,
    Flitlog::TraceFile * const file = Flitlog::theTraceFile;
    if( !file )
       return; // ended while names were asked for
+   int const message = messageOf( handle, point, pieces );
    // A point for which the file had no room is counted there.
    Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( file, message, time );
    auto name = names.begin();

@@ -208,6 +208,13 @@ TEST( TraceEnvironment, ComesBeforeWhatTheProgramSays ) {
    EXPECT_EQ( switched( "A:1", "A:3;*:2" ), "1 0010000000" );
 }
 
+TEST( TraceEnvironment, IsReportedOnOneLineWithoutControlCharacters ) {
+   EXPECT_EQ( child( "Kiv\x1b[31m\nkiv: forged", "Ordovan" ),
+              "kiv: KIV_TRACE ignored: trace settings \"Kiv\\x1b[31m\\x0akiv: forged\", "
+              "character 14: expected a level, 0 to 9\n"
+              "0 0000000000\n" );
+}
+
 TEST( TraceEnvironment, WithAMistakeIsReportedAndIgnored ) {
    EXPECT_EQ( child( "Ordovan:8;Kiv", "Ordovan" ),
               "kiv: KIV_TRACE ignored: trace settings \"Ordovan:8;Kiv\", character 11: "

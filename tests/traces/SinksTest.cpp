@@ -229,6 +229,30 @@ TEST_F( Sinks, AnObjectMayTraceWhenItIsAskedForItsName ) {
    ASSERT_EQ( text.lines.size(), 3U );
 }
 
+TEST_F( Sinks, AnObjectMayHaveAnotherFileWrittenToWhenItIsAskedForItsName ) {
+   struct Moving : Talkative {
+      using Talkative::Talkative;
+      String8 fullName() const override {
+         if( !to.empty() )
+            Kiv::traceRingIs( to.c_str(), 65536 );
+         return Talkative::fullName();
+      }
+      std::string to;
+   };
+   Kiv::TraceHandle handle( "Moved", false );
+   Kiv::traceRingIs( folder / "before", 65536 );
+   KIV_TRACE( handle, 8, "S", "in the first place" ); // so that the numbers differ
+   Ptr< Moving > const object = new Moving( handle, "moving" );
+   object->to = folder / "after";
+   KIV_TRACE( handle, 8, "S", "this is ", object );
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( linesOf( folder / "before" ).size(), 1U );
+   Lines const lines = linesOf( folder / "after" );
+   ASSERT_EQ( lines.size(), 2U );
+   EXPECT_NE( lines[ 0 ].find( "fullName: somebody asks" ), std::string::npos ) << lines[ 0 ];
+   EXPECT_NE( lines[ 1 ].find( "TestBody: this is moving" ), std::string::npos ) << lines[ 1 ];
+}
+
 TEST_F( Sinks, PointsForWhichTheFileHasNoRoomAreCounted ) {
    Kiv::TraceHandle const handle( "Many", false );
    {
