@@ -282,6 +282,22 @@ TEST_F( Owed, AStageThatGoesIsNobodysCriticalAncestorAnyMore ) {
    EXPECT_GT( places, 2U );
 }
 
+TEST_F( Owed, AReactorOfAStageThatGoesPointsToNobodyAnyMore ) {
+   std::size_t places = 0;
+   for( bool failed = true; failed; ++places ) {
+      World w;
+      w.declare( "agent", "A", { "B" }, 0, true );
+      w.declare( "agent", "B" );
+      auto const machine = w.configSm();
+      w.idle();
+      auto const kept = machine->stageStatus( "A" );
+      failed = failing( places, [ & ] { machine->stageStatusDel( "A" ); } );
+      EXPECT_EQ( kept->configSm(), machine->stageStatus( "A" ) ? machine.get() : nullptr )
+         << places;
+   }
+   EXPECT_GT( places, 1U );
+}
+
 // ---- progression
 
 TEST_F( Owed, ADecisionThatWasCutShortIsMade ) {
