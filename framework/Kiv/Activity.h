@@ -93,7 +93,9 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // Runs turns until stop() is called, inside the loop. Throws an exception when called inside a
    // callback, or in a process forked from the one that made the activity; and std::system_error or
    // std::bad_alloc, before it runs anything, when there is no wake-up yet and none can be made.
-   // Memory that is short later does not end it.
+   // Memory that is short later does not end it. What the wake-up's wait() throws leaves run(),
+   // with the built-in one a std::system_error when the system refuses to wait: nothing is lost by
+   // that, and run() may be called again.
    void run();
    // run() returns after the callback that is running; what is queued stays queued.
    void stop() { stopped_ = true; }

@@ -199,6 +199,30 @@ TEST_F( Waking, WatchesAreLostWithTheWakeUpThatHadThem ) {
    EXPECT_EQ( journal, Lines{} );
 }
 
+TEST_F( Waking, WhatItThrowsWhenItShouldWaitLeavesRunAndNothingIsLost ) {
+   std::function< void() > const failures[] = {
+      [] { throw std::system_error( EINTR, std::generic_category(), "wait" ); },
+      [] { throw std::bad_alloc(); },
+   };
+   for( auto const & failure : failures ) {
+      int slept = 0;
+      sleep = [ & ] {
+         if( ++slept == 2 ) {
+            post( [ & ] { journal.push_back( "task" ); } );
+            post( [] { manager()->stop(); } );
+            failure();
+         }
+      };
+      EXPECT_ANY_THROW( manager()->run() );
+      EXPECT_EQ( slept, 2 );
+      EXPECT_FALSE( manager()->idle() ) << "the tasks wait";
+      journal.clear();
+      manager()->run();
+      EXPECT_EQ( std::count( journal.begin(), journal.end(), "task" ), 1 );
+      EXPECT_EQ( slept, 2 );
+   }
+}
+
 TEST_F( Waking, AfterNullTheBuiltInOneWorksAgain ) {
    manager()->wakeupIs( nullptr );
    manager()->clockIs( new Kiv::Clock );

@@ -22,6 +22,10 @@ class Careful : public Watcher {
  public:
    using Watcher::deliveredUntilDoneIs;
    using Watcher::Watcher;
+   void watchAnother( Kiv::Ptr< Stage::EventConfig const > const & other ) {
+      notifierIs( other );
+      isRegisteredNotifieeIs( true );
+   }
 };
 
 struct Timer : Kiv::Clock::NotifieeConst {
@@ -197,6 +201,17 @@ TEST_F( Redelivery, ItIsReportedAtTheFirstFailureAndOnceMoreWithTheirNumber ) {
       << taken();
 }
 
+TEST_F( Redelivery, ManyFailuresAreCountedToTheEnd ) {
+   a->act = throws< std::bad_alloc >( 300 );
+   event->timeoutIs( 5 );
+   for( int i = 0; i != 301; ++i ) {
+      loop.deliver();
+      wait();
+   }
+   EXPECT_NE( taken().find( "delivered after 300 exceptions in a row" ), std::string::npos )
+      << taken();
+}
+
 TEST_F( Redelivery, AFailureAfterASuccessIsTheFirstAgain ) {
    for( int i = 0; i != 2; ++i ) {
       a->act = throws< std::bad_alloc >( 1 );
@@ -309,8 +324,9 @@ TEST_F( Redelivery, NothingIsDeliveredToOneThatWasDetachedMarkedOrDestroyedMeanw
    }
 }
 
-TEST_F( Redelivery, OneThatDetachesOrMarksItselfAndThenFailsIsGivenUp ) {
-   for( int how = 0; how != 4; ++how ) {
+TEST_F( Redelivery, OneThatLeavesOrMarksItselfAndThenFailsIsGivenUp ) {
+   auto const elsewhere = newEvent();
+   for( int how = 0; how != 5; ++how ) {
       Kiv::Ptr< Careful > c = new Careful( "c", journal, event );
       c->act = [ & ] {
          switch( how ) {
@@ -325,6 +341,9 @@ TEST_F( Redelivery, OneThatDetachesOrMarksItselfAndThenFailsIsGivenUp ) {
             break;
          case 3:
             c = nullptr;
+            break;
+         case 4:
+            c->watchAnother( elsewhere );
             break;
          }
          throw std::bad_alloc();
@@ -461,6 +480,53 @@ TEST_F( Redelivery, ATimerThatLeavesItsClockAndThenFailsIsGivenUp ) {
       loop.idle();
       EXPECT_EQ( Kiv::activityManager()->nextTime(), Kiv::infinity ) << how;
    }
+}
+
+TEST_F( Redelivery, ATimersFailureAfterASuccessIsTheFirstAgain ) {
+   Kiv::Ptr< Timer > timer = new Timer( loop.clock() );
+   timer->act = throws< std::bad_alloc >( 4 );
+   timer->timeMinIs( loop.now() );
+   for( loop.idle(); timer->fired != 5; loop.idle() )
+      wait();
+   timer->act = throws< std::bad_alloc >( 1 );
+   timer->timeMinIs( loop.now() );
+   loop.idle();
+   EXPECT_EQ( timer->fired, 7 ) << "without a rest";
+   EXPECT_EQ( reports(), 3U ) << "the first of the four, their number, and the one";
+}
+
+TEST_F( Redelivery, ATimerThatCameThroughRestsNoMore ) {
+   Kiv::Ptr< Timer > timer = new Timer( loop.clock() );
+   Kiv::Ptr< Timer > other = new Timer( loop.clock() );
+   timer->act = throws< std::bad_alloc >( 4 );
+   timer->timeMinIs( loop.now() );
+   for( loop.idle(); timer->fired != 5; loop.idle() )
+      wait();
+   other->timeMinIs( loop.now() - 5 );
+   timer->timeMinIs( loop.now() - 10 );
+   EXPECT_TRUE( loop.fire() );
+   EXPECT_EQ( timer->fired, 6 ) << "due first";
+   EXPECT_EQ( other->fired, 0 );
+}
+
+TEST_F( Redelivery, ATimerBeginsAnewOnAnotherClock ) {
+   Kiv::Ptr< Timer > timer = new Timer( loop.clock() );
+   timer->act = throws< std::bad_alloc >( 4 );
+   timer->timeMinIs( loop.now() );
+   loop.idle();
+   wait();
+   loop.idle();
+   ASSERT_EQ( timer->fired, 3 );
+   Kiv::Ptr< Kiv::Clock > const before = Kiv::activityManager()->clock();
+   Kiv::Ptr< Kiv::Clock > const other = Kiv::ManualClock::ManualClockIs( 0 );
+   Kiv::activityManager()->clockIs( other );
+   timer->notifierIs( other );
+   timer->isRegisteredNotifieeIs( true );
+   timer->timeMinIs( 0 );
+   EXPECT_EQ( other->nextTime(), 0 ) << "does not rest";
+   loop.idle();
+   EXPECT_EQ( timer->fired, 5 ) << "cut short once more, which is the first time here";
+   Kiv::activityManager()->clockIs( before );
 }
 
 TEST_F( Redelivery, TheDescriptorOfAnEmbeddedLoopTellsOfTheEndOfARest ) {

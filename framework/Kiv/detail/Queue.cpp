@@ -225,8 +225,8 @@ void Queue::activate( Reactor & reactor ) noexcept {
    QueueItem * const ring = reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         if( !item->linked && !item->rests )
-            link( item );
+         assert( !item->linked && !item->rests );
+         link( item );
          item = item->nextOfReactor;
       } while( item != ring );
 }
@@ -457,7 +457,7 @@ QueueItem * Queue::putBack( Form form, Text const & key ) noexcept {
 }
 
 void Queue::rest( QueueItem * item, unsigned failures ) noexcept {
-   item->failures = static_cast< std::uint8_t >( std::min( failures, 0xffU ) );
+   item->failures = failures;
    if( !item->linked )
       return; // its reactor has been switched off
    unlink( item );

@@ -62,10 +62,10 @@ struct QueueItem : KivMemPool {
    std::uint32_t hash = 0;
    std::uint32_t pendingKeys = 0; // of a group
    Form form = Form::whole;
-   bool linked = false;       // stands in first_ or second_
-   bool wanted = false;       // of a group: the deferred call is pending
-   bool rests = false;        // stands in resting_
-   std::uint8_t failures = 0; // in a row
+   bool linked = false;        // stands in first_ or second_
+   bool wanted = false;        // of a group: the deferred call is pending
+   bool rests = false;         // stands in resting_
+   std::uint32_t failures = 0; // in a row
 };
 
 class Queue {
