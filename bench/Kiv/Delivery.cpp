@@ -4,6 +4,7 @@
 #include <support/Table.h>
 
 #include <Kiv/Kiv.h>
+#include <Kiv/detail/Thread.h>
 #include <Stage/Stage.h>
 
 #include <memory>
@@ -174,6 +175,47 @@ void tenMembers( int reactors ) {
    } );
 }
 
+// ---- what each change pays for being stopped on another thread
+
+// Setters that are called, not inlined, as those of entities are.
+class Number {
+ public:
+   [[gnu::noinline]] void checkedIs( Kiv::PtrInterface const * object, std::uint32_t value ) {
+      Kiv::detail::checkOwner( object, "number" );
+      value_ = value;
+   }
+   [[gnu::noinline]] void uncheckedIs( Kiv::PtrInterface const *, std::uint32_t value ) {
+      value_ = value;
+   }
+
+ private:
+   std::uint32_t value_ = 0;
+};
+
+void threadCheck() {
+   constexpr std::uint32_t changes = 1000;
+   std::string const what = "a value is set on the activity's thread";
+   auto const body = []( auto set ) {
+      return [ set ]( benchmark::State & state ) {
+         Kiv::detail::ownThread();
+         auto const event = Stage::EventConfig::EventConfigIs( "Stage", "Agent" );
+         Number number;
+         measure( state, changes, [ & ] {
+            for( std::uint32_t i = 0; i != changes; ++i )
+               set( number, event.get(), i );
+            benchmark::DoNotOptimize( number );
+         } );
+      };
+   };
+   subject( what, body( []( Number & n, Kiv::PtrInterface const * o, std::uint32_t v ) {
+               n.checkedIs( o, v );
+            } ) );
+   control( what, "the same without the check",
+            body( []( Number & n, Kiv::PtrInterface const * o, std::uint32_t v ) {
+               n.uncheckedIs( o, v );
+            } ) );
+}
+
 } // namespace
 
 void benchmarks() {
@@ -182,6 +224,7 @@ void benchmarks() {
    manyObjects( 1000 );
    for( int reactors : { 1, 10, 100 } )
       tenMembers( reactors );
+   threadCheck();
 }
 
 } // namespace Bench
