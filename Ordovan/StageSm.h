@@ -40,6 +40,30 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
       virtual void onEvent();
       virtual void onStageUncompleted();
       virtual void onInitialized();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form ) -> decltype( form( &R::onComplete ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onTimedOut ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 2 >, auto form )
+         -> decltype( form( &R::onCompletionTime ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 3 >, auto form ) -> decltype( form( &R::onPendingEvent ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 4 >, auto form )
+         -> decltype( form( &R::onPendingEventkivImmediate ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 5 >, auto form ) -> decltype( form( &R::onEvent ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 6 >, auto form )
+         -> decltype( form( &R::onEventkivImmediate ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 7 >, auto form )
+         -> decltype( form( &R::onStageUncompleted ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 8 >, auto form ) -> decltype( form( &R::onInitialized ) );
    };
 
    // Watches one event of the stage.

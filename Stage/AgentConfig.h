@@ -23,6 +23,16 @@ class STAGE_EXPORT AgentConfig : public Kiv::Entity {
       virtual void onEvent( Kiv::Name stage );
       virtual void onEventkivImmediate();
       virtual void onEvent();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form )
+         -> decltype( form( &R::onIsNondestructing ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onEvent ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 2 >, auto form )
+         -> decltype( form( &R::onEventkivImmediate ) );
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< AgentConfig, NotifieeConst > {};
 

@@ -15,6 +15,15 @@ class STAGE_EXPORT Config : public Kiv::Entity {
       virtual void onIsNondestructing();
       virtual void onAgentDir();
       virtual void onEnabled();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form )
+         -> decltype( form( &R::onIsNondestructing ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onAgentDir ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 2 >, auto form ) -> decltype( form( &R::onEnabled ) );
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Config, NotifieeConst > {};
 

@@ -22,6 +22,11 @@ class STAGE_EXPORT Log : public Kiv::Entity {
    class STAGE_EXPORT NotifieeConst : public Kiv::NotifieeOf< Log, Kiv::Entity::NotifieeConst > {
     public:
       virtual void onIsNondestructing();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form )
+         -> decltype( form( &R::onIsNondestructing ) );
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Log, NotifieeConst > {};
 

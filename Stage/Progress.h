@@ -15,6 +15,11 @@ class STAGE_EXPORT Progress : public Kiv::Entity {
       : public Kiv::NotifieeOf< Progress, Kiv::Entity::NotifieeConst > {
     public:
       virtual void onIsNondestructing();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form )
+         -> decltype( form( &R::onIsNondestructing ) );
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Progress, NotifieeConst > {};
 

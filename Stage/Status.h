@@ -25,6 +25,27 @@ class STAGE_EXPORT Status : public Kiv::Entity {
       virtual void onProgress();
       virtual void onSorted();
       virtual void onComplete();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 0 >, auto form )
+         -> decltype( form( &R::onIsNondestructing ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onStage ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 2 >, auto form )
+         -> decltype( form( &R::onStagekivImmediate ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 3 >, auto form ) -> decltype( form( &R::onActiveStage ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 4 >, auto form )
+         -> decltype( form( &R::onActiveStagekivImmediate ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 5 >, auto form ) -> decltype( form( &R::onProgress ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 6 >, auto form ) -> decltype( form( &R::onSorted ) );
+      template< class R >
+      static auto kivCallback( Kiv::Nth< 7 >, auto form ) -> decltype( form( &R::onComplete ) );
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Status, NotifieeConst > {};
 

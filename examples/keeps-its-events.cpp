@@ -44,7 +44,7 @@ int main() {
    config->agentDirIs( agents );
    config->enabledIs( true );
    auto const status = Stage::Status::StatusIs( "status" );
-   Kiv::Ptr< Agent > const agent = new Agent( "Core", agents, status ); // status does not hold it
+   auto const agent = Kiv::newReactor< Agent >( "Core", agents, status ); // status does not hold it
    agent->eventIs( "Boot" );
    agent->eventIs( "Network" )->dependencyIs( "Boot", true );
    agent->eventIs( "Shell" )->dependencyIs( "Network", true );

@@ -44,7 +44,7 @@ class Robot : public Stage::Status::NotifieeConst {
    // Its event of the stage, which takes `seconds` and may take `timeout`.
    Kiv::Ptr< Stage::EventConfig > eventIs( Kiv::Name const & stage, double seconds,
                                            double timeout ) {
-      Kiv::Ptr< Part > const part = new Part( stage, config_->name(), seconds );
+      auto const part = Kiv::newReactor< Part >( stage, config_->name(), seconds );
       part->event->timeoutIs( timeout );
       config_->eventIs( stage, part->event );
       part_[ stage ] = part;
@@ -55,7 +55,7 @@ class Robot : public Stage::Status::NotifieeConst {
       if( !part_.contains( stage ) )
          return;
       say( stage, "is active" );
-      watch_[ stage ] = new StageWatch( progression_->stageSm( stage ) );
+      watch_[ stage ] = Kiv::newReactor< StageWatch >( progression_->stageSm( stage ) );
       part_[ stage ]->begin();
    }
 
@@ -95,7 +95,7 @@ int main() {
    ordovan->configSmIs( config, status, agents );
    auto const progression =
       ordovan->statusSmIs( "Arm", config, status, Stage::Progress::ProgressIs( "progress" ), log );
-   Kiv::Ptr< Robot > const robot = new Robot( agents, status, progression );
+   auto const robot = Kiv::newReactor< Robot >( agents, status, progression );
    robot->eventIs( "Power", 1, 10 );
    robot->eventIs( "Sensors", 7, 2 )->dependencyIs( "Power", true );
    robot->eventIs( "Motion", 3, 10 )->dependencyIs( "Sensors", true );

@@ -32,8 +32,8 @@ int main() {
    config->agentDirIs( agents );
    config->enabledIs( true );
    auto status = Stage::Status::StatusIs( "status" );
-   Kiv::Ptr< Agent > routing = new Agent( "Protocols", "Routing", agents, status );
-   Kiv::Ptr< Agent > platform = new Agent( "Hardware", "Platform", agents, status );
+   auto routing = Kiv::newReactor< Agent >( "Protocols", "Routing", agents, status );
+   auto platform = Kiv::newReactor< Agent >( "Hardware", "Platform", agents, status );
    routing->event->dependencyIs( "Hardware", true );
 
    auto manager = Stage::Ordovan::OrdovanIs( "manager" );

@@ -80,7 +80,7 @@ class Platform : public Agent {
       } );
    }
 
-   Kiv::Ptr< Timer > const settled_ = new Timer( *this );
+   Kiv::Ptr< Timer > const settled_ = Kiv::newReactor< Timer >( *this );
    std::thread test_;
 };
 
@@ -144,7 +144,9 @@ class StartUp {
    Kiv::Ptr< Kiv::Dir > const agents_ = Kiv::Dir::DirIs( "agents" );
    Kiv::Ptr< Stage::Config > const config_ = Stage::Config::ConfigIs( "config" );
    Kiv::Ptr< Stage::Status > const status_ = Stage::Status::StatusIs( "status" );
-   Kiv::Ptr< Platform > const platform_ = new Platform( "Hardware", "Platform", agents_, status_ );
-   Kiv::Ptr< Routing > const routing_ = new Routing( "Protocols", "Routing", agents_, status_ );
+   Kiv::Ptr< Platform > const platform_ =
+      Kiv::newReactor< Platform >( "Hardware", "Platform", agents_, status_ );
+   Kiv::Ptr< Routing > const routing_ =
+      Kiv::newReactor< Routing >( "Protocols", "Routing", agents_, status_ );
    Kiv::Ptr< Stage::Ordovan > const manager_ = Stage::Ordovan::OrdovanIs( "manager" );
 };

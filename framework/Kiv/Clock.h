@@ -41,6 +41,10 @@ class KIV_EXPORT Clock : public PtrInterface {
       void timeMinIs( double const & seconds );
       double timeMin() const { return timeMin_; }
 
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Nth< 0 >, auto form ) -> decltype( form( &R::onTime ) );
+
     private:
       friend class Clock;
       friend class ActivityManager;

@@ -17,6 +17,13 @@ class KIV_EXPORT Dir : public Entity {
       virtual void onEntityPtr( Name name );
       virtual void onEntityPtrkivImmediate();
       virtual void onEntityPtr();
+
+      // The names above, for newReactor().
+      template< class R >
+      static auto kivCallback( Nth< 0 >, auto form ) -> decltype( form( &R::onEntityPtr ) );
+      template< class R >
+      static auto kivCallback( Nth< 1 >, auto form )
+         -> decltype( form( &R::onEntityPtrkivImmediate ) );
    };
    class KIV_EXPORT Notifiee : public WritingNotifieeOf< Dir, NotifieeConst > {};
 

@@ -14,6 +14,7 @@
 #include <Kiv/Introspection.h>
 #include <Kiv/Log.h>
 #include <Kiv/Memory.h>
+#include <Kiv/NewReactor.h>
 #include <Kiv/Notifiee.h>
 #include <Kiv/Printable.h>
 #include <Kiv/Ptr.h>

@@ -16,8 +16,8 @@
 //    unregistering and destroying.
 //  - A callback may do anything: delete, detach or re-attach any reactor or object, itself
 //    included. A reactor that is held by a Ptr lives at least until its running callback returns.
-//  - A reactor of one's own watches by one call, watch( object ), whose comment says what that
-//  takes.
+//  - A reactor of one's own watches by one call, watch( object ), and is best made by newReactor()
+//    (NewReactor.h), which has the compiler refuse what would never be told of anything.
 //  - An exception that leaves a callback goes to handleNotificationException( attribute ); the
 //    loop goes on with the next callback. A callback that std::bad_alloc has cut short is delivered
 //    again: at once when nothing else is queued, then, while it keeps failing, after a rest that
@@ -34,6 +34,8 @@
 #include <Kiv/Export.h>
 #include <Kiv/Ptr.h>
 #include <Kiv/Text.h>
+
+#include <type_traits>
 
 namespace Kiv {
 
@@ -142,6 +144,13 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    mutable std::uint32_t pendingAttributes_ = 0;
 };
 
+// A NotifieeConst lists the names of its callbacks, so that newReactor() can look at how a class R
+// of reactors has them: row n is a function kivCallback< R >( Nth< n >, form ) that is declared
+// only and yields form( &R::onX ). Rows are numbered from 0; the deferred form of a collection's
+// callback follows the others, which are one row.
+template< int n >
+using Nth = std::integral_constant< int, n >;
+
 // What the NotifieeConst of every type E adds, without a virtual operation of its own: what is
 // watched, as an E, the refusal of anything else, and one call that does all that watching takes.
 template< class E, class Base >
@@ -158,9 +167,16 @@ class NotifieeOf : public Base {
    // null stops, in the same way. For the object that is watched already it makes good what was
    // missing of the three, and drops nothing.
    //
-   // The reactor belongs in a Ptr, which somebody keeps: it is told of nothing once that is gone,
-   // and a reactor without one may not be destroyed by what its own callback does. It holds the
-   // object.
+   // The reactor belongs in a Ptr, which somebody keeps: it is told of nothing once that is gone.
+   // newReactor() gives it out in one. Nothing refuses a reactor on the stack or as a member of
+   // another object, and it is told as long as it lives; but its own callback may not destroy it,
+   // and no Ptr may ever refer to it: that would destroy it with the last one. It holds the object.
+   //
+   // Of a collection override on<Attribute>( key ): it is called for each member that changes. It
+   // hides on<Attribute>() of that name, which does no harm, since callbacks are called through the
+   // base; -Woverloaded-virtual of the compiler tells of it, and `using NotifieeConst::onX;` beside
+   // the override says that it is meant. Say override: it is what makes the compiler compare the
+   // signature.
    //
    // Throws std::bad_alloc, for a timer (Clock) only; nothing is watched then. Cost: some stores.
    //

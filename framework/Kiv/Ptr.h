@@ -134,7 +134,7 @@ class Ptr {
 
    Ptr() = default;
    Ptr( std::nullptr_t ) {}
-   Ptr( T * object ) : object_( object ) { hold(); }
+   [[nodiscard]] Ptr( T * object ) : object_( object ) { hold(); }
    Ptr( Ptr const & other ) : object_( other.object_ ) { hold(); }
    Ptr( Ptr && other ) noexcept : object_( std::exchange( other.object_, nullptr ) ) {}
    template< class U >
