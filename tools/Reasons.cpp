@@ -28,6 +28,16 @@ std::size_t others( Explanation const & explanation ) {
    return count;
 }
 
+// Says how many stages are not told of; not if the sentence of the only cause has just said so.
+std::string restOf( Explanation const & explanation, std::size_t count ) {
+   if( explanation.root.size() == 1 && explanation.root.front().waiting == count )
+      return "--all says for what each stage waits.";
+   if( count == 1 )
+      return "1 other stage waits for these; --all says for what.";
+   return fmt::format( "{} other stages wait for these; --all says for what each of them does.",
+                       count );
+}
+
 } // namespace
 
 void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling ) {
@@ -41,11 +51,7 @@ void tellReasons( std::string_view heading, Simulation::Result const & result, T
             complain( reason.sentence );
       }
    } else if( auto const count = others( result.explanation ); count != 0 ) {
-      complain( count == 1
-                   ? std::string( "1 other stage waits for these; --all says for what." )
-                   : fmt::format( "{} other stages wait for these; --all says for what each of "
-                                  "them does.",
-                                  count ) );
+      complain( restOf( result.explanation, count ) );
    }
    if( result.explanation.root.empty() )
       complain( "No stage is unfinished, but no decision has been made since." );

@@ -21,7 +21,9 @@ int main() {
    std::array< pollfd, 2 > watched{
       { { manager->descriptor(), POLLIN, 0 }, { startUp.routing().descriptor(), POLLIN, 0 } } };
    while( !startUp.complete() ) {
-      if( ::poll( watched.data(), watched.size(), untilNextTime() ) < 0 && errno != EINTR ) {
+      if( ::poll( watched.data(), watched.size(), untilNextTime() ) < 0 ) {
+         if( errno == EINTR )
+            continue;
          std::perror( "poll" );
          return 1;
       }
