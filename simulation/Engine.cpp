@@ -2,6 +2,7 @@
 #include <simulation/Engine.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
@@ -10,7 +11,6 @@
 #include <Ordovan/Ordovan.h>
 #include <Stage/Stage.h>
 
-#include <simulation/Reasons.h>
 #include <simulation/Timeline.h>
 #include <simulation/detail/Causes.h>
 #include <simulation/detail/Chronicle.h>
@@ -49,6 +49,28 @@ void requireRunnable( Plan const & plan ) {
    auto const mistakes = planMistakes( plan );
    if( !mistakes.empty() )
       throw std::invalid_argument( mistakes.front().text );
+}
+
+// What the library says of `statusSm`, and what the run saw: since when events are pending, and
+// when stages became active and timed out.
+Stage::Explanation explained( Stage::StatusSm const & statusSm, Result const & result ) {
+   using State = Stage::Explanation::State;
+   auto explanation = Stage::explain( statusSm );
+   for( auto & stage : explanation.stage ) {
+      if( stage.state == State::waiting || stage.state == State::untracked )
+         continue;
+      auto const & seen = result.stage.at( stage.name.str() );
+      assert( seen.active && !seen.complete );
+      stage.activeSince = seen.activeSince;
+      if( seen.timedOut )
+         stage.timedOutAt = seen.timedOutAt;
+      for( auto & event : stage.event ) {
+         auto const since = seen.pending.find( event.uid.str() );
+         if( since != seen.pending.end() )
+            event.since = since->second;
+      }
+   }
+   return explanation;
 }
 
 class Run {

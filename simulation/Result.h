@@ -65,7 +65,8 @@ struct Result {
    std::map< std::string, bool > progress;
    // Why it took as long as it did; of a run that is complete.
    std::optional< Determined > determined;
-   Stage::Explanation explanation; // why the outcome is not `complete`; empty if it is
+   // Why the outcome is not `complete`, with the times that the run saw; empty if it is.
+   Stage::Explanation explanation;
 };
 
 // The outcome that the other members of `result` amount to.

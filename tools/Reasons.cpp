@@ -7,7 +7,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <simulation/Reasons.h>
 #include <tools/Streams.h>
 
 namespace Tools {
@@ -41,19 +40,20 @@ std::string restOf( Explanation const & explanation, std::size_t count ) {
 } // namespace
 
 void tellReasons( std::string_view heading, Simulation::Result const & result, Telling telling ) {
+   auto const & explanation = result.explanation;
    complain( heading );
-   for( auto const & cause : Simulation::causes( result ) )
+   for( auto const & cause : Stage::causes( explanation ) )
       complain( cause );
    if( telling == Telling::all ) {
-      for( auto const & reason : Simulation::reasons( result ) ) {
+      for( auto const & stage : explanation.stage ) {
          // A stage that is a cause by itself was told with the same words.
-         if( !reason.cause )
-            complain( reason.sentence );
+         if( stage.state == Explanation::State::waiting )
+            complain( Stage::sentence( explanation, stage ) );
       }
-   } else if( auto const count = others( result.explanation ); count != 0 ) {
-      complain( restOf( result.explanation, count ) );
+   } else if( auto const count = others( explanation ); count != 0 ) {
+      complain( restOf( explanation, count ) );
    }
-   if( result.explanation.root.empty() )
+   if( explanation.root.empty() )
       complain( "No stage is unfinished, but no decision has been made since." );
 }
 

@@ -1,8 +1,6 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "EngineTestSupport.h"
 
-#include <simulation/Reasons.h>
-
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -11,13 +9,6 @@
 namespace {
 
 using namespace Simulation;
-
-std::string reasonFor( Result const & result, std::string const & stage ) {
-   for( auto const & reason : reasons( result ) )
-      if( reason.stage == stage )
-         return reason.sentence;
-   return "none";
-}
 
 // Runs that suspend print the library's own line; the tests' output is no place for it.
 Result runQuietly( Plan const & plan ) {
@@ -43,7 +34,7 @@ TEST( EngineOutcome, ARunThatFinishesIsComplete ) {
    EXPECT_EQ( net.completionTime, 3 );
    EXPECT_EQ( net.dependency, ( Lines{ "Boot" } ) );
    EXPECT_EQ( net.timeout, infinity );
-   EXPECT_TRUE( reasons( result ).empty() );
+   EXPECT_TRUE( result.explanation.stage.empty() );
 }
 
 TEST( EngineOutcome, APlanWithoutAgentsIsCompleteAtOnce ) {

@@ -89,6 +89,14 @@ inline Lines logOf( Plan const & plan ) {
    return recorder.log;
 }
 
+// What is said of an unfinished stage; the words are tested where they are made.
+inline std::string reasonFor( Result const & result, std::string const & stage ) {
+   for( auto const & unfinished : result.explanation.stage )
+      if( unfinished.name == stage )
+         return sentence( result.explanation, unfinished );
+   return "none";
+}
+
 inline Lines stagesOf( Plan const & plan ) {
    Recorder recorder;
    run( plan, { &recorder } );

@@ -1,21 +1,11 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include "EngineTestSupport.h"
 
-#include <simulation/Reasons.h>
-
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace Simulation;
-
-// What is said of a stage; the words are tested where they are made.
-std::string sentence( Result const & result, std::string const & stage ) {
-   for( auto const & reason : reasons( result ) )
-      if( reason.stage == stage )
-         return reason.sentence;
-   return "none";
-}
 
 bool contains( std::string const & text, std::string const & part ) {
    return text.find( part ) != std::string::npos;
@@ -25,12 +15,12 @@ TEST( Reasons, AreGivenForUnfinishedStagesOnlyInOrderOfName ) {
    auto const result =
       run( planOf( { agent( "X", { event( "B", never(), { "C" } ), event( "C", after( 1 ) ),
                                    event( "A", after( 1 ), { "B" } ) } ) } ) );
-   auto const found = reasons( result );
+   auto const & found = result.explanation.stage;
    ASSERT_EQ( found.size(), 2U );
-   EXPECT_EQ( found[ 0 ].stage, "A" );
-   EXPECT_FALSE( found[ 0 ].cause );
-   EXPECT_EQ( found[ 1 ].stage, "B" );
-   EXPECT_TRUE( found[ 1 ].cause );
+   EXPECT_EQ( found[ 0 ].name, "A" );
+   EXPECT_EQ( found[ 0 ].state, Stage::Explanation::State::waiting );
+   EXPECT_EQ( found[ 1 ].name, "B" );
+   EXPECT_EQ( found[ 1 ].state, Stage::Explanation::State::active );
 }
 
 TEST( Reasons, SayWhatTheRunSawOfTimes ) {
@@ -42,13 +32,13 @@ TEST( Reasons, SayWhatTheRunSawOfTimes ) {
    auto joined = plan;
    joined.agent.push_back( agent( "Y", {} ) );
    auto const result = run( joined, {}, 7 );
-   EXPECT_EQ( sentence( result, "Boot" ),
+   EXPECT_EQ( reasonFor( result, "Boot" ),
               "stage \"Boot\" is active and waits for events \"Boot:X\" of agent \"X\" (pending "
               "since 2 s) and \"Boot:Y\" of agent \"Y\" (pending since 5 s); its time is up at 32 "
               "s, in 25 s, whatever its timeout is now, and it would then be declared complete all "
               "the same." );
-   ASSERT_EQ( causes( result ).size(), 1U );
-   EXPECT_TRUE( contains( causes( result )[ 0 ], "(pending since 5 s)" ) );
+   ASSERT_EQ( causes( result.explanation ).size(), 1U );
+   EXPECT_TRUE( contains( causes( result.explanation )[ 0 ], "(pending since 5 s)" ) );
 }
 
 TEST( Reasons, SayWhenASuspendedStageTimedOut ) {
@@ -56,9 +46,10 @@ TEST( Reasons, SayWhenASuspendedStageTimedOut ) {
    auto const result =
       run( planOf( { agent( "X", { critical( withTimeout( 5, event( "Boot", never() ) ) ) } ) } ) );
    testing::internal::GetCapturedStdout();
-   EXPECT_TRUE( contains( sentence( result, "Boot" ), "timed out at 5 s and is suspended; it waits "
-                                                      "for event \"Boot:X\" of agent \"X\" "
-                                                      "(pending since 0 s)" ) );
+   EXPECT_TRUE( contains( reasonFor( result, "Boot" ),
+                          "timed out at 5 s and is suspended; it waits "
+                          "for event \"Boot:X\" of agent \"X\" "
+                          "(pending since 0 s)" ) );
 }
 
 TEST( Reasons, NeedNothingOfTheRunAnyMore ) {
@@ -66,7 +57,7 @@ TEST( Reasons, NeedNothingOfTheRunAnyMore ) {
       { agent( "A", { event( "S1", never(), { "S2" } ), event( "S2", never(), { "S1", "Gone" } ),
                       event( "S3", never(), { "S1" } ) } ) } ) );
    ASSERT_EQ( result.explanation.root.size(), 2U );
-   EXPECT_EQ( causes( result ),
+   EXPECT_EQ( causes( result.explanation ),
               ( Lines{ "stage \"Gone\" is declared by no agent, but event \"S2:A\" of agent \"A\" "
                        "depends on it; 3 stages wait for this.",
                        "stage \"S1\" waits for itself: it depends on stage \"S2\" (event \"S1:A\" "
@@ -76,8 +67,7 @@ TEST( Reasons, NeedNothingOfTheRunAnyMore ) {
 
 TEST( Reasons, AreNoneWhenTheStartUpIsComplete ) {
    auto const result = run( planOf( { agent( "A", { event( "Boot" ) } ) } ) );
-   EXPECT_TRUE( reasons( result ).empty() );
-   EXPECT_TRUE( causes( result ).empty() );
+   EXPECT_TRUE( result.explanation.stage.empty() );
    EXPECT_TRUE( result.explanation.root.empty() );
 }
 
