@@ -31,92 +31,75 @@ class CriticalStack;
 //     ancestor of B exactly while A is critical and depends on B.
 //  4. A stage's timeout is the largest of its events', narrowed to single precision (a removal
 //     recomputes it only when the event's timeout was exactly the stage's).
-class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
+class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, ConfigSm > {
  public:
    // Watches the directory of agents.
-   class ORDOVAN_EXPORT KivAgentDir : public Kiv::Dir::NotifieeConst {
+   class ORDOVAN_EXPORT KivAgentDir
+      : public Kiv::OwnedReactor< Kiv::Dir::NotifieeConst, ConfigSm > {
     public:
-      KivAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir, ConfigSm * configSm );
-      ~KivAgentDir() override;
-      ConfigSm * configSm() const { return configSm_; }
-      void onEntityPtr( Kiv::Name agent ) override;
-      void onEntityPtrkivImmediate() override;
-      void onEntityPtr() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      friend class ConfigSm;
-      ConfigSm * configSm_;
+      using OwnedReactor::OwnedReactor;
+      ConfigSm * configSm() const { return owner(); }
+      void onEntityPtr( Kiv::Name agent ) override { react( &ConfigSm::handleAgent, agent ); }
+      void onEntityPtrkivImmediate() override { react( &ConfigSm::handleAgent ); }
+      void onEntityPtr() override { onEntityPtrkivImmediate(); }
    };
 
-   // Watches one agent's declarations.
-   class ORDOVAN_EXPORT KivAgentConfig : public AgentConfig::NotifieeConst {
+   // Watches one agent's declarations. Its key is the agent's name.
+   class ORDOVAN_EXPORT KivAgentConfig
+      : public Kiv::OwnedReactor< AgentConfig::NotifieeConst, ConfigSm, Kiv::Name > {
     public:
       // Runs handleEvent().
       KivAgentConfig( Kiv::Ptr< AgentConfig const > const & agent, ConfigSm * configSm );
-      ~KivAgentConfig() override;
-      Kiv::KivType const & fwkType() const override;
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
-      ConfigSm * configSm() const { return configSm_; }
-      // The agent's name, also when nothing is watched.
-      Kiv::Name fwkKey() const { return key_; }
+      ConfigSm * configSm() const { return owner(); }
       // Runs handleEvent(), also for null, unless marked for deletion.
-      void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & agent ) override;
-      void onEvent( Kiv::Name stage ) override;
-      void onEventkivImmediate() override;
-      void onEvent() override;
-      virtual void kivDoZombieReactors( bool zombie );
+      void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & agent ) override {
+         attachAndReact( agent, [ this ] { handleEvent(); } );
+      }
+      void onEvent( Kiv::Name stage ) override { react( &KivAgentConfig::handleEvent, stage ); }
+      void onEventkivImmediate() override { react( &KivAgentConfig::handleEvent ); }
+      void onEvent() override { onEventkivImmediate(); }
 
       // Brings all stages into line with what the agent declares, unless its owner is gone.
       void handleEvent();
       // The same for one stage.
       void handleEvent( Kiv::Name stageName );
-
-    private:
-      friend class ConfigSm;
-      ConfigSm * configSm_;
-      Kiv::Name const key_;
    };
 
    // Watches the stages of the status.
-   class ORDOVAN_EXPORT KivStatus : public Status::Notifiee {
+   class ORDOVAN_EXPORT KivStatus : public Kiv::OwnedReactor< Status::Notifiee, ConfigSm > {
     public:
-      KivStatus( Kiv::Ptr< Status > const & status, ConfigSm * configSm );
-      ~KivStatus() override;
-      ConfigSm * configSm() const { return configSm_; }
+      using OwnedReactor::OwnedReactor;
+      ConfigSm * configSm() const { return owner(); }
       void onStage( Kiv::Name stage ) override;
-      void onStagekivImmediate() override;
-      void onStage() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      friend class ConfigSm;
-      ConfigSm * configSm_;
+      void onStagekivImmediate() override { react( &ConfigSm::reconcileStages ); }
+      void onStage() override { onStagekivImmediate(); }
    };
 
    // Watches one stage, and works out its dependencies, critical flag and timeout.
-   class ORDOVAN_EXPORT KivStageStatus : public StageStatus::Notifiee {
+   class ORDOVAN_EXPORT KivStageStatus
+      : public Kiv::OwnedReactor< StageStatus::Notifiee, ConfigSm, Kiv::Name, KivStageStatus > {
     public:
-      // Watches one event of the stage.
-      class ORDOVAN_EXPORT KivEventConfig : public EventConfig::NotifieeConst {
+      // Watches one event of the stage. Its key is the agent's name.
+      class ORDOVAN_EXPORT KivEventConfig
+         : public Kiv::OwnedReactor< EventConfig::NotifieeConst, KivStageStatus, Kiv::String8 > {
        public:
          // Runs handleDependency(), handleTimeout() and handleCritical(), in this order.
          KivEventConfig( Kiv::Ptr< EventConfig const > const & event,
                          KivStageStatus * kivStageStatus );
-         ~KivEventConfig() override;
-         Kiv::KivType const & fwkType() const override;
+         Kiv::KivType const & fwkType() const override { return _fwkType(); }
          static Kiv::KivType const & _fwkType();
-         KivStageStatus * kivStageStatus() const { return kivStageStatus_; }
-         // The agent's name.
-         Kiv::String8 fwkKey() const { return key_; }
+         KivStageStatus * kivStageStatus() const { return owner(); }
          // Runs the same three, unless null or marked for deletion.
          void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & event ) override;
-         void onDependency( Kiv::String8 stage ) override;
-         void onDependencykivImmediate() override;
-         void onDependency() override;
-         void onTimeout() override;
-         void onCritical() override;
-         virtual void kivDoZombieReactors( bool zombie );
+         void onDependency( Kiv::String8 stage ) override {
+            react( &KivEventConfig::handleDependency, stage );
+         }
+         void onDependencykivImmediate() override { react( &KivEventConfig::handleDependency ); }
+         void onDependency() override { onDependencykivImmediate(); }
+         void onTimeout() override { react( &KivEventConfig::handleTimeout ); }
+         void onCritical() override { react( &KivEventConfig::handleCritical ); }
 
          // ---- handlers. One that watches no event or has lost its stage does not react.
 
@@ -126,20 +109,15 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
          void handleCritical();
 
        private:
-         friend class KivStageStatus;
-         bool reacts() const {
-            return notifierPtr() && kivStageStatus_ && kivStageStatus_->reacts();
-         }
+         bool reacts() const { return notifierPtr() && owner() && owner()->reacts(); }
          void handleAll();
-         KivStageStatus * kivStageStatus_;
-         Kiv::String8 const key_;
       };
 
       // A critical stage that depends on this one.
       class ORDOVAN_EXPORT KivCriticalAncestor : public Kiv::PtrInterface {
        public:
-         KivCriticalAncestor( Kiv::String8 const & name, bool value );
-         ~KivCriticalAncestor() override;
+         KivCriticalAncestor( Kiv::String8 const & name, bool value )
+            : name_( name ), value_( value ) {}
          Kiv::String8 fwkKey() const { return name_; }
          bool criticalAncestor() const { return value_; }
          void criticalAncestorIs( bool value ) { value_ = value; }
@@ -164,22 +142,21 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       // Makes a reactor for every event that the stage has, then runs handleCritical().
       KivStageStatus( Kiv::Ptr< StageStatus > const & stage, ConfigSm * configSm );
       ~KivStageStatus() override;
-      Kiv::KivType const & fwkType() const override;
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
-      ConfigSm * configSm() const { return configSm_; }
-      Kiv::Name fwkKey() const { return key_; }
+      ConfigSm * configSm() const { return owner(); }
       Kiv::Ptr< StageStatus > stage() const { return notifier(); }
       using StageStatus::Notifiee::notifierIs;
       // Brings the event reactors into line and runs handleCritical(), unless null or marked.
       void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
-      void hasNotificationActiveIs( bool active ) override;
-      void onDependency( Kiv::String8 stage ) override;
+      void onDependency( Kiv::String8 stage ) override {
+         react( &KivStageStatus::handleDependency, stage );
+      }
       void onDependencykivImmediate() override;
-      void onDependency() override;
+      void onDependency() override { onDependencykivImmediate(); }
       void onEvent( Kiv::String8 agent ) override;
-      void onEventkivImmediate() override;
-      void onEvent() override;
-      virtual void kivDoZombieReactors( bool zombie );
+      void onEventkivImmediate() override { react( &KivStageStatus::reconcileEvents ); }
+      void onEvent() override { onEventkivImmediate(); }
 
       // ---- one reactor per event, by agent name
 
@@ -191,9 +168,11 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       EventConfigIteratorConst eventConfigIteratorConst() const { return { this, eventConfig_ }; }
       // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
       Kiv::Ptr< KivEventConfig > eventConfigIs( Kiv::Ptr< EventConfig const > const & event );
-      void eventConfigDel( Kiv::String8 const & agent );
-      void eventConfigDelAll();
-      Kiv::Ptr< KivEventConfig > newEventConfig( Kiv::Ptr< EventConfig const > const & event );
+      void eventConfigDel( Kiv::String8 const & agent ) { eventConfig_.memberDel( agent ); }
+      void eventConfigDelAll() { eventConfig_.memberDelAll(); }
+      Kiv::Ptr< KivEventConfig > newEventConfig( Kiv::Ptr< EventConfig const > const & event ) {
+         return Kiv::newOwned< KivEventConfig >( *this, event );
+      }
 
       // ---- the critical stages that depend on this one, by stage name
 
@@ -215,8 +194,18 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       void criticalAncestorDelAll();
       // Tells of an entry that has come, changed or, null, gone: runs handleCritical( name ).
       void criticalAncestorNotify( Kiv::String8 const & name,
-                                   Kiv::Ptr< KivCriticalAncestor > const & criticalAncestor );
-      Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value );
+                                   Kiv::Ptr< KivCriticalAncestor > const & ) {
+         handleCritical( name );
+      }
+      Kiv::Ptr< KivCriticalAncestor > newCriticalAncestor( Kiv::String8 const & name, bool value ) {
+         return new KivCriticalAncestor( name, value );
+      }
+
+      // For its reactors.
+      void reactionBegins() {
+         if( configSm() )
+            configSm()->reactionBegins();
+      }
 
       // ---- handlers. One that watches no stage any more, or has lost its owner, does not react.
 
@@ -239,17 +228,16 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
     private:
       friend class ConfigSm;
       friend class detail::CriticalStack;
+      friend Machine;
 
-      template< class F >
-      void ownReactors( F f ) {
-         for( auto i = eventConfig_.iterator(); i; ++i )
-            f( *i.ptr() );
-      }
-      bool reacts() const { return notifierPtr() && configSm_; }
+      auto owned() { return std::tie( eventConfig_ ); }
+      bool reacts() const { return notifierPtr() && owner(); }
       bool decideCritical() const;
       void writeCritical( bool critical );
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );
-      bool criticalAncestorErase( Kiv::String8 const & name );
+      bool criticalAncestorErase( Kiv::String8 const & name ) {
+         return criticalAncestor_.memberDel( name );
+      }
       void reconcileEvents();
       void dropFormerAncestors();
       void withdrawLinks( Kiv::Ptr< StageStatus > const & before );
@@ -260,9 +248,7 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
       void undecidedIs();
       void settle();
 
-      ConfigSm * configSm_;
-      Kiv::Name const key_;
-      EventConfigMap eventConfig_;
+      Kiv::OwnedByKey< KivEventConfig, Kiv::String8 > eventConfig_;
       CriticalAncestorMap criticalAncestor_;
       Kiv::Ptr< EventConfig const > left_; // an event that left, and may have left things behind
       bool leftSetTimeout_ = false;
@@ -286,13 +272,10 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
              Kiv::Ptr< Kiv::Dir const > const & agentDir );
    ~ConfigSm() override;
 
-   void hasNotificationActiveIs( bool active ) override;
-   Kiv::KivType const & fwkType() const override;
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
    static Kiv::KivType const & _fwkType();
    // Attaches to another configuration, null for none.
    void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & config ) override;
-   // Marks this state machine and its reactors for deletion, or takes the mark back.
-   virtual void kivDoZombieReactors( bool zombie );
 
    Kiv::Ptr< Config const > config() const { return notifier(); }
    Kiv::Ptr< Status > status() const { return status_->notifier(); }
@@ -308,9 +291,11 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    AgentConfigIteratorConst agentConfigIteratorConst() const { return { this, agentConfig_ }; }
    // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
    Kiv::Ptr< KivAgentConfig > agentConfigIs( Kiv::Ptr< AgentConfig const > const & agent );
-   // The agent's events leave their stages.
+   // The agent's events leave their stages, unless this ConfigSm is being torn down.
    void agentConfigDel( Kiv::Name const & agent );
-   void agentConfigDelAll();
+   void agentConfigDelAll() {
+      agentConfig_.memberDelAll( [ this ]( Kiv::Name const & agent ) { agentConfigDel( agent ); } );
+   }
 
    // ---- one reactor per stage, by stage name
 
@@ -322,14 +307,28 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    StageStatusIteratorConst stageStatusIteratorConst() const { return { this, stageStatus_ }; }
    // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
    Kiv::Ptr< KivStageStatus > stageStatusIs( Kiv::Ptr< StageStatus > const & stage );
+   // The stage ceases to be a critical ancestor, unless this ConfigSm is being torn down.
    void stageStatusDel( Kiv::Name const & stage );
-   void stageStatusDelAll();
+   void stageStatusDelAll() {
+      stageStatus_.memberDelAll( [ this ]( Kiv::Name const & stage ) { stageStatusDel( stage ); } );
+   }
 
    // Make a reactor without storing it.
-   Kiv::Ptr< KivAgentDir > newAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir );
-   Kiv::Ptr< KivStatus > newStatus( Kiv::Ptr< Status > const & status );
-   Kiv::Ptr< KivAgentConfig > newAgentConfig( Kiv::Ptr< AgentConfig const > const & agent );
-   Kiv::Ptr< KivStageStatus > newStageStatus( Kiv::Ptr< StageStatus > const & stage );
+   Kiv::Ptr< KivAgentDir > newAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir ) {
+      return Kiv::newOwned< KivAgentDir >( *this, Kiv::valid( dir ) );
+   }
+   Kiv::Ptr< KivStatus > newStatus( Kiv::Ptr< Status > const & status ) {
+      return Kiv::newOwned< KivStatus >( *this, Kiv::valid( status ) );
+   }
+   Kiv::Ptr< KivAgentConfig > newAgentConfig( Kiv::Ptr< AgentConfig const > const & agent ) {
+      return Kiv::newOwned< KivAgentConfig >( *this, agent );
+   }
+   Kiv::Ptr< KivStageStatus > newStageStatus( Kiv::Ptr< StageStatus > const & stage ) {
+      return Kiv::newOwned< KivStageStatus >( *this, stage );
+   }
+
+   // For its reactors: does what callbacks that were cut short have left undone.
+   void reactionBegins();
 
    // ---- handlers
 
@@ -345,26 +344,13 @@ class ORDOVAN_EXPORT ConfigSm : public Config::NotifieeConst {
    Kiv::Ptr< AgentConfig > agentEntry( Kiv::Name const & agent ) const;
    void reconcileStages();
    void withdrawLinks( Kiv::String8 const & name, Kiv::Ptr< StageStatus > const & present );
-   // Does what callbacks that were cut short have left undone.
-   void settle();
-   template< class Reactor, class Owner, class Call >
-   static void react( Reactor & reactor, Owner * owner, Call call );
-   template< class F >
-   void ownReactors( F f ) {
-      if( status_ )
-         f( *status_ );
-      if( agentDir_ )
-         f( *agentDir_ );
-      for( auto i = agentConfig_.iterator(); i; ++i )
-         f( *i.ptr() );
-      for( auto i = stageStatus_.iterator(); i; ++i )
-         f( *i.ptr() );
-   }
+   friend Machine;
+   auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
-   Kiv::Ptr< KivStatus > status_;
-   Kiv::Ptr< KivAgentDir > agentDir_;
-   AgentConfigMap agentConfig_;
-   StageStatusMap stageStatus_;
+   Kiv::Owned< KivStatus > status_;
+   Kiv::Owned< KivAgentDir > agentDir_;
+   Kiv::OwnedByKey< KivAgentConfig, Kiv::Name > agentConfig_;
+   Kiv::OwnedByKey< KivStageStatus, Kiv::Name > stageStatus_;
    bool unsettled_ = false; // some stage owes something
 };
 

@@ -4,28 +4,16 @@
 #include <Ordovan/detail/Types.h>
 
 #include <Kiv/Access.h>
-#include <Kiv/Exception.h>
 
 namespace Stage {
 
-using Kiv::Attribute;
-using Kiv::Role;
-
 namespace {
 
-constexpr auto rows = Kiv::numbered( {
-   Attribute( "stageLog", "Kiv::Ptr<Stage::Log>", "", Role::constructorArgument,
-              Kiv::reads< &LogSm::stageLog >() ),
-   Attribute( "logIs", "", "Kiv::String8", Role::operation, Kiv::calls< &LogSm::logIs >( "msg" ) ),
-   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-              Kiv::activity() ),
-   Kiv::notificationSwitch(),
-   Kiv::zombieSwitch< LogSm >(),
+constexpr auto rows = Kiv::machineTable< LogSm >( {
+   Kiv::fixed< &LogSm::stageLog >( "stageLog", "Kiv::Ptr<Stage::Log>" ),
+   Kiv::operation< &LogSm::logIs >( "logIs", "msg" ),
+   Kiv::activity(),
 } );
-
-} // namespace
-
-namespace {
 
 // Initialised before what follows: a message that is declared finds every type registered.
 [[maybe_unused]] bool const typesAreRegistered = ( detail::registerTypes(), true );
@@ -45,27 +33,6 @@ Kiv::LogHandle ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT(
    "depend on this completion are able to proceed.",
    Kiv::NoActionRequired, 0.0, 1.0, 0 );
 
-LogSm::LogSm( Kiv::Ptr< Log > const & stageLog ) : stageLog_( stageLog ) {}
-
-LogSm::~LogSm() {
-   kivDoZombieReactors( true );
-   stageLog_ = nullptr;
-}
-
-void LogSm::hasNotificationActiveIs( bool active ) {
-   if( active != hasNotificationActive() )
-      PtrInterface::hasNotificationActiveIs( active );
-}
-
-void LogSm::kivDoZombieReactors( bool zombie ) {
-   if( zombie != kivMarkedForDeletion() )
-      kivMarkedForDeletionIs( zombie );
-}
-
-Kiv::KivType const & LogSm::fwkType() const { return _fwkType(); }
-Kiv::KivType const & LogSm::_fwkType() {
-   static Kiv::KivType const type( "Stage::LogSm", &PtrInterface::_fwkType(), rows );
-   return type;
-}
+Kiv::KivType const & LogSm::_fwkType() { return Kiv::typeOf< rows >( "Stage::LogSm" ); }
 
 } // namespace Stage

@@ -9,13 +9,10 @@
 namespace Stage {
 
 // Appends text to a Stage::Log. Owned by its StatusSm and by every StageSm that writes through it.
-class ORDOVAN_EXPORT LogSm : public Kiv::PtrInterface {
+class ORDOVAN_EXPORT LogSm : public Kiv::Machine< Kiv::PtrInterface > {
  public:
-   explicit LogSm( Kiv::Ptr< Log > const & stageLog );
-   void hasNotificationActiveIs( bool active ) override;
-   Kiv::KivType const & fwkType() const override;
-   ~LogSm() override;
-   virtual void kivDoZombieReactors( bool zombie );
+   explicit LogSm( Kiv::Ptr< Log > const & stageLog ) : stageLog_( stageLog ) {}
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
    static Kiv::KivType const & _fwkType();
 
    // The queue into which entries go. Fixed.
@@ -25,7 +22,7 @@ class ORDOVAN_EXPORT LogSm : public Kiv::PtrInterface {
    void logIs( Kiv::String8 msg );
 
  private:
-   Kiv::Ptr< Log > stageLog_;
+   Kiv::Ptr< Log > const stageLog_;
 };
 
 // The declared messages of this library, built when it is loaded.

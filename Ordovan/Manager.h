@@ -20,7 +20,7 @@ class ORDOVAN_EXPORT Ordovan : public Kiv::Entity {
    // With both attributes null. Throws the range exception "empty name".
    static Kiv::Ptr< Ordovan > OrdovanIs( Kiv::Name const & name );
    void isNondestructingIs( bool nondestructing ) override;
-   Kiv::KivType const & fwkType() const override;
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
    ~Ordovan() override;
    Kiv::String8 attributeString( Kiv::AttributeId attribute ) const override;
 
@@ -37,7 +37,7 @@ class ORDOVAN_EXPORT Ordovan : public Kiv::Entity {
    Kiv::Ptr< ConfigSm > newConfigSm( Kiv::Ptr< Config const > const & config,
                                      Kiv::Ptr< Status > const & status,
                                      Kiv::Ptr< Kiv::Dir const > const & agentDir );
-   void configSmDel();
+   void configSmDel() { configSm_ = nullptr; }
 
    // Null until asked for.
    Kiv::Ptr< StatusSm > statusSm() const { return statusSm_; }
@@ -53,7 +53,7 @@ class ORDOVAN_EXPORT Ordovan : public Kiv::Entity {
                                      Kiv::Ptr< Status > const & status,
                                      Kiv::Ptr< Progress > const & progress,
                                      Kiv::Ptr< Log > const & log );
-   void statusSmDel();
+   void statusSmDel() { statusSm_ = nullptr; }
 
  private:
    explicit Ordovan( Kiv::Name const & name );

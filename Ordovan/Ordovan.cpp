@@ -22,7 +22,7 @@
 //
 // A handler that an exception has cut short, for want of memory or by what others' code throws into
 // it, is delivered again (Kiv/Notifiee.h). So each either finds its work still to be done when it
-// runs again, or takes back what would keep it from doing it (detail::OnException), or remembers
+// runs again, or takes back what would keep it from doing it (Kiv::OnException), or remembers
 // what it owes (KivStageStatus::settle, StageSm::pendingEventChanged). A line of the log may then
 // stand there twice; none is lost.
 //
@@ -31,10 +31,10 @@
 #include <Ordovan/Ordovan.h>
 
 #include <Ordovan/detail/CriticalPush.h>
-#include <Ordovan/detail/OnException.h>
 #include <Ordovan/detail/Trace.h>
 
 #include <Kiv/Exception.h>
+#include <Kiv/Reactor.h>
 
 #include <cmath>
 #include <cstdio>
@@ -201,7 +201,7 @@ void KivStageStatus::handleEventDel( String8 agentName ) {
 
 // What only the event brought goes with it.
 void KivStageStatus::eventHasLeft( Ptr< EventConfig const > const & ec, bool setTimeout ) {
-   detail::OnException const owed( [ & ] { leftIs( ec, setTimeout ); } );
+   Kiv::OnException const owed( [ & ] { leftIs( ec, setTimeout ); } );
    // The event is gone from the stage: only the others can keep a dependency now.
    for( auto i = ec->dependencyIteratorConst(); i; ++i ) {
       ORDOVAN_TRACE_IN( "handleEventDel", 9, "Handling dependency deletion of ", i.key(),
@@ -409,7 +409,7 @@ void StatusSm::handleEnabled() {
    if( stages->activeStages() != 0 )
       return;
    if( stageEnableSms() == 0 && stageSms() == 0 ) {
-      detail::OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
+      Kiv::OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
       for( auto i = stages->stageIteratorConst(); i; ++i ) {
          ORDOVAN_TRACE( 8, "Creating Stage Enable Sm for ", i.key() );
          stageEnableSmIs( Ptr< StageStatus const >( i.ptr() ) );
@@ -491,7 +491,7 @@ void StatusSm::handleNextStage() {
       return;
    }
    needRecalculateNextStageIs( false );
-   detail::OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
+   Kiv::OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
    Ptr< Status > const stages = Kiv::valid( status() );
    bool const criticalWaiting = criticalStageWaits( *stages );
    bool inactiveStages = false;
@@ -674,7 +674,7 @@ void StageSm::handlePendingEvent() {
    StatusSm * const owner = mainSm(); // what the message sets off may take it from us
    if( !stage() || !owner )
       return;
-   Kept const kept( *this );
+   Kept const kept = keep();
    String8 const text = "stage " + String8( name() ) + " is complete";
    if( timedOut() ) {
       ORDOVAN_TRACE( 0, " Stage ", name(), " completed, but had previously timed out." );
@@ -715,7 +715,7 @@ void StageSm::handleStageUncompleted() {
    }
    if( !stage() || !mainSm() )
       return;
-   Kept const kept( *this );
+   Kept const kept = keep();
    ORDOVAN_TRACE( 8, name(), " has ", pendingEvents(), " pendingEvents remaining" );
    ORDOVAN_TRACE( 8, " Incomplete events: ", namesOfPending( *this ) );
    // Also for a critical stage, although that one is not completed.

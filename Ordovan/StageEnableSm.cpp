@@ -8,9 +8,7 @@
 
 namespace Stage {
 
-using Kiv::Attribute;
 using Kiv::Ptr;
-using Kiv::Role;
 using Kiv::String8;
 
 namespace {
@@ -21,62 +19,41 @@ bool works( Kiv::PtrInterface const & object ) {
    return sm.mainSm() && sm.stage();
 }
 
-constexpr auto rows = Kiv::numbered( {
-   Attribute( "stage", "Kiv::Ptr<Stage::StageStatus const>", "", Role::constructorArgument,
-              Kiv::reads< &StageEnableSm::stage >() ),
-   Attribute( "name", "Kiv::Name", "", Role::value, Kiv::reads< &StageEnableSm::name >() ),
-   Attribute( "handleDependencyDel", "", "Kiv::String8", Role::handler,
-              Kiv::calls< &StageEnableSm::handleDependencyDel >( "key" ).whenever( &works ) ),
-   Attribute( "handleCritical", "", "", Role::handler,
-              Kiv::calls< &StageEnableSm::handleCritical >().whenever( &works ) ),
-   Attribute( "mainSm", "Stage::StatusSm*", "", Role::constructorArgument,
-              Kiv::reads< &StageEnableSm::mainSm >() ),
-   Attribute( "fwkKey", "Kiv::Name", "", Role::framework, Kiv::reads< &StageEnableSm::fwkKey >() ),
-   Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
-              Kiv::activity().writes< &StageEnableSm::kivFwkActivityIs >() ),
-   Kiv::notificationSwitch(),
-   Kiv::zombieSwitch< StageEnableSm >(),
-} );
+constexpr auto rows = Kiv::machineTable< StageEnableSm >(
+   {
+      Kiv::fixed< &StageEnableSm::stage >( "stage", "Kiv::Ptr<Stage::StageStatus const>" ),
+      Kiv::readOnly< &StageEnableSm::name >( "name", "Kiv::Name" ),
+      Kiv::handler< &StageEnableSm::handleDependencyDel >( "handleDependencyDel", "key" ),
+      Kiv::handler< &StageEnableSm::handleCritical >( "handleCritical" ),
+      Kiv::fixed< &StageEnableSm::mainSm >( "mainSm", "Stage::StatusSm*" ),
+      Kiv::ownKey< &StageEnableSm::fwkKey >(),
+      Kiv::activity< &StageEnableSm::kivFwkActivityIs >(),
+   },
+   &works );
 
 } // namespace
 
 StageEnableSm::StageEnableSm( Ptr< StageStatus const > const & stage, StatusSm * mainSm )
-   : mainSm_( mainSm ), key_( Kiv::valid( stage )->name() ) {
-   Kiv::KeepDuringConstruction const keep( *this );
-   StageStatus::NotifieeConst::notifierIs( stage );
-   deliveredUntilDoneIs( true );
-   isRegisteredNotifieeIs( true );
-}
-StageEnableSm::~StageEnableSm() { kivDoZombieReactors( true ); }
+   : OwnedReactor( stage, mainSm, Kiv::valid( stage )->name() ) {}
 
 void StageEnableSm::notifierIs( Ptr< Kiv::PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
-   StageStatus::NotifieeConst::notifierIs( stage );
+   OwnedReactor::notifierIs( stage );
    if( stage && !kivMarkedForDeletion() )
       handleCritical();
    isRegisteredNotifieeIs( true );
 }
 
-Ptr< Kiv::ActivityConfig > StageEnableSm::kivFwkActivity() { return activity_; }
-Ptr< Kiv::ActivityConfig const > StageEnableSm::kivFwkActivity() const { return activity_; }
-
 void StageEnableSm::onDependency( String8 key ) {
-   Kiv::detail::toOwner( *this, mainSm_, [ & ]( StatusSm & ) { handleDependencyDel( key ); } );
+   react( [ & ]( StatusSm & ) { handleDependencyDel( key ); } );
 }
-void StageEnableSm::onDependencykivImmediate() {}
 void StageEnableSm::onCritical() {
-   Kiv::detail::toOwner( *this, mainSm_, [ & ]( StatusSm & ) { handleCritical(); } );
+   react( [ this ]( StatusSm & ) { handleCritical(); } );
 }
 
-void StageEnableSm::kivDoZombieReactors( bool zombie ) {
-   Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
-}
-
-Kiv::KivType const & StageEnableSm::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageEnableSm::_fwkType() {
-   static Kiv::KivType const type( "Stage::StageEnableSm", &PtrInterface::_fwkType(), rows );
-   return type;
+   return Kiv::typeOf< rows >( "Stage::StageEnableSm" );
 }
 
 } // namespace Stage

@@ -15,24 +15,23 @@ class StatusSm;
 // its two pointers.
 //
 // Owned by its StatusSm, which replaces it by a StageSm when the stage becomes active.
-class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
+class ORDOVAN_EXPORT StageEnableSm
+   : public Kiv::OwnedReactor< StageStatus::NotifieeConst, StatusSm, Kiv::Name > {
  public:
    // Attaches without running a handler. A range exception for a null stage. Without mainSm it asks
    // nobody for anything.
    StageEnableSm( Kiv::Ptr< StageStatus const > const & stage, StatusSm * mainSm );
-   Kiv::KivType const & fwkType() const override;
-   ~StageEnableSm() override;
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
    // Re-attaches; runs handleCritical() once for a stage that is not null.
    void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
    // The activity, empty until it is set: then the process's one is meant.
-   Kiv::Ptr< Kiv::ActivityConfig > kivFwkActivity() override;
-   Kiv::Ptr< Kiv::ActivityConfig const > kivFwkActivity() const override;
+   Kiv::Ptr< Kiv::ActivityConfig > kivFwkActivity() override { return activity_; }
+   Kiv::Ptr< Kiv::ActivityConfig const > kivFwkActivity() const override { return activity_; }
    using StageStatus::NotifieeConst::onDependency;
    void onDependency( Kiv::String8 key ) override;
    // Nothing: only the notification by key is used.
-   void onDependencykivImmediate() override;
+   void onDependencykivImmediate() override {}
    void onCritical() override;
-   virtual void kivDoZombieReactors( bool zombie );
 
    static Kiv::KivType const & _fwkType();
 
@@ -41,13 +40,11 @@ class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
       notifierIs( Kiv::Ptr< Kiv::PtrInterface const >( stage ) );
    }
    // Null once the StatusSm has let go of this: then it does not react any more.
-   StatusSm * mainSm() const { return mainSm_; }
-   void mainSmIs( StatusSm * mainSm ) { mainSm_ = mainSm; }
+   StatusSm * mainSm() const { return owner(); }
+   void mainSmIs( StatusSm * mainSm ) { ownerIs( mainSm ); }
    void kivFwkActivityIs( Kiv::Ptr< Kiv::ActivityConfig > const & activity ) {
       activity_ = activity;
    }
-   // The stage's name: the key in its owner's collection.
-   Kiv::Name fwkKey() const { return key_; }
 
    // ---- handlers. A range exception while no stage is watched.
 
@@ -57,8 +54,6 @@ class ORDOVAN_EXPORT StageEnableSm : public StageStatus::NotifieeConst {
    void handleDependencyDel( Kiv::String8 key );
 
  private:
-   StatusSm * mainSm_;
-   Kiv::Name const key_;
    Kiv::Ptr< Kiv::ActivityConfig > activity_;
 };
 

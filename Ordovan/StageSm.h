@@ -8,6 +8,8 @@
 #include <Stage/EventConfig.h>
 #include <Stage/StageStatus.h>
 
+#include <utility>
+
 namespace Stage {
 
 class StatusSm;
@@ -23,23 +25,24 @@ class StatusSm;
 //   constructed -> initialised -+-> complete                                (timedOut false)
 //                               +-> timed out and complete     (not critical) -> complete again
 //                               +-> timed out, suspended          (critical)  -> complete
-class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
+class ORDOVAN_EXPORT StageSm
+   : public Kiv::OwnedReactor< StageStatus::NotifieeConst, StatusSm, Kiv::Name, StageSm > {
  public:
    // Watches a StageSm.
    class ORDOVAN_EXPORT NotifieeConst
       : public Kiv::NotifieeOf< StageSm, Kiv::PtrInterface::NotifieeConst > {
     public:
-      virtual void onComplete();
-      virtual void onTimedOut();
-      virtual void onCompletionTime();
-      virtual void onPendingEvent( Kiv::String8 uid );
-      virtual void onPendingEventkivImmediate();
-      virtual void onPendingEvent();
-      virtual void onEvent( Kiv::String8 agent );
-      virtual void onEventkivImmediate();
-      virtual void onEvent();
-      virtual void onStageUncompleted();
-      virtual void onInitialized();
+      virtual void onComplete() {}
+      virtual void onTimedOut() {}
+      virtual void onCompletionTime() {}
+      virtual void onPendingEvent( [[maybe_unused]] Kiv::String8 uid ) {}
+      virtual void onPendingEventkivImmediate() {}
+      virtual void onPendingEvent() {}
+      virtual void onEvent( [[maybe_unused]] Kiv::String8 agent ) {}
+      virtual void onEventkivImmediate() {}
+      virtual void onEvent() {}
+      virtual void onStageUncompleted() {}
+      virtual void onInitialized() {}
 
       // The names above, for newReactor().
       template< class R >
@@ -67,37 +70,28 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    };
 
    // Watches one event of the stage.
-   class ORDOVAN_EXPORT KivEvent : public EventConfig::NotifieeConst {
+   class ORDOVAN_EXPORT KivEvent
+      : public Kiv::OwnedReactor< EventConfig::NotifieeConst, StageSm, Kiv::String8 > {
     public:
-      // Runs handleComplete().
+      // Runs handleComplete(). The key is the agent's name.
       KivEvent( Kiv::Ptr< EventConfig const > const & event, Kiv::String8 const & key,
                 StageSm * stageSm );
-      ~KivEvent() override;
-      Kiv::KivType const & fwkType() const override;
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
-      StageSm * stageSm() const { return stageSm_; }
+      StageSm * stageSm() const { return owner(); }
       Kiv::Ptr< EventConfig const > event() const { return notifier(); }
-      // The agent's name.
-      Kiv::String8 fwkKey() const { return key_; }
       // Runs handleComplete(), unless null or marked for deletion.
       void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & event ) override;
-      void onComplete() override;
-      virtual void kivDoZombieReactors( bool zombie );
+      void onComplete() override { react( &KivEvent::handleComplete ); }
 
       void handleComplete();
-
-    private:
-      friend class StageSm;
-      StageSm * stageSm_;
-      Kiv::String8 const key_;
    };
 
    // An event that is not complete yet.
    class ORDOVAN_EXPORT KivPendingEvent : public Kiv::PtrInterface {
     public:
-      explicit KivPendingEvent( Kiv::Ptr< EventConfig const > const & event );
-      ~KivPendingEvent() override;
-      Kiv::KivType const & fwkType() const override;
+      explicit KivPendingEvent( Kiv::Ptr< EventConfig const > const & event ) : event_( event ) {}
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
       Kiv::Ptr< EventConfig const > pendingEvent() const { return event_; }
       void pendingEventIs( Kiv::Ptr< EventConfig const > const & event ) { event_ = event; }
@@ -107,19 +101,15 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    };
 
    // The slow-stage timer.
-   class ORDOVAN_EXPORT KivStageUncompleted : public Kiv::Clock::NotifieeConst {
+   class ORDOVAN_EXPORT KivStageUncompleted
+      : public Kiv::OwnedReactor< Kiv::Clock::NotifieeConst, StageSm > {
     public:
-      KivStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock, StageSm * stageSm );
-      ~KivStageUncompleted() override;
-      Kiv::KivType const & fwkType() const override;
+      using OwnedReactor::OwnedReactor;
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
-      StageSm * stageSm() const { return stageSm_; }
-      void stageSmIs( StageSm * stageSm ) { stageSm_ = stageSm; }
+      StageSm * stageSm() const { return owner(); }
+      void stageSmIs( StageSm * stageSm ) { ownerIs( stageSm ); }
       void onTime() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      StageSm * stageSm_;
    };
 
    using PendingEventMap = Kiv::HashMap< KivPendingEvent, Kiv::String8 >;
@@ -138,24 +128,20 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    // after which nothing is handled any more.
    StageSm( Kiv::Ptr< StageStatus const > const & stage, Kiv::Ptr< LogSm > const & logSm,
             StatusSm * mainSm );
-   void hasNotificationActiveIs( bool active ) override;
-   Kiv::KivType const & fwkType() const override;
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
    ~StageSm() override;
    // Mirrors the events of another stage; does not run handleInitialized().
    void notifierIs( Kiv::Ptr< Kiv::PtrInterface const > const & stage ) override;
    void onEvent( Kiv::String8 agentName ) override;
    void onEventkivImmediate() override;
-   void onEvent() override;
-   virtual void kivDoZombieReactors( bool zombie );
+   void onEvent() override { onEventkivImmediate(); }
 
    static Kiv::KivType const & _fwkType();
 
    Kiv::Ptr< StageStatus const > stage() const { return notifier(); }
    Kiv::Ptr< LogSm > logSm() const { return logSm_; }
    // Null once the StatusSm has let go of this: then it does not react any more.
-   StatusSm * mainSm() const { return mainSm_; }
-   // The key in its owner's collection: the name of the stage that it was made for.
-   Kiv::Name fwkKey() const { return key_; }
+   StatusSm * mainSm() const { return owner(); }
 
    // The stage is complete. Never taken back.
    bool complete() const { return complete_.value(); }
@@ -183,7 +169,9 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    void pendingEventIs( Kiv::Ptr< EventConfig const > const & event );
    void pendingEventDel( Kiv::String8 const & uid );
    void pendingEventDelAll();
-   Kiv::Ptr< KivPendingEvent > newPendingEvent( Kiv::Ptr< EventConfig const > const & event );
+   Kiv::Ptr< KivPendingEvent > newPendingEvent( Kiv::Ptr< EventConfig const > const & event ) {
+      return new KivPendingEvent( event );
+   }
    // Tells the observers of a member that has come, changed or, null, gone. They look it up.
    void pendingEventNotify( Kiv::String8 const & uid,
                             Kiv::Ptr< KivPendingEvent > const & pendingEvent );
@@ -198,19 +186,25 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
    Kiv::Ptr< KivEvent > eventIs( Kiv::String8 const & agentName,
                                  Kiv::Ptr< EventConfig const > const & event );
    void eventDel( Kiv::String8 const & agentName );
-   void eventDelAll();
+   void eventDelAll() {
+      event_.memberDelAll( [ this ]( Kiv::String8 const & agent ) { eventDel( agent ); } );
+   }
    Kiv::Ptr< KivEvent > newEvent( Kiv::String8 const & agentName,
-                                  Kiv::Ptr< EventConfig const > const & event );
+                                  Kiv::Ptr< EventConfig const > const & event ) {
+      return Kiv::newOwned< KivEvent >( *this, Kiv::valid( event ), agentName );
+   }
    // Tells the observers of a member that has come, changed or, null, gone. They look it up.
    void eventNotify( Kiv::String8 const & agentName, Kiv::Ptr< KivEvent > const & event );
 
    // ---- the slow-stage timer, null when there is none
 
-   Kiv::Ptr< KivStageUncompleted > stageUncompleted() const { return stageUncompleted_; }
+   Kiv::Ptr< KivStageUncompleted > stageUncompleted() const { return stageUncompleted_.reactor(); }
    void stageUncompletedIs( Kiv::Ptr< Kiv::Clock const > const & clock );
    void stageUncompletedDel();
    Kiv::Ptr< KivStageUncompleted >
-   newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock );
+   newStageUncompleted( Kiv::Ptr< Kiv::Clock const > const & clock ) {
+      return Kiv::newOwned< KivStageUncompleted >( *this, Kiv::valid( clock ) );
+   }
 
    // ---- handlers. One that has lost its stage or its owner does not react.
 
@@ -224,43 +218,26 @@ class ORDOVAN_EXPORT StageSm : public StageStatus::NotifieeConst {
 
  private:
    friend class StatusSm;
+   friend Machine;
 
-   // Keeps a StageSm and its owner while something passes through code of others, the sink of log
+   auto owned() { return std::tie( stageUncompleted_, event_ ); }
+   // Keep its owner and itself while something passes through code of others, the sink of log
    // messages, which may let go of them all.
-   class Kept {
-    public:
-      explicit Kept( StageSm & sm );
-      ~Kept();
-      Kept( Kept const & ) = delete;
-      Kept & operator=( Kept const & ) = delete;
-
-    private:
-      Kiv::Ptr< StatusSm > mainSm_;
-      Kiv::Ptr< StageSm > stageSm_;
-   };
-
-   template< class F >
-   void ownReactors( F f ) {
-      if( stageUncompleted_ )
-         f( *stageUncompleted_ );
-      for( auto i = event_.iterator(); i; ++i )
-         f( *i.ptr() );
-   }
+   using Kept = std::pair< Kiv::Ptr< StatusSm >, Kiv::Ptr< StageSm > >;
+   Kept keep();
    void mirrorEvents();
    void catchUp();
    void pendingEventChanged( Kiv::String8 const & uid );
    void tellUntold();
 
    Kiv::Ptr< LogSm > logSm_;
-   StatusSm * mainSm_;
-   Kiv::Name const key_;
    Kiv::Scalar< bool > complete_;
    Kiv::Scalar< bool > timedOut_;
    Kiv::Scalar< bool > initialized_;
    Kiv::Scalar< double > completionTime_;
    PendingEventMap pendingEvent_;
-   EventMap event_;
-   Kiv::Ptr< KivStageUncompleted > stageUncompleted_;
+   Kiv::OwnedByKey< KivEvent, Kiv::String8 > event_;
+   Kiv::Owned< KivStageUncompleted > stageUncompleted_;
    Kiv::String8 untold_;       // a pending event whose change was not reacted to
    bool progressOwed_ = false; // the owner has not recorded the stage in its progress
 };

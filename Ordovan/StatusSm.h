@@ -22,62 +22,44 @@ namespace Stage {
 //
 // Made with new and owned by whoever holds a Ptr to it, as the manager does (Manager.h). Its
 // children point back to it without holding it and go with it.
-class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
+class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm > {
  public:
    // Watches the configuration.
-   class ORDOVAN_EXPORT KivConfig : public Config::NotifieeConst {
+   class ORDOVAN_EXPORT KivConfig : public Kiv::OwnedReactor< Config::NotifieeConst, StatusSm > {
     public:
-      KivConfig( Kiv::Ptr< Config const > const & config, StatusSm * statusSm );
-      ~KivConfig() override;
-      StatusSm * statusSm() const { return statusSm_; }
-      void onEnabled() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      friend class StatusSm;
-      StatusSm * statusSm_;
+      using OwnedReactor::OwnedReactor;
+      StatusSm * statusSm() const { return owner(); }
+      void onEnabled() override { react( &StatusSm::handleEnabled ); }
    };
 
    // Watches the status.
-   class ORDOVAN_EXPORT KivStatus : public Status::Notifiee {
+   class ORDOVAN_EXPORT KivStatus : public Kiv::OwnedReactor< Status::Notifiee, StatusSm > {
     public:
-      KivStatus( Kiv::Ptr< Status > const & status, StatusSm * statusSm );
-      ~KivStatus() override;
-      StatusSm * statusSm() const { return statusSm_; }
-      void onActiveStage( Kiv::Name name ) override;
+      using OwnedReactor::OwnedReactor;
+      StatusSm * statusSm() const { return owner(); }
+      void onActiveStage( Kiv::Name name ) override { react( &StatusSm::handleActiveStage, name ); }
       // Nothing: every stage is told by name.
-      void onActiveStagekivImmediate() override;
-      void onActiveStage() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      friend class StatusSm;
-      StatusSm * statusSm_;
+      void onActiveStagekivImmediate() override {}
+      void onActiveStage() override { react( &StatusSm::handleActiveStage ); }
    };
 
    // The timer that runs the decision after the handler that asked for it has returned.
-   class ORDOVAN_EXPORT KivRecalculateNextStage : public Kiv::Clock::NotifieeConst {
+   class ORDOVAN_EXPORT KivRecalculateNextStage
+      : public Kiv::OwnedReactor< Kiv::Clock::NotifieeConst, StatusSm > {
     public:
-      KivRecalculateNextStage( Kiv::Ptr< Kiv::Clock const > const & clock, StatusSm * statusSm );
-      ~KivRecalculateNextStage() override;
-      Kiv::KivType const & fwkType() const override;
+      using OwnedReactor::OwnedReactor;
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
       static Kiv::KivType const & _fwkType();
-      StatusSm * statusSm() const { return statusSm_; }
-      void onTime() override;
-      virtual void kivDoZombieReactors( bool zombie );
-
-    private:
-      friend class StatusSm;
-      StatusSm * statusSm_;
+      StatusSm * statusSm() const { return owner(); }
+      void onTime() override { react( &StatusSm::handleNextStage ); }
    };
 
+   void stageEnableSmDel( Kiv::Name const & name ) { stageEnableSm_.memberDel( name ); }
+   void stageSmDel( Kiv::Name const & name ) { stageSm_.memberDel( name ); }
    using StageEnableSmMap = Kiv::HashMap< StageEnableSm, Kiv::Name >;
    using StageEnableSmIteratorConst = Kiv::OwnedIterator< StageEnableSmMap, StatusSm const >;
    using StageSmMap = Kiv::HashMap< StageSm, Kiv::Name >;
    using StageSmIteratorConst = Kiv::OwnedIterator< StageSmMap, StatusSm const >;
-
-   void stageEnableSmDel( Kiv::Name const & name );
-   void stageSmDel( Kiv::Name const & name );
    using StageEnableSmIterator =
       Kiv::DeletingIterator< StageEnableSmMap, StatusSm, &StatusSm::stageEnableSmDel >;
    using StageSmIterator = Kiv::DeletingIterator< StageSmMap, StatusSm, &StatusSm::stageSmDel >;
@@ -88,27 +70,35 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    StatusSm( Kiv::String8 const & application, Kiv::Ptr< Config const > const & config,
              Kiv::Ptr< Status > const & status, Kiv::Ptr< Progress > const & progress,
              Kiv::Ptr< Log > const & log );
-   void hasNotificationActiveIs( bool active ) override;
-   Kiv::KivType const & fwkType() const override;
+   Kiv::KivType const & fwkType() const override { return _fwkType(); }
+   // Its children point to it no more, its LogSm, the waiting and the active stages go, in this
+   // order.
    ~StatusSm() override;
-   virtual void kivDoZombieReactors( bool zombie );
 
    static Kiv::KivType const & _fwkType();
 
    // The name of the application whose progression this is. Fixed.
    Kiv::String8 application() const { return application_; }
 
-   Kiv::Ptr< Config const > config() const;
-   Kiv::Ptr< KivConfig > kivConfig() const { return config_; }
-   void configIs( Kiv::Ptr< Config const > const & config );
-   void configDel();
-   Kiv::Ptr< KivConfig > newConfig( Kiv::Ptr< Config const > const & config );
+   Kiv::Ptr< Config const > config() const { return config_.notifier(); }
+   Kiv::Ptr< KivConfig > kivConfig() const { return config_.reactor(); }
+   void configIs( Kiv::Ptr< Config const > const & config ) {
+      config_.notifierIs( config, [ & ] { return newConfig( config ); } );
+   }
+   void configDel() { config_.del(); }
+   Kiv::Ptr< KivConfig > newConfig( Kiv::Ptr< Config const > const & config ) {
+      return Kiv::newOwned< KivConfig >( *this, config );
+   }
 
-   Kiv::Ptr< Status > status() const;
-   Kiv::Ptr< KivStatus > kivStatus() const { return status_; }
-   void statusIs( Kiv::Ptr< Status > const & status );
-   void statusDel();
-   Kiv::Ptr< KivStatus > newStatus( Kiv::Ptr< Status > const & status );
+   Kiv::Ptr< Status > status() const { return status_.notifier(); }
+   Kiv::Ptr< KivStatus > kivStatus() const { return status_.reactor(); }
+   void statusIs( Kiv::Ptr< Status > const & status ) {
+      status_.notifierIs( status, [ & ] { return newStatus( status ); } );
+   }
+   void statusDel() { status_.del(); }
+   Kiv::Ptr< KivStatus > newStatus( Kiv::Ptr< Status > const & status ) {
+      return Kiv::newOwned< KivStatus >( *this, status );
+   }
 
    Kiv::Ptr< Progress > progress() const { return progress_; }
    Kiv::Ptr< Log > log() const { return log_; }
@@ -116,7 +106,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    // Made at initialisation over `log`; null before.
    Kiv::Ptr< LogSm > logSm() const { return logSm_; }
    void logSmIs( Kiv::Ptr< Log > const & log );
-   void logSmDel();
+   void logSmDel() { logSm_ = nullptr; }
    Kiv::Ptr< LogSm > newLogSm( Kiv::Ptr< Log > const & log );
 
    // ---- stages that wait, by name; null when absent
@@ -132,7 +122,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    // Makes one, or re-attaches the one there is.
    Kiv::Ptr< StageEnableSm > stageEnableSmIs( Kiv::Ptr< StageStatus const > const & stageStatus );
    Kiv::Ptr< StageEnableSm > newStageEnableSm( Kiv::Ptr< StageStatus const > const & stageStatus );
-   void stageEnableSmDelAll();
+   void stageEnableSmDelAll() { stageEnableSm_.memberDelAll(); }
 
    // ---- active stages, by name; null when absent
 
@@ -146,19 +136,24 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
                                   Kiv::Ptr< LogSm > const & logSm );
    Kiv::Ptr< StageSm > newStageSm( Kiv::Ptr< StageStatus const > const & stageStatus,
                                    Kiv::Ptr< LogSm > const & logSm );
-   void stageSmDelAll();
+   void stageSmDelAll() { stageSm_.memberDelAll(); }
 
    // A decision was asked for and not made yet.
    bool needRecalculateNextStage() const { return needRecalculateNextStage_; }
    void needRecalculateNextStageIs( bool need ) { needRecalculateNextStage_ = need; }
    Kiv::Ptr< KivRecalculateNextStage > recalculateNextStage() const {
-      return recalculateNextStage_;
+      return recalculateNextStage_.reactor();
    }
-   // A range exception for null.
-   void recalculateNextStageIs( Kiv::Ptr< Kiv::Clock const > const & clock );
-   void recalculateNextStageDel();
+   // A range exception for null: a timer without a clock would never decide.
+   void recalculateNextStageIs( Kiv::Ptr< Kiv::Clock const > const & clock ) {
+      recalculateNextStage_.notifierIs( Kiv::valid( clock ),
+                                        [ & ] { return newRecalculateNextStage( clock ); } );
+   }
+   void recalculateNextStageDel() { recalculateNextStage_.del(); }
    Kiv::Ptr< KivRecalculateNextStage >
-   newRecalculateNextStage( Kiv::Ptr< Kiv::Clock const > const & clock );
+   newRecalculateNextStage( Kiv::Ptr< Kiv::Clock const > const & clock ) {
+      return Kiv::newOwned< KivRecalculateNextStage >( *this, Kiv::valid( clock ) );
+   }
 
    bool initialized() const { return initialized_; }
    void initializedIs( bool initialized ) { initialized_ = initialized; }
@@ -176,18 +171,9 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    void handleActiveStage( Kiv::String8 name );
 
  private:
-   template< class F >
-   void ownReactors( F f ) {
-      if( config_ )
-         f( *config_ );
-      if( status_ )
-         f( *status_ );
-      if( recalculateNextStage_ )
-         f( *recalculateNextStage_ );
-      for( auto i = stageEnableSm_.iterator(); i; ++i )
-         f( *i.ptr() );
-      for( auto i = stageSm_.iterator(); i; ++i )
-         f( *i.ptr() );
+   friend Machine;
+   auto owned() {
+      return std::tie( config_, status_, recalculateNextStage_, stageEnableSm_, stageSm_ );
    }
    bool criticalStageWaits( Status const & status ) const;
    bool dependenciesSatisfied( Status const & status, StageStatus const & stage ) const;
@@ -195,14 +181,14 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::PtrInterface {
    void recordProgress( Kiv::String8 const & name );
 
    Kiv::String8 const application_;
-   Kiv::Ptr< KivConfig > config_;
-   Kiv::Ptr< KivStatus > status_;
+   Kiv::Owned< KivConfig > config_;
+   Kiv::Owned< KivStatus > status_;
    Kiv::Ptr< Progress > progress_;
    Kiv::Ptr< Log > log_;
    Kiv::Ptr< LogSm > logSm_;
-   StageEnableSmMap stageEnableSm_;
-   StageSmMap stageSm_;
-   Kiv::Ptr< KivRecalculateNextStage > recalculateNextStage_;
+   Kiv::OwnedByKey< StageEnableSm, Kiv::Name > stageEnableSm_;
+   Kiv::OwnedByKey< StageSm, Kiv::Name > stageSm_;
+   Kiv::Owned< KivRecalculateNextStage > recalculateNextStage_;
    bool needRecalculateNextStage_ = false;
    bool initialized_ = false;
 };

@@ -267,18 +267,17 @@ void Status::stageDel( Name const & name ) {
       return;
    Name const key = name; // the caller's may belong to the stage
    // Room for all three changes (two of ours), so that none can fail after another was made.
-   Kiv::detail::makeRoom( 2 * Kiv::detail::itemsFor( *this, 1 ) +
-                          Kiv::detail::itemsFor( *gone, 0 ) );
+   Kiv::makeRoom( 2 * Kiv::itemsFor( *this, 1 ) + Kiv::itemsFor( *gone, 0 ) );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
    if( gone->isChildOf( *this ) ) // somebody may have given it another parent
       gone->ownerIs( nullptr, Kiv::noAttribute );
 }
 void Status::stageDelAll() {
-   std::size_t items = 2 * stages() * Kiv::detail::itemsFor( *this, 1 );
+   std::size_t items = 2 * stages() * Kiv::itemsFor( *this, 1 );
    for( auto i = stageIteratorConst(); i; ++i )
-      items += Kiv::detail::itemsFor( *i.ptr(), 0 );
-   Kiv::detail::makeRoom( items );
+      items += Kiv::itemsFor( *i.ptr(), 0 );
+   Kiv::makeRoom( items );
    for( auto i = stageIterator(); i; ++i )
       stageDel( i.key() );
 }
@@ -408,15 +407,15 @@ Progress::Progress( Name const & name ) : Entity( name ) {}
 Progress::~Progress() = default;
 void Progress::isNondestructingIs( bool on ) { nondestructingIs( on, progress::rows[ 0 ] ); }
 void Progress::stageIs( String8 const & name, bool active ) {
-   Kiv::detail::checkThread( *this, "stage" );
+   Kiv::checkThread( *this, "stage" );
    stage_.memberIs( name, active );
 }
 void Progress::stageDel( String8 const & name ) {
-   Kiv::detail::checkThread( *this, "stage" );
+   Kiv::checkThread( *this, "stage" );
    stage_.memberDel( name );
 }
 void Progress::stageDelAll() {
-   Kiv::detail::checkThread( *this, "stage" );
+   Kiv::checkThread( *this, "stage" );
    stage_.clear();
 }
 Kiv::KivType const & Progress::fwkType() const { return _fwkType(); }
@@ -446,18 +445,17 @@ Kiv::Value entryAt( Kiv::PtrInterface const & object, Kiv::Text const & place ) 
 }
 
 void append( Kiv::PtrInterface & object, String8 const & name, Kiv::Value const & value ) {
-   if( !value.is( Kiv::Value::Kind::list ) )
-      Kiv::detail::throwWrongObject( name, value );
-   Kiv::Value const * const time = value.list().value( "time" );
-   Kiv::Value const * const msg = value.list().value( "msg" );
-   if( !time || !msg || value.list().size() != 2 )
+   Kiv::List_ const & parts = Kiv::listFromValue( name, value );
+   Kiv::Value const * const time = parts.value( "time" );
+   Kiv::Value const * const msg = parts.value( "msg" );
+   if( !time || !msg || parts.size() != 2 )
       Kiv::GenericIf::throwUnknownArgException( name, "an entry has time and msg" );
-   LogEntry const entry{ Kiv::detail::toDouble( "time", *time ),
-                         Kiv::detail::toText( "msg", *msg ) };
+   LogEntry const entry{ Kiv::fromValue< double >( "time", *time ),
+                         Kiv::fromValue< String8 >( "msg", *msg ) };
    static_cast< Log & >( object ).logEnq( entry );
 }
 
-class PlaceWalk : public Kiv::detail::KeyWalk {
+class PlaceWalk : public Kiv::KeyWalk {
  public:
    explicit PlaceWalk( Log const & log ) : log_( &log ) {}
    bool stands() const override { return place_ < log_->logs(); }
@@ -477,7 +475,7 @@ constexpr Kiv::Access entries() {
    access.count = []( Kiv::PtrInterface const & object ) {
       return static_cast< std::uint32_t >( logOf( object ).logs() );
    };
-   access.walk = []( Kiv::PtrInterface const & object ) -> Kiv::detail::KeyWalk * {
+   access.walk = []( Kiv::PtrInterface const & object ) -> Kiv::KeyWalk * {
       return new PlaceWalk( logOf( object ) );
    };
    return access;
@@ -498,11 +496,11 @@ Log::Log( Name const & name ) : Entity( name ) {}
 Log::~Log() = default;
 void Log::isNondestructingIs( bool on ) { nondestructingIs( on, logRows::rows[ 0 ] ); }
 void Log::logEnq( LogEntry const & entry ) {
-   Kiv::detail::checkThread( *this, "log" );
+   Kiv::checkThread( *this, "log" );
    log_.push_back( entry );
 }
 bool Log::logDeq( LogEntry & entry ) {
-   Kiv::detail::checkThread( *this, "log" );
+   Kiv::checkThread( *this, "log" );
    if( log_.empty() )
       return false;
    entry = log_.front();

@@ -14,18 +14,37 @@
 #pragma once
 
 #include <Kiv/Attribute.h>
+#include <Kiv/Exception.h>
 #include <Kiv/Export.h>
 #include <Kiv/Type.h>
 #include <Kiv/Value.h>
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <span>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
 namespace Kiv {
+
+// A walk over the keys of a collection, as a row without typed accessors needs it: made by the
+// row's function `walk`, and the caller's. Derived classes keep the collection's owner alive, and
+// stand whatever becomes of the collection meanwhile.
+class KIV_EXPORT KeyWalk : public KivMemPool {
+ public:
+   KeyWalk() = default;
+   virtual ~KeyWalk();
+   KeyWalk( KeyWalk const & ) = delete;
+   KeyWalk & operator=( KeyWalk const & ) = delete;
+   virtual bool stands() const = 0;
+   virtual String8 key() const = 0;
+   virtual void advance() = 0;
+   virtual void reset() = 0;
+};
 
 namespace detail {
 
@@ -56,19 +75,6 @@ struct Pointee< Ptr< T > > {
 template< class T >
 concept Pointer = requires { typename Pointee< T >::type; };
 
-// A walk over the keys of a collection; keeps the collection's owner alive.
-class KIV_EXPORT KeyWalk : public KivMemPool {
- public:
-   KeyWalk() = default;
-   virtual ~KeyWalk();
-   KeyWalk( KeyWalk const & ) = delete;
-   KeyWalk & operator=( KeyWalk const & ) = delete;
-   virtual bool stands() const = 0;
-   virtual String8 key() const = 0;
-   virtual void advance() = 0;
-   virtual void reset() = 0;
-};
-
 template< class Iterator >
 class IteratorWalk : public KeyWalk {
  public:
@@ -94,24 +100,38 @@ KIV_EXPORT PtrInterface const * toObject( String8 const & name, Value const & va
                                           bool toChange );
 [[noreturn]] KIV_EXPORT void throwWrongObject( String8 const & name, Value const & value );
 
+} // namespace detail
+
+// What a setter takes, of a value that was given for `name`: T is bool, double, unsigned int,
+// String8, Name, or a Ptr. Text is converted, but never to a pointer; nothing is a null pointer.
+// Any other value is refused with the type exception for `name`, text that is no value of T with a
+// range exception.
 template< class T >
 T fromValue( String8 const & name, Value const & value ) {
    if constexpr( std::same_as< T, bool > )
-      return toBool( name, value );
+      return detail::toBool( name, value );
    else if constexpr( std::same_as< T, double > )
-      return toDouble( name, value );
+      return detail::toDouble( name, value );
    else if constexpr( std::same_as< T, unsigned int > )
-      return toNumber( name, value );
-   else if constexpr( Pointer< T > ) {
-      using U = typename Pointee< T >::type;
-      PtrInterface const * const object = toObject( name, value, !std::is_const_v< U > );
+      return detail::toNumber( name, value );
+   else if constexpr( detail::Pointer< T > ) {
+      using U = typename detail::Pointee< T >::type;
+      PtrInterface const * const object = detail::toObject( name, value, !std::is_const_v< U > );
       auto const * const typed = dynamic_cast< U const * >( object );
       if( object && !typed )
-         throwWrongObject( name, value );
+         detail::throwWrongObject( name, value );
       return T( const_cast< U * >( typed ) ); // asked above whether it may be changed
    } else
-      return T( toText( name, value ) );
+      return T( detail::toText( name, value ) );
 }
+
+// The list that the value is: else the type exception for `name`. It is the value's.
+KIV_EXPORT List_ const & listFromValue( String8 const & name, Value const & value );
+// For members that are written under a key and have one of their own: a range exception that names
+// both when they differ.
+KIV_EXPORT void checkKey( Text const & given, Text const & own );
+
+namespace detail {
 
 template< class T >
 Value toValue( T const & value ) {
@@ -131,6 +151,26 @@ template< auto set >
 void writeWith( PtrInterface & object, String8 const & name, Value const & value ) {
    ( static_cast< ClassOf< set > & >( object ).*
      set )( fromValue< ArgumentOf< set, 0 > >( name, value ) );
+}
+// The list that the value is, which has each of the names and nothing else.
+KIV_EXPORT List_ const & argumentList( String8 const & attribute, Value const & value,
+                                       std::span< char const * const > names );
+template< class T >
+T argumentIn( List_ const & list, char const * name ) {
+   T const argument = fromValue< T >( name, *list.value( name ) );
+   if constexpr( Pointer< T > )
+      valid( argument );
+   return argument;
+}
+template< auto set, auto const & names >
+void writeListWith( PtrInterface & object, String8 const & attribute, Value const & value ) {
+   List_ const & list = argumentList( attribute, value, names );
+   [ & ]< std::size_t... n >( std::index_sequence< n... > ) {
+      // In braces one after the other, so that the first that is wrong is the one that is named.
+      std::tuple< ArgumentOf< set, n >... > const arguments{
+         argumentIn< ArgumentOf< set, n > >( list, names[ n ] )... };
+      ( static_cast< ClassOf< set > & >( object ).*set )( std::get< n >( arguments )... );
+   }( std::make_index_sequence< std::size( names ) >() );
 }
 template< auto operation >
 void callWith( PtrInterface & object, Value const * argument ) {
@@ -171,13 +211,12 @@ void memberIsWith( PtrInterface & object, Text const & key, String8 const & name
    ( static_cast< ClassOf< set > & >( object ).*
      set )( ArgumentOf< set, 0 >( key ), fromValue< ArgumentOf< set, 1 > >( name, value ) );
 }
-[[noreturn]] KIV_EXPORT void throwOtherKey( Text const & given, Text const & own );
 template< auto set, auto keyOf >
 void memberIsUnder( PtrInterface & object, Text const & key, String8 const & name,
                     Value const & value ) {
    auto const member = fromValue< ArgumentOf< set, 0 > >( name, value );
-   if( member && !( ( member.get()->*keyOf )() == key ) )
-      throwOtherKey( key, ( member.get()->*keyOf )() );
+   if( member )
+      checkKey( key, ( member.get()->*keyOf )() );
    ( static_cast< ClassOf< set > & >( object ).*set )( member );
 }
 template< class T >
@@ -254,6 +293,16 @@ constexpr Access Access::writes() const {
    more.write = &detail::writeWith< set >;
    return more;
 }
+// By a setter of several arguments, which are given as a list, each under its name: names is an
+// array of static storage, in the order of the setter. All of them have to be there, and no pointer
+// may be null.
+template< auto set, auto const & names >
+constexpr Access Access::writesList() const {
+   static_assert( std::size( names ) == detail::MemberFunction< decltype( set ) >::arguments );
+   Access more = *this;
+   more.write = &detail::writeListWith< set, names >;
+   return more;
+}
 template< auto gone >
 constexpr Access Access::deletes() const {
    Access more = *this;
@@ -300,7 +349,65 @@ constexpr Access Access::memberDeletes() const {
    return more;
 }
 
-// ---- what every state machine has
+// ---- rows of state machines: the Attribute whole, where there is only one way to spell it
+
+namespace detail {
+
+// How the type of a key, or of a handler's argument, is called.
+template< class T >
+constexpr char const * keyName = "Kiv::String8";
+template<>
+inline constexpr char const * keyName< Name > = "Kiv::Name";
+
+template< auto operation >
+constexpr char const * argumentName() {
+   if constexpr( MemberFunction< decltype( operation ) >::arguments == 0 )
+      return "";
+   else
+      return keyName< ArgumentOf< operation, 0 > >;
+}
+
+} // namespace detail
+
+// What the constructor was given and nothing changes.
+template< auto get >
+constexpr Attribute fixed( char const * name, char const * type, Role more = Role::value ) {
+   return Attribute( name, type, "", Role::constructorArgument | more, reads< get >() );
+}
+// A value, which `set` changes.
+template< auto get, auto set >
+constexpr Attribute plain( char const * name, char const * type ) {
+   return Attribute( name, type, "", Role::value, value< get, set >() );
+}
+// One that is worked out or made by the machine itself.
+template< auto get >
+constexpr Attribute readOnly( char const * name, char const * type, Role role = Role::value ) {
+   return Attribute( name, type, "", role, reads< get >() );
+}
+// fwkKey, the key in the owner's collection.
+template< auto get >
+constexpr Attribute ownKey() {
+   using K = typename detail::MemberFunction< decltype( get ) >::Result;
+   return Attribute( "fwkKey", detail::keyName< K >, "", Role::framework, reads< get >() );
+}
+// A handler; `argument` is the name of what it takes.
+template< auto operation >
+constexpr Attribute handler( char const * name, char const * argument = nullptr ) {
+   return Attribute( name, "", detail::argumentName< operation >(), Role::handler,
+                     calls< operation >( argument ) );
+}
+// One that is there for one key K, and for all of them.
+template< class K, class C, void ( C::*one )( K ), void ( C::*all )() >
+constexpr Attribute handlers( char const * name, char const * argument ) {
+   return Attribute( name, "", detail::keyName< K >, Role::handler,
+                     callsEither< one, all >( argument ) );
+}
+// An operation that others call.
+template< auto called >
+constexpr Attribute operation( char const * name, char const * argument = nullptr ) {
+   return Attribute( name, "", detail::argumentName< called >(), Role::operation,
+                     calls< called >( argument ) );
+}
 
 namespace detail {
 
@@ -325,11 +432,33 @@ constexpr Attribute zombieSwitch() {
    access.write = &detail::markWith< Machine >;
    return Attribute( "kivDoZombieReactors", "bool", "", Role::framework, access );
 }
-// kivFwkActivity: where the handlers run.
-constexpr Access activity() {
+// A third, kivFwkActivity: where the handlers run. `set`, if given, sets it.
+template< auto set = nullptr >
+constexpr Attribute activity() {
    Access access;
    access.read = &detail::readActivity;
-   return access;
+   if constexpr( !std::same_as< decltype( set ), std::nullptr_t > )
+      access = access.writes< set >();
+   return Attribute( "kivFwkActivity", "Kiv::Ptr<Kiv::ActivityConfig>", "", Role::framework,
+                     access );
+}
+
+// The table of a state machine, or of a reactor that one owns: its own rows, then the two switches.
+// `ready`, if given, tells of a Machine whether its handlers and operations may be called: whoever
+// calls by name may keep one longer than its owner, or what it watches. A collection that runs
+// handlers when it changes says so itself (Access::whenever).
+template< class Machine, std::size_t n >
+constexpr std::array< Attribute, n + 2 > machineTable( Attribute const ( &rows )[ n ],
+                                                       decltype( Access::ready ) ready = nullptr ) {
+   return [ & ]< std::size_t... i >( std::index_sequence< i... > ) {
+      std::array< Attribute, n + 2 > table{ rows[ i ]..., notificationSwitch(),
+                                            zombieSwitch< Machine >() };
+      for( Attribute & row : table )
+         if( has( row.role, Role::handler | Role::operation ) )
+            row.access.ready = ready;
+      numberThem( table );
+      return table;
+   }( std::make_index_sequence< n >() );
 }
 
 } // namespace Kiv

@@ -63,7 +63,7 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
          throwRangeException( fullName() + String8( " cannot be inside itself" ) );
    // Let go after the queueing: it may be the last reference.
    Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr;
-   detail::Change change( *this, rows[ 0 ], 0 );
+   Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = next.get();
    parentAttrId_ = noAttribute;
@@ -77,7 +77,7 @@ void Entity::parentIs( Ptr< Entity > const & parent ) {
 
 void Entity::ownerIs( Entity * parent, AttributeId attribute ) {
    Ptr< Entity > const before = flag( keepsParent ) ? parent_ : nullptr;
-   detail::Change change( *this, rows[ 0 ], 0 );
+   Change change( *this, rows[ 0 ], 0 );
    releaseParent();
    parent_ = parent;
    parentAttrId_ = attribute;
@@ -117,7 +117,7 @@ void Entity::handleParent( Ptr< Entity > const & ) {}
 void Entity::nondestructingIs( bool on, Attribute const & row ) {
    if( on == isNondestructing() )
       return;
-   detail::Change change( *this, row, 0 );
+   Change change( *this, row, 0 );
    PtrInterface::isNondestructingIs( on );
    change.queue();
 }

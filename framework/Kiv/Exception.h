@@ -84,6 +84,14 @@ Ptr< T > const & valid( Ptr< T > const & p ) {
    return p;
 }
 
+// The same with a text of the caller's.
+template< class T >
+Ptr< T > const & valid( Ptr< T > const & p, char const * text ) {
+   if( !p )
+      throwRangeException( text );
+   return p;
+}
+
 template< class T >
 T * valid( T * p ) {
    if( !p )

@@ -69,9 +69,9 @@ void GenericIf::throwUnknownAttrException( String8 const & attribute, String8 co
 
 // -------------------------------------------------------------------------------- arguments
 
-namespace detail {
-
 KeyWalk::~KeyWalk() = default;
+
+namespace detail {
 
 bool toBool( String8 const & name, Value const & value ) {
    if( value.is( Value::Kind::text ) )
@@ -113,17 +113,37 @@ PtrInterface const * toObject( String8 const & name, Value const & value, bool t
 void throwWrongObject( String8 const & name, Value const & value ) {
    GenericIf::throwTypeException( name, value.typeName() + " does not fit" );
 }
-void throwOtherKey( Text const & given, Text const & own ) {
-   throwRangeException( "key " + shown( given ) + " for what stands under " + shown( own ) );
-}
-
 Value readActivity( PtrInterface const & object ) {
    if( auto const * reactor = dynamic_cast< PtrInterface::NotifieeConst const * >( &object ) )
       return const_cast< PtrInterface::NotifieeConst * >( reactor )->kivFwkActivity();
    return activityManager()->config();
 }
 
+List_ const & argumentList( String8 const & attribute, Value const & value,
+                            std::span< char const * const > names ) {
+   List_ const & list = listFromValue( attribute, value );
+   String8 wanted( "it takes each of" );
+   std::size_t known = 0;
+   for( char const * name : names ) {
+      known += list.value( name ) != nullptr;
+      wanted += String8( " " ) + name;
+   }
+   if( known != names.size() || list.size() != known )
+      GenericIf::throwUnknownArgException( attribute, wanted );
+   return list;
+}
+
 } // namespace detail
+
+List_ const & listFromValue( String8 const & name, Value const & value ) {
+   if( !value.is( Value::Kind::list ) )
+      detail::throwWrongObject( name, value );
+   return value.list();
+}
+void checkKey( Text const & given, Text const & own ) {
+   if( !( own == given ) )
+      throwRangeException( "key " + shown( given ) + " for what stands under " + shown( own ) );
+}
 
 // --------------------------------------------------------------------------------- dispatch
 
@@ -232,7 +252,7 @@ Value readAll( PtrInterface const & object, Access const & access ) {
    if( access.read )
       return access.read( object );
    List_ members;
-   std::unique_ptr< detail::KeyWalk > const walk( access.walk( object ) );
+   std::unique_ptr< KeyWalk > const walk( access.walk( object ) );
    for( ; walk->stands(); walk->advance() )
       members.add( walk->key(), access.member( object, walk->key() ) );
    return members;

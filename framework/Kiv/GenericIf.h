@@ -171,7 +171,7 @@ class KIV_EXPORT GenericIf {
 
       Kiv::Value owner_;
       Attribute const * row_;
-      std::unique_ptr< detail::KeyWalk > walk_;
+      std::unique_ptr< KeyWalk > walk_;
    };
 
    // Members that may be changed: the const exception for a const instance. Both refuse what is

@@ -16,8 +16,10 @@
 #include <Kiv/Memory.h>
 #include <Kiv/NewReactor.h>
 #include <Kiv/Notifiee.h>
+#include <Kiv/Owned.h>
 #include <Kiv/Printable.h>
 #include <Kiv/Ptr.h>
+#include <Kiv/Reactor.h>
 #include <Kiv/Text.h>
 #include <Kiv/Trace.h>
 #include <Kiv/Type.h>

@@ -182,8 +182,7 @@ class NotifieeOf : public Base {
    //
    // Not for the reactors that a state machine makes: they are switched on and off with their
    // owner, and switched on too early they would be told before the owner is complete. Not on a
-   // state machine itself either. Those say notifierIs() and isRegisteredNotifieeIs(), and leave
-   // the rest to the owner.
+   // state machine itself either. Those are made of the templates in Reactor.h.
    void watch( Ptr< E const > const & object ) { this->watchObject( object ); }
 
  protected:
@@ -208,20 +207,10 @@ class WritingNotifieeOf : public Base {
    }
 };
 
-namespace detail {
-
-// Runs `call( owner )` for a callback of `reactor`, unless the reactor is marked for deletion or
-// has no owner any more. The owner lives until `call` returns, whatever it deletes.
-template< class Owner, class Call >
-void toOwner( PtrInterface::NotifieeConst const & reactor, Owner * owner, Call call ) {
-   if( reactor.kivMarkedForDeletion() || !owner )
-      return;
-   Ptr< Owner > const keep( owner->references() ? owner : nullptr );
-   call( *owner );
-}
-
 // While it lives, reactors are switched on together: what is pending for them is queued in the
-// order in which it was asked for, as if they had never been off. Objects of this kind nest.
+// order in which it was asked for, as if they had never been off. For what switches several on, as
+// a state machine does with those that it owns (Reactor.h has it). Objects of this kind nest. Needs
+// no memory.
 class KIV_EXPORT InOrder {
  public:
    InOrder();
@@ -229,27 +218,5 @@ class KIV_EXPORT InOrder {
    InOrder( InOrder const & ) = delete;
    InOrder & operator=( InOrder const & ) = delete;
 };
-
-// What hasNotificationActiveIs() passes on: each( f ) calls f( reactor ) for every reactor that is
-// owned, single ones first.
-template< class Each >
-void passNotificationActive( bool active, Each each ) {
-   each( [ active ]( auto & r ) { r.hasNotificationActiveIs( active ); } );
-}
-
-// kivDoZombieReactors() of every reactor and state machine: nothing when the mark is as asked,
-// else its notifications off (or on again), then what it owns by passOn( zombie ), its own mark
-// last. A marked reactor ignores all that comes.
-template< class Machine, class PassOn >
-void doZombieReactors( Machine & machine, bool zombie, PassOn passOn ) {
-   if( zombie == machine.kivMarkedForDeletion() )
-      return;
-   if( machine.notifierPtr() )
-      machine.hasNotificationActiveIs( !zombie );
-   passOn( zombie );
-   machine.kivMarkedForDeletionIs( zombie );
-}
-
-} // namespace detail
 
 } // namespace Kiv

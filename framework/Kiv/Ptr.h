@@ -171,6 +171,13 @@ class Ptr {
    T * object_ = nullptr;
 };
 
+// Keeps an object for as long as the reference lives. Null for null, and for an object that nobody
+// refers to: it belongs to whoever made it, and would be destroyed with this reference.
+template< class T >
+Ptr< T > kept( T * object ) {
+   return Ptr< T >( object && object->references() ? object : nullptr );
+}
+
 // The object as a U, null when it is none.
 template< class U, class T >
 Ptr< U > ptrCast( Ptr< T > const & p ) {

@@ -11,16 +11,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 namespace Kiv {
 
 class KivAttr;
-class Value;
-
-namespace detail {
 class KeyWalk;
-} // namespace detail
+class Value;
 
 // What an attribute is, besides its type. Roles are combined.
 enum class Role : unsigned {
@@ -75,7 +73,7 @@ struct Access {
    void ( *memberDel )( Object &, Text const & key ) = nullptr;
    void ( *memberDelAll )( Object & ) = nullptr;
    std::uint32_t ( *count )( Object const & ) = nullptr;
-   detail::KeyWalk * ( *walk )( Object const & ) = nullptr; // the caller's
+   KeyWalk * ( *walk )( Object const & ) = nullptr; // the caller's
 
    // Whether what runs handlers (calls, changes of members) may be done now; null: always.
    bool ( *ready )( Object const & ) = nullptr;
@@ -83,6 +81,8 @@ struct Access {
    // What else the attribute can do; see Access.h.
    template< auto set >
    constexpr Access writes() const;
+   template< auto set, auto const & names >
+   constexpr Access writesList() const;
    template< auto gone >
    constexpr Access deletes() const;
    template< auto set >
@@ -158,6 +158,15 @@ constexpr std::array< Attribute, n > numbered( Attribute const ( &rows )[ n ] ) 
    return table;
 }
 
+// Where in a table the row of that name stands. A range exception when there is none; for a
+// constant table the compiler refuses it.
+constexpr std::size_t placeOf( std::span< Attribute const > rows, std::string_view name ) {
+   for( std::size_t place = 0; place != rows.size(); ++place )
+      if( name == rows[ place ].name )
+         return place;
+   throwRangeException( "no attribute of that name" );
+}
+
 // A registered type: its full name, its base and its attributes in order. Lives for the process.
 class KIV_EXPORT KivType {
  public:
@@ -183,6 +192,14 @@ class KIV_EXPORT KivType {
 };
 // So that one of static lifetime is never destroyed.
 static_assert( std::is_trivially_destructible_v< KivType > );
+
+// The one type with the table `rows`, which is of static storage: what a class's _fwkType()
+// returns.
+template< auto const & rows >
+KivType const & typeOf( char const * name, KivType const & base = PtrInterface::_fwkType() ) {
+   static KivType const type( name, &base, rows );
+   return type;
+}
 
 // The registered type of a built-in type: bool, double, unsigned int, String8, Name.
 template< class T >

@@ -188,9 +188,9 @@ TEST_F( Attaching, ReactorsThatAreSwitchedOnTogetherHearAllInTheOrderInWhichItWa
    event->dependencyIs( "Boot", true );
    other->criticalIs( true );
    {
-      Kiv::detail::InOrder const outer;
+      Kiv::InOrder const outer;
       {
-         Kiv::detail::InOrder const inner;
+         Kiv::InOrder const inner;
          a->hasNotificationActiveIs( true );
       }
       b->hasNotificationActiveIs( true );

@@ -15,67 +15,57 @@ using namespace delivery;
 
 namespace {
 
-// A machine of the test's own, with one single nested reactor and two members.
-class Machine : public Watcher {
+// A machine of the test's own, with one single nested reactor and two members, whose order is that
+// of their keys.
+class Machine : public Kiv::Machine< Watcher, Machine > {
  public:
-   class Part : public Watcher {
+   class Part
+      : public Kiv::OwnedReactor< Stage::EventConfig::NotifieeConst, ::Machine, Kiv::String8 > {
     public:
-      Part( std::string const & id, Journal & steps, Journal & calls, Machine const & owner,
-            Kiv::Ptr< Stage::EventConfig const > const & event )
-         : Watcher( id, calls, event ), id_( id ), steps_( steps ), owner_( owner ) {}
+      Part( Kiv::Ptr< Stage::EventConfig const > const & event, Kiv::String8 const & id,
+            ::Machine * machine )
+         : OwnedReactor( event, machine, id ) {}
       void hasNotificationActiveIs( bool active ) override {
          if( active != hasNotificationActive() )
-            steps_.push_back( id_ + ( active ? " on" : " off" ) );
-         Watcher::hasNotificationActiveIs( active );
+            owner()->steps_.push_back( text( fwkKey() ) + ( active ? " on" : " off" ) );
+         OwnedReactor::hasNotificationActiveIs( active );
       }
-      virtual void kivDoZombieReactors( bool zombie ) {
-         steps_.push_back(
-            id_ + ( zombie ? " to be marked" : " to be unmarked" ) +
-            ( owner_.kivMarkedForDeletion() ? ", owner marked" : ", owner unmarked" ) );
-         Kiv::detail::doZombieReactors( *this, zombie, []( bool ) {} );
+      void kivDoZombieReactors( bool zombie ) override {
+         owner()->steps_.push_back(
+            text( fwkKey() ) + ( zombie ? " to be marked" : " to be unmarked" ) +
+            ( owner()->kivMarkedForDeletion() ? ", owner marked" : ", owner unmarked" ) );
+         OwnedReactor::kivDoZombieReactors( zombie );
       }
-
-    private:
-      std::string const id_;
-      Journal & steps_;
-      Machine const & owner_;
+      void onTimeout() override {
+         react( [ this ]( ::Machine & m ) { m.calls_.push_back( text( fwkKey() ) ); } );
+      }
    };
 
    Machine( Journal & steps, Journal & calls, Kiv::Ptr< Stage::EventConfig const > const & event )
-      : Watcher( "machine", calls, event ), steps_( steps ),
-        single( new Part( "single", steps, calls, *this, event ) ),
-        members{ new Part( "member 1", steps, calls, *this, event ),
-                 new Part( "member 2", steps, calls, *this, event ) } {
+      : Kiv::Machine< Watcher, Machine >( "machine", calls, event ), steps_( steps ),
+        calls_( calls ) {
+      single.reactorIs( Kiv::newOwned< Part >( *this, event, Kiv::String8( "single" ) ) );
+      for( char const * id : { "member 2", "member 1" } )
+         members.memberIs( Kiv::newOwned< Part >( *this, event, Kiv::String8( id ) ) );
       steps.clear();
    }
+   ~Machine() override { kivDoZombieReactors( true ); }
    void hasNotificationActiveIs( bool active ) override {
-      if( active == hasNotificationActive() )
-         return;
-      steps_.push_back( active ? "machine on" : "machine off" );
-      Watcher::hasNotificationActiveIs( active );
-      if( single )
-         Kiv::detail::passNotificationActive( active, [ this ]( auto f ) { each( f ); } );
-   }
-   virtual void kivDoZombieReactors( bool zombie ) {
-      Kiv::detail::doZombieReactors( *this, zombie, [ this ]( bool z ) {
-         each( [ z ]( Part & part ) { part.kivDoZombieReactors( z ); } );
-      } );
+      if( active != hasNotificationActive() )
+         steps_.push_back( active ? "machine on" : "machine off" );
+      Kiv::Machine< Watcher, Machine >::hasNotificationActiveIs( active );
    }
 
  private:
+   friend Kiv::Machine< Watcher, Machine >;
+   auto owned() { return std::tie( single, members ); }
+
    Journal & steps_;
+   Journal & calls_;
 
  public:
-   Kiv::Ptr< Part > const single;
-   std::vector< Kiv::Ptr< Part > > const members;
-
- private:
-   template< class F >
-   void each( F f ) {
-      f( *single );
-      for( auto const & member : members )
-         f( *member );
-   }
+   Kiv::Owned< Part > single;
+   Kiv::OwnedByKey< Part, Kiv::String8 > members;
 };
 
 class Zombies : public testing::Test {
@@ -91,24 +81,24 @@ class Zombies : public testing::Test {
 
 TEST_F( Zombies, MarkingTurnsOffThenPassesOnSingleOnesFirstThenMarksItself ) {
    machine->kivDoZombieReactors( true );
-   EXPECT_EQ( steps, ( Lines{ "machine off", "single off", "member 1 off", "member 2 off",
+   EXPECT_EQ( steps, ( Lines{ "machine off", "single off", "member 2 off", "member 1 off",
                               "single to be marked, owner unmarked",
-                              "member 1 to be marked, owner unmarked",
-                              "member 2 to be marked, owner unmarked" } ) );
+                              "member 2 to be marked, owner unmarked",
+                              "member 1 to be marked, owner unmarked" } ) );
    EXPECT_TRUE( machine->kivMarkedForDeletion() );
    EXPECT_TRUE( machine->single->kivMarkedForDeletion() );
-   EXPECT_TRUE( machine->members[ 1 ]->kivMarkedForDeletion() );
-   EXPECT_FALSE( machine->members[ 1 ]->hasNotificationActive() );
+   EXPECT_TRUE( machine->members.member( "member 1" )->kivMarkedForDeletion() );
+   EXPECT_FALSE( machine->members.member( "member 1" )->hasNotificationActive() );
 }
 
 TEST_F( Zombies, FalseGoesBackTheSameWay ) {
    machine->kivDoZombieReactors( true );
    steps.clear();
    machine->kivDoZombieReactors( false );
-   EXPECT_EQ( steps, ( Lines{ "machine on", "single on", "member 1 on", "member 2 on",
+   EXPECT_EQ( steps, ( Lines{ "machine on", "single on", "member 2 on", "member 1 on",
                               "single to be unmarked, owner marked",
-                              "member 1 to be unmarked, owner marked",
-                              "member 2 to be unmarked, owner marked" } ) );
+                              "member 2 to be unmarked, owner marked",
+                              "member 1 to be unmarked, owner marked" } ) );
    EXPECT_FALSE( machine->kivMarkedForDeletion() );
    event->timeoutIs( 1 );
    loop.deliver();
@@ -130,8 +120,8 @@ TEST_F( Zombies, AMachineThatIsNotAttachedLeavesItsOwnNotificationsAsTheyAre ) {
    EXPECT_TRUE( machine->hasNotificationActive() );
    EXPECT_TRUE( machine->kivMarkedForDeletion() );
    EXPECT_EQ( steps, ( Lines{ "single to be marked, owner unmarked", "single off",
-                              "member 1 to be marked, owner unmarked", "member 1 off",
-                              "member 2 to be marked, owner unmarked", "member 2 off" } ) );
+                              "member 2 to be marked, owner unmarked", "member 2 off",
+                              "member 1 to be marked, owner unmarked", "member 1 off" } ) );
 }
 
 TEST_F( Zombies, MarkingDropsWhatIsQueuedForAllOfThemAndTheWayBackBringsNoneOfIt ) {

@@ -528,7 +528,11 @@ void Queue::leave( QueueItem * item ) noexcept {
    --entered_;
 }
 
+} // namespace Kiv::detail
+
 // --------------------------------------------------------------------------- changes of values
+
+namespace Kiv {
 
 namespace {
 
@@ -537,7 +541,7 @@ std::size_t notifieeCount( PtrInterface::NotifieeConst * first ) {
    if( PtrInterface::NotifieeConst * r = first )
       do {
          ++count;
-         r = Ring::next( *r );
+         r = detail::Ring::next( *r );
       } while( r != first );
    return count;
 }
@@ -546,40 +550,40 @@ std::size_t notifieeCount( PtrInterface::NotifieeConst * first ) {
 
 // A key needs an item and, the first of them, a group.
 std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys ) {
-   std::size_t const reactors = notifieeCount( Ring::first( notifier ) );
+   std::size_t const reactors = notifieeCount( detail::Ring::first( notifier ) );
    return keys ? reactors * ( keys + 1 ) : reactors;
 }
 
 void makeRoom( std::size_t items ) {
    if( items )
-      queue().reserve( items );
+      detail::queue().reserve( items );
 }
 
 Change::Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
    : notifier_( notifier ), attribute_( attribute ) {
-   checkOwner( &notifier, attribute.name );
+   detail::checkOwner( &notifier, attribute.name );
    makeRoom( itemsFor( notifier, keys ) );
 }
 
-InOrder::InOrder() { queue().activationBegins(); }
-InOrder::~InOrder() { queue().activationEnds(); }
+InOrder::InOrder() { detail::queue().activationBegins(); }
+InOrder::~InOrder() { detail::queue().activationEnds(); }
 
 void Change::queue() noexcept {
-   PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
+   PtrInterface::NotifieeConst * const first = detail::Ring::first( notifier_ );
    if( PtrInterface::NotifieeConst * r = first )
       do {
          detail::queue().add( *r, attribute_ );
-         r = Ring::next( *r );
+         r = detail::Ring::next( *r );
       } while( r != first );
 }
 
 void Change::queue( Text const & key ) noexcept {
-   PtrInterface::NotifieeConst * const first = Ring::first( notifier_ );
+   PtrInterface::NotifieeConst * const first = detail::Ring::first( notifier_ );
    if( PtrInterface::NotifieeConst * r = first )
       do {
          detail::queue().add( *r, attribute_, key );
-         r = Ring::next( *r );
+         r = detail::Ring::next( *r );
       } while( r != first );
 }
 
-} // namespace Kiv::detail
+} // namespace Kiv

@@ -78,8 +78,8 @@ void onOtherThread( PtrInterface const * object, char const * attribute ) noexce
    std::abort();
 }
 
-void checkThread( PtrInterface const & object, char const * attribute ) {
-   checkOwner( &object, attribute );
-}
-
 } // namespace Kiv::detail
+
+void Kiv::checkThread( PtrInterface const & object, char const * attribute ) {
+   detail::checkOwner( &object, attribute );
+}
