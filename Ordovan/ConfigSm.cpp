@@ -7,8 +7,6 @@
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
-#include <exception>
-
 namespace Stage {
 
 using Kiv::Attribute;
@@ -171,81 +169,6 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
       }
       withdrawLinks( before );
    } );
-}
-
-// A stage that came back under its name keeps those ancestors that are ancestors still. One that
-// ceased to be while the stage was away took no link back: it found no stage to take it from. The
-// decision about our own flag is the caller's.
-void KivStageStatus::dropFormerAncestors() {
-   for( auto i = criticalAncestorIterator(); i; ++i ) {
-      Ptr< KivStageStatus > const other = configSm()->stageStatus( i.key() );
-      Ptr< StageStatus > const ancestor = other ? other->stage() : Ptr< StageStatus >();
-      if( !ancestor || !ancestor->critical() || !ancestor->hasDependency( String8( fwkKey() ) ) )
-         criticalAncestorErase( i.key() );
-   }
-}
-
-// The stage is no critical ancestor any more of what only `before`, which it was, depended on.
-void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
-   if( before )
-      configSm()->withdrawLinks( String8( fwkKey() ), stage() );
-}
-
-// Stage `name` is a critical ancestor of no stage but those that `present`, if there is one,
-// depends on. Whatever a stage throws that decides anew, the others lose the link, too: nobody
-// would come back for it.
-void ConfigSm::withdrawLinks( String8 const & name, Ptr< StageStatus > const & present ) {
-   std::exception_ptr thrown;
-   for( auto i = stageStatusIterator(); i; ++i ) {
-      if( present && present->hasDependency( String8( i.key() ) ) )
-         continue;
-      Ptr< KivStageStatus > const other = i.ptr();
-      if( !other || !other->criticalAncestorErase( name ) )
-         continue;
-      if( thrown ) {
-         other->undecidedIs();
-         continue;
-      }
-      try {
-         other->handleCritical( name );
-      } catch( ... ) {
-         thrown = std::current_exception();
-      }
-   }
-   if( thrown )
-      std::rethrow_exception( thrown );
-}
-
-// ---- what callbacks that were cut short have left undone
-
-void KivStageStatus::leftIs( Ptr< EventConfig const > const & event, bool setTimeout ) {
-   left_ = event;
-   leftSetTimeout_ = setTimeout;
-   if( configSm() )
-      configSm()->unsettled_ = true;
-}
-void KivStageStatus::undecidedIs() {
-   undecided_ = true;
-   if( configSm() )
-      configSm()->unsettled_ = true;
-}
-void KivStageStatus::settle() {
-   if( Ptr< EventConfig const > const event = left_ ) {
-      left_ = nullptr;
-      eventHasLeft( event, leftSetTimeout_ );
-   }
-   if( undecided_ ) {
-      undecided_ = false;
-      handleCritical();
-   }
-}
-void ConfigSm::reactionBegins() {
-   if( !unsettled_ )
-      return;
-   for( auto i = stageStatusIterator(); i; ++i )
-      if( Ptr< KivStageStatus > const reactor = i.ptr() )
-         reactor->settle();
-   unsettled_ = false;
 }
 
 void KivStageStatus::onDependencykivImmediate() {

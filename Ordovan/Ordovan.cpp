@@ -38,6 +38,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <limits>
 
 namespace Stage {
@@ -332,6 +333,49 @@ void KivStageStatus::handleCritical() {
    } while( !stack.done() );
 }
 
+// A stage that came back under its name keeps those ancestors that are ancestors still. One that
+// ceased to be while the stage was away took no link back: it found no stage to take it from. The
+// decision about our own flag is the caller's.
+void KivStageStatus::dropFormerAncestors() {
+   for( auto i = criticalAncestorIterator(); i; ++i ) {
+      Ptr< KivStageStatus > const other = configSm()->stageStatus( i.key() );
+      Ptr< StageStatus > const ancestor = other ? other->stage() : Ptr< StageStatus >();
+      if( !ancestor || !ancestor->critical() || !ancestor->hasDependency( String8( fwkKey() ) ) )
+         criticalAncestorErase( i.key() );
+   }
+}
+
+// The stage is no critical ancestor any more of what only `before`, which it was, depended on.
+void KivStageStatus::withdrawLinks( Ptr< StageStatus > const & before ) {
+   if( before )
+      configSm()->withdrawLinks( String8( fwkKey() ), stage() );
+}
+
+// Stage `name` is a critical ancestor of no stage but those that `present`, if there is one,
+// depends on. Whatever a stage throws that decides anew, the others lose the link, too: nobody
+// would come back for it.
+void ConfigSm::withdrawLinks( String8 const & name, Ptr< StageStatus > const & present ) {
+   std::exception_ptr thrown;
+   for( auto i = stageStatusIterator(); i; ++i ) {
+      if( present && present->hasDependency( String8( i.key() ) ) )
+         continue;
+      Ptr< KivStageStatus > const other = i.ptr();
+      if( !other || !other->criticalAncestorErase( name ) )
+         continue;
+      if( thrown ) {
+         other->undecidedIs();
+         continue;
+      }
+      try {
+         other->handleCritical( name );
+      } catch( ... ) {
+         thrown = std::current_exception();
+      }
+   }
+   if( thrown )
+      std::rethrow_exception( thrown );
+}
+
 // =============================================================================================
 // Aggregation: timeouts
 // =============================================================================================
@@ -380,6 +424,40 @@ void KivStageStatus::handleTimeout() {
    if( timeout != watched->timeout() )
       ORDOVAN_TRACE( 8, "  new timeout = ", timeout );
    watched->timeoutIs( timeout );
+}
+
+// =============================================================================================
+// Aggregation: what callbacks that were cut short have left undone
+// =============================================================================================
+
+void KivStageStatus::leftIs( Ptr< EventConfig const > const & event, bool setTimeout ) {
+   left_ = event;
+   leftSetTimeout_ = setTimeout;
+   if( configSm() )
+      configSm()->unsettled_ = true;
+}
+void KivStageStatus::undecidedIs() {
+   undecided_ = true;
+   if( configSm() )
+      configSm()->unsettled_ = true;
+}
+void KivStageStatus::settle() {
+   if( Ptr< EventConfig const > const event = left_ ) {
+      left_ = nullptr;
+      eventHasLeft( event, leftSetTimeout_ );
+   }
+   if( undecided_ ) {
+      undecided_ = false;
+      handleCritical();
+   }
+}
+void ConfigSm::reactionBegins() {
+   if( !unsettled_ )
+      return;
+   for( auto i = stageStatusIterator(); i; ++i )
+      if( Ptr< KivStageStatus > const reactor = i.ptr() )
+         reactor->settle();
+   unsettled_ = false;
 }
 
 // =============================================================================================
@@ -687,6 +765,46 @@ void StageSm::handlePendingEvent() {
    completeIs( true );
    logSm()->logIs( text );
    owner->doNextStage();
+}
+
+// When the reaction is cut short the entry has changed already, and whoever changes it again finds
+// nothing to do: so it is remembered, and made up for by the next who comes.
+void StageSm::pendingEventChanged( String8 const & uid ) {
+   Kiv::OnException const owed( [ & ] { untold_ = uid; } );
+   StageSm::handlePendingEvent( uid );
+   pendingEventNotify( uid, pendingEvent( uid ) );
+}
+void StageSm::tellUntold() {
+   String8 const uid = untold_;
+   if( uid.empty() )
+      return;
+   untold_ = String8();
+   pendingEventChanged( uid );
+}
+
+// Has been attached to another stage.
+void StageSm::catchUp() {
+   // What the other stage's completion was kept from is this one's only when all is seen.
+   String8 const owed = untold_;
+   untold_ = String8();
+   Kiv::OnException const stillOwed( [ & ] {
+      if( !owed.empty() ) // else there may be a debt of this stage's own by now
+         untold_ = owed;
+   } );
+   // What is incomplete is pending before any event is looked at: else the set could run empty in
+   // between, and the stage complete.
+   for( auto i = stage()->eventIteratorConst(); i; ++i )
+      if( !i.ptr()->complete() )
+         pendingEventIs( i.ptr() );
+   mirrorEvents();
+   // An event that this stage does not have would be pending for ever.
+   for( auto i = pendingEventIterator(); i; ++i ) {
+      Ptr< EventConfig const > const pending = i.ptr()->pendingEvent();
+      if( !pending || stage()->event( pending->agent() ) != pending )
+         pendingEventDel( i.key() );
+   }
+   if( !owed.empty() )
+      pendingEventChanged( owed );
 }
 
 // =============================================================================================

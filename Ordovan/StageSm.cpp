@@ -191,31 +191,6 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    } );
 }
 
-// Has been attached to another stage.
-void StageSm::catchUp() {
-   // What the other stage's completion was kept from is this one's only when all is seen.
-   String8 const owed = untold_;
-   untold_ = String8();
-   Kiv::OnException const stillOwed( [ & ] {
-      if( !owed.empty() ) // else there may be a debt of this stage's own by now
-         untold_ = owed;
-   } );
-   // What is incomplete is pending before any event is looked at: else the set could run empty in
-   // between, and the stage complete.
-   for( auto i = stage()->eventIteratorConst(); i; ++i )
-      if( !i.ptr()->complete() )
-         pendingEventIs( i.ptr() );
-   mirrorEvents();
-   // An event that this stage does not have would be pending for ever.
-   for( auto i = pendingEventIterator(); i; ++i ) {
-      Ptr< EventConfig const > const pending = i.ptr()->pendingEvent();
-      if( !pending || stage()->event( pending->agent() ) != pending )
-         pendingEventDel( i.key() );
-   }
-   if( !owed.empty() )
-      pendingEventChanged( owed );
-}
-
 void StageSm::onEvent( String8 agentName ) {
    Kept const kept = keep();
    if( !kivMarkedForDeletion() )
@@ -273,21 +248,6 @@ void StageSm::pendingEventDel( String8 const & uid ) {
    tellUntold();
    if( pendingEvent_.memberDel( key ) )
       pendingEventChanged( key );
-}
-
-// When the reaction is cut short the entry has changed already, and whoever changes it again finds
-// nothing to do: so it is remembered, and made up for by the next who comes.
-void StageSm::pendingEventChanged( String8 const & uid ) {
-   Kiv::OnException const owed( [ & ] { untold_ = uid; } );
-   StageSm::handlePendingEvent( uid );
-   pendingEventNotify( uid, pendingEvent( uid ) );
-}
-void StageSm::tellUntold() {
-   String8 const uid = untold_;
-   if( uid.empty() )
-      return;
-   untold_ = String8();
-   pendingEventChanged( uid );
 }
 
 void StageSm::pendingEventDelAll() {
