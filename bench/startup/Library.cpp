@@ -1,15 +1,9 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <startup/Startup.h>
-
-#include <Kiv/Kiv.h>
-#include <Ordovan/Ordovan.h>
-#include <Stage/Stage.h>
+#include <startup/Library.h>
 
 #include <unordered_map>
 
 namespace Bench {
-
-namespace {
 
 // All agents' work, and a reader of the log: reports events complete once their stage is active,
 // and throws away what the log says. Has all its memory from the start, so that it does not count
@@ -60,6 +54,9 @@ class World : public Stage::Status::NotifieeConst {
             logText_.append( entry.msg.view() ) += '\n';
    }
 
+   Kiv::Ptr< Stage::EventConfig > const & event( std::uint32_t place ) const {
+      return event_[ place ];
+   }
    std::uint32_t numberOf( Kiv::Name const & stage ) const { return number_.at( stage ); }
    std::vector< std::uint32_t > const & order() const { return order_; }
    std::string const & logText() const { return logText_; }
@@ -79,7 +76,6 @@ class World : public Stage::Status::NotifieeConst {
    Kiv::Ptr< Stage::Log > log_;
 };
 
-// What is queued, then the first thing that is due, until there is neither.
 void runUntilIdle() {
    Kiv::ActivityManager & manager = *Kiv::activityManager();
    do
@@ -87,29 +83,11 @@ void runUntilIdle() {
    while( manager.fireOne() );
 }
 
-class LibraryStartup : public Startup {
- public:
-   LibraryStartup( Declarations const & declared, Reports reports, LogIs log )
-      : declared_( declared ), world_( new World( declared, reports, log ) ) {
-      Kiv::activityManager()->clockIs( Kiv::ManualClock::ManualClockIs( 0 ) );
-   }
-   void declare() override;
-   void aggregate() override;
-   void progress() override;
-   Result result() const override;
-   std::string const & log() const override {
-      world_->readLog();
-      return world_->logText();
-   }
-
- private:
-   Declarations const & declared_;
-   Kiv::Ptr< World > const world_;
-   Kiv::Ptr< Kiv::Dir > agents_;
-   Kiv::Ptr< Stage::Config > config_;
-   Kiv::Ptr< Stage::Status > status_;
-   Kiv::Ptr< Stage::Ordovan > manager_;
-};
+LibraryStartup::LibraryStartup( Declarations const & declared, Reports reports, LogIs log )
+   : declared_( declared ), world_( new World( declared, reports, log ) ) {
+   Kiv::activityManager()->clockIs( Kiv::ManualClock::ManualClockIs( 0 ) );
+}
+LibraryStartup::~LibraryStartup() = default;
 
 void LibraryStartup::declare() {
    agents_ = Kiv::Dir::DirIs( "agents" );
@@ -171,7 +149,14 @@ Result LibraryStartup::result() const {
    return result;
 }
 
-} // namespace
+std::string const & LibraryStartup::log() const {
+   world_->readLog();
+   return world_->logText();
+}
+
+Kiv::Ptr< Stage::EventConfig > const & LibraryStartup::event( std::uint32_t place ) const {
+   return world_->event( place );
+}
 
 std::unique_ptr< Startup > libraryStartup( Declarations const & declared, Reports reports,
                                            LogIs log ) {
