@@ -45,28 +45,20 @@ class ORDOVAN_EXPORT StageSm
       virtual void onInitialized() {}
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form ) -> decltype( form( &R::onComplete ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onTimedOut ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 2 >, auto form )
-         -> decltype( form( &R::onCompletionTime ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 3 >, auto form ) -> decltype( form( &R::onPendingEvent ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 4 >, auto form )
-         -> decltype( form( &R::onPendingEventkivImmediate ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 5 >, auto form ) -> decltype( form( &R::onEvent ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 6 >, auto form )
-         -> decltype( form( &R::onEventkivImmediate ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 7 >, auto form )
-         -> decltype( form( &R::onStageUncompleted ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 8 >, auto form ) -> decltype( form( &R::onInitialized ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onComplete, &NotifieeConst::onComplete ); } ),
+         ( requires { Form()( &R::onTimedOut, &NotifieeConst::onTimedOut ); } ),
+         ( requires { Form()( &R::onCompletionTime, &NotifieeConst::onCompletionTime ); } ),
+         ( requires { Form()( &R::onPendingEvent, &NotifieeConst::onPendingEvent ); } ),
+         ( requires {
+            Form()( &R::onPendingEventkivImmediate, &NotifieeConst::onPendingEventkivImmediate );
+         } ),
+         ( requires { Form()( &R::onEvent, &NotifieeConst::onEvent ); } ),
+         ( requires { Form()( &R::onEventkivImmediate, &NotifieeConst::onEventkivImmediate ); } ),
+         ( requires { Form()( &R::onStageUncompleted, &NotifieeConst::onStageUncompleted ); } ),
+         ( requires { Form()( &R::onInitialized, &NotifieeConst::onInitialized ); } ),
+      };
    };
 
    // Watches one event of the stage.
@@ -186,9 +178,7 @@ class ORDOVAN_EXPORT StageSm
    Kiv::Ptr< KivEvent > eventIs( Kiv::String8 const & agentName,
                                  Kiv::Ptr< EventConfig const > const & event );
    void eventDel( Kiv::String8 const & agentName );
-   void eventDelAll() {
-      event_.memberDelAll( [ this ]( Kiv::String8 const & agent ) { eventDel( agent ); } );
-   }
+   void eventDelAll() { event_.memberDelAll( *this, &StageSm::eventDel ); }
    Kiv::Ptr< KivEvent > newEvent( Kiv::String8 const & agentName,
                                   Kiv::Ptr< EventConfig const > const & event ) {
       return Kiv::newOwned< KivEvent >( *this, Kiv::valid( event ), agentName );

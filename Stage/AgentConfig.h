@@ -25,14 +25,12 @@ class STAGE_EXPORT AgentConfig : public Kiv::Entity {
       virtual void onEvent();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form )
-         -> decltype( form( &R::onIsNondestructing ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onEvent ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 2 >, auto form )
-         -> decltype( form( &R::onEventkivImmediate ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onIsNondestructing, &NotifieeConst::onIsNondestructing ); } ),
+         ( requires { Form()( &R::onEvent, &NotifieeConst::onEvent ); } ),
+         ( requires { Form()( &R::onEventkivImmediate, &NotifieeConst::onEventkivImmediate ); } ),
+      };
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< AgentConfig, NotifieeConst > {};
 

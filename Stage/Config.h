@@ -17,13 +17,12 @@ class STAGE_EXPORT Config : public Kiv::Entity {
       virtual void onEnabled();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form )
-         -> decltype( form( &R::onIsNondestructing ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onAgentDir ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 2 >, auto form ) -> decltype( form( &R::onEnabled ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onIsNondestructing, &NotifieeConst::onIsNondestructing ); } ),
+         ( requires { Form()( &R::onAgentDir, &NotifieeConst::onAgentDir ); } ),
+         ( requires { Form()( &R::onEnabled, &NotifieeConst::onEnabled ); } ),
+      };
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Config, NotifieeConst > {};
 

@@ -23,20 +23,17 @@ class STAGE_EXPORT EventConfig : public Kiv::Entity {
       virtual void onCritical();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form )
-         -> decltype( form( &R::onIsNondestructing ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onComplete ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 2 >, auto form ) -> decltype( form( &R::onDependency ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 3 >, auto form )
-         -> decltype( form( &R::onDependencykivImmediate ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 4 >, auto form ) -> decltype( form( &R::onTimeout ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 5 >, auto form ) -> decltype( form( &R::onCritical ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onIsNondestructing, &NotifieeConst::onIsNondestructing ); } ),
+         ( requires { Form()( &R::onComplete, &NotifieeConst::onComplete ); } ),
+         ( requires { Form()( &R::onDependency, &NotifieeConst::onDependency ); } ),
+         ( requires {
+            Form()( &R::onDependencykivImmediate, &NotifieeConst::onDependencykivImmediate );
+         } ),
+         ( requires { Form()( &R::onTimeout, &NotifieeConst::onTimeout ); } ),
+         ( requires { Form()( &R::onCritical, &NotifieeConst::onCritical ); } ),
+      };
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< EventConfig, NotifieeConst > {};
 

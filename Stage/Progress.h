@@ -17,9 +17,10 @@ class STAGE_EXPORT Progress : public Kiv::Entity {
       virtual void onIsNondestructing();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form )
-         -> decltype( form( &R::onIsNondestructing ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onIsNondestructing, &NotifieeConst::onIsNondestructing ); } ),
+      };
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Progress, NotifieeConst > {};
 

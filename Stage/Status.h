@@ -27,25 +27,19 @@ class STAGE_EXPORT Status : public Kiv::Entity {
       virtual void onComplete();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 0 >, auto form )
-         -> decltype( form( &R::onIsNondestructing ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 1 >, auto form ) -> decltype( form( &R::onStage ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 2 >, auto form )
-         -> decltype( form( &R::onStagekivImmediate ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 3 >, auto form ) -> decltype( form( &R::onActiveStage ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 4 >, auto form )
-         -> decltype( form( &R::onActiveStagekivImmediate ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 5 >, auto form ) -> decltype( form( &R::onProgress ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 6 >, auto form ) -> decltype( form( &R::onSorted ) );
-      template< class R >
-      static auto kivCallback( Kiv::Nth< 7 >, auto form ) -> decltype( form( &R::onComplete ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onIsNondestructing, &NotifieeConst::onIsNondestructing ); } ),
+         ( requires { Form()( &R::onStage, &NotifieeConst::onStage ); } ),
+         ( requires { Form()( &R::onStagekivImmediate, &NotifieeConst::onStagekivImmediate ); } ),
+         ( requires { Form()( &R::onActiveStage, &NotifieeConst::onActiveStage ); } ),
+         ( requires {
+            Form()( &R::onActiveStagekivImmediate, &NotifieeConst::onActiveStagekivImmediate );
+         } ),
+         ( requires { Form()( &R::onProgress, &NotifieeConst::onProgress ); } ),
+         ( requires { Form()( &R::onSorted, &NotifieeConst::onSorted ); } ),
+         ( requires { Form()( &R::onComplete, &NotifieeConst::onComplete ); } ),
+      };
    };
    class STAGE_EXPORT Notifiee : public Kiv::WritingNotifieeOf< Status, NotifieeConst > {};
 

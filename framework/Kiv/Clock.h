@@ -42,8 +42,10 @@ class KIV_EXPORT Clock : public PtrInterface {
       double timeMin() const { return timeMin_; }
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Nth< 0 >, auto form ) -> decltype( form( &R::onTime ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onTime, &NotifieeConst::onTime ); } ),
+      };
 
     private:
       friend class Clock;

@@ -19,11 +19,13 @@ class KIV_EXPORT Dir : public Entity {
       virtual void onEntityPtr();
 
       // The names above, for newReactor().
-      template< class R >
-      static auto kivCallback( Nth< 0 >, auto form ) -> decltype( form( &R::onEntityPtr ) );
-      template< class R >
-      static auto kivCallback( Nth< 1 >, auto form )
-         -> decltype( form( &R::onEntityPtrkivImmediate ) );
+      template< class R, class Form >
+      static constexpr bool kivCallbacks[] = {
+         ( requires { Form()( &R::onEntityPtr, &NotifieeConst::onEntityPtr ); } ),
+         ( requires {
+            Form()( &R::onEntityPtrkivImmediate, &NotifieeConst::onEntityPtrkivImmediate );
+         } ),
+      };
    };
    class KIV_EXPORT Notifiee : public WritingNotifieeOf< Dir, NotifieeConst > {};
 

@@ -8,6 +8,8 @@
 #include <Kiv/Ptr.h>
 
 #include <concepts>
+#include <cstddef>
+#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -15,48 +17,42 @@ namespace Kiv {
 
 namespace detail {
 
-// The forms of a callback. Given the address of a member, each of these yields the class in which
-// the member of its form stands, and is no match when there is none, or none that is public.
+// The forms of a callback. Each is a match for two functions of one name, one of a class R of
+// reactors and the one of the type's own NotifieeConst, of which R may have overloads.
 struct Whole {
-   template< class C >
-   std::type_identity< C > operator()( void ( C::*callback )() ) const;
+   template< class C, class D >
+   void operator()( void ( C::*callback )(), void ( D::*declared )() ) const;
 };
-template< class Key >
 struct ForKey {
-   template< class C >
-   std::type_identity< C > operator()( void ( C::*callback )( Key ) ) const;
+   template< class C, class D, class Key >
+   void operator()( void ( C::*callback )( Key ), void ( D::*declared )( Key ) ) const;
 };
-// A match when there is one member of the name only.
+// R has one member of the name only.
 struct Alone {
-   template< class Member >
-   std::type_identity< Member > operator()( Member member ) const;
+   template< class Member, class D >
+   void operator()( Member member, void ( D::*declared )() ) const;
 };
-struct KeyOf {
-   template< class C, class Key >
-   std::type_identity< Key > operator()( void ( C::*callback )( Key ) ) const;
+// The same as the first two, if R or a class between it and Base has written it out.
+template< class Base >
+struct OwnWhole {
+   template< class C, class D >
+   void operator()( void ( C::*callback )(), void ( D::*declared )() ) const
+      requires( !std::derived_from< Base, C > );
+};
+template< class Base >
+struct OwnForKey {
+   template< class C, class D, class Key >
+   void operator()( void ( C::*callback )( Key ), void ( D::*declared )( Key ) ) const
+      requires( !std::derived_from< Base, C > );
 };
 
 struct EntityCallbacks {
-   template< class R >
-   static auto kivCallback( Nth< 0 >, auto form ) -> decltype( form( &R::onParent ) );
-   template< class R >
-   static auto kivCallback( Nth< 1 >, auto form ) -> decltype( form( &R::onVersion ) );
+   template< class R, class Form >
+   static constexpr bool kivCallbacks[] = {
+      ( requires { Form()( &R::onParent, &Entity::NotifieeConst::onParent ); } ),
+      ( requires { Form()( &R::onVersion, &Entity::NotifieeConst::onVersion ); } ),
+   };
 };
-
-// Whether `List` has a row n, and whether what R calls by the name of that row has such a form.
-template< class List, class R, int n, class Form >
-concept HasForm = requires( Form form ) { List::template kivCallback< R >( Nth< n >(), form ); };
-template< class List, class R, int n, class Form >
-using Found = typename decltype( List::template kivCallback< R >( Nth< n >(), Form() ) )::type;
-
-// R, or a class between it and the type's own Base, has written that form out.
-template< class List, class R, class Base, int n, class Form >
-constexpr bool writesOut() {
-   if constexpr( HasForm< List, R, n, Form > )
-      return !std::derived_from< Base, Found< List, R, n, Form > >;
-   else
-      return false;
-}
 
 // What is wrong with the callbacks of a class of reactors. Whatever is not public is not looked at.
 struct Findings {
@@ -65,29 +61,28 @@ struct Findings {
    bool silent = true;       // nothing is written out
 };
 
-template< class List, class R, class Base, int n >
-constexpr void lookAtKeyed( Findings & all ) {
-   using Key = ForKey< Found< List, Base, n, KeyOf > >;
-   constexpr bool forKey = HasForm< List, R, n, Key >;
-   constexpr bool alone = HasForm< List, R, n, Alone >;
-   constexpr bool whole = writesOut< List, R, Base, n, Whole >();
-   constexpr bool deferred = writesOut< List, R, Base, n + 1, Whole >();
-   constexpr bool writesKey = writesOut< List, R, Base, n, Key >();
-   all.hides |= alone && !forKey && !whole;
-   all.neverCalled |= ( whole && alone ) || ( ( whole || deferred ) && forKey && !writesKey );
-   all.silent &= forKey && !writesKey && !whole && !deferred;
-}
-
-template< class List, class R, class Base, int n = 0 >
+template< class List, class R, class Base >
 constexpr void lookAt( Findings & all ) {
-   if constexpr( HasForm< List, Base, n, KeyOf > ) {
-      lookAtKeyed< List, R, Base, n >( all );
-      lookAt< List, R, Base, n + 1 >( all );
-   } else if constexpr( HasForm< List, Base, n, Whole > ) {
-      constexpr bool whole = HasForm< List, R, n, Whole >;
-      all.hides |= !whole && HasForm< List, R, n, Alone >;
-      all.silent &= whole && !writesOut< List, R, Base, n, Whole >();
-      lookAt< List, R, Base, n + 1 >( all );
+   auto const & inBaseForKey = List::template kivCallbacks< Base, ForKey >;
+   auto const & inWhole = List::template kivCallbacks< R, Whole >;
+   auto const & inForKey = List::template kivCallbacks< R, ForKey >;
+   auto const & inAlone = List::template kivCallbacks< R, Alone >;
+   auto const & inOwnWhole = List::template kivCallbacks< R, OwnWhole< Base > >;
+   auto const & inOwnForKey = List::template kivCallbacks< R, OwnForKey< Base > >;
+   for( std::size_t n = 0; n < std::size( inWhole ); ++n ) {
+      bool const whole = inOwnWhole[ n ];
+      if( !inBaseForKey[ n ] ) {
+         all.hides |= !inWhole[ n ] && inAlone[ n ];
+         all.silent &= inWhole[ n ] && !whole;
+         continue;
+      }
+      bool const forKey = inForKey[ n ];
+      bool const writesKey = inOwnForKey[ n ];
+      bool const deferred = inOwnWhole[ n + 1 ];
+      all.hides |= inAlone[ n ] && !forKey && !whole;
+      all.neverCalled |=
+         ( whole && inAlone[ n ] ) || ( ( whole || deferred ) && forKey && !writesKey );
+      all.silent &= forKey && !writesKey && !whole && !deferred;
    }
 }
 
@@ -102,7 +97,7 @@ constexpr Findings findings() {
    if constexpr( requires( R const & reactor ) { watchedBy( reactor ); } ) {
       using Watched = typename decltype( watchedBy( std::declval< R const & >() ) )::type;
       using Base = typename Watched::NotifieeConst;
-      if constexpr( HasForm< Base, Base, 0, Whole > || HasForm< Base, Base, 0, KeyOf > ) {
+      if constexpr( requires { Base::template kivCallbacks< Base, Whole >; } ) {
          all.silent = true;
          lookAt< Base, R, Base >( all );
          if constexpr( std::derived_from< R, Entity::NotifieeConst > )

@@ -145,11 +145,9 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 };
 
 // A NotifieeConst lists the names of its callbacks, so that newReactor() can look at how a class R
-// of reactors has them: row n is a function kivCallback< R >( Nth< n >, form ) that is declared
-// only and yields form( &R::onX ). Rows are numbered from 0; the deferred form of a collection's
-// callback follows the others, which are one row.
-template< int n >
-using Nth = std::integral_constant< int, n >;
+// of reactors has them: a row of kivCallbacks tells whether Form() can be called with &R::onX and
+// &NotifieeConst::onX. The deferred form of a collection's callback has a row of its own, behind
+// that of the others, which are one row.
 
 // What the NotifieeConst of every type E adds, without a virtual operation of its own: what is
 // watched, as an E, the refusal of anything else, and one call that does all that watching takes.

@@ -3,31 +3,31 @@
 // would take for silence.
 #include "Recorders.h"
 
+#include <Ordovan/StageSm.h>
+
+#include <Kiv/Clock.h>
+
 #include <gtest/gtest.h>
+
+#include <iterator>
 
 using namespace Kiv::detail;
 
 namespace {
 
-// How many rows the list of E has. Of each the recorder, which overrides all there is, has written
-// out every form.
-template< class E, int n = 0 >
-constexpr int callbacks() {
+template< class E, class R, class Form >
+constexpr auto const & rows = E::NotifieeConst::template kivCallbacks< R, Form >;
+
+// The recorder overrides all there is: the list sees each of its callbacks, in every form.
+template< class E >
+constexpr bool seesAllOf() {
    using Base = typename E::NotifieeConst;
    using Recorder = conformance::Recorder< E >;
-   if constexpr( HasForm< Base, Base, n, KeyOf > ) {
-      using Key = ForKey< Found< Base, Base, n, KeyOf > >;
-      static_assert( writesOut< Base, Recorder, Base, n, Key >() );
-      static_assert( writesOut< Base, Recorder, Base, n, Whole >() );
-      static_assert( writesOut< Base, Recorder, Base, n + 1, Whole >(),
-                     "the deferred form stands after the others" );
-      return 2 + callbacks< E, n + 2 >();
-   } else if constexpr( HasForm< Base, Base, n, Whole > ) {
-      static_assert( writesOut< Base, Recorder, Base, n, Whole >() );
-      return 1 + callbacks< E, n + 1 >();
-   } else {
-      return 0;
-   }
+   for( std::size_t n = 0; n < std::size( rows< E, Base, Whole > ); ++n )
+      if( !rows< E, Recorder, OwnWhole< Base > >[ n ] ||
+          rows< E, Base, ForKey >[ n ] != rows< E, Recorder, OwnForKey< Base > >[ n ] )
+         return false;
+   return true;
 }
 
 // A reactor for each callback, which overrides nothing else. The only one of Progress and of Log is
@@ -119,6 +119,38 @@ struct StageStatusOnTimeout : Stage::StageStatus::NotifieeConst {
 struct StageStatusOnCritical : Stage::StageStatus::NotifieeConst {
    void onCritical() override {}
 };
+struct StageSmOnComplete : Stage::StageSm::NotifieeConst {
+   void onComplete() override {}
+};
+struct StageSmOnTimedOut : Stage::StageSm::NotifieeConst {
+   void onTimedOut() override {}
+};
+struct StageSmOnCompletionTime : Stage::StageSm::NotifieeConst {
+   void onCompletionTime() override {}
+};
+struct StageSmOnPendingEvent : Stage::StageSm::NotifieeConst {
+   using NotifieeConst::onPendingEvent;
+   void onPendingEvent( Kiv::String8 ) override {}
+};
+struct StageSmOnPendingEventkivImmediate : Stage::StageSm::NotifieeConst {
+   void onPendingEventkivImmediate() override {}
+};
+struct StageSmOnEvent : Stage::StageSm::NotifieeConst {
+   using NotifieeConst::onEvent;
+   void onEvent( Kiv::String8 ) override {}
+};
+struct StageSmOnEventkivImmediate : Stage::StageSm::NotifieeConst {
+   void onEventkivImmediate() override {}
+};
+struct StageSmOnStageUncompleted : Stage::StageSm::NotifieeConst {
+   void onStageUncompleted() override {}
+};
+struct StageSmOnInitialized : Stage::StageSm::NotifieeConst {
+   void onInitialized() override {}
+};
+struct ClockOnTime : Kiv::Clock::NotifieeConst {
+   void onTime() override {}
+};
 struct DirOnEntityPtr : Kiv::Dir::NotifieeConst {
    using NotifieeConst::onEntityPtr;
    void onEntityPtr( Kiv::Name ) override {}
@@ -145,11 +177,16 @@ static_assert(
    areSeen< StageStatusOnIsNondestructing, StageStatusOnDependency,
             StageStatusOnDependencykivImmediate, StageStatusOnEvent, StageStatusOnEventkivImmediate,
             StageStatusOnTimeout, StageStatusOnCritical >() );
+static_assert(
+   areSeen< StageSmOnComplete, StageSmOnTimedOut, StageSmOnCompletionTime, StageSmOnPendingEvent,
+            StageSmOnPendingEventkivImmediate, StageSmOnEvent, StageSmOnEventkivImmediate,
+            StageSmOnStageUncompleted, StageSmOnInitialized >() );
+static_assert( areSeen< ClockOnTime >() );
 static_assert( areSeen< DirOnEntityPtr, DirOnEntityPtrkivImmediate >() );
 
 // How many names of callbacks the type's table of attributes asks for.
-int notifying( Kiv::KivType const & type ) {
-   int count = 0;
+std::size_t notifying( Kiv::KivType const & type ) {
+   std::size_t count = 0;
    for( Kiv::Attribute const & row : type.attributes() )
       if( Kiv::has( row.role, Kiv::Role::notifying ) )
          count += Kiv::has( row.role, Kiv::Role::collection ) ? 2 : 1;
@@ -165,6 +202,12 @@ TYPED_TEST_SUITE( CallbacksOf, Types );
 } // namespace
 
 TYPED_TEST( CallbacksOf, AreAllListed ) {
-   EXPECT_EQ( callbacks< TypeParam >(), notifying( TypeParam::_fwkType() ) );
-   EXPECT_GT( callbacks< TypeParam >(), 0 );
+   using Base = typename TypeParam::NotifieeConst;
+   EXPECT_EQ( std::size( rows< TypeParam, Base, Whole > ), notifying( TypeParam::_fwkType() ) );
+   static_assert( seesAllOf< TypeParam >() );
+}
+TEST( Callbacks, OfAnActiveStageAreAllListed ) {
+   using Base = Stage::StageSm::NotifieeConst;
+   EXPECT_EQ( std::size( rows< Stage::StageSm, Base, Whole > ),
+              notifying( Stage::StageSm::_fwkType() ) );
 }
