@@ -9,16 +9,7 @@
 
 namespace Stage {
 
-using Kiv::Attribute;
-using Kiv::fixed;
-using Kiv::handler;
-using Kiv::handlers;
-using Kiv::keyed;
-using Kiv::Name;
-using Kiv::Ptr;
-using Kiv::PtrInterface;
-using Kiv::Role;
-using Kiv::String8;
+using namespace Kiv;
 
 using KivAgentConfig = ConfigSm::KivAgentConfig;
 using KivStageStatus = ConfigSm::KivStageStatus;
@@ -26,7 +17,7 @@ using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 namespace {
 
-constexpr auto rows = Kiv::machineTable< ConfigSm >( {
+constexpr auto rows = machineTable< ConfigSm >( {
    fixed< &ConfigSm::config >( "config", "Kiv::Ptr<Stage::Config const>" ),
    fixed< &ConfigSm::status >( "status", "Kiv::Ptr<Stage::Status>" ),
    fixed< &ConfigSm::agentDir >( "agentDir", "Kiv::Ptr<Kiv::Dir const>", Role::reactor ),
@@ -43,28 +34,23 @@ constexpr auto rows = Kiv::machineTable< ConfigSm >( {
                  .memberWritesUnder< &ConfigSm::stageStatusIs, &StageStatus::name >()
                  .memberDeletes< &ConfigSm::stageStatusDel, &ConfigSm::stageStatusDelAll >() ),
    handler< &ConfigSm::handleStage >( "handleStage", "name" ),
-   Kiv::activity(),
+   activity(),
 } );
 
 // ---- the nested reactors that can be reached by name
 
-bool agentWorks( PtrInterface const & object ) {
-   return static_cast< ConfigSm::KivAgentConfig const & >( object ).configSm() != nullptr;
-}
-constexpr auto agentConfigRows = Kiv::machineTable< KivAgentConfig >(
+constexpr auto agentConfigRows = machineTable< KivAgentConfig >(
    {
       fixed< &KivAgentConfig::notifier >( "agentConfig", "Kiv::Ptr<Stage::AgentConfig const>" ),
       handlers< Name, KivAgentConfig, &KivAgentConfig::handleEvent, &KivAgentConfig::handleEvent >(
          "handleEvent", "stageName" ),
-      Kiv::ownKey< &KivAgentConfig::fwkKey >(),
+      ownKey< &KivAgentConfig::fwkKey >(),
    },
-   &agentWorks );
+   &hasEach< KivAgentConfig, &KivAgentConfig::configSm > );
 
-bool stageWorks( PtrInterface const & object ) {
-   auto const & reactor = static_cast< KivStageStatus const & >( object );
-   return reactor.configSm() && reactor.stage();
-}
-constexpr auto stageStatusRows = Kiv::machineTable< KivStageStatus >(
+constexpr auto works =
+   &hasEach< KivStageStatus, &KivStageStatus::configSm, &KivStageStatus::stage >;
+constexpr auto stageStatusRows = machineTable< KivStageStatus >(
    {
       fixed< &KivStageStatus::stage >( "stageStatus", "Kiv::Ptr<Stage::StageStatus>" ),
       Attribute(
@@ -73,7 +59,7 @@ constexpr auto stageStatusRows = Kiv::machineTable< KivStageStatus >(
                 &KivStageStatus::eventConfigIteratorConst >()
             .memberWritesUnder< &KivStageStatus::eventConfigIs, &EventConfig::agent >()
             .memberDeletes< &KivStageStatus::eventConfigDel, &KivStageStatus::eventConfigDelAll >()
-            .whenever( &stageWorks ) ),
+            .whenever( works ) ),
       Attribute( "criticalAncestor", "bool", "Kiv::String8", Role::collection,
                  keyed< &KivStageStatus::criticalAncestor, &KivStageStatus::criticalAncestors,
                         &KivStageStatus::criticalAncestorIteratorConst,
@@ -81,7 +67,7 @@ constexpr auto stageStatusRows = Kiv::machineTable< KivStageStatus >(
                     .memberWrites< &KivStageStatus::criticalAncestorIs >()
                     .memberDeletes< &KivStageStatus::criticalAncestorDel,
                                     &KivStageStatus::criticalAncestorDelAll >()
-                    .whenever( &stageWorks ) ),
+                    .whenever( works ) ),
       handler< &KivStageStatus::handleDependency >( "handleDependency", "name" ),
       handler< &KivStageStatus::handleDependencyDel >( "handleDependencyDel", "name" ),
       handler< &KivStageStatus::handleEventDel >( "handleEventDel", "agentName" ),
@@ -89,64 +75,52 @@ constexpr auto stageStatusRows = Kiv::machineTable< KivStageStatus >(
       handlers< String8, KivStageStatus, &KivStageStatus::handleCritical,
                 &KivStageStatus::handleCritical >( "handleCritical", "name" ),
       handler< &KivStageStatus::handleTimeout >( "handleTimeout" ),
-      Kiv::ownKey< &KivStageStatus::fwkKey >(),
+      ownKey< &KivStageStatus::fwkKey >(),
    },
-   &stageWorks );
+   works );
 
 bool eventWorks( PtrInterface const & object ) {
    auto const & reactor = static_cast< KivEventConfig const & >( object );
    return reactor.notifier() && reactor.kivStageStatus() && reactor.kivStageStatus()->configSm();
 }
-constexpr auto eventConfigRows = Kiv::machineTable< KivEventConfig >(
+constexpr auto eventConfigRows = machineTable< KivEventConfig >(
    {
       fixed< &KivEventConfig::notifier >( "eventConfig", "Kiv::Ptr<Stage::EventConfig const>" ),
       handlers< String8, KivEventConfig, &KivEventConfig::handleDependency,
                 &KivEventConfig::handleDependency >( "handleDependency", "name" ),
       handler< &KivEventConfig::handleTimeout >( "handleTimeout" ),
       handler< &KivEventConfig::handleCritical >( "handleCritical" ),
-      Kiv::ownKey< &KivEventConfig::fwkKey >(),
+      ownKey< &KivEventConfig::fwkKey >(),
    },
    &eventWorks );
 
 } // namespace
 
-Kiv::KivType const & ConfigSm::_fwkType() { return Kiv::typeOf< rows >( "Stage::ConfigSm" ); }
-Kiv::KivType const & KivAgentConfig::_fwkType() {
-   return Kiv::typeOf< agentConfigRows >( "Stage::ConfigSm::KivAgentConfig" );
+KivType const & ConfigSm::_fwkType() { return typeOf< rows >( "Stage::ConfigSm" ); }
+KivType const & KivAgentConfig::_fwkType() {
+   return typeOf< agentConfigRows >( "Stage::ConfigSm::KivAgentConfig" );
 }
-Kiv::KivType const & KivStageStatus::_fwkType() {
-   return Kiv::typeOf< stageStatusRows >( "Stage::ConfigSm::KivStageStatus" );
+KivType const & KivStageStatus::_fwkType() {
+   return typeOf< stageStatusRows >( "Stage::ConfigSm::KivStageStatus" );
 }
-Kiv::KivType const & KivEventConfig::_fwkType() {
-   return Kiv::typeOf< eventConfigRows >( "Stage::ConfigSm::KivStageStatus::KivEventConfig" );
+KivType const & KivEventConfig::_fwkType() {
+   return typeOf< eventConfigRows >( "Stage::ConfigSm::KivStageStatus::KivEventConfig" );
 }
 
 // --------------------------------------------------------------- KivAgentConfig, KivStatus
 
 KivAgentConfig::KivAgentConfig( Ptr< AgentConfig const > const & agent, ConfigSm * configSm )
-   : OwnedReactor( agent, configSm, Kiv::valid( agent )->name() ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+   : OwnedReactor( agent, configSm, valid( agent )->name() ) {
+   KeepDuringConstruction const keep( *this );
    handleEvent();
-}
-
-void ConfigSm::KivStatus::onStage( Name name ) {
-   react( [ & ]( ConfigSm & sm ) {
-      if( Ptr< StageStatus > const stage = notifier()->stage( name ) )
-         sm.stageStatusIs( stage );
-      else
-         sm.stageStatusDel( name );
-      if( !kivMarkedForDeletion() )
-         sm.handleStage( name );
-   } );
 }
 
 // --------------------------------------------------------------------------- KivStageStatus
 
 KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * configSm )
-   : OwnedReactor( stage, configSm, Kiv::valid( stage )->name() ) {
-   Kiv::KeepDuringConstruction const keep( *this );
-   for( auto i = stage->eventIteratorConst(); i; ++i )
-      eventConfigIs( i.ptr() );
+   : OwnedReactor( stage, configSm, valid( stage )->name() ) {
+   KeepDuringConstruction const keep( *this );
+   reconcileEvents();
    handleCritical();
 }
 KivStageStatus::~KivStageStatus() {
@@ -171,40 +145,9 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    } );
 }
 
-void KivStageStatus::onDependencykivImmediate() {
-   // What went was told by key; what is there is linked again, which changes nothing.
-   react( [ & ]( ConfigSm & ) {
-      if( Ptr< StageStatus > const watched = stage() )
-         for( auto i = watched->dependencyIteratorConst(); i; ++i )
-            handleDependency( i.key() );
-   } );
-}
-
-void KivStageStatus::onEvent( String8 agent ) {
-   react( [ & ]( ConfigSm & ) {
-      if( !stage() )
-         return;
-      if( Ptr< EventConfig const > const event = stage()->event( agent ) )
-         eventConfigIs( event );
-      else
-         eventConfigDel( agent );
-   } );
-}
-
-void KivStageStatus::reconcileEvents() {
-   Ptr< StageStatus > const watched = stage();
-   if( !watched )
-      return;
-   for( auto i = watched->eventIteratorConst(); i; ++i )
-      eventConfigIs( i.ptr() );
-   for( auto i = eventConfigIterator(); i; ++i )
-      if( !watched->event( i.key() ) )
-         eventConfigDel( i.key() );
-}
-
 Ptr< KivEventConfig > KivStageStatus::eventConfigIs( Ptr< EventConfig const > const & event ) {
-   Kiv::valid( event, "null _eventConfig parameter to mutator for "
-                      "Stage::ConfigSm::KivStageStatus::eventConfig not allowed" );
+   valid( event, "null _eventConfig parameter to mutator for "
+                 "Stage::ConfigSm::KivStageStatus::eventConfig not allowed" );
    return eventConfig_.memberIs( event->agent(), event, [ & ] { return newEventConfig( event ); } );
 }
 
@@ -243,8 +186,8 @@ void KivStageStatus::criticalAncestorDelAll() {
 
 KivEventConfig::KivEventConfig( Ptr< EventConfig const > const & event,
                                 KivStageStatus * kivStageStatus )
-   : OwnedReactor( event, kivStageStatus, Kiv::valid( event )->agent() ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+   : OwnedReactor( event, kivStageStatus, valid( event )->agent() ) {
+   KeepDuringConstruction const keep( *this );
    handleAll();
 }
 
@@ -264,8 +207,8 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 // --------------------------------------------------------------------------------- ConfigSm
 
 ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & status,
-                    Ptr< Kiv::Dir const > const & agentDir ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+                    Ptr< Dir const > const & agentDir ) {
+   KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
    deliveredUntilDoneIs( true );
    status_.reactorIs( newStatus( status ) );
@@ -298,8 +241,8 @@ void ConfigSm::notifierIs( Ptr< PtrInterface const > const & config ) {
 }
 
 Ptr< KivAgentConfig > ConfigSm::agentConfigIs( Ptr< AgentConfig const > const & agent ) {
-   Kiv::valid( agent, "null _agentConfig parameter to mutator for Stage::ConfigSm::agentConfig "
-                      "not allowed" );
+   valid( agent, "null _agentConfig parameter to mutator for Stage::ConfigSm::agentConfig "
+                 "not allowed" );
    return agentConfig_.memberIs( agent->name(), agent, [ & ] { return newAgentConfig( agent ); } );
 }
 void ConfigSm::agentConfigDel( Name const & agent ) {
@@ -314,8 +257,8 @@ void ConfigSm::agentConfigDel( Name const & agent ) {
 }
 
 Ptr< KivStageStatus > ConfigSm::stageStatusIs( Ptr< StageStatus > const & stage ) {
-   Kiv::valid( stage, "null _stageStatus parameter to mutator for Stage::ConfigSm::stageStatus "
-                      "not allowed" );
+   valid( stage, "null _stageStatus parameter to mutator for Stage::ConfigSm::stageStatus "
+                 "not allowed" );
    return stageStatus_.memberIs( stage->name(), stage, [ & ] { return newStageStatus( stage ); } );
 }
 void ConfigSm::stageStatusDel( Name const & stage ) {
@@ -331,24 +274,15 @@ void ConfigSm::stageStatusDel( Name const & stage ) {
       withdrawLinks( String8( stage ), nullptr );
 }
 
-void ConfigSm::reconcileStages() {
-   Ptr< Status > const watched = status();
-   for( auto i = watched->stageIterator(); i; ++i )
-      stageStatusIs( i.ptr() );
-   for( auto i = stageStatusIterator(); i; ++i )
-      if( !watched->stage( i.key() ) )
-         stageStatusDel( i.key() );
-}
-
 Ptr< AgentConfig > ConfigSm::agentEntry( Name const & agent ) const {
-   return Kiv::ptrCast< AgentConfig >( agentDir()->entityPtr( agent ) );
+   return ptrCast< AgentConfig >( agentDir()->entityPtr( agent ) );
 }
 
 Ptr< ConfigSm > configSmFactory( Ptr< Config const > const & config, Ptr< Status > const & status,
-                                 Ptr< Kiv::Dir const > const & agentDir ) {
+                                 Ptr< Dir const > const & agentDir ) {
    Ptr< ConfigSm > const made = new ConfigSm( config, status, agentDir );
    made->hasNotificationActiveIs( true );
-   return Kiv::valid( made );
+   return valid( made );
 }
 
 } // namespace Stage

@@ -8,10 +8,6 @@
 
 namespace Stage {
 
-namespace detail {
-class CriticalStack;
-}
-
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
 // every stage name that an agent declares an event for, with the stage's events by agent, the
 // union of their dependencies, the largest of their timeouts, and whether it is critical.
@@ -227,11 +223,12 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
 
     private:
       friend class ConfigSm;
-      friend class detail::CriticalStack;
       friend Machine;
 
       auto owned() { return std::tie( eventConfig_ ); }
       bool reacts() const { return notifierPtr() && owner(); }
+      struct CriticalFrame;
+      Kiv::Ptr< KivStageStatus > pushCritical( CriticalFrame & frame ) const;
       bool decideCritical() const;
       void writeCritical( bool critical );
       bool criticalAncestorSet( Kiv::String8 const & name, bool value );
@@ -293,9 +290,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    Kiv::Ptr< KivAgentConfig > agentConfigIs( Kiv::Ptr< AgentConfig const > const & agent );
    // The agent's events leave their stages, unless this ConfigSm is being torn down.
    void agentConfigDel( Kiv::Name const & agent );
-   void agentConfigDelAll() {
-      agentConfig_.memberDelAll( [ this ]( Kiv::Name const & agent ) { agentConfigDel( agent ); } );
-   }
+   void agentConfigDelAll() { agentConfig_.memberDelAll( *this, &ConfigSm::agentConfigDel ); }
 
    // ---- one reactor per stage, by stage name
 
@@ -309,9 +304,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    Kiv::Ptr< KivStageStatus > stageStatusIs( Kiv::Ptr< StageStatus > const & stage );
    // The stage ceases to be a critical ancestor, unless this ConfigSm is being torn down.
    void stageStatusDel( Kiv::Name const & stage );
-   void stageStatusDelAll() {
-      stageStatus_.memberDelAll( [ this ]( Kiv::Name const & stage ) { stageStatusDel( stage ); } );
-   }
+   void stageStatusDelAll() { stageStatus_.memberDelAll( *this, &ConfigSm::stageStatusDel ); }
 
    // Make a reactor without storing it.
    Kiv::Ptr< KivAgentDir > newAgentDir( Kiv::Ptr< Kiv::Dir const > const & dir ) {

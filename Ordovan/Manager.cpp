@@ -6,10 +6,7 @@
 
 namespace Stage {
 
-using Kiv::Attribute;
-using Kiv::Ptr;
-using Kiv::Role;
-using Kiv::String8;
+using namespace Kiv;
 
 namespace {
 
@@ -18,58 +15,57 @@ constexpr char const * configSmArguments[] = { "config", "status", "agentDir" };
 constexpr char const * statusSmArguments[] = { "application", "config", "status", "progress",
                                                "log" };
 
-constexpr auto rows = Kiv::numbered( {
+constexpr auto rows = numbered( {
    Attribute( "isNondestructing", "bool", "", Role::value,
-              Kiv::value< &Kiv::PtrInterface::isNondestructing,
-                          &Kiv::PtrInterface::isNondestructingIs >() ),
+              value< &PtrInterface::isNondestructing, &PtrInterface::isNondestructingIs >() ),
    Attribute( "configSm", "Kiv::Ptr<Stage::ConfigSm>", "", Role::value,
-              Kiv::reads< &Ordovan::configSm >()
+              reads< &Ordovan::configSm >()
                  .writesList< &Ordovan::configSmIs, configSmArguments >()
                  .deletes< &Ordovan::configSmDel >() ),
    Attribute( "statusSm", "Kiv::Ptr<Stage::StatusSm>", "", Role::value,
-              Kiv::reads< &Ordovan::statusSm >()
+              reads< &Ordovan::statusSm >()
                  .writesList< &Ordovan::statusSmIs, statusSmArguments >()
                  .deletes< &Ordovan::statusSmDel >() ),
 } );
 
 } // namespace
 
-Ptr< Ordovan > Ordovan::OrdovanIs( Kiv::Name const & name ) {
-   return Kiv::valid( Ptr< Ordovan >( new Ordovan( name ) ) );
+Ptr< Ordovan > Ordovan::OrdovanIs( Name const & name ) {
+   return valid( Ptr< Ordovan >( new Ordovan( name ) ) );
 }
-Ordovan::Ordovan( Kiv::Name const & name ) : Entity( name ) {}
+Ordovan::Ordovan( Name const & name ) : Entity( name ) {}
 Ordovan::~Ordovan() {
    configSmDel();
    statusSmDel();
 }
 
 void Ordovan::isNondestructingIs( bool on ) { Entity::isNondestructingIs( on ); }
-String8 Ordovan::attributeString( Kiv::AttributeId attribute ) const {
+String8 Ordovan::attributeString( AttributeId attribute ) const {
    return Entity::attributeString( attribute );
 }
-Kiv::KivType const & Ordovan::_fwkType() {
-   return Kiv::typeOf< rows >( "Stage::Ordovan", Entity::_fwkType() );
+KivType const & Ordovan::_fwkType() {
+   return typeOf< rows >( "Stage::Ordovan", Entity::_fwkType() );
 }
 
 Ptr< ConfigSm > Ordovan::newConfigSm( Ptr< Config const > const & config,
                                       Ptr< Status > const & status,
-                                      Ptr< Kiv::Dir const > const & agentDir ) {
+                                      Ptr< Dir const > const & agentDir ) {
    return configSmFactory( config, status, agentDir );
 }
 
 Ptr< ConfigSm > Ordovan::configSmIs( Ptr< Config const > const & config,
                                      Ptr< Status > const & status,
-                                     Ptr< Kiv::Dir const > const & agentDir ) {
+                                     Ptr< Dir const > const & agentDir ) {
    if( configSm_ ) {
       // The configuration is not part of what a ConfigSm is: it may change under a living one.
-      configSm_->notifierIs( Ptr< Kiv::PtrInterface const >( config ) );
+      configSm_->notifierIs( Ptr< PtrInterface const >( config ) );
       if( configSm_->status() == status && configSm_->agentDir() == agentDir )
          return configSm_;
    }
    Ptr< ConfigSm > const made = newConfigSm( config, status, agentDir );
    configSm_ = made;
    made->hasNotificationActiveIs( true );
-   return Kiv::valid( made );
+   return valid( made );
 }
 
 Ptr< StatusSm > Ordovan::newStatusSm( String8 const & application,
@@ -78,7 +74,7 @@ Ptr< StatusSm > Ordovan::newStatusSm( String8 const & application,
                                       Ptr< Progress > const & progress, Ptr< Log > const & log ) {
    Ptr< StatusSm > const made = new StatusSm( application, config, status, progress, log );
    made->hasNotificationActiveIs( true );
-   return Kiv::valid( made );
+   return valid( made );
 }
 
 Ptr< StatusSm > Ordovan::statusSmIs( String8 const & application,
@@ -92,7 +88,7 @@ Ptr< StatusSm > Ordovan::statusSmIs( String8 const & application,
    Ptr< StatusSm > const made = newStatusSm( application, config, status, progress, log );
    statusSm_ = made;
    made->hasNotificationActiveIs( true );
-   return Kiv::valid( made );
+   return valid( made );
 }
 
 } // namespace Stage

@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// Every handler of the state machines, in the order of a start-up's life. What makes, holds and
-// attaches the reactors that call them is in the files named after the state machines.
+// Every handler of the state machines, in the order of a start-up's life, with the callbacks that
+// do more than call one. What makes, holds and attaches the reactors that are called back is in the
+// files named after the state machines.
 //
 // Aggregation (ConfigSm), one road for each thing that an agent can say:
 //
@@ -30,7 +31,6 @@
 
 #include <Ordovan/Ordovan.h>
 
-#include <Ordovan/detail/CriticalPush.h>
 #include <Ordovan/detail/Trace.h>
 
 #include <Kiv/Exception.h>
@@ -40,12 +40,13 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <vector>
 
 namespace Stage {
 
-using Kiv::Name;
-using Kiv::Ptr;
-using Kiv::String8;
+using namespace Kiv;
+using KivStageStatus = ConfigSm::KivStageStatus;
+using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 // =============================================================================================
 // Aggregation: agents and their events
@@ -122,6 +123,30 @@ void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
                                                             : stage->timeout() );
 }
 
+// =============================================================================================
+// Aggregation: stages and their events come and go
+// =============================================================================================
+
+void ConfigSm::KivStatus::onStage( Name name ) {
+   react( [ & ]( ConfigSm & sm ) {
+      if( Ptr< StageStatus > const stage = notifier()->stage( name ) )
+         sm.stageStatusIs( stage );
+      else
+         sm.stageStatusDel( name );
+      if( !kivMarkedForDeletion() )
+         sm.handleStage( name );
+   } );
+}
+
+void ConfigSm::reconcileStages() {
+   Ptr< Status > const watched = status();
+   for( auto i = watched->stageIterator(); i; ++i )
+      stageStatusIs( i.ptr() );
+   for( auto i = stageStatusIterator(); i; ++i )
+      if( !watched->stage( i.key() ) )
+         stageStatusDel( i.key() );
+}
+
 void ConfigSm::handleStage( Name name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleStage(Kiv::Name) stage=", name );
    for( auto i = stageStatusIterator(); i; ++i )
@@ -129,12 +154,31 @@ void ConfigSm::handleStage( Name name ) {
          reactor->handleStage( String8( name ) );
 }
 
+void KivStageStatus::onEvent( String8 agent ) {
+   react( [ & ]( ConfigSm & ) {
+      if( !stage() )
+         return;
+      if( Ptr< EventConfig const > const event = stage()->event( agent ) )
+         eventConfigIs( event );
+      else
+         eventConfigDel( agent );
+   } );
+}
+
+void KivStageStatus::reconcileEvents() {
+   Ptr< StageStatus > const watched = stage();
+   if( !watched )
+      return;
+   for( auto i = watched->eventIteratorConst(); i; ++i )
+      eventConfigIs( i.ptr() );
+   for( auto i = eventConfigIterator(); i; ++i )
+      if( !watched->event( i.key() ) )
+         eventConfigDel( i.key() );
+}
+
 // =============================================================================================
 // Aggregation: dependencies of a stage
 // =============================================================================================
-
-using KivStageStatus = ConfigSm::KivStageStatus;
-using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 void KivEventConfig::handleDependency() {
    if( !reacts() )
@@ -196,13 +240,13 @@ void KivStageStatus::handleEventDel( String8 agentName ) {
    double const eventTimeout = ec->timeout();
    std::uint32_t const before = ec->dependencys();
    watched->eventDel( agentName );
-   Kiv::assertInvariant( ec->dependencys() == before, "ec->dependencys() == before" );
+   assertInvariant( ec->dependencys() == before, "ec->dependencys() == before" );
    eventHasLeft( ec, eventTimeout == stageTimeout );
 }
 
 // What only the event brought goes with it.
 void KivStageStatus::eventHasLeft( Ptr< EventConfig const > const & ec, bool setTimeout ) {
-   Kiv::OnException const owed( [ & ] { leftIs( ec, setTimeout ); } );
+   OnException const owed( [ & ] { leftIs( ec, setTimeout ); } );
    // The event is gone from the stage: only the others can keep a dependency now.
    for( auto i = ec->dependencyIteratorConst(); i; ++i ) {
       ORDOVAN_TRACE_IN( "handleEventDel", 9, "Handling dependency deletion of ", i.key(),
@@ -221,6 +265,15 @@ void KivStageStatus::handleStage( String8 name ) {
    // A dependency declared before its stage existed had no reactor to link to until now.
    if( reacts() && stage()->hasDependency( name ) )
       handleDependency( name );
+}
+
+void KivStageStatus::onDependencykivImmediate() {
+   // What went was told by key; what is there is linked again, which changes nothing.
+   react( [ & ]( ConfigSm & ) {
+      if( Ptr< StageStatus > const watched = stage() )
+         for( auto i = watched->dependencyIteratorConst(); i; ++i )
+            handleDependency( i.key() );
+   } );
 }
 
 void KivStageStatus::handleDependency( String8 name ) {
@@ -294,43 +347,67 @@ void KivStageStatus::writeCritical( bool critical ) {
 // decides in turn, depth first. The push is made even when the flag has not changed: it asserts
 // the links to the stages depended upon, which matters when a dependency was added. It ends
 // because setting a link that is set, or removing one that is not there, decides nothing anew.
+// One stage whose flag was written, and how far its dependencies have been told.
+struct KivStageStatus::CriticalFrame {
+   Ptr< KivStageStatus > stage;
+   StageStatus::DependencyIteratorConst dependency;
+   bool critical;
+};
+
 void KivStageStatus::handleCritical() {
    if( !reacts() )
       return;
-   detail::CriticalStack stack( *this );
+   // A chain of stages can be as long as the configuration makes it, so the walk keeps its frames
+   // here and not on the thread's stack.
+   std::vector< CriticalFrame > frames;
+   Ptr< KivStageStatus > next = this; // who decides now; null: go on at the last frame
+   // Of those that an exception keeps from being told to the end, the links are written, and
+   // nothing else would tell that what follows from them is not.
+   OnException const notDone( [ & ] {
+      if( next )
+         next->undecidedIs();
+      for( CriticalFrame const & frame : frames )
+         frame.stage->undecidedIs();
+   } );
    do {
-      if( Ptr< KivStageStatus > const stage = stack.next ) {
+      if( next ) {
          ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical()", " for stage ",
-                        stage->fwkKey(), " critical=", stage->stage()->critical() );
-         bool const critical = stage->decideCritical();
-         stage->writeCritical( critical );
-         stack.push( { stage, stage->notifier()->dependencyIteratorConst(), critical } );
+                        next->fwkKey(), " critical=", next->stage()->critical() );
+         bool const critical = next->decideCritical();
+         next->writeCritical( critical );
+         frames.push_back( { next, next->notifier()->dependencyIteratorConst(), critical } );
+         next = nullptr;
       }
-      detail::CriticalFrame & frame = stack.top();
+      CriticalFrame & frame = frames.back();
       // In a cycle the push may have come back and made a stage critical whose flag was being taken
       // back. That later decision has been pushed on already; the rest of the earlier one would cut
       // links that hold now.
       bool const overtaken = frame.critical != frame.stage->notifier()->critical();
-      if( !frame.dependency || overtaken ) {
-         stack.pop();
-         continue;
-      }
-      Name const name( frame.dependency.key() );
-      ++frame.dependency;
-      Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
-      if( !other )
-         continue;
-      String8 const self( frame.stage->fwkKey() );
-      ORDOVAN_TRACE( 9, "  Adjusting criticalAncestor for ", name, " (was ",
+      if( !frame.dependency || overtaken )
+         frames.pop_back();
+      else
+         next = pushCritical( frame );
+   } while( next || !frames.empty() );
+}
+
+// Tells the next stage on the way. That stage, when it has to decide anew; else null.
+Ptr< KivStageStatus > KivStageStatus::pushCritical( CriticalFrame & frame ) const {
+   Name const name( frame.dependency.key() );
+   ++frame.dependency;
+   Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
+   if( !other )
+      return nullptr;
+   String8 const self( frame.stage->fwkKey() );
+   ORDOVAN_TRACE_IN( "handleCritical", 9, "  Adjusting criticalAncestor for ", name, " (was ",
                      other->hasCriticalAncestor( self ), ")" );
-      bool const changed = frame.critical ? other->criticalAncestorSet( self, true )
-                                          : other->criticalAncestorErase( self );
-      if( !changed || !other->stage() )
-         continue;
-      ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)",
-                     " key ", self );
-      stack.next = other;
-   } while( !stack.done() );
+   bool const changed = frame.critical ? other->criticalAncestorSet( self, true )
+                                       : other->criticalAncestorErase( self );
+   if( !changed || !other->stage() )
+      return nullptr;
+   ORDOVAN_TRACE_IN( "handleCritical", 8,
+                     "void Stage::ConfigSm::KivStageStatus::handleCritical(Kiv::String8)", " key ",
+                     self );
+   return other;
 }
 
 // A stage that came back under its name keeps those ancestors that are ancestors still. One that
@@ -467,8 +544,8 @@ void ConfigSm::reactionBegins() {
 void StatusSm::handleInitialized() {
    ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleInitialized()" );
    logSmIs( log() );
-   recalculateNextStageIs( Kiv::activityManager()->clock() );
-   recalculateNextStage()->timeMinIs( Kiv::infinity );
+   recalculateNextStageIs( activityManager()->clock() );
+   recalculateNextStage()->timeMinIs( infinity );
    initializedIs( true );
    handleEnabled();
    if( needRecalculateNextStage() )
@@ -481,13 +558,13 @@ void StatusSm::handleEnabled() {
       ORDOVAN_TRACE( 8, "Not initialized.  Return from ", "void Stage::StatusSm::handleEnabled()" );
       return;
    }
-   if( !Kiv::valid( config() )->enabled() )
+   if( !valid( config() )->enabled() )
       return; // stages already under way go on
-   Ptr< Status > const stages = Kiv::valid( status() );
+   Ptr< Status > const stages = valid( status() );
    if( stages->activeStages() != 0 )
       return;
    if( stageEnableSms() == 0 && stageSms() == 0 ) {
-      Kiv::OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
+      OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
       for( auto i = stages->stageIteratorConst(); i; ++i ) {
          ORDOVAN_TRACE( 8, "Creating Stage Enable Sm for ", i.key() );
          stageEnableSmIs( Ptr< StageStatus const >( i.ptr() ) );
@@ -495,7 +572,7 @@ void StatusSm::handleEnabled() {
    }
    if( stages->complete() )
       return;
-   Kiv::valid( logSm() )->logIs( "Stage progression started" );
+   valid( logSm() )->logIs( "Stage progression started" );
    doNextStage();
 }
 
@@ -510,7 +587,7 @@ void StatusSm::doNextStage() {
       ORDOVAN_TRACE( 8, "not yet initialized" );
       return; // handleInitialized asks again
    }
-   Kiv::valid( recalculateNextStage() )->timeMinIs( Kiv::now() );
+   valid( recalculateNextStage() )->timeMinIs( now() );
 }
 
 // Whether a critical stage has not been activated yet.
@@ -569,8 +646,8 @@ void StatusSm::handleNextStage() {
       return;
    }
    needRecalculateNextStageIs( false );
-   Kiv::OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
-   Ptr< Status > const stages = Kiv::valid( status() );
+   OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
+   Ptr< Status > const stages = valid( status() );
    bool const criticalWaiting = criticalStageWaits( *stages );
    bool inactiveStages = false;
    bool incompleteActiveStages = false;
@@ -593,12 +670,12 @@ void StatusSm::handleNextStage() {
       if( !dependenciesSatisfied( *stages, *stage ) )
          continue;
       ORDOVAN_TRACE( 7, "Activating stage ", stage->name() );
-      Kiv::valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
+      valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
       stages->activeStageIs( stage );
    }
    if( !inactiveStages && !incompleteActiveStages ) {
       stages->completeIs( true );
-      Kiv::valid( logSm() )->logIs( "Stage progression is complete" );
+      valid( logSm() )->logIs( "Stage progression is complete" );
    } else if( inactiveStages != incompleteActiveStages ) {
       ORDOVAN_TRACE( 8, " Inactive stages? ", inactiveStages, " IncompleteActiveStages? ",
                      incompleteActiveStages );
@@ -612,14 +689,14 @@ void StatusSm::handleNextStage() {
 void StageEnableSm::handleCritical() {
    if( !mainSm() )
       return;
-   if( Kiv::valid( stage() )->critical() )
+   if( valid( stage() )->critical() )
       mainSm()->doNextStage();
 }
 
 void StageEnableSm::handleDependencyDel( String8 key ) {
    if( !mainSm() )
       return;
-   Ptr< StageStatus const > const watched = Kiv::valid( stage() );
+   Ptr< StageStatus const > const watched = valid( stage() );
    // A dependency that is there and set cannot have made the stage ready.
    if( watched->dependency( key ) )
       return;
@@ -642,7 +719,7 @@ void StatusSm::handleActiveStage() {
                      "void Stage::StatusSm::handleActiveStage()" );
       return;
    }
-   for( auto i = Kiv::valid( status() )->activeStageIteratorConst(); i; ++i )
+   for( auto i = valid( status() )->activeStageIteratorConst(); i; ++i )
       handleActiveStage( String8( i.key() ) );
 }
 
@@ -656,7 +733,7 @@ void StatusSm::handleActiveStage( String8 name ) {
    Ptr< StageSm > const held = stageSm( name );
    if( held && held->progressOwed_ )
       recordProgress( name ); // what an earlier call was kept from
-   Ptr< StageStatus > const stage = Kiv::valid( status() )->activeStage( name );
+   Ptr< StageStatus > const stage = valid( status() )->activeStage( name );
    if( !stage )
       return; // it has left again: nothing is torn down
    if( held )
@@ -670,7 +747,7 @@ void StatusSm::handleActiveStage( String8 name ) {
 void StatusSm::recordProgress( String8 const & name ) {
    Ptr< StageSm > const sm = stageSm( name );
    sm->progressOwed_ = true; // until it is written
-   Kiv::valid( progress() )->stageIs( name, true );
+   valid( progress() )->stageIs( name, true );
    sm->progressOwed_ = false;
 }
 
@@ -680,20 +757,48 @@ void StageSm::handleInitialized() {
       return;
    if( pendingEvents() != 0 ) {
       // Not armed before the pending events were looked at once more.
-      stageUncompletedIs( Kiv::activityManager()->clock() );
-      stageUncompleted()->timeMinIs( Kiv::infinity );
+      stageUncompletedIs( activityManager()->clock() );
+      stageUncompleted()->timeMinIs( infinity );
    }
    initializedIs( true );
    handlePendingEvent();
    if( pendingEvents() == 0 )
       stageUncompletedDel();
    else if( stage() && stageUncompleted() )
-      stageUncompleted()->timeMinIs( Kiv::now() + stage()->timeout() );
+      stageUncompleted()->timeMinIs( now() + stage()->timeout() );
 }
 
 // =============================================================================================
 // Progression: events of an active stage
 // =============================================================================================
+
+void StageSm::onEvent( String8 agentName ) {
+   Kept const kept = keep();
+   if( !kivMarkedForDeletion() )
+      handleEventDel( agentName );
+   // The mirror is brought into line in any case.
+   if( !stage() )
+      return;
+   if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
+      eventIs( agentName, present );
+   else
+      eventDel( agentName );
+}
+
+void StageSm::onEventkivImmediate() {
+   Kept const kept = keep();
+   if( stage() && !kivMarkedForDeletion() )
+      mirrorEvents();
+}
+
+void StageSm::mirrorEvents() {
+   Ptr< StageStatus const > const watched = stage();
+   for( auto i = watched->eventIteratorConst(); i; ++i )
+      eventIs( i.key(), i.ptr() );
+   for( auto i = eventIterator(); i; ++i )
+      if( !watched->event( i.key() ) )
+         eventDel( i.key() );
+}
 
 void StageSm::KivEvent::handleComplete() {
    Ptr< EventConfig const > const ev = event();
@@ -757,11 +862,11 @@ void StageSm::handlePendingEvent() {
    if( timedOut() ) {
       ORDOVAN_TRACE( 0, " Stage ", name(), " completed, but had previously timed out." );
       if( stage()->critical() )
-         Kiv::log( ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT, mainSm()->application(), name() );
+         log( ORDOVAN_STAGE_COMPLETE_AFTER_TIMEOUT, mainSm()->application(), name() );
    }
    if( stageUncompleted() )
-      stageUncompleted()->timeMinIs( Kiv::infinity );
-   completionTimeIs( Kiv::now() );
+      stageUncompleted()->timeMinIs( infinity );
+   completionTimeIs( now() );
    completeIs( true );
    logSm()->logIs( text );
    owner->doNextStage();
@@ -770,7 +875,7 @@ void StageSm::handlePendingEvent() {
 // When the reaction is cut short the entry has changed already, and whoever changes it again finds
 // nothing to do: so it is remembered, and made up for by the next who comes.
 void StageSm::pendingEventChanged( String8 const & uid ) {
-   Kiv::OnException const owed( [ & ] { untold_ = uid; } );
+   OnException const owed( [ & ] { untold_ = uid; } );
    StageSm::handlePendingEvent( uid );
    pendingEventNotify( uid, pendingEvent( uid ) );
 }
@@ -787,7 +892,7 @@ void StageSm::catchUp() {
    // What the other stage's completion was kept from is this one's only when all is seen.
    String8 const owed = untold_;
    untold_ = String8();
-   Kiv::OnException const stillOwed( [ & ] {
+   OnException const stillOwed( [ & ] {
       if( !owed.empty() ) // else there may be a debt of this stage's own by now
          untold_ = owed;
    } );
@@ -840,7 +945,7 @@ void StageSm::handleStageUncompleted() {
    logSm()->logIs( "stage " + String8( name() ) + " is complete (timeout)" );
    if( !stage()->critical() ) {
       // The pending events stay: when the last of them completes, the stage completes again.
-      completionTimeIs( Kiv::now() );
+      completionTimeIs( now() );
       timedOutIs( true );
       completeIs( true );
       mainSm()->doNextStage();
@@ -848,7 +953,7 @@ void StageSm::handleStageUncompleted() {
    }
    String8 const application = mainSm()->application();
    String8 const slow( name() );
-   Kiv::log( ORDOVAN_STAGE_SLOW, application, slow );
+   log( ORDOVAN_STAGE_SLOW, application, slow );
    // The stage first and the application second, a leading blank, no newline and no flush: whoever
    // watches the console knows the line by that.
    std::printf( " Critical stage %s timed out! %s suspended for debugging.", slow.charPtr(),
@@ -864,9 +969,9 @@ void StageSm::handleStageUncompleted() {
 
 void LogSm::logIs( String8 msg ) {
    ORDOVAN_TRACE( 9, "void Stage::LogSm::logIs(Kiv::String8) ", msg );
-   double const time = Kiv::now();
+   double const time = now();
    LogEntry const entry{ time, msg };
-   Ptr< Log > const log = Kiv::valid( stageLog() ); // held while it is written to
+   Ptr< Log > const log = valid( stageLog() ); // held while it is written to
    log->logEnq( entry );
 }
 

@@ -8,35 +8,31 @@
 
 namespace Stage {
 
-using Kiv::Ptr;
-using Kiv::String8;
+using namespace Kiv;
 
 namespace {
 
-// Whether the handlers have what they need: an object that somebody kept can have lost both.
-bool works( Kiv::PtrInterface const & object ) {
-   auto const & sm = static_cast< StageEnableSm const & >( object );
-   return sm.mainSm() && sm.stage();
-}
+// What the handlers need: an object that somebody kept can have lost both.
+constexpr auto works = &hasEach< StageEnableSm, &StageEnableSm::mainSm, &StageEnableSm::stage >;
 
-constexpr auto rows = Kiv::machineTable< StageEnableSm >(
+constexpr auto rows = machineTable< StageEnableSm >(
    {
-      Kiv::fixed< &StageEnableSm::stage >( "stage", "Kiv::Ptr<Stage::StageStatus const>" ),
-      Kiv::readOnly< &StageEnableSm::name >( "name", "Kiv::Name" ),
-      Kiv::handler< &StageEnableSm::handleDependencyDel >( "handleDependencyDel", "key" ),
-      Kiv::handler< &StageEnableSm::handleCritical >( "handleCritical" ),
-      Kiv::fixed< &StageEnableSm::mainSm >( "mainSm", "Stage::StatusSm*" ),
-      Kiv::ownKey< &StageEnableSm::fwkKey >(),
-      Kiv::activity< &StageEnableSm::kivFwkActivityIs >(),
+      fixed< &StageEnableSm::stage >( "stage", "Kiv::Ptr<Stage::StageStatus const>" ),
+      readOnly< &StageEnableSm::name >( "name", "Kiv::Name" ),
+      handler< &StageEnableSm::handleDependencyDel >( "handleDependencyDel", "key" ),
+      handler< &StageEnableSm::handleCritical >( "handleCritical" ),
+      fixed< &StageEnableSm::mainSm >( "mainSm", "Stage::StatusSm*" ),
+      ownKey< &StageEnableSm::fwkKey >(),
+      activity< &StageEnableSm::kivFwkActivityIs >(),
    },
-   &works );
+   works );
 
 } // namespace
 
 StageEnableSm::StageEnableSm( Ptr< StageStatus const > const & stage, StatusSm * mainSm )
-   : OwnedReactor( stage, mainSm, Kiv::valid( stage )->name() ) {}
+   : OwnedReactor( stage, mainSm, valid( stage )->name() ) {}
 
-void StageEnableSm::notifierIs( Ptr< Kiv::PtrInterface const > const & stage ) {
+void StageEnableSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    if( notifierPtr() == stage )
       return;
    OwnedReactor::notifierIs( stage );
@@ -52,8 +48,6 @@ void StageEnableSm::onCritical() {
    react( [ this ]( StatusSm & ) { handleCritical(); } );
 }
 
-Kiv::KivType const & StageEnableSm::_fwkType() {
-   return Kiv::typeOf< rows >( "Stage::StageEnableSm" );
-}
+KivType const & StageEnableSm::_fwkType() { return typeOf< rows >( "Stage::StageEnableSm" ); }
 
 } // namespace Stage

@@ -10,17 +10,7 @@
 
 namespace Stage {
 
-using Kiv::Attribute;
-using Kiv::changes;
-using Kiv::fixed;
-using Kiv::handler;
-using Kiv::keyed;
-using Kiv::members;
-using Kiv::Ptr;
-using Kiv::PtrInterface;
-using Kiv::reads;
-using Kiv::Role;
-using Kiv::String8;
+using namespace Kiv;
 
 namespace {
 
@@ -29,113 +19,102 @@ constexpr Role tells = Role::value | Role::notifying;
 constexpr Role keyedTells = Role::collection | Role::reactor | Role::notifying;
 // By name only an event that the stage has can be written, and under its own key: for any other
 // nobody would ever tell that it is complete, and it would be pending for ever.
-template< auto keyOf >
-Ptr< EventConfig const > ownEvent( StageSm const & sm, Kiv::Text const & key,
-                                   String8 const & attribute, Kiv::Value const & value ) {
-   auto const given = Kiv::valid( Kiv::fromValue< Ptr< EventConfig const > >( attribute, value ) );
-   Kiv::checkKey( key, ( given.get()->*keyOf )() );
+template< auto keyOf, auto store >
+void writesOwn( PtrInterface & object, Text const & key, String8 const & attribute,
+                Value const & value ) {
+   auto & sm = static_cast< StageSm & >( object );
+   auto const given = valid( fromValue< Ptr< EventConfig const > >( attribute, value ) );
+   checkKey( key, ( given.get()->*keyOf )() );
    if( sm.stage()->event( given->agent() ) != given )
-      Kiv::throwRangeException( "event " + given->uid() + " is not the one that stage " +
-                                String8( sm.stage()->name() ) + " has of that agent" );
-   return given;
+      throwRangeException( "event " + given->uid() + " is not the one that stage " +
+                           String8( sm.stage()->name() ) + " has of that agent" );
+   store( sm, given );
 }
-void eventWith( PtrInterface & object, Kiv::Text const & key, String8 const & attribute,
-                Kiv::Value const & value ) {
-   auto & sm = static_cast< StageSm & >( object );
-   auto const given = ownEvent< &EventConfig::agent >( sm, key, attribute, value );
-   sm.eventIs( given->agent(), given );
-}
-void pendingEventWith( PtrInterface & object, Kiv::Text const & key, String8 const & attribute,
-                       Kiv::Value const & value ) {
-   auto & sm = static_cast< StageSm & >( object );
-   sm.pendingEventIs( ownEvent< &EventConfig::uid >( sm, key, attribute, value ) );
-}
+constexpr auto pendingEventWith =
+   &writesOwn< &EventConfig::uid,
+               []( StageSm & sm, auto const & event ) { sm.pendingEventIs( event ); } >;
+constexpr auto eventWith = &writesOwn< &EventConfig::agent, []( StageSm & sm, auto const & event ) {
+   sm.eventIs( event->agent(), event );
+} >;
 
-// Whether the handlers have what they need: an object that somebody kept can have lost both.
-bool works( PtrInterface const & object ) {
-   auto const & sm = static_cast< StageSm const & >( object );
-   return sm.mainSm() && sm.stage();
-}
+// What the handlers need: an object that somebody kept can have lost both.
+constexpr auto works = &hasEach< StageSm, &StageSm::mainSm, &StageSm::stage >;
 
-constexpr auto rows = Kiv::machineTable< StageSm >(
+constexpr auto rows = machineTable< StageSm >(
    {
       fixed< &StageSm::stage >( "stage", "Kiv::Ptr<Stage::StageStatus const>" ),
       fixed< &StageSm::logSm >( "logSm", "Kiv::Ptr<Stage::LogSm>" ),
-      Kiv::readOnly< &StageSm::name >( "name", "Kiv::Name" ),
+      readOnly< &StageSm::name >( "name", "Kiv::Name" ),
       Attribute( "complete", "bool", "", tells, changes< &N::onComplete >(),
-                 Kiv::value< &StageSm::complete, &StageSm::completeIs >() ),
+                 value< &StageSm::complete, &StageSm::completeIs >() ),
       Attribute( "timedOut", "bool", "", tells, changes< &N::onTimedOut >(),
-                 Kiv::value< &StageSm::timedOut, &StageSm::timedOutIs >() ),
+                 value< &StageSm::timedOut, &StageSm::timedOutIs >() ),
       Attribute( "completionTime", "double", "", tells, changes< &N::onCompletionTime >(),
-                 Kiv::value< &StageSm::completionTime, &StageSm::completionTimeIs >() ),
+                 value< &StageSm::completionTime, &StageSm::completionTimeIs >() ),
       Attribute( "pendingEvent", "Stage::EventConfig", "Kiv::String8", keyedTells,
                  members< String8, N, &N::onPendingEvent, &N::onPendingEventkivImmediate,
                           &N::onPendingEvent >(),
                  keyed< &StageSm::pendingEvent, &StageSm::pendingEvents,
                         &StageSm::pendingEventIteratorConst >()
-                    .memberWritesWith< Ptr< EventConfig const > >( &pendingEventWith )
+                    .memberWritesWith< Ptr< EventConfig const > >( pendingEventWith )
                     .memberDeletes< &StageSm::pendingEventDel, &StageSm::pendingEventDelAll >()
-                    .whenever( &works ) ),
-      Kiv::handlers< String8, StageSm, &StageSm::handlePendingEvent, &StageSm::handlePendingEvent >(
+                    .whenever( works ) ),
+      handlers< String8, StageSm, &StageSm::handlePendingEvent, &StageSm::handlePendingEvent >(
          "handlePendingEvent", "uid" ),
       handler< &StageSm::handleEventDel >( "handleEventDel", "agentName" ),
       Attribute( "event", "Stage::EventConfig", "Kiv::String8", keyedTells,
                  members< String8, N, &N::onEvent, &N::onEventkivImmediate, &N::onEvent >(),
                  keyed< &StageSm::event, &StageSm::events, &StageSm::eventIteratorConst >()
-                    .memberWritesWith< Ptr< EventConfig const > >( &eventWith )
+                    .memberWritesWith< Ptr< EventConfig const > >( eventWith )
                     .memberDeletes< &StageSm::eventDel, &StageSm::eventDelAll >()
-                    .whenever( &works ) ),
+                    .whenever( works ) ),
       Attribute( "stageUncompleted", "Kiv::Clock", "", Role::reactor | Role::notifying,
                  changes< &N::onStageUncompleted >(), reads< &StageSm::stageUncompleted >() ),
       handler< &StageSm::handleStageUncompleted >( "handleStageUncompleted" ),
       Attribute( "initialized", "bool", "", tells, changes< &N::onInitialized >(),
-                 Kiv::value< &StageSm::initialized, &StageSm::initializedIs >() ),
+                 value< &StageSm::initialized, &StageSm::initializedIs >() ),
       handler< &StageSm::handleInitialized >( "handleInitialized" ),
       fixed< &StageSm::mainSm >( "mainSm", "Stage::StatusSm*" ),
-      Kiv::ownKey< &StageSm::fwkKey >(),
-      Kiv::activity(),
+      ownKey< &StageSm::fwkKey >(),
+      activity(),
    },
-   &works );
+   works );
 
 // The row of that name, which the compiler looks up.
 consteval Attribute const & row( std::string_view attribute ) {
-   return rows[ Kiv::placeOf( rows, attribute ) ];
+   return rows[ placeOf( rows, attribute ) ];
 }
 
-bool reports( PtrInterface const & object ) {
-   auto const & reactor = static_cast< StageSm::KivEvent const & >( object );
-   return reactor.stageSm() && reactor.event();
-}
-constexpr auto eventRows = Kiv::machineTable< StageSm::KivEvent >(
+constexpr auto eventRows = machineTable< StageSm::KivEvent >(
    {
       fixed< &StageSm::KivEvent::event >( "event", "Kiv::Ptr<Stage::EventConfig const>" ),
       handler< &StageSm::KivEvent::handleComplete >( "handleComplete" ),
-      Kiv::ownKey< &StageSm::KivEvent::fwkKey >(),
+      ownKey< &StageSm::KivEvent::fwkKey >(),
    },
-   &reports );
+   &hasEach< StageSm::KivEvent, &StageSm::KivEvent::stageSm, &StageSm::KivEvent::event > );
 
-constexpr auto pendingEventRows = Kiv::numbered( {
+constexpr auto pendingEventRows = numbered( {
    fixed< &StageSm::KivPendingEvent::pendingEvent >( "pendingEvent",
                                                      "Kiv::Ptr<Stage::EventConfig const>" ),
 } );
 
 using Timer = StageSm::KivStageUncompleted;
-constexpr auto timerRows = Kiv::machineTable< Timer >( {
+constexpr auto timerRows = machineTable< Timer >( {
    fixed< &Timer::notifier >( "clock", "Kiv::Ptr<Kiv::Clock const>" ),
-   Kiv::plain< &Timer::timeMin, &Timer::timeMinIs >( "timeMin", "double" ),
+   plain< &Timer::timeMin, &Timer::timeMinIs >( "timeMin", "double" ),
 } );
 
 } // namespace
 
-Kiv::KivType const & StageSm::_fwkType() { return Kiv::typeOf< rows >( "Stage::StageSm" ); }
-Kiv::KivType const & StageSm::KivEvent::_fwkType() {
-   return Kiv::typeOf< eventRows >( "Stage::StageSm::KivEvent" );
+KivType const & StageSm::_fwkType() { return typeOf< rows >( "Stage::StageSm" ); }
+KivType const & StageSm::KivEvent::_fwkType() {
+   return typeOf< eventRows >( "Stage::StageSm::KivEvent" );
 }
-Kiv::KivType const & StageSm::KivPendingEvent::_fwkType() {
-   return Kiv::typeOf< pendingEventRows >( "Stage::StageSm::KivPendingEvent" );
+KivType const & StageSm::KivPendingEvent::_fwkType() {
+   return typeOf< pendingEventRows >( "Stage::StageSm::KivPendingEvent" );
 }
-Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
-   return Kiv::typeOf< timerRows >( "Stage::StageSm::KivStageUncompleted" );
+KivType const & StageSm::KivStageUncompleted::_fwkType() {
+   return typeOf< timerRows >( "Stage::StageSm::KivStageUncompleted" );
 }
 
 // --------------------------------------------------------------------------------- reactors
@@ -143,7 +122,7 @@ Kiv::KivType const & StageSm::KivStageUncompleted::_fwkType() {
 StageSm::KivEvent::KivEvent( Ptr< EventConfig const > const & event, String8 const & key,
                              StageSm * stageSm )
    : OwnedReactor( event, stageSm, key ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+   KeepDuringConstruction const keep( *this );
    handleComplete();
 }
 
@@ -168,9 +147,8 @@ void StageSm::KivStageUncompleted::onTime() {
 
 StageSm::StageSm( Ptr< StageStatus const > const & stage, Ptr< LogSm > const & logSm,
                   StatusSm * mainSm )
-   : OwnedReactor( stage, Kiv::valid( mainSm ), Kiv::valid( stage )->name() ),
-     logSm_( Kiv::valid( logSm ) ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+   : OwnedReactor( stage, valid( mainSm ), valid( stage )->name() ), logSm_( valid( logSm ) ) {
+   KeepDuringConstruction const keep( *this );
    mirrorEvents();
    handleInitialized();
 }
@@ -181,7 +159,7 @@ StageSm::~StageSm() {
    event_.ownerGoes();
 }
 
-StageSm::Kept StageSm::keep() { return { Kiv::kept( mainSm() ), Kiv::kept( this ) }; }
+StageSm::Kept StageSm::keep() { return { kept( mainSm() ), kept( this ) }; }
 
 void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    Kept const kept = keep();
@@ -189,34 +167,6 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
       if( stage )
          catchUp();
    } );
-}
-
-void StageSm::onEvent( String8 agentName ) {
-   Kept const kept = keep();
-   if( !kivMarkedForDeletion() )
-      handleEventDel( agentName );
-   // The mirror is brought into line in any case.
-   if( !stage() )
-      return;
-   if( Ptr< EventConfig const > const present = stage()->event( agentName ) )
-      eventIs( agentName, present );
-   else
-      eventDel( agentName );
-}
-
-void StageSm::onEventkivImmediate() {
-   Kept const kept = keep();
-   if( stage() && !kivMarkedForDeletion() )
-      mirrorEvents();
-}
-
-void StageSm::mirrorEvents() {
-   Ptr< StageStatus const > const watched = stage();
-   for( auto i = watched->eventIteratorConst(); i; ++i )
-      eventIs( i.key(), i.ptr() );
-   for( auto i = eventIterator(); i; ++i )
-      if( !watched->event( i.key() ) )
-         eventDel( i.key() );
 }
 
 void StageSm::completeIs( bool on ) { complete_.valueIs( *this, row( "complete" ), on ); }
@@ -230,7 +180,7 @@ void StageSm::initializedIs( bool on ) { initialized_.valueIs( *this, row( "init
 
 void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
    Kept const kept = keep();
-   String8 const uid = Kiv::valid( event )->uid();
+   String8 const uid = valid( event )->uid();
    tellUntold();
    Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
    if( held && held->pendingEvent() == event )
@@ -257,7 +207,7 @@ void StageSm::pendingEventDelAll() {
 }
 
 void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > const & ) {
-   Kiv::Change( *this, row( "pendingEvent" ), 1 ).queue( uid );
+   Change( *this, row( "pendingEvent" ), 1 ).queue( uid );
 }
 
 // ---- events
@@ -265,11 +215,11 @@ void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > co
 Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
                                            Ptr< EventConfig const > const & event ) {
    Kept const kept = keep();
-   Kiv::valid( event );
+   valid( event );
    if( Ptr< KivEvent > const held = event_.member( agentName ) ) {
       if( Ptr< EventConfig const > const before = held->event(); before != event ) {
          held->notifierIs( event );
-         Kiv::OnException const undo( [ & ] {
+         OnException const undo( [ & ] {
             held->EventConfig::NotifieeConst::notifierIs( before );
             held->isRegisteredNotifieeIs( true );
          } );
@@ -278,7 +228,7 @@ Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
       return held;
    }
    Ptr< KivEvent > const made = newEvent( agentName, event );
-   Kiv::Change change( *this, row( "event" ), 1 );
+   Change change( *this, row( "event" ), 1 );
    event_.memberIs( made );
    change.queue( agentName );
    return made;
@@ -288,22 +238,22 @@ void StageSm::eventDel( String8 const & agentName ) {
    Ptr< KivEvent > const gone = event_.member( agentName );
    if( !gone )
       return;
-   Kiv::Change change( *this, row( "event" ), 1 );
+   Change change( *this, row( "event" ), 1 );
    event_.memberDel( agentName );
    change.queue( gone->fwkKey() );
 }
 
 void StageSm::eventNotify( String8 const & agentName, Ptr< KivEvent > const & ) {
-   Kiv::Change( *this, row( "event" ), 1 ).queue( agentName );
+   Change( *this, row( "event" ), 1 ).queue( agentName );
 }
 
 // ---- timer
 
-void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
-   Kiv::valid( clock );
+void StageSm::stageUncompletedIs( Ptr< Clock const > const & clock ) {
+   valid( clock );
    if( stageUncompleted_ && stageUncompleted_->notifierPtr() == clock )
       return;
-   Kiv::Change change( *this, row( "stageUncompleted" ), 0 );
+   Change change( *this, row( "stageUncompleted" ), 0 );
    stageUncompleted_.notifierIs( clock, [ & ] { return newStageUncompleted( clock ); } );
    change.queue();
 }
@@ -311,7 +261,7 @@ void StageSm::stageUncompletedIs( Ptr< Kiv::Clock const > const & clock ) {
 void StageSm::stageUncompletedDel() {
    if( !stageUncompleted_ )
       return;
-   Kiv::Change change( *this, row( "stageUncompleted" ), 0 );
+   Change change( *this, row( "stageUncompleted" ), 0 );
    stageUncompleted_.del();
    change.queue();
 }

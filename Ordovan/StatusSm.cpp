@@ -8,25 +8,15 @@
 
 namespace Stage {
 
-using Kiv::Attribute;
-using Kiv::fixed;
-using Kiv::handler;
-using Kiv::keyed;
-using Kiv::plain;
-using Kiv::Ptr;
-using Kiv::reads;
-using Kiv::Role;
-using Kiv::String8;
+using namespace Kiv;
 
 namespace {
 
-// Whether the handlers have what they need.
-bool works( Kiv::PtrInterface const & object ) {
-   auto const & sm = static_cast< StatusSm const & >( object );
-   return sm.config() && sm.status() && sm.recalculateNextStage();
-}
+// What the handlers need.
+constexpr auto works =
+   &hasEach< StatusSm, &StatusSm::config, &StatusSm::status, &StatusSm::recalculateNextStage >;
 
-constexpr auto rows = Kiv::machineTable< StatusSm >(
+constexpr auto rows = machineTable< StatusSm >(
    {
       fixed< &StatusSm::application >( "application", "Kiv::String8" ),
       Attribute( "config", "Kiv::Ptr<Stage::Config const>", "",
@@ -34,7 +24,7 @@ constexpr auto rows = Kiv::machineTable< StatusSm >(
       fixed< &StatusSm::status >( "status", "Kiv::Ptr<Stage::Status>", Role::reactor ),
       fixed< &StatusSm::progress >( "progress", "Kiv::Ptr<Stage::Progress>" ),
       fixed< &StatusSm::log >( "log", "Kiv::Ptr<Stage::Log>" ),
-      Kiv::readOnly< &StatusSm::logSm >( "logSm", "Kiv::Ptr<Stage::LogSm>" ),
+      readOnly< &StatusSm::logSm >( "logSm", "Kiv::Ptr<Stage::LogSm>" ),
       Attribute(
          "stageEnableSm", "Stage::StageEnableSm", "Kiv::Name", Role::collection,
          keyed< &StatusSm::stageEnableSm, &StatusSm::stageEnableSms,
@@ -44,39 +34,39 @@ constexpr auto rows = Kiv::machineTable< StatusSm >(
       Attribute( "stageSm", "Stage::StageSm", "Kiv::Name", Role::collection,
                  keyed< &StatusSm::stageSm, &StatusSm::stageSms, &StatusSm::stageSmIteratorConst >()
                     .memberDeletes< &StatusSm::stageSmDel, &StatusSm::stageSmDelAll >() ),
-      Kiv::handlers< String8, StatusSm, &StatusSm::handleActiveStage,
-                     &StatusSm::handleActiveStage >( "handleActiveStage", "name" ),
+      handlers< String8, StatusSm, &StatusSm::handleActiveStage, &StatusSm::handleActiveStage >(
+         "handleActiveStage", "name" ),
       plain< &StatusSm::needRecalculateNextStage, &StatusSm::needRecalculateNextStageIs >(
          "needRecalculateNextStage", "bool" ),
       handler< &StatusSm::handleNextStage >( "handleNextStage" ),
-      Kiv::operation< &StatusSm::doNextStage >( "doNextStage" ),
-      Kiv::readOnly< &StatusSm::recalculateNextStage >( "recalculateNextStage", "Kiv::Clock",
-                                                        Role::reactor ),
+      operation< &StatusSm::doNextStage >( "doNextStage" ),
+      readOnly< &StatusSm::recalculateNextStage >( "recalculateNextStage", "Kiv::Clock",
+                                                   Role::reactor ),
       handler< &StatusSm::handleEnabled >( "handleEnabled" ),
       plain< &StatusSm::initialized, &StatusSm::initializedIs >( "initialized", "bool" ),
       handler< &StatusSm::handleInitialized >( "handleInitialized" ),
-      Kiv::activity(),
+      activity(),
    },
-   &works );
+   works );
 
 using Timer = StatusSm::KivRecalculateNextStage;
-constexpr auto timerRows = Kiv::machineTable< Timer >( {
+constexpr auto timerRows = machineTable< Timer >( {
    fixed< &Timer::notifier >( "clock", "Kiv::Ptr<Kiv::Clock const>" ),
    plain< &Timer::timeMin, &Timer::timeMinIs >( "timeMin", "double" ),
 } );
 
 } // namespace
 
-Kiv::KivType const & StatusSm::_fwkType() { return Kiv::typeOf< rows >( "Stage::StatusSm" ); }
-Kiv::KivType const & StatusSm::KivRecalculateNextStage::_fwkType() {
-   return Kiv::typeOf< timerRows >( "Stage::StatusSm::KivRecalculateNextStage" );
+KivType const & StatusSm::_fwkType() { return typeOf< rows >( "Stage::StatusSm" ); }
+KivType const & StatusSm::KivRecalculateNextStage::_fwkType() {
+   return typeOf< timerRows >( "Stage::StatusSm::KivRecalculateNextStage" );
 }
 
 StatusSm::StatusSm( String8 const & application, Ptr< Config const > const & config,
                     Ptr< Status > const & status, Ptr< Progress > const & progress,
                     Ptr< Log > const & log )
    : application_( application ), progress_( progress ), log_( log ) {
-   Kiv::KeepDuringConstruction const keep( *this );
+   KeepDuringConstruction const keep( *this );
    if( config )
       config_.reactorIs( newConfig( config ) );
    if( status )
@@ -107,31 +97,29 @@ Ptr< LogSm > StatusSm::newLogSm( Ptr< Log > const & log ) {
 }
 
 Ptr< StageEnableSm > StatusSm::newStageEnableSm( Ptr< StageStatus const > const & stageStatus ) {
-   return new StageEnableSm( Kiv::valid( stageStatus ), this );
+   return new StageEnableSm( valid( stageStatus ), this );
 }
 Ptr< StageEnableSm > StatusSm::stageEnableSmIs( Ptr< StageStatus const > const & stageStatus ) {
    return stageEnableSm_.memberIs(
-      Kiv::valid( stageStatus )->name(), stageStatus,
-      [ & ] { return newStageEnableSm( stageStatus ); },
+      valid( stageStatus )->name(), stageStatus, [ & ] { return newStageEnableSm( stageStatus ); },
       []( StageEnableSm & stored ) { stored.hasNotificationActiveIs( true ); } );
 }
 
 Ptr< StageSm > StatusSm::newStageSm( Ptr< StageStatus const > const & stageStatus,
                                      Ptr< LogSm > const & logSm ) {
-   return new StageSm( Kiv::valid( stageStatus ), logSm, this );
+   return new StageSm( valid( stageStatus ), logSm, this );
 }
 Ptr< StageSm > StatusSm::stageSmIs( Ptr< StageStatus const > const & stageStatus,
                                     Ptr< LogSm > const & logSm ) {
    Ptr< StageSm > const held = stageSm_.memberIs(
-      Kiv::valid( stageStatus )->name(), stageStatus,
-      [ & ] { return newStageSm( stageStatus, logSm ); },
+      valid( stageStatus )->name(), stageStatus, [ & ] { return newStageSm( stageStatus, logSm ); },
       []( StageSm & stored ) { stored.hasNotificationActiveIs( true ); } );
    if( held->logSm() != logSm )
-      Kiv::throwNameInUseException(
+      throwNameInUseException(
          String8( "Reinstantiating the pointer interface where constructor parameter attribute "
                   "_logSm has a different value of " ) +
-         Kiv::valueToString( logSm ) + " than the current value of " +
-         Kiv::valueToString( held->logSm() ) + " not allowed" );
+         valueToString( logSm ) + " than the current value of " + valueToString( held->logSm() ) +
+         " not allowed" );
    return held;
 }
 

@@ -443,6 +443,13 @@ constexpr Attribute activity() {
                      access );
 }
 
+// Whether each of these, of a Machine, gives something other than null: for machineTable().
+template< class Machine, auto... gets >
+bool hasEach( PtrInterface const & object ) {
+   auto const & machine = static_cast< Machine const & >( object );
+   return ( static_cast< bool >( ( machine.*gets )() ) && ... );
+}
+
 // The table of a state machine, or of a reactor that one owns: its own rows, then the two switches.
 // `ready`, if given, tells of a Machine whether its handlers and operations may be called: whoever
 // calls by name may keep one longer than its owner, or what it watches. A collection that runs

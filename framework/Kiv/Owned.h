@@ -152,11 +152,15 @@ class OwnedByKey {
    bool memberDel( K const & key ) {
       return memberDel( key, []( R & ) {} );
    }
-   // Lets go of every member by `del( key )`, the owner's own, or as memberDel() does.
+   // Lets go of every member by `del( key )`, or the owner's own, or as memberDel() does.
    template< class Del >
    void memberDelAll( Del del ) {
       for( auto i = map_.iterator(); i; ++i )
          del( i.key() );
+   }
+   template< class Owner >
+   void memberDelAll( Owner & owner, void ( Owner::*del )( K const & ) ) {
+      memberDelAll( [ & ]( K const & key ) { ( owner.*del )( key ); } );
    }
    void memberDelAll() {
       memberDelAll( [ this ]( K const & key ) { memberDel( key ); } );
