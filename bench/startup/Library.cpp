@@ -1,7 +1,10 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <startup/Library.h>
 
+#include <filesystem>
 #include <unordered_map>
+
+#include <unistd.h>
 
 namespace Bench {
 
@@ -75,6 +78,20 @@ class World : public Stage::Status::NotifieeConst {
    std::string logText_;
    Kiv::Ptr< Stage::Log > log_;
 };
+
+Ring::Ring() {
+   Flitlog::TraceFileOptions options;
+   options.ringBytes = std::uint64_t{ 1 } << 20;
+   auto const path = std::filesystem::temp_directory_path() /
+                     ( "ordovan-bench-" + std::to_string( getpid() ) + ".trace" );
+   file_ = Flitlog::TraceFile::TraceFileIs( path, options );
+   std::filesystem::remove( path );
+   Flitlog::theTraceFile = file_.get();
+   Kiv::TraceHandle const handle( "bench", false );
+   for( std::uint64_t bytes = 0; bytes < options.ringBytes; bytes += 16 ) // a record has more
+      KIV_TRACE( handle, 8, "bench", "void Bench::Ring::Ring() ", bytes );
+}
+Ring::~Ring() { Flitlog::theTraceFile = nullptr; }
 
 void runUntilIdle() {
    Kiv::ActivityManager & manager = *Kiv::activityManager();

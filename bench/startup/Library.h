@@ -38,6 +38,17 @@ class LibraryStartup : public Startup {
    Kiv::Ptr< Stage::Ordovan > manager_;
 };
 
+// A trace file that takes every trace point, as long as the object lives. It has no path any more,
+// and all its pages have been written.
+class Ring {
+ public:
+   Ring();
+   ~Ring();
+
+ private:
+   std::unique_ptr< Flitlog::TraceFile > file_;
+};
+
 // What is queued, then the first thing that is due, until there is neither.
 void runUntilIdle();
 

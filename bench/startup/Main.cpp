@@ -1,11 +1,12 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 //
-// startup SHAPE at-once|one-by-one EVENTS [--limit SECONDS] [--rounds N]
+// startup SHAPE at-once|one-by-one EVENTS [--limit SECONDS] [--rounds N] [--ring yes]
 //
-// Measures whole start-ups and, by hand-written code, their control; prints one line of a table,
-// whose head `startup --head` prints. ../README.md says what is in it.
+// Measures whole start-ups and, by hand-written code, their control; with `--ring yes` those that
+// write a trace file, and without one as their control. Prints one line of a table, whose head
+// `startup --head` prints. ../README.md says what is in it.
+#include <startup/Library.h>
 #include <startup/Process.h>
-#include <startup/Startup.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -21,6 +22,7 @@ struct Options {
    std::uint32_t events = 0;
    std::uint32_t limit = 60; // processor seconds, 0: none
    std::uint32_t rounds = 15;
+   bool ring = false;
 };
 
 struct Times {
@@ -36,11 +38,16 @@ struct Measured {
    Result result;
 };
 
+using Make = std::function< std::unique_ptr< Startup >() >;
+
 // What is compared.
 struct Side {
-   std::function< std::unique_ptr< Startup >() > make;
-   std::vector< Times > times; // of all rounds
-   Result result;
+   Make make;
+   Make makeSmall; // to warm up
+   std::uint32_t limit;
+   bool ring = false;
+   std::vector< Times > times = {}; // of all rounds
+   Result result = {};
 };
 
 Times timesOf( Startup & startup ) {
@@ -80,10 +87,13 @@ Measured fromText( std::string text ) {
 // Code, tables that are made once and the branch predictor are warm, by start-ups of the same shape
 // and, up to 1,000 events, the same size; and so is the heap. Neither side waits for a page. What a
 // start-up needs beyond the caches is as slow as it is.
-std::string work( Side const & side, Side const & small, std::uint32_t events ) {
+std::string work( Side const & side, std::uint32_t events ) {
    constexpr std::size_t mostPerEvent = 4096; // of both sides, with room to spare
    touchHeap( ( std::size_t{ 8 } << 20 ) + mostPerEvent * events );
-   timesOf( *small.make() );
+   std::optional< Ring > ring;
+   if( side.ring )
+      ring.emplace();
+   timesOf( *side.makeSmall() );
    Measured measured;
    std::uint32_t const runs = std::clamp( 5000 / events, 1U, 20U );
    for( std::uint32_t run = 0; run != runs; ++run ) {
@@ -96,10 +106,9 @@ std::string work( Side const & side, Side const & small, std::uint32_t events ) 
 }
 
 // One process; false when the limit has ended it.
-bool measure( Side & side, Side const & small, Declarations const & declared,
-              std::uint32_t limit ) {
+bool measure( Side & side, Declarations const & declared ) {
    auto const events = static_cast< std::uint32_t >( declared.event.size() );
-   auto const said = inProcess( limit, [ & ] { return work( side, small, events ); } );
+   auto const said = inProcess( side.limit, [ & ] { return work( side, events ); } );
    if( !said )
       return false;
    Measured measured = fromText( *said );
@@ -158,10 +167,9 @@ void printPart( Side const & library, Side const & control, double events, auto 
 void printLine( Options const & options, Side const & library, Side const & control ) {
    double const events = options.events;
    auto const total = []( Times const & times ) { return times.total(); };
-   auto const theirs = each( control, total );
    std::printf( "%-6.6s %-10.10s %7u |", options.shape.data(), options.reports.data(),
                 options.events );
-   if( library.times.empty() )
+   if( library.times.empty() || control.times.empty() )
       std::printf( " ended at the limit of %u s of processor time; --limit 0: none |",
                    options.limit );
    else {
@@ -170,15 +178,21 @@ void printLine( Options const & options, Side const & library, Side const & cont
       printPart( library, control, events, []( Times const & times ) { return times.aggregate; } );
       printPart( library, control, events, []( Times const & times ) { return times.progress; } );
       std::printf( " %9.3f %9.3f %7.1f |", least( ours ) / events * 1e6,
-                   median( ours ) / events * 1e6, least( ours ) / least( theirs ) );
+                   median( ours ) / events * 1e6, least( ours ) / least( each( control, total ) ) );
    }
-   std::printf( " %5.3f %6.3f\n", least( theirs ) / events * 1e6, median( theirs ) / events * 1e6 );
+   if( !control.times.empty() ) {
+      auto const theirs = each( control, total );
+      std::printf( " %5.3f %6.3f", least( theirs ) / events * 1e6,
+                   median( theirs ) / events * 1e6 );
+   }
+   std::puts( "" );
 }
 
 Options parse( std::vector< std::string_view > const & arguments ) {
    if( arguments.size() < 3 || arguments.size() % 2 == 0 )
       throw std::invalid_argument( "usage: startup SHAPE at-once|one-by-one EVENTS "
-                                   "[--limit SECONDS] [--rounds N], or startup --head" );
+                                   "[--limit SECONDS] [--rounds N] [--ring yes|no], "
+                                   "or startup --head" );
    Options options;
    options.shape = arguments[ 0 ];
    options.reports = arguments[ 1 ];
@@ -188,30 +202,34 @@ Options parse( std::vector< std::string_view > const & arguments ) {
          options.limit = numberOf( arguments[ i + 1 ], 0, "seconds" );
       else if( arguments[ i ] == "--rounds" )
          options.rounds = numberOf( arguments[ i + 1 ], 1, "rounds" );
+      else if( arguments[ i ] == "--ring" )
+         options.ring = arguments[ i + 1 ] == "yes";
       else
          throw std::invalid_argument( "\"" + std::string( arguments[ i ] ) + "\" is no option" );
    return options;
 }
 
-// In turn, until there are enough of them or a second has gone into the library's. One that the
-// limit has ended is not tried again.
+double secondsOf( Side const & side ) {
+   return std::accumulate( side.times.begin(), side.times.end(), 0.0,
+                           []( double sum, Times const & times ) { return sum + times.total(); } );
+}
+
+// In turn, until there are enough of them or a second has gone into the first. One that the limit
+// has ended is not tried again.
 void measureBoth( Options const & options, Declarations const & declared, Side & library,
-                  Side & control, Side const & smallLibrary, Side const & smallControl ) {
-   auto const secondsOf = []( std::vector< Times > const & all ) {
-      return std::accumulate( all.begin(), all.end(), 0.0, []( double sum, Times const & times ) {
-         return sum + times.total();
-      } );
-   };
+                  Side & control ) {
    bool within = true;
    for( std::uint32_t round = 0; round != options.rounds; ++round ) {
-      if( within )
-         within = measure( library, smallLibrary, declared, options.limit );
-      if( library.result.table.stage.empty() )
+      within = within && measure( library, declared );
+      if( !within && options.ring )
+         break; // the control could take as long
+      if( !within )
          library.result.table = inOrder( declared );
-      measure( control, smallControl, declared, 0 );
+      if( !measure( control, declared ) )
+         break;
       if( within )
          compareResults( library.result, control.result );
-      if( secondsOf( within ? library.times : control.times ) >= 1 )
+      if( secondsOf( within ? library : control ) >= 1 )
          break;
    }
 }
@@ -229,13 +247,14 @@ int run( std::vector< std::string_view > const & arguments ) {
    TableOrder const fewerInOrder = inOrder( fewer );
    compareLogs( fewer, reports );
 
-   Side library{ [ & ] { return libraryStartup( declared, reports ); }, {}, {} };
-   Side control{
-      [ & ] { return controlStartup( declared, library.result.table, reports ); }, {}, {} };
-   Side const smallLibrary{ [ & ] { return libraryStartup( fewer, reports ); }, {}, {} };
-   Side const smallControl{
-      [ & ] { return controlStartup( fewer, fewerInOrder, reports ); }, {}, {} };
-   measureBoth( options, declared, library, control, smallLibrary, smallControl );
+   Make const ours = [ & ] { return libraryStartup( declared, reports ); };
+   Make const ourSmall = [ & ] { return libraryStartup( fewer, reports ); };
+   Side library = { ours, ourSmall, options.limit, options.ring };
+   Side control = { [ & ] { return controlStartup( declared, library.result.table, reports ); },
+                    [ & ] { return controlStartup( fewer, fewerInOrder, reports ); }, 0 };
+   if( options.ring )
+      control = { ours, ourSmall, options.limit };
+   measureBoth( options, declared, library, control );
    printLine( options, library, control );
    return 0;
 }
