@@ -14,7 +14,7 @@ namespace Bench {
 class World : public Stage::Status::NotifieeConst {
  public:
    World( Declarations const & declared, Reports reports, LogIs log )
-      : declared_( declared ), reports_( reports ), logIs_( log ) {
+      : reports_( reports ), logIs_( log ) {
       event_.reserve( declared.event.size() );
       waiting_.reserve( declared.event.size() );
       order_.reserve( declared.stage.size() );
@@ -65,7 +65,6 @@ class World : public Stage::Status::NotifieeConst {
    std::string const & logText() const { return logText_; }
 
  private:
-   Declarations const & declared_;
    Reports const reports_;
    LogIs const logIs_;
    std::unordered_map< Kiv::Name, std::uint32_t > number_;
