@@ -215,11 +215,12 @@ double secondsOf( Side const & side ) {
 }
 
 // In turn, until there are enough of them or a second has gone into the first. One that the limit
-// has ended is not tried again.
+// has ended is not tried again, and its control thrice at most.
 void measureBoth( Options const & options, Declarations const & declared, Side & library,
                   Side & control ) {
    bool within = true;
-   for( std::uint32_t round = 0; round != options.rounds; ++round ) {
+   for( std::uint32_t round = 0; round < std::min( options.rounds, within ? UINT32_MAX : 3 );
+        ++round ) {
       within = within && measure( library, declared );
       if( !within && options.ring )
          break; // the control could take as long
