@@ -288,7 +288,8 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    AgentConfigIteratorConst agentConfigIteratorConst() const { return { this, agentConfig_ }; }
    // Makes the reactor, or re-attaches the one there is. Null is refused with a range exception.
    Kiv::Ptr< KivAgentConfig > agentConfigIs( Kiv::Ptr< AgentConfig const > const & agent );
-   // The agent's events leave their stages, unless this ConfigSm is being torn down.
+   // The agent's events leave their stages, except those that its entry in the directory, if it is
+   // still there, declares; and unless this ConfigSm is being torn down.
    void agentConfigDel( Kiv::Name const & agent );
    void agentConfigDelAll() { agentConfig_.memberDelAll( *this, &ConfigSm::agentConfigDel ); }
 

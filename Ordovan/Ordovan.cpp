@@ -9,7 +9,10 @@
 //   an event is declared or withdrawn   handleEvent -> the event enters or leaves its stage
 //   the stage's events change           a reactor per event -> dependency, timeout, critical
 //   the stage's dependencies change     handleDependency -> the link to the stage depended upon
-//   a stage appears                     handleStage -> links that had to wait for it
+//   a stage appears                     onStage -> a reactor per stage; handleStage -> links that
+//                                       had to wait for it
+//   another stage under its name        its reactor stays, and does all this anew
+//                                       (KivStageStatus::notifierIs, in ConfigSm.cpp)
 //
 // Progression (StatusSm), the states of one stage and what moves it on:
 //
@@ -118,7 +121,7 @@ void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
    }
    ORDOVAN_TRACE( 8, "Adding event ", agentName, " to stage ", stageName );
    stage->eventIs( declared );
-   // Raised only: lowering it is for the recomputation that follows a removal or change.
+   // Only raised here; the reactor that is made for the event works it out anew (handleTimeout).
    stage->timeoutIs( stage->timeout() < declared->timeout() ? declared->timeout()
                                                             : stage->timeout() );
 }
@@ -343,10 +346,6 @@ void KivStageStatus::writeCritical( bool critical ) {
                      " to recompute based on our critical", critical );
 }
 
-// Decides a stage's flag, writes it, and pushes it to every stage that it depends on, which
-// decides in turn, depth first. The push is made even when the flag has not changed: it asserts
-// the links to the stages depended upon, which matters when a dependency was added. It ends
-// because setting a link that is set, or removing one that is not there, decides nothing anew.
 // One stage whose flag was written, and how far its dependencies have been told.
 struct KivStageStatus::CriticalFrame {
    Ptr< KivStageStatus > stage;
@@ -354,6 +353,10 @@ struct KivStageStatus::CriticalFrame {
    bool critical;
 };
 
+// Decides a stage's flag, writes it, and pushes it to every stage that it depends on, which
+// decides in turn, depth first. The push is made even when the flag has not changed: it asserts
+// the links to the stages depended upon, which matters when a dependency was added. It ends
+// because setting a link that is set, or removing one that is not there, decides nothing anew.
 void KivStageStatus::handleCritical() {
    if( !reacts() )
       return;
@@ -484,6 +487,10 @@ void KivEventConfig::handleTimeout() {
    kivStageStatus()->handleTimeout();
 }
 
+// Called when an event's timeout changes, when an event's reactor is made or gets another event,
+// and when an event leaves whose timeout is exactly the stage's: compared as doubles, so that one
+// that the narrowing has changed (0.1) does not set this off, and stays the stage's until the next
+// time.
 void KivStageStatus::handleTimeout() {
    if( !reacts() )
       return;
@@ -590,7 +597,8 @@ void StatusSm::doNextStage() {
    valid( recalculateNextStage() )->timeMinIs( now() );
 }
 
-// Whether a critical stage has not been activated yet.
+// Whether a critical stage has not been activated yet. One that is active holds back only those
+// that depend on it, complete or not.
 bool StatusSm::criticalStageWaits( Status const & stages ) const {
    for( auto i = stages.stageIteratorConst(); i; ++i )
       if( !stages.activeStage( i.key() ) && i.ptr()->critical() )
@@ -929,6 +937,16 @@ String8 namesOfPending( StageSm const & sm ) {
 }
 
 } // namespace
+
+void StageSm::KivStageUncompleted::onTime() {
+   react( []( StageSm & sm ) {
+      // A completion that was cut short was before this, and disarms the timer.
+      bool const owed = !sm.untold_.empty();
+      sm.tellUntold();
+      if( !owed || sm.pendingEvents() != 0 )
+         sm.handleStageUncompleted();
+   } );
+}
 
 void StageSm::handleStageUncompleted() {
    ORDOVAN_TRACE( 8, "void Stage::StageSm::handleStageUncompleted() ", name() );

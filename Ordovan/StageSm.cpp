@@ -133,16 +133,6 @@ void StageSm::KivEvent::notifierIs( Ptr< PtrInterface const > const & event ) {
    } );
 }
 
-void StageSm::KivStageUncompleted::onTime() {
-   react( []( StageSm & sm ) {
-      // A completion that was cut short was before this, and disarms the timer.
-      bool const owed = !sm.untold_.empty();
-      sm.tellUntold();
-      if( !owed || sm.pendingEvents() != 0 )
-         sm.handleStageUncompleted();
-   } );
-}
-
 // ---------------------------------------------------------------------------------- StageSm
 
 StageSm::StageSm( Ptr< StageStatus const > const & stage, Ptr< LogSm > const & logSm,

@@ -71,8 +71,8 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
              Kiv::Ptr< Status > const & status, Kiv::Ptr< Progress > const & progress,
              Kiv::Ptr< Log > const & log );
    Kiv::KivType const & fwkType() const override { return _fwkType(); }
-   // Its children point to it no more, its LogSm, the waiting and the active stages go, in this
-   // order.
+   // Its children point to it no more, its LogSm, the waiting and the active stages go, then the
+   // timer and what watches the status and the configuration, in this order.
    ~StatusSm() override;
 
    static Kiv::KivType const & _fwkType();

@@ -14,7 +14,9 @@
 //       ignores what comes.
 //    2. It leaves its place: whoever looks for it from now on finds none.
 //    3. The parting, if the owner has one, and was not being torn down itself (then the reactor was
-//       marked before, and what was written stays).
+//       marked before, and what was written stays). An owner whose reactor has to react to its own
+//       going has it watch nothing before all this (ConfigSm::agentConfigDel): when that is cut
+//       short the reactor is still whole, and in its place.
 //    4. It loses its owner, also when the parting throws.
 //    5. The owner's reference goes. If that was the last one it is destroyed, else it stays with
 //       whoever keeps it, and never reacts any more.
