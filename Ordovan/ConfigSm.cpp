@@ -4,6 +4,8 @@
 
 #include <Ordovan/ConfigSm.h>
 
+#include <Ordovan/detail/Dependents.h>
+
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
@@ -120,6 +122,7 @@ KivAgentConfig::KivAgentConfig( Ptr< AgentConfig const > const & agent, ConfigSm
 KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * configSm )
    : OwnedReactor( stage, configSm, valid( stage )->name() ) {
    KeepDuringConstruction const keep( *this );
+   link_.stageIs( stage );
    reconcileEvents();
    handleCritical();
 }
@@ -130,6 +133,8 @@ KivStageStatus::~KivStageStatus() {
 
 void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
    Ptr< StageStatus > const before = this->stage();
+   link_.stageIs( nullptr );
+   OnExit const linked( [ this ] { link_.stageIs( this->stage() ); } );
    attach( stage, [ & ] {
       left_ = nullptr; // it was the other stage's
       if( kivMarkedForDeletion() || !owner() )
@@ -143,6 +148,28 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
       }
       withdrawLinks( before );
    } );
+}
+
+void KivStageStatus::Link::stageIs( Ptr< StageStatus > const & stage ) noexcept {
+   if( stage_ ) {
+      stage_->indexDel( *this );
+      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
+         dependencyWent( i.key() );
+   }
+   stage_ = stage;
+   if( stage_ ) {
+      stage_->indexIs( *this );
+      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
+         dependencyCame( i.key() );
+   }
+}
+void KivStageStatus::Link::dependencyCame( String8 const & name ) noexcept {
+   if( ConfigSm * const sm = reactor_.configSm() )
+      sm->dependents_->add( name, reactor_.fwkKey() );
+}
+void KivStageStatus::Link::dependencyWent( String8 const & name ) noexcept {
+   if( ConfigSm * const sm = reactor_.configSm() )
+      sm->dependents_->remove( name, reactor_.fwkKey() );
 }
 
 Ptr< KivEventConfig > KivStageStatus::eventConfigIs( Ptr< EventConfig const > const & event ) {
@@ -207,7 +234,8 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 // --------------------------------------------------------------------------------- ConfigSm
 
 ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & status,
-                    Ptr< Dir const > const & agentDir ) {
+                    Ptr< Dir const > const & agentDir )
+   : dependents_( std::make_unique< detail::Dependents >() ) {
    KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
    deliveredUntilDoneIs( true );

@@ -6,7 +6,13 @@
 #include <Ordovan/Export.h>
 #include <Stage/Stage.h>
 
+#include <memory>
+
 namespace Stage {
+
+namespace detail {
+class Dependents;
+}
 
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
 // every stage name that an agent declares an event for, with the stage's events by agent, the
@@ -225,6 +231,21 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
       friend class ConfigSm;
       friend Machine;
 
+      // Keeps the dependents of its owner right about the stage that it is linked to.
+      class Link : public StageIndex {
+       public:
+         explicit Link( KivStageStatus & reactor ) : reactor_( reactor ) {}
+         ~Link() override { stageIs( nullptr ); }
+         // Null for none.
+         void stageIs( Kiv::Ptr< StageStatus > const & stage ) noexcept;
+         void dependencyCame( Kiv::String8 const & name ) noexcept override;
+         void dependencyWent( Kiv::String8 const & name ) noexcept override;
+
+       private:
+         KivStageStatus & reactor_;
+         Kiv::Ptr< StageStatus > stage_;
+      };
+
       auto owned() { return std::tie( eventConfig_ ); }
       bool reacts() const { return notifierPtr() && owner(); }
       struct CriticalFrame;
@@ -247,6 +268,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
 
       Kiv::OwnedByKey< KivEventConfig, Kiv::String8 > eventConfig_;
       CriticalAncestorMap criticalAncestor_;
+      Link link_{ *this };
       Kiv::Ptr< EventConfig const > left_; // an event that left, and may have left things behind
       bool leftSetTimeout_ = false;
       bool undecided_ = false; // handleCritical() has to run, and push on
@@ -337,10 +359,13 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    // The agent's entry in the directory, null if there is none of that type.
    Kiv::Ptr< AgentConfig > agentEntry( Kiv::Name const & agent ) const;
    void reconcileStages();
+   void compareDependents( Kiv::Name const & name );
    void withdrawLinks( Kiv::String8 const & name, Kiv::Ptr< StageStatus > const & present );
    friend Machine;
    auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
+   // Goes after the reactors, which are linked to it.
+   std::unique_ptr< detail::Dependents > const dependents_;
    Kiv::Owned< KivStatus > status_;
    Kiv::Owned< KivAgentDir > agentDir_;
    Kiv::OwnedByKey< KivAgentConfig, Kiv::Name > agentConfig_;

@@ -34,6 +34,9 @@
 
 #include <Ordovan/Ordovan.h>
 
+#include <Ordovan/detail/Candidates.h>
+#include <Ordovan/detail/Dependents.h>
+#include <Ordovan/detail/Oracle.h>
 #include <Ordovan/detail/Trace.h>
 
 #include <Kiv/Exception.h>
@@ -152,9 +155,32 @@ void ConfigSm::reconcileStages() {
 
 void ConfigSm::handleStage( Name name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleStage(Kiv::Name) stage=", name );
+   // Only those that depend on it have something to do.
+   if( detail::answersBy == detail::AnswersBy::index && dependents_->complete() &&
+       !detail::tracesLoops() ) {
+      for( Name const & dependent : dependents_->of( name ) )
+         if( Ptr< KivStageStatus > const reactor = stageStatus( dependent ) )
+            reactor->handleStage( String8( name ) );
+      return;
+   }
+   if( detail::answersBy == detail::AnswersBy::both )
+      compareDependents( name );
    for( auto i = stageStatusIterator(); i; ++i )
       if( Ptr< KivStageStatus > const reactor = i.ptr() )
          reactor->handleStage( String8( name ) );
+}
+
+// Makes sure that the index knows those that every stage would have been asked for.
+void ConfigSm::compareDependents( Name const & name ) {
+   std::vector< Name > walked, indexed;
+   for( auto i = stageStatusIterator(); i; ++i )
+      if( i.ptr()->stage() && i.ptr()->stage()->hasDependency( name ) )
+         walked.push_back( i.key() );
+   for( Name const & dependent : dependents_->of( name ) )
+      if( stageStatus( dependent ) )
+         indexed.push_back( dependent );
+   if( dependents_->complete() && walked != indexed )
+      detail::differs( "the stages that depend on a new one" );
 }
 
 void KivStageStatus::onEvent( String8 agent ) {
@@ -643,6 +669,74 @@ bool StatusSm::dependenciesSatisfied( Status const & stages, StageStatus const &
    return true;
 }
 
+void StatusSm::activate( Status & stages, Ptr< StageStatus > const & stage ) {
+   ORDOVAN_TRACE_IN( "handleNextStage", 7, "Activating stage ", stage->name() );
+   valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
+   stages.activeStageIs( stage );
+}
+
+// The rule, stage by stage. Given candidates, makes sure that they say the same.
+StatusSm::Found StatusSm::walkStages( Status & stages, detail::Candidates * beside ) {
+   Found found;
+   bool const criticalWaiting = criticalStageWaits( stages );
+   for( auto i = stages.stageIterator(); i; ++i ) {
+      Ptr< StageStatus > const stage = i.ptr();
+      if( stages.activeStage( i.key() ) ) {
+         if( inProgress( *stage, criticalWaiting ) )
+            found.incompleteActiveStages = true;
+         continue;
+      }
+      // Also for a stage that is activated here: a decision that activates anything never records
+      // completion.
+      found.inactiveStages = true;
+      if( criticalWaiting && !stage->critical() ) {
+         // Called ready because its dependencies are not even looked at.
+         ORDOVAN_TRACE_IN( "handleNextStage", 9, stage->name(),
+                           " is ready, but some critical stage hasn't started yet." );
+         continue;
+      }
+      if( !dependenciesSatisfied( stages, *stage ) )
+         continue;
+      if( beside && beside->next() != stage )
+         detail::differs( "the next stage to activate" );
+      activate( stages, stage );
+   }
+   return found;
+}
+
+// The same by what is known already, for decisions whose every step need not be traced.
+StatusSm::Found StatusSm::askCandidates( Status & stages ) {
+   detail::Candidates & candidates = candidatesOf( stages );
+   Found const found{ candidates.inactiveStages(), candidates.incompleteActiveStages() };
+   candidates.passBegins();
+   while( Ptr< StageStatus > const stage = candidates.next() )
+      activate( stages, stage );
+   return found;
+}
+
+// The second, with the first beside it.
+StatusSm::Found StatusSm::compareBoth( Status & stages ) {
+   detail::Candidates & candidates = candidatesOf( stages );
+   Found const said{ candidates.inactiveStages(), candidates.incompleteActiveStages() };
+   if( candidates.criticalStageWaits() != criticalStageWaits( stages ) )
+      detail::differs( "whether a critical stage waits" );
+   candidates.passBegins();
+   Found const found = walkStages( stages, &candidates );
+   if( candidates.next() )
+      detail::differs( "the number of stages to activate" );
+   if( said != found )
+      detail::differs( "whether stages are inactive, or active and not complete" );
+   return found;
+}
+
+StatusSm::Found StatusSm::decide( Status & stages ) {
+   if( detail::answersBy == detail::AnswersBy::both )
+      return compareBoth( stages );
+   if( detail::answersBy == detail::AnswersBy::walk || detail::tracesLoops() )
+      return walkStages( stages, nullptr );
+   return askCandidates( stages );
+}
+
 void StatusSm::handleNextStage() {
    ORDOVAN_TRACE( 8, "void Stage::StatusSm::handleNextStage()" );
    if( !initialized() ) {
@@ -656,31 +750,7 @@ void StatusSm::handleNextStage() {
    needRecalculateNextStageIs( false );
    OnException const stillNeeded( [ this ] { needRecalculateNextStageIs( true ); } );
    Ptr< Status > const stages = valid( status() );
-   bool const criticalWaiting = criticalStageWaits( *stages );
-   bool inactiveStages = false;
-   bool incompleteActiveStages = false;
-   for( auto i = stages->stageIterator(); i; ++i ) {
-      Ptr< StageStatus > const stage = i.ptr();
-      if( stages->activeStage( i.key() ) ) {
-         if( inProgress( *stage, criticalWaiting ) )
-            incompleteActiveStages = true;
-         continue;
-      }
-      // Also for a stage that is activated here: a decision that activates anything never records
-      // completion.
-      inactiveStages = true;
-      if( criticalWaiting && !stage->critical() ) {
-         // Called ready because its dependencies are not even looked at.
-         ORDOVAN_TRACE( 9, stage->name(),
-                        " is ready, but some critical stage hasn't started yet." );
-         continue;
-      }
-      if( !dependenciesSatisfied( *stages, *stage ) )
-         continue;
-      ORDOVAN_TRACE( 7, "Activating stage ", stage->name() );
-      valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
-      stages->activeStageIs( stage );
-   }
+   auto const [ inactiveStages, incompleteActiveStages ] = decide( *stages );
    if( !inactiveStages && !incompleteActiveStages ) {
       stages->completeIs( true );
       valid( logSm() )->logIs( "Stage progression is complete" );

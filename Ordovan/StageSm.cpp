@@ -159,7 +159,11 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
    } );
 }
 
-void StageSm::completeIs( bool on ) { complete_.valueIs( *this, row( "complete" ), on ); }
+void StageSm::completeIs( bool on ) {
+   complete_.valueIs( *this, row( "complete" ), on );
+   if( mainSm() )
+      mainSm()->completionChanged( *this );
+}
 void StageSm::timedOutIs( bool on ) { timedOut_.valueIs( *this, row( "timedOut" ), on ); }
 void StageSm::completionTimeIs( double const & seconds ) {
    completionTime_.valueIs( *this, row( "completionTime" ), seconds );

@@ -13,6 +13,9 @@
 namespace Stage {
 
 class StatusSm;
+namespace detail {
+class Candidates;
+}
 
 // Tracks one active stage of one application: mirrors the stage's events, keeps the set of those
 // that are not complete (the pending events), and declares the stage complete when that set is
@@ -208,6 +211,7 @@ class ORDOVAN_EXPORT StageSm
 
  private:
    friend class StatusSm;
+   friend class detail::Candidates;
    friend Machine;
 
    auto owned() { return std::tie( stageUncompleted_, event_ ); }
@@ -229,6 +233,7 @@ class ORDOVAN_EXPORT StageSm
    Kiv::OwnedByKey< KivEvent, Kiv::String8 > event_;
    Kiv::Owned< KivStageUncompleted > stageUncompleted_;
    Kiv::String8 untold_;       // a pending event whose change was not reacted to
+   bool satisfied_ = false;    // counted by the owner's candidates: active and complete
    bool progressOwed_ = false; // the owner has not recorded the stage in its progress
 };
 

@@ -3,6 +3,8 @@
 
 #include <Ordovan/StatusSm.h>
 
+#include <Ordovan/detail/Candidates.h>
+
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
 
@@ -77,6 +79,7 @@ StatusSm::StatusSm( String8 const & application, Ptr< Config const > const & con
 
 StatusSm::~StatusSm() {
    kivDoZombieReactors( true );
+   candidates_ = nullptr;
    config_.ownerGoes();
    status_.ownerGoes();
    recalculateNextStage_.ownerGoes();
@@ -113,7 +116,10 @@ Ptr< StageSm > StatusSm::stageSmIs( Ptr< StageStatus const > const & stageStatus
                                     Ptr< LogSm > const & logSm ) {
    Ptr< StageSm > const held = stageSm_.memberIs(
       valid( stageStatus )->name(), stageStatus, [ & ] { return newStageSm( stageStatus, logSm ); },
-      []( StageSm & stored ) { stored.hasNotificationActiveIs( true ); } );
+      [ this ]( StageSm & stored ) {
+         stored.hasNotificationActiveIs( true );
+         completionChanged( stored );
+      } );
    if( held->logSm() != logSm )
       throwNameInUseException(
          String8( "Reinstantiating the pointer interface where constructor parameter attribute "
@@ -121,6 +127,26 @@ Ptr< StageSm > StatusSm::stageSmIs( Ptr< StageStatus const > const & stageStatus
          valueToString( logSm ) + " than the current value of " + valueToString( held->logSm() ) +
          " not allowed" );
    return held;
+}
+
+void StatusSm::stageSmDel( Name const & name ) {
+   Ptr< StageSm > const gone = stageSm( name );
+   if( gone && candidates_ )
+      candidates_->leaves( *gone );
+   stageSm_.memberDel( name );
+}
+
+void StatusSm::completionChanged( StageSm & stageSm ) noexcept {
+   if( candidates_ )
+      candidates_->changed( stageSm );
+}
+
+detail::Candidates & StatusSm::candidatesOf( Status & stages ) {
+   if( !candidates_ || !candidates_->serves( stages ) ) {
+      candidates_ = nullptr;
+      candidates_ = std::make_unique< detail::Candidates >( *this, stages );
+   }
+   return *candidates_;
 }
 
 } // namespace Stage

@@ -9,7 +9,13 @@
 #include <Ordovan/StageSm.h>
 #include <Stage/Stage.h>
 
+#include <memory>
+
 namespace Stage {
+
+namespace detail {
+class Candidates;
+}
 
 // Waits for the configuration to be enabled, activates stages whose dependencies are active and
 // complete (critical stages first), and records progression as complete when every stage is.
@@ -55,7 +61,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
    };
 
    void stageEnableSmDel( Kiv::Name const & name ) { stageEnableSm_.memberDel( name ); }
-   void stageSmDel( Kiv::Name const & name ) { stageSm_.memberDel( name ); }
+   void stageSmDel( Kiv::Name const & name );
    using StageEnableSmMap = Kiv::HashMap< StageEnableSm, Kiv::Name >;
    using StageEnableSmIteratorConst = Kiv::OwnedIterator< StageEnableSmMap, StatusSm const >;
    using StageSmMap = Kiv::HashMap< StageSm, Kiv::Name >;
@@ -136,7 +142,9 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
                                   Kiv::Ptr< LogSm > const & logSm );
    Kiv::Ptr< StageSm > newStageSm( Kiv::Ptr< StageStatus const > const & stageStatus,
                                    Kiv::Ptr< LogSm > const & logSm );
-   void stageSmDelAll() { stageSm_.memberDelAll(); }
+   void stageSmDelAll() { stageSm_.memberDelAll( *this, &StatusSm::stageSmDel ); }
+   // For a StageSm: its `complete` was written.
+   void completionChanged( StageSm & stageSm ) noexcept;
 
    // A decision was asked for and not made yet.
    bool needRecalculateNextStage() const { return needRecalculateNextStage_; }
@@ -178,6 +186,18 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
    bool criticalStageWaits( Status const & status ) const;
    bool dependenciesSatisfied( Status const & status, StageStatus const & stage ) const;
    bool inProgress( StageStatus const & stage, bool criticalWaiting ) const;
+   // What a decision has found besides the stages that it activates.
+   struct Found {
+      bool inactiveStages = false;
+      bool incompleteActiveStages = false;
+      bool operator==( Found const & ) const = default;
+   };
+   Found decide( Status & stages );
+   Found compareBoth( Status & stages );
+   Found walkStages( Status & stages, detail::Candidates * beside );
+   Found askCandidates( Status & stages );
+   detail::Candidates & candidatesOf( Status & stages );
+   void activate( Status & stages, Kiv::Ptr< StageStatus > const & stage );
    void recordProgress( Kiv::String8 const & name );
 
    Kiv::String8 const application_;
@@ -189,6 +209,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
    Kiv::OwnedByKey< StageEnableSm, Kiv::Name > stageEnableSm_;
    Kiv::OwnedByKey< StageSm, Kiv::Name > stageSm_;
    Kiv::Owned< KivRecalculateNextStage > recalculateNextStage_;
+   std::unique_ptr< detail::Candidates > candidates_; // from the first decision on
    bool needRecalculateNextStage_ = false;
    bool initialized_ = false;
 };

@@ -8,6 +8,7 @@
 #include <Stage/Stage.h>
 
 #include <limits>
+#include <vector>
 
 namespace Stage {
 
@@ -246,6 +247,10 @@ void Status::NotifieeConst::onComplete() {}
 Ptr< Status > Status::StatusIs( Name const & name ) { return new Status( name ); }
 Status::Status( Name const & name ) : Entity( name ) {}
 Status::~Status() {
+   indexes_.each( [ this ]( StatusIndex & index ) {
+      indexDel( index );
+      index.statusGoes();
+   } );
    // A stage that somebody still holds must not point to a parent that is gone.
    for( auto i = stage_.map().iterator(); i; ++i )
       i.ptr()->ownerGone( *this );
@@ -259,6 +264,7 @@ Ptr< StageStatus > Status::stageIs( Name const & name ) {
    Ptr< StageStatus > const made = new StageStatus( name );
    stage_.memberIs( *this, status::rows[ status::stage ], name, made );
    made->ownerIs( this, status::rows[ status::stage ].id );
+   indexes_.each( [ & ]( StatusIndex & index ) { index.stageCame( *made ); } );
    return made;
 }
 void Status::stageDel( Name const & name ) {
@@ -270,6 +276,7 @@ void Status::stageDel( Name const & name ) {
    Kiv::makeRoom( 2 * Kiv::itemsFor( *this, 1 ) + Kiv::itemsFor( *gone, 0 ) );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
+   indexes_.each( [ & ]( StatusIndex & index ) { index.stageWent( *gone ); } );
    if( gone->isChildOf( *this ) ) // somebody may have given it another parent
       gone->ownerIs( nullptr, Kiv::noAttribute );
 }
@@ -286,13 +293,27 @@ void Status::activeStageIs( Ptr< StageStatus > const & stage ) {
       Kiv::throwRangeException( "null ValidPtr" );
    if( stage_.member( stage->name() ) != stage )
       Kiv::throwRangeException( "stage " + stage->fullName() + " is no member of " + fullName() );
-   activeStage_.memberIs( *this, status::rows[ status::activeStage ], stage->name(), stage );
+   Ptr< StageStatus > const kept = stage; // the caller's may belong to what goes
+   activeStage_.memberIs( *this, status::rows[ status::activeStage ], kept->name(), kept );
+   activeChanged( *kept );
 }
 void Status::activeStageDel( Name const & name ) {
+   Ptr< StageStatus > const gone = activeStage_.member( name );
    activeStage_.memberDel( *this, status::rows[ status::activeStage ], name );
+   if( gone )
+      activeChanged( *gone );
 }
 void Status::activeStageDelAll() {
+   std::vector< Ptr< StageStatus > > gone;
+   if( indexes_ )
+      for( auto i = activeStageIterator(); i; ++i )
+         gone.push_back( i.ptr() );
    activeStage_.memberDelAll( *this, status::rows[ status::activeStage ] );
+   for( Ptr< StageStatus > const & stage : gone )
+      activeChanged( *stage );
+}
+void Status::activeChanged( StageStatus & stage ) {
+   indexes_.each( [ & ]( StatusIndex & index ) { index.activeChanged( stage ); } );
 }
 void Status::completeIs( bool on ) {
    complete_.valueIs( *this, status::rows[ status::complete ], on );
@@ -364,19 +385,31 @@ void StageStatus::eventDelAll() {
    event_.memberDelAll( *this, stageStatus::rows[ stageStatus::event ] );
 }
 void StageStatus::dependencyIs( String8 const & stage, bool counts ) {
+   bool const comes = indexes_ && !hasDependency( stage );
    dependency_.memberIs( *this, stageStatus::rows[ stageStatus::dependency ], stage, counts );
+   if( comes )
+      indexes_.each( [ & ]( StageIndex & index ) { index.dependencyCame( stage ); } );
 }
 void StageStatus::dependencyDel( String8 const & stage ) {
-   dependency_.memberDel( *this, stageStatus::rows[ stageStatus::dependency ], stage );
+   String8 const key = stage; // the caller's may belong to the entry
+   if( dependency_.memberDel( *this, stageStatus::rows[ stageStatus::dependency ], key ) )
+      indexes_.each( [ & ]( StageIndex & index ) { index.dependencyWent( key ); } );
 }
 void StageStatus::dependencyDelAll() {
+   std::vector< String8 > gone;
+   if( indexes_ )
+      for( auto i = dependencyIterator(); i; ++i )
+         gone.push_back( i.key() );
    dependency_.memberDelAll( *this, stageStatus::rows[ stageStatus::dependency ] );
+   for( String8 const & stage : gone )
+      indexes_.each( [ & ]( StageIndex & index ) { index.dependencyWent( stage ); } );
 }
 void StageStatus::timeoutIs( double const & seconds ) {
    timeout_.valueIs( *this, stageStatus::rows[ stageStatus::timeout ], seconds );
 }
 void StageStatus::criticalIs( bool on ) {
    critical_.valueIs( *this, stageStatus::rows[ stageStatus::critical ], on );
+   indexes_.each( []( StageIndex & index ) { index.criticalChanged(); } );
 }
 Kiv::KivType const & StageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageStatus::_fwkType() {

@@ -5,6 +5,7 @@
 #include <Stage/AgentConfig.h>
 #include <Stage/Config.h>
 #include <Stage/EventConfig.h>
+#include <Stage/Index.h>
 #include <Stage/Log.h>
 #include <Stage/Progress.h>
 #include <Stage/StageStatus.h>

@@ -5,6 +5,7 @@
 #include <Kiv/Kiv.h>
 #include <Stage/EventConfig.h>
 #include <Stage/Export.h>
+#include <Stage/Index.h>
 
 namespace Stage {
 
@@ -84,6 +85,11 @@ class STAGE_EXPORT StageStatus : public Kiv::Entity {
    bool critical() const { return critical_.value(); }
    void criticalIs( bool critical );
 
+   // Has an index told of this stage from now on, or no more (Index.h). REQUIRES: it is removed
+   // before it or the stage goes. Cost: none, and one comparison for each other index of the stage.
+   void indexIs( StageIndex & index ) noexcept { indexes_.add( index ); }
+   void indexDel( StageIndex & index ) noexcept { indexes_.remove( index ); }
+
    Kiv::KivType const & fwkType() const override;
    static Kiv::KivType const & _fwkType();
 
@@ -95,6 +101,7 @@ class STAGE_EXPORT StageStatus : public Kiv::Entity {
    Kiv::Collection< bool, Kiv::String8 > dependency_;
    Kiv::Scalar< double > timeout_;
    Kiv::Scalar< bool > critical_;
+   IndexList< StageIndex > indexes_;
 };
 
 } // namespace Stage

@@ -4,6 +4,7 @@
 
 #include <Kiv/Kiv.h>
 #include <Stage/Export.h>
+#include <Stage/Index.h>
 #include <Stage/Progress.h>
 #include <Stage/StageStatus.h>
 
@@ -90,17 +91,24 @@ class STAGE_EXPORT Status : public Kiv::Entity {
    bool complete() const { return complete_.value(); }
    void completeIs( bool complete );
 
+   // Has an index told of the stages from now on, or no more (Index.h). REQUIRES: it is removed
+   // before it goes. Cost: none, and one comparison for each other index.
+   void indexIs( StatusIndex & index ) noexcept { indexes_.add( index ); }
+   void indexDel( StatusIndex & index ) noexcept { indexes_.remove( index ); }
+
    Kiv::KivType const & fwkType() const override;
    static Kiv::KivType const & _fwkType();
 
  private:
    explicit Status( Kiv::Name const & name );
+   void activeChanged( StageStatus & stage );
 
    Kiv::Collection< StageStatus, Kiv::Name > stage_;
    Kiv::Collection< StageStatus, Kiv::Name > activeStage_;
    Kiv::Scalar< bool > complete_;
    Kiv::Scalar< Kiv::Ptr< Progress > > progress_;
    Kiv::Scalar< bool > sorted_;
+   IndexList< StatusIndex > indexes_;
 };
 
 } // namespace Stage

@@ -17,6 +17,13 @@ namespace Stage {
    return handle;
 }
 
+namespace detail {
+
+// Whether every turn of a loop has to be gone through, for its trace.
+inline bool tracesLoops() { return Kiv::tracesTo( traceHandle(), 9 ); }
+
+} // namespace detail
+
 } // namespace Stage
 
 #define ORDOVAN_TRACE( level, ... ) ORDOVAN_TRACE_IN( __func__, level, __VA_ARGS__ )

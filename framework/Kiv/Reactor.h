@@ -48,6 +48,20 @@ class OnException {
    int const before_ = std::uncaught_exceptions();
 };
 
+// Runs `last` when the block in which this stands is left, in whatever way. REQUIRES: `last` does
+// not throw.
+template< class Last >
+class OnExit {
+ public:
+   explicit OnExit( Last last ) : last_( std::move( last ) ) {}
+   ~OnExit() { last_(); }
+   OnExit( OnExit const & ) = delete;
+   OnExit & operator=( OnExit const & ) = delete;
+
+ private:
+   Last last_;
+};
+
 // A state machine, or a reactor that one owns: what can be switched on and off and marked for
 // deletion, with all that it owns. Base is what it is besides: a NotifieeConst, or PtrInterface for
 // one that watches nothing itself. Adds one virtual operation, after those of Base.

@@ -246,6 +246,11 @@ KIV_EXPORT void traceLost( char const * function, bool handleMade ) noexcept;
 
 } // namespace detail
 
+// Whether something takes a trace of that level: for loops that, without it, need not run.
+inline bool tracesTo( TraceHandle const & handle, unsigned level ) {
+   return handle.enabled( level ) || coverageStream_ || Flitlog::theTraceFile || detail::ringWanted;
+}
+
 // A trace point. A macro because it needs the line, a number of its own for the trace file, and
 // pieces that are evaluated only when something is on. Level, source and function are constants.
 // A piece is text, a bool, a number, or an entity or Ptr, which shows its full name. A library with

@@ -10,9 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <Kiv/Kiv.h>
+#include <Ordovan/detail/Oracle.h>
 #include <simulation/Engine.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +31,7 @@ using model::Line;
 using model::Played;
 using Simulation::Plan;
 using Simulation::Result;
+using Stage::detail::AnswersBy;
 
 unsigned constexpr orders = 8;
 
@@ -154,12 +157,15 @@ std::string firstDifference( std::string const & left, std::string const & right
 }
 
 // Under each of the orders of all tables, the library and the model do the same in the same
-// sequence. Returns the different ways, apart from the sequence within one instant.
+// sequence: by its indexes, by walking over everything, and by both, which are compared at every
+// decision. Returns the different ways, apart from the sequence within one instant.
 std::set< std::string > waysOf( Plan const & plan, std::string const & what ) {
    auto const seedBefore = Kiv::detail::hashSeed;
    std::set< std::string > ways;
    for( unsigned order = 0; order != orders; ++order ) {
       orderIs( order );
+      Stage::detail::answersBy =
+         std::array{ AnswersBy::index, AnswersBy::walk, AnswersBy::both }[ order % 3 ];
       auto const expected = model::play( plan, rank );
       auto const library = describe( playLibrary( plan ) );
       auto const byModel = describe( expected );
@@ -173,6 +179,7 @@ std::set< std::string > waysOf( Plan const & plan, std::string const & what ) {
       ways.insert( withoutOrder( expected ) );
    }
    Kiv::detail::hashSeed = seedBefore;
+   Stage::detail::answersBy = AnswersBy::index;
    return ways;
 }
 

@@ -1,0 +1,232 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <Ordovan/detail/Candidates.h>
+
+#include <Ordovan/StatusSm.h>
+#include <Ordovan/detail/TableOrder.h>
+
+#include <algorithm>
+#include <new>
+
+namespace Stage::detail {
+
+using namespace Kiv;
+
+// A stage that is not active.
+struct Candidates::Waiting final : StageIndex {
+   Waiting( Candidates & candidates, StageStatus & watched )
+      : home( candidates ), stage( watched ), name( watched.name() ),
+        critical( watched.critical() ) {
+      stage.indexIs( *this );
+      home.criticals_ += critical;
+   }
+   ~Waiting() override {
+      stage.indexDel( *this );
+      home.criticals_ -= critical;
+      home.leaveList( *this );
+   }
+   void dependencyWent( String8 const & dependency ) noexcept override {
+      if( waitsFor == dependency )
+         home.isCandidate( *this );
+   }
+   void criticalChanged() noexcept override {
+      if( critical == stage.critical() )
+         return;
+      critical = !critical;
+      critical ? ++home.criticals_ : --home.criticals_;
+      if( in == &home.gate_ )
+         home.isCandidate( *this );
+   }
+
+   Candidates & home;
+   StageStatus & stage;
+   Text const name;
+   bool critical;
+   List * in = nullptr;
+   Waiting * next = nullptr;
+   Waiting * previous = nullptr;
+   Text waitsFor; // empty unless it waits for a stage
+};
+
+Candidates::Candidates( StatusSm & sm, Status & status ) : sm_( sm ), status_( &status ) {
+   for( auto i = sm.stageSmIterator(); i; ++i ) {
+      i.ptr()->satisfied_ = i.ptr()->complete() && status.activeStage( i.key() );
+      satisfied_ += i.ptr()->satisfied_;
+   }
+   for( auto i = status.stageIterator(); i; ++i )
+      if( !status.activeStage( i.key() ) )
+         add( *i.ptr() );
+   status.indexIs( *this );
+}
+Candidates::~Candidates() {
+   if( status_ )
+      status_->indexDel( *this );
+}
+
+// ---- lists
+
+void Candidates::leaveList( Waiting & waiting ) noexcept {
+   if( !waiting.in )
+      return;
+   ( waiting.previous ? waiting.previous->next : waiting.in->first ) = waiting.next;
+   if( waiting.next )
+      waiting.next->previous = waiting.previous;
+   if( !waiting.in->first && !waiting.waitsFor.empty() )
+      waitFor_.erase( waiting.waitsFor );
+   waiting.in = nullptr;
+   waiting.waitsFor = Text();
+}
+void Candidates::move( Waiting & waiting, List & to ) noexcept {
+   if( waiting.in == &to )
+      return;
+   leaveList( waiting );
+   waiting.in = &to;
+   waiting.previous = nullptr;
+   waiting.next = to.first;
+   if( to.first )
+      to.first->previous = &waiting;
+   to.first = &waiting;
+}
+void Candidates::waitFor( Waiting & waiting, Text const & dependency ) {
+   move( waiting, waitFor_[ dependency ] );
+   waiting.waitsFor = dependency;
+}
+void Candidates::wake( Text const & name ) noexcept {
+   auto const found = waitFor_.find( name );
+   if( found == waitFor_.end() )
+      return;
+   // The last one takes the list with it.
+   for( Waiting * next = found->second.first; Waiting * const waiting = next; ) {
+      next = waiting->next;
+      isCandidate( *waiting );
+   }
+}
+
+// ---- the second pass
+
+void Candidates::passBegins() {
+   gateShut_ = criticalStageWaits();
+   while( !gateShut_ && gate_.first )
+      isCandidate( *gate_.first );
+   pass_.clear();
+   place_ = 0;
+   while( arrived_.first )
+      move( *arrived_.first, seen_ );
+   for( Waiting * waiting = seen_.first; waiting; waiting = waiting->next )
+      pass_.push_back( waiting );
+   std::sort( pass_.begin(), pass_.end(), []( Waiting const * a, Waiting const * b ) {
+      return standsBefore( a->name, b->name );
+   } );
+}
+
+// A stage that becomes a candidate during the pass takes part in it if its turn is still to come.
+void Candidates::takeArrived() {
+   while( Waiting * const waiting = arrived_.first ) {
+      if( place_ == 0 || standsBefore( last_, waiting->name ) )
+         pass_.insert( std::partition_point(
+                          pass_.begin() + static_cast< std::ptrdiff_t >( place_ ), pass_.end(),
+                          [ & ]( Waiting const * other ) {
+                             return standsBefore( other->name, waiting->name );
+                          } ),
+                       waiting );
+      move( *waiting, seen_ );
+   }
+}
+
+Ptr< StageStatus > Candidates::next() {
+   takeArrived();
+   while( place_ < pass_.size() ) {
+      Waiting & waiting = *pass_[ place_++ ];
+      last_ = waiting.name;
+      Text dependency;
+      if( gateShut_ && !waiting.critical )
+         move( waiting, gate_ );
+      else if( findUnsatisfied( waiting.stage, dependency ) )
+         waitFor( waiting, dependency );
+      else
+         return &waiting.stage;
+   }
+   return nullptr;
+}
+
+bool Candidates::isSatisfied( Text const & stage ) const {
+   Ptr< StageSm > const sm = sm_.stageSm( Name( stage ) );
+   return sm && sm->satisfied_;
+}
+
+bool Candidates::findUnsatisfied( StageStatus const & stage, Text & found ) {
+   std::uint32_t met = 0;
+   for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
+      if( isSatisfied( i.key() ) )
+         continue;
+      chance_ = chance_ * 1664525U + 1013904223U; // of Numerical Recipes: high bits are good enough
+      if( ( chance_ >> 8 ) % ++met == 0 )
+         found = i.key();
+   }
+   return met != 0;
+}
+
+// ---- what is kept right
+
+void Candidates::changed( StageSm & stageSm ) noexcept {
+   Name const name = stageSm.name();
+   bool const satisfied = status_ && stageSm.complete() && sm_.stageSm( name ) == &stageSm &&
+                          status_->activeStage( name );
+   if( satisfied == stageSm.satisfied_ )
+      return;
+   leaves( stageSm );
+   if( !satisfied )
+      return;
+   stageSm.satisfied_ = true;
+   ++satisfied_;
+   wake( name );
+}
+void Candidates::leaves( StageSm & stageSm ) noexcept {
+   satisfied_ -= stageSm.satisfied_;
+   stageSm.satisfied_ = false;
+}
+
+void Candidates::add( StageStatus & stage ) {
+   auto waiting = std::make_unique< Waiting >( *this, stage );
+   Waiting & added = *waiting;
+   waiting_[ added.name ] = std::move( waiting );
+   isCandidate( added );
+}
+void Candidates::drop( StageStatus & stage ) noexcept {
+   auto const found = waiting_.find( stage.name() );
+   if( found == waiting_.end() )
+      return;
+   Waiting * const gone = found->second.get();
+   auto const rest = pass_.begin() + static_cast< std::ptrdiff_t >( place_ );
+   pass_.erase( std::remove( rest, pass_.end(), gone ), pass_.end() );
+   waiting_.erase( found );
+}
+
+void Candidates::stageCame( StageStatus & stage ) noexcept {
+   try {
+      add( stage );
+   } catch( std::bad_alloc const & ) {
+      spoil();
+   }
+}
+void Candidates::stageWent( StageStatus & stage ) noexcept { drop( stage ); }
+void Candidates::activeChanged( StageStatus & stage ) noexcept {
+   if( status_->activeStage( stage.name() ) )
+      drop( stage );
+   else if( !waiting_.contains( stage.name() ) )
+      stageCame( stage );
+   if( !status_ )
+      return;
+   if( Ptr< StageSm > const sm = sm_.stageSm( stage.name() ) )
+      changed( *sm );
+}
+void Candidates::statusGoes() noexcept {
+   status_ = nullptr;
+   pass_.clear();
+   waiting_.clear();
+}
+void Candidates::spoil() noexcept {
+   status_->indexDel( *this );
+   statusGoes();
+}
+
+} // namespace Stage::detail

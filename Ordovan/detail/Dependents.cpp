@@ -1,0 +1,45 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <Ordovan/detail/Dependents.h>
+
+#include <Ordovan/detail/TableOrder.h>
+
+#include <algorithm>
+#include <new>
+
+namespace Stage::detail {
+
+using namespace Kiv;
+
+void Dependents::add( String8 const & stage, Name const & dependent ) noexcept {
+   try {
+      dependents_[ stage ].push_back( dependent );
+   } catch( std::bad_alloc const & ) {
+      complete_ = false;
+   }
+}
+
+void Dependents::remove( String8 const & stage, Name const & dependent ) noexcept {
+   auto const found = dependents_.find( stage );
+   if( found == dependents_.end() )
+      return;
+   std::vector< Name > & names = found->second;
+   // The latest are the likeliest to go again.
+   auto const last = std::find( names.rbegin(), names.rend(), dependent );
+   if( last == names.rend() )
+      return;
+   *last = names.back();
+   names.pop_back();
+   if( names.empty() )
+      dependents_.erase( found );
+}
+
+std::vector< Name > Dependents::of( Name const & stage ) const {
+   auto const found = dependents_.find( String8( stage ) );
+   if( found == dependents_.end() )
+      return {};
+   std::vector< Name > names = found->second;
+   std::sort( names.begin(), names.end(), &standsBefore );
+   return names;
+}
+
+} // namespace Stage::detail

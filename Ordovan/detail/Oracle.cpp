@@ -1,0 +1,16 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+#include <Ordovan/detail/Oracle.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace Stage::detail {
+
+AnswersBy answersBy = AnswersBy::index;
+
+void differs( char const * what ) noexcept {
+   std::fprintf( stderr, "Ordovan: the index and the walk differ in %s\n", what );
+   std::abort();
+}
+
+} // namespace Stage::detail
