@@ -132,6 +132,8 @@ KivStageStatus::~KivStageStatus() {
 }
 
 void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
+   if( notifierPtr() == stage )
+      return;
    Ptr< StageStatus > const before = this->stage();
    link_.stageIs( nullptr );
    OnExit const linked( [ this ] { link_.stageIs( this->stage() ); } );
