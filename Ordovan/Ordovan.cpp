@@ -671,7 +671,7 @@ bool StatusSm::dependenciesSatisfied( Status const & stages, StageStatus const &
 
 void StatusSm::activate( Status & stages, Ptr< StageStatus > const & stage ) {
    ORDOVAN_TRACE_IN( "handleNextStage", 7, "Activating stage ", stage->name() );
-   valid( logSm() )->logIs( "stage " + String8( stage->name() ) + " started" );
+   valid( logSm() )->logIs( joined( "stage ", stage->name(), " started" ) );
    stages.activeStageIs( stage );
 }
 
@@ -885,7 +885,8 @@ void StageSm::KivEvent::handleComplete() {
    ORDOVAN_TRACE( 8, "void Stage::StageSm::KivEvent::handleComplete() ", ev->uid(),
                   " (stage: ", stageSm()->name(), ", agent:", ev->agent(), ")" );
    bool const complete = ev->complete();
-   stageSm()->logSm()->logIs( "  event " + ev->uid() + ( complete ? " completed" : " started" ) );
+   stageSm()->logSm()->logIs(
+      joined( "  event ", ev->uid(), complete ? " completed" : " started" ) );
    if( complete )
       stageSm()->pendingEventDel( ev->uid() );
    else
@@ -897,7 +898,7 @@ void StageSm::handleEventDel( String8 agentName ) {
    if( !stage() )
       return;
    Ptr< EventConfig const > const ev = stage()->event( agentName );
-   String8 const uid = String8( stage()->name() ) + ":" + agentName;
+   String8 const uid = joined( stage()->name(), ":", agentName );
    if( !ev ) {
       pendingEventDel( uid );
       return;
@@ -936,7 +937,7 @@ void StageSm::handlePendingEvent() {
    if( !stage() || !owner )
       return;
    Kept const kept = keep();
-   String8 const text = "stage " + String8( name() ) + " is complete";
+   String8 const text = joined( "stage ", name(), " is complete" );
    if( timedOut() ) {
       ORDOVAN_TRACE( 0, " Stage ", name(), " completed, but had previously timed out." );
       if( stage()->critical() )
@@ -1001,7 +1002,7 @@ String8 namesOfPending( StageSm const & sm ) {
    String8 names;
    for( auto i = sm.pendingEventIteratorConst(); i; ++i ) {
       Ptr< EventConfig const > const event = i.ptr()->pendingEvent();
-      names += "  " + ( event ? String8( event->name() ) : String8( "<unknown>" ) );
+      names = joined( names, "  ", event ? event->name() : Kiv::Name( "<unknown>" ) );
    }
    return names;
 }
@@ -1030,7 +1031,7 @@ void StageSm::handleStageUncompleted() {
    ORDOVAN_TRACE( 8, name(), " has ", pendingEvents(), " pendingEvents remaining" );
    ORDOVAN_TRACE( 8, " Incomplete events: ", namesOfPending( *this ) );
    // Also for a critical stage, although that one is not completed.
-   logSm()->logIs( "stage " + String8( name() ) + " is complete (timeout)" );
+   logSm()->logIs( joined( "stage ", name(), " is complete (timeout)" ) );
    if( !stage()->critical() ) {
       // The pending events stay: when the last of them completes, the stage completes again.
       completionTimeIs( now() );

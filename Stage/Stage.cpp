@@ -111,7 +111,7 @@ void AgentConfig::eventIs( Name const & stage, Ptr< EventConfig const > const & 
       Kiv::throwRangeException( "empty name" );
    // Aggregation takes the stage from the key and the agent from the directory; an event that says
    // otherwise of itself would be pending under one uid and completed under another.
-   if( event->agent() != String8( name() ) || event->uid() != stage + ":" + event->agent() )
+   if( event->agent() != String8( name() ) || event->uid() != joined( stage, ":", event->agent() ) )
       Kiv::throwRangeException( "event " + event->uid() + " cannot be declared for stage " +
                                 String8( stage ) + " by agent " + String8( name() ) );
    event_.memberIs( *this, agentConfig::rows[ agentConfig::event ], stage, event );
@@ -168,7 +168,7 @@ void EventConfig::NotifieeConst::onCritical() {}
 Ptr< EventConfig > EventConfig::EventConfigIs( Name const & stage, Name const & agent ) {
    if( stage.empty() || agent.empty() )
       Kiv::throwRangeException( "empty name" );
-   return new EventConfig( stage + ":" + String8( agent ), agent );
+   return new EventConfig( joined( stage, ":", agent ), agent );
 }
 EventConfig::EventConfig( String8 const & uid, Name const & agent )
    : Entity( uid ), uid_( uid ), agent_( agent ),

@@ -31,9 +31,12 @@ KIV_EXPORT std::uint32_t hashBytes( char const * bytes, std::size_t length );
 
 } // namespace detail
 
-// What String8 and Name share: a reference to counted, immutable characters with their hash.
-// Copies share the characters, also between the two types. May hold any bytes, NUL included.
-// Not for characters that change often: every change makes new characters.
+// What String8 and Name share: a reference to counted, immutable characters with their hash, which
+// is worked out when it is first asked for: text that is never a key costs none. Copies share the
+// characters and the hash, also between the two types. May hold any bytes, NUL included. One
+// pointer, and one allocation of the characters, 12 bytes and a NUL.
+// Not for characters that change often: every change makes new characters (joined() makes them once
+// from many pieces).
 class KIV_EXPORT Text {
  public:
    Text() = default;
@@ -57,11 +60,18 @@ class KIV_EXPORT Text {
    bool empty() const { return !rep_; }
    std::string_view view() const { return { charPtr(), length() }; }
    std::string str() const { return std::string( view() ); }
-   // Over the bytes; computed when the characters were made.
-   std::uint32_t hash() const { return rep_ ? rep_->hash : emptyHash(); }
+   // Over the bytes.
+   std::uint32_t hash() const { return rep_ && rep_->hash != unknown ? rep_->hash : hashAnew(); }
+   // What tables file it by: the hash, but for the highest value, which stands for no text there.
+   std::uint32_t filedHash() const {
+      return rep_ && rep_->hash != unknown ? rep_->hash : filed( hashAnew() );
+   }
 
+   // The same for all copies, and for no other text while one of them lives.
+   using Identity = void const *;
+   Identity identity() const { return rep_; }
    friend bool operator==( Text const & a, Text const & b ) {
-      return a.rep_ == b.rep_ || ( a.hash() == b.hash() && a.view() == b.view() );
+      return a.rep_ == b.rep_ || a.view() == b.view();
    }
    friend bool operator==( Text const & a, std::string_view b ) { return a.view() == b; }
    // By bytes, as unsigned characters.
@@ -71,9 +81,18 @@ class KIV_EXPORT Text {
 
  protected:
    explicit Text( std::string_view text );
-   Text( std::string_view a, std::string_view b );
+   // All of them, one after the other.
+   Text( std::string_view const * pieces, std::size_t count );
 
  private:
+   // A hash that was not worked out yet. One that comes out as this is worked out every time, and
+   // so is the highest, so that what is kept needs no second look.
+   static constexpr std::uint32_t unknown = 0;
+   static constexpr std::uint32_t highest = 0xffffffffU;
+   static constexpr std::uint32_t filed( std::uint32_t hash ) {
+      return hash == highest ? highest - 1 : hash;
+   }
+
    struct Rep {
       std::uint32_t references;
       std::uint32_t hash;
@@ -85,7 +104,7 @@ class KIV_EXPORT Text {
 
    static Rep * make( std::size_t length );
    static void release( Rep * rep ) noexcept;
-   static std::uint32_t emptyHash();
+   std::uint32_t hashAnew() const;
 
    Rep * rep_ = nullptr; // null: no characters
 };
@@ -105,11 +124,14 @@ class KIV_EXPORT String8 : public Text {
 
    String8 & operator+=( String8 const & other ) { return *this = *this + other; }
    friend String8 operator+( String8 const & a, String8 const & b ) {
-      return { a.view(), b.view() };
+      std::string_view const pieces[] = { a.view(), b.view() };
+      return { pieces, 2 };
    }
 
  private:
-   String8( std::string_view a, std::string_view b ) : Text( a, b ) {}
+   template< class... Piece >
+   friend String8 joined( Piece const &... piece );
+   String8( std::string_view const * pieces, std::size_t count ) : Text( pieces, count ) {}
 };
 
 // The name of an entity or member. Shares its characters with the String8 it is made from.
@@ -126,6 +148,22 @@ class KIV_EXPORT Name : public Text {
 };
 
 inline String8::String8( Name const & name ) : Text( name ) {}
+
+namespace detail {
+
+inline std::string_view viewOf( Text const & text ) { return text.view(); }
+inline std::string_view viewOf( std::string_view text ) { return text; }
+
+} // namespace detail
+
+// All pieces one after the other: texts, and what a std::string_view can be made from. One
+// allocation, however many there are.
+//    joined( "stage ", stage->name(), " started" )
+template< class... Piece >
+String8 joined( Piece const &... piece ) {
+   std::string_view const pieces[] = { detail::viewOf( piece )... };
+   return { pieces, sizeof...( piece ) };
+}
 
 KIV_EXPORT std::ostream & operator<<( std::ostream & out, Text const & text );
 

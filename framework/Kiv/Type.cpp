@@ -56,7 +56,11 @@ String8 valueToString( double value ) {
 }
 
 String8 valueToString( bool value ) { return value ? "true" : "false"; }
-String8 valueToString( unsigned int value ) { return std::to_string( value ); }
+String8 valueToString( unsigned int value ) {
+   char text[ 16 ];
+   auto const end = std::to_chars( text, text + sizeof text, value ).ptr;
+   return std::string_view( text, static_cast< std::size_t >( end - text ) );
+}
 
 namespace {
 

@@ -153,6 +153,36 @@ TEST( Text, IsJoinedWithEverythingThatBecomesText ) {
    EXPECT_EQ( stage.view(), "Net"sv );
 }
 
+TEST( Text, IsJoinedFromPiecesOfEveryKindInOneAllocation ) {
+   Name const stage( "Net" );
+   String8 const agent( "dhcp" );
+   std::string const text( "t\0t"sv );
+   char const * const pointer = " is";
+   testing_support::Memory memory;
+   String8 const joined = Kiv::joined( "stage ", stage, ":", agent, text, pointer, "."sv );
+   EXPECT_EQ( memory.allocations(), 1U );
+   EXPECT_EQ( joined.view(), "stage Net:dhcpt\0t is."sv );
+   EXPECT_STREQ( joined.charPtr() + joined.length(), "" );
+   EXPECT_EQ( stage.view(), "Net"sv );
+   EXPECT_EQ( Kiv::joined( agent, agent ).view(), "dhcpdhcp"sv );
+}
+
+TEST( Text, IsJoinedFromNothingWithoutAnAllocation ) {
+   testing_support::Memory memory;
+   EXPECT_EQ( Kiv::joined( "", String8(), ""sv, Name() ), String8() );
+   EXPECT_EQ( memory.allocations(), 0U );
+   EXPECT_EQ( Kiv::joined( "", "a", String8() ).view(), "a"sv );
+}
+
+TEST( Text, IsNotJoinedWithoutMemoryOrWhenItIsTooLong ) {
+   String8 const part( "part" );
+   testing_support::Memory memory;
+   memory.failAfter( 0 );
+   EXPECT_THROW( Kiv::joined( part, part ), std::bad_alloc );
+   std::string_view const half( "x", 0x40000000U ); // refused before a byte is read
+   EXPECT_THROW( Kiv::joined( half, half ), Kiv::RangeException );
+}
+
 TEST( Text, IsOrderedByItsBytesAsUnsignedNumbers ) {
    std::vector< std::string_view > const ascending = {
       ""sv, "\0"sv, "\0a"sv, "A"sv, "a"sv, "a\0"sv, "aa"sv, "b"sv, "\x7f"sv, "\x80"sv, "\xff"sv };
@@ -190,6 +220,21 @@ TEST( Text, HasTheSameHashOnEveryWordSizeAndInEveryRun ) {
    EXPECT_EQ( String8( "multi-user.target" ).hash(), 0x111fe204U );
    EXPECT_EQ( String8( "a\0b"sv ).hash(), 0x2156c6ffU );
    EXPECT_EQ( String8( "\xff\x80"sv ).hash(), 0x66e45271U );
+}
+
+TEST( Text, HasAHashForTablesThatIsNeverTheHighest ) {
+   EXPECT_EQ( String8( "Boot" ).filedHash(), String8( "Boot" ).hash() );
+   EXPECT_EQ( String8().filedHash(), String8().hash() );
+   {
+      String8 const least( "u2wgaamQ" );
+      String8 const highest( "4WF6aauQ" );
+      EXPECT_EQ( least.hash(), 0U );
+      EXPECT_EQ( least.filedHash(), 0U );
+      EXPECT_EQ( highest.hash(), 0xffffffffU );
+      EXPECT_EQ( highest.filedHash(), 0xfffffffeU );
+      EXPECT_EQ( highest.hash(), 0xffffffffU ) << "also when it was asked for before";
+      EXPECT_EQ( String8( "KMRIaact" ).filedHash(), 0xfffffffeU );
+   }
 }
 
 TEST( Text, HasTheSameHashInBothTypesAndHoweverItWasMade ) {
@@ -243,6 +288,10 @@ TEST( Format, WritesAsPrintfDoes ) {
 }
 
 TEST( Format, HasRoomForTextOfAnyLength ) {
+   for( std::size_t length = 250; length != 260; ++length ) {
+      std::string const longer( length, 'y' );
+      EXPECT_EQ( Kiv::format( "%s|", longer.c_str() ).str(), longer + "|" );
+   }
    std::string const text( 100000, 'x' );
    EXPECT_EQ( Kiv::format( "<%s>", text.c_str() ).str(), "<" + text + ">" );
 }
