@@ -12,7 +12,6 @@
 #include <Kiv/Type.h>
 
 #include <concepts>
-#include <memory>
 #include <utility>
 
 namespace Kiv {
@@ -127,19 +126,18 @@ class Collection {
 
    // Adds or replaces. A value that is held already changes nothing.
    void memberIs( PtrInterface const & owner, Attribute const & row, K const & key, Value value ) {
-      if( auto * n = map_.find( key ) ) {
-         if( detail::sameValue( Map::node( n )->value, value ) )
+      if( Value * const held = map_.find( key ) ) {
+         if( detail::sameValue( *held, value ) )
             return;
          Change change( owner, row, 1 );
-         std::swap( Map::node( n )->value, value );
+         std::swap( *held, value );
          change.queue( key );
          return;
       }
       // First, as it also finds out whether this is the activity's thread.
       Change change( owner, row, 1 );
-      map_.reserve( 1 );
-      std::unique_ptr< typename Map::Node > node( new typename Map::Node( key, value ) );
-      map_.insert( node.release() );
+      map_.reserve();
+      map_.insert( key, std::move( value ) );
       change.queue( key );
    }
    // False, and nothing changed, when the key is absent.
@@ -148,21 +146,19 @@ class Collection {
          return false;
       Change change( owner, row, 1 );
       Text const kept = key; // the caller's key may belong to what goes
-      detail::MapNode * gone = map_.remove( kept );
+      Value gone{};
+      map_.take( K( kept ), gone );
       change.queue( kept );
-      Map::dispose( gone );
       return true;
    }
    void memberDelAll( PtrInterface const & owner, Attribute const & row ) {
       if( map_.size() == 0 )
          return;
       Change change( owner, row, map_.size() );
-      // Members are disposed of last: a destructor may change what is watched, and would use up
-      // the room that was made.
-      detail::MapNode * all = map_.takeAll();
-      for( detail::MapNode * n = all; n; n = n->next )
-         change.queue( n->key );
-      Map::disposeAll( all );
+      // Members are destroyed last: a destructor may change what is watched, and would use up the
+      // room that was made.
+      typename Map::Members const all = map_.takeAll();
+      all.eachKey( [ & ]( Text const & key ) { change.queue( key ); } );
    }
 
  private:

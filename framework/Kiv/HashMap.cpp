@@ -3,156 +3,266 @@
 
 #include <Kiv/Exception.h>
 
-#include <new>
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <limits>
 
 namespace Kiv::detail {
 
 namespace {
 
-// Whether a stands before b.
+// So many members stand in one bucket.
+constexpr std::uint32_t oneBucket = 8;
+constexpr std::uint32_t leastLog2 = 4; // of more than one bucket
+constexpr std::uint32_t mostLog2 = 31;
+
+// How many members a table of so many buckets is made for.
+std::uint64_t limit( std::uint32_t log2 ) { return ( std::uint64_t{ 7 } << log2 ) / 8; }
+
+// The number of buckets, and of slots at least, for so many members.
+std::uint32_t log2For( std::uint64_t members ) {
+   if( members <= oneBucket )
+      return 0;
+   std::uint32_t log2 = leastLog2;
+   while( limit( log2 ) < members && log2 < mostLog2 )
+      ++log2;
+   return log2;
+}
+// Few members stand behind the last bucket, the more the larger the table.
+std::uint32_t slotsFor( std::uint32_t log2, std::uint32_t members ) {
+   return log2 ? ( 1U << log2 ) + log2 - 1 : std::bit_ceil( members );
+}
+
+std::uint64_t tableBytes( std::uint32_t slots, std::size_t stride ) {
+   return sizeof( MapTable ) + ( std::uint64_t{ slots } + 1 ) * sizeof( std::uint32_t ) +
+          std::uint64_t{ slots } * stride;
+}
+
+// In which a slot's number is that of its bucket: no member is there.
+MapTable * newTable( std::uint32_t log2, std::uint32_t slots, std::size_t stride ) noexcept {
+   std::uint64_t const bytes = tableBytes( slots, stride );
+   if( bytes > std::numeric_limits< std::size_t >::max() / 2 )
+      return nullptr;
+   auto * const block = static_cast< std::byte * >(
+      KivMemPool::operator new( static_cast< std::size_t >( bytes ), std::nothrow ) );
+   if( !block )
+      return nullptr;
+   auto * const table = new( block + slots * stride ) MapTable{ 0, slots, log2 };
+   std::fill_n( table->hash(), std::size_t{ slots } + 1, MapTable::free );
+   return table;
+}
+
+// Whether a stands before b. Two hashes are filed as one.
 bool before( Text const & a, Text const & b ) {
    return a.hash() != b.hash() ? a.hash() < b.hash() : a < b;
 }
 
-std::size_t tableBytes( unsigned log2 ) {
-   return ( std::size_t{ 1 } << log2 ) * sizeof( MapNode * );
+// Moves `count` slots from place `from` to place `to`, with their hashes.
+void move( MapTable & table, std::uint32_t from, std::uint32_t to, std::uint32_t count,
+           std::size_t stride ) {
+   if( count == 0 )
+      return;
+   std::memmove( table.hash() + to, table.hash() + from, count * sizeof( std::uint32_t ) );
+   // Slots go downwards: the last of them comes first in memory.
+   std::memmove( table.slot( to + count - 1, stride ), table.slot( from + count - 1, stride ),
+                 count * stride );
 }
 
 } // namespace
 
-// The link that holds the first member not before `key`, in the bucket of `key`.
-MapNode ** MapBase::place( Text const & key ) const {
-   MapNode ** link = &table_[ bucketOf( key.hash() ) ];
-   while( *link && before( ( *link )->key, key ) )
-      link = &( *link )->next;
-   return link;
+MapBase::~MapBase() {
+   while( MapPlace * const place = places_ ) {
+      place->leave();
+      place->map_ = nullptr;
+   }
 }
 
-MapNode * MapBase::find( Text const & key ) const {
-   if( !table_ )
+// As find(), for memory that is slow to come: a branch that depends on it and goes the other way
+// than expected would wait for it, so there is none before the member is most likely found.
+std::byte * MapBase::findFar( Text const & key, std::uint32_t hash, std::size_t stride ) const {
+   constexpr std::size_t ahead = 8; // few members stand further behind their bucket
+   std::size_t const bucket = table_->bucketOf( hash );
+   __builtin_prefetch( table_->slot( bucket, stride ) );
+   std::uint32_t const * const hashes = table_->hash() + bucket;
+   std::size_t before = 0;
+   for( std::size_t i = 0; i != ahead; ++i )
+      before += hashes[ i ] < hash;
+   if( before == ahead )
+      while( hashes[ before ] < hash )
+         ++before;
+   if( hashes[ before ] != hash )
       return nullptr;
-   std::uint32_t const hash = key.hash();
-   for( MapNode * n = table_[ bucketOf( hash ) ]; n; n = n->next )
-      if( n->key == key )
-         return n;
+   std::byte * const slot = table_->slot( bucket + before, stride );
+   return *reinterpret_cast< Text * >( slot ) == key
+             ? slot
+             : findEqual( key, bucket + before + 1, hash, stride );
+}
+
+// The same from a place on, for members of one hash.
+std::byte * MapBase::findEqual( Text const & key, std::size_t place, std::uint32_t hash,
+                                std::size_t stride ) const {
+   for( ; table_->hash()[ place ] == hash; ++place )
+      if( table_->key( place, stride ) == key )
+         return table_->slot( place, stride );
    return nullptr;
 }
 
-MapNode * MapBase::first() const {
-   for( std::uint32_t b = 0; b != buckets(); ++b )
-      if( table_[ b ] )
-         return table_[ b ];
-   return nullptr;
+void MapBase::bookmark() const noexcept {
+   for( MapPlace * p = places_; p; p = p->next_ )
+      if( p->table_ ) {
+         p->bookmark_ = p->table_->key( p->place_, p->stride_ );
+         p->table_ = nullptr;
+      }
 }
 
-MapNode * MapBase::next( MapNode const * node ) const {
-   if( node->next )
-      return node->next;
-   for( std::uint32_t b = bucketOf( node->key.hash() ) + 1; b < buckets(); ++b )
-      if( table_[ b ] )
-         return table_[ b ];
-   return nullptr;
+// The place of the first member not before `key`, or a free one at which it would stand.
+std::uint32_t MapBase::notBefore( Text const & key, std::size_t stride ) const {
+   std::uint32_t const filed = key.filedHash();
+   std::uint32_t const * const hashes = table_->hash();
+   std::uint32_t place = table_->bucketOf( filed );
+   while( hashes[ place ] < filed )
+      ++place;
+   while( hashes[ place ] == filed && before( table_->key( place, stride ), key ) )
+      ++place;
+   return place;
 }
 
-MapNode * MapBase::after( Text const & key ) const {
+std::uint32_t MapBase::after( Text const & key, std::size_t stride ) const {
+   std::uint32_t place = notBefore( key, stride );
+   if( place != table_->slots && !table_->isFree( place ) && table_->key( place, stride ) == key )
+      ++place;
+   return table_->takenFrom( place );
+}
+
+// How many slots the members need in a table of so many buckets.
+std::uint32_t MapBase::extent( std::uint32_t log2 ) const {
    if( !table_ )
-      return nullptr;
-   MapNode * n = *place( key );
-   if( n && n->key == key )
-      n = n->next;
-   if( n )
-      return n;
-   for( std::uint32_t b = bucketOf( key.hash() ) + 1; b < buckets(); ++b )
-      if( table_[ b ] )
-         return table_[ b ];
-   return nullptr;
+      return 0;
+   MapTable const buckets{ 0, 0, log2 };
+   std::uint32_t end = 0;
+   for( std::uint32_t p = table_->takenFrom( 0 ); p != table_->slots;
+        p = table_->takenFrom( p + 1 ) )
+      end = std::max( end, buckets.bucketOf( table_->hash()[ p ] ) ) + 1;
+   return end;
 }
 
-void MapBase::reserve( std::uint32_t more ) {
-   unsigned log2 = log2_;
-   std::uint64_t const wanted = std::uint64_t{ size_ } + more;
-   while( ( std::uint64_t{ 1 } << log2 ) < wanted && log2 < 31 )
-      ++log2;
-   if( ( !table_ || log2 != log2_ ) && !resize( log2 ) )
+void MapBase::reserve( std::size_t stride ) {
+   std::uint32_t const wanted = size() + 1;
+   std::uint32_t log2 = table_ ? table_->log2 : 0;
+   std::uint32_t slots = 0;
+   if( table_ && ( log2 ? wanted <= limit( log2 ) || log2 == mostLog2 : wanted <= oneBucket ) ) {
+      if( table_->isFree( table_->slots - 1 ) )
+         return;
+      // Too many have the last buckets in common: half as many slots more behind these.
+      std::uint32_t const behind = table_->slots - ( 1U << log2 );
+      slots = log2 ? table_->slots + log2 + behind / 2 : slotsFor( 0, wanted );
+   } else {
+      log2 = log2For( wanted );
+      slots = std::max( slotsFor( log2, wanted ), extent( log2 ) + 1 );
+   }
+   if( !resize( log2, slots, stride ) )
       throw std::bad_alloc();
 }
 
-void MapBase::insert( MapNode * node ) noexcept {
+std::uint32_t MapBase::insert( Text const & key, std::size_t stride ) noexcept {
    assertInvariant( table_, "room was made for a new member" );
-   MapNode ** link = place( node->key );
-   assertInvariant( !*link || !( ( *link )->key == node->key ), "a new member's key is new" );
-   node->next = *link;
-   *link = node;
-   ++size_;
+   membersMove();
+   std::uint32_t const place = notBefore( key, stride );
+   std::uint32_t end = place;
+   while( end != table_->slots && !table_->isFree( end ) )
+      ++end;
+   assertInvariant( end == place || !( table_->key( place, stride ) == key ),
+                    "a new member's key is new" );
+   assertInvariant( end != table_->slots, "room was made for a new member" );
+   move( *table_, place, place + 1, end - place, stride );
+   new( table_->slot( place, stride ) ) Text( key );
+   table_->hash()[ place ] = key.filedHash();
+   ++table_->size;
+   return place;
 }
 
-MapNode * MapBase::remove( Text const & key ) noexcept {
-   if( !table_ )
-      return nullptr;
-   MapNode ** link = place( key );
-   MapNode * node = *link;
-   if( !node || !( node->key == key ) )
-      return nullptr;
-   *link = node->next;
-   node->next = nullptr;
-   --size_;
-   ++removals_;
-   if( size_ == 0 ) {
-      KivMemPool::operator delete( table_, tableBytes( log2_ ) );
-      table_ = nullptr;
-      log2_ = 0;
-   } else if( size_ < buckets() / 4 ) {
-      resize( log2_ - 1U ); // a map that cannot shrink stays as it is
+void MapBase::close( std::uint32_t place, std::size_t stride ) noexcept {
+   std::uint32_t end = place + 1;
+   while( end != table_->slots && !table_->isFree( end ) &&
+          table_->bucketOf( table_->hash()[ end ] ) != end )
+      ++end;
+   // One bucket is as good as another place: the members behind the gap close up.
+   move( *table_, place + 1, place, end - place - 1, stride );
+   table_->hash()[ end - 1 ] = MapTable::free;
+   std::uint32_t const size = --table_->size;
+   if( size == 0 ) {
+      dispose( std::exchange( table_, nullptr ), stride );
+      return;
    }
-   return node;
+   std::uint32_t const log2 = table_->log2;
+   if( size >= ( log2 ? 1U << log2 : table_->slots ) / 4 )
+      return;
+   // A map that cannot shrink stays as it is.
+   std::uint32_t const next = log2 > leastLog2 ? log2 - 1 : 0;
+   std::uint32_t const slots = next ? slotsFor( next, size ) : log2 ? oneBucket : table_->slots / 2;
+   resize( next, std::max( slots, next ? extent( next ) + 1 : 0 ), stride );
 }
 
-MapNode * MapBase::takeAll() noexcept {
-   MapNode * all = nullptr;
-   MapNode ** tail = &all;
-   for( std::uint32_t b = 0; b != buckets(); ++b )
-      for( *tail = table_[ b ]; *tail; tail = &( *tail )->next ) {
-      }
-   if( table_ )
-      KivMemPool::operator delete( table_, tableBytes( log2_ ) );
-   table_ = nullptr;
-   size_ = 0;
-   log2_ = 0;
-   ++removals_;
-   return all;
+MapTable * MapBase::takeAll() noexcept {
+   membersMove();
+   return std::exchange( table_, nullptr );
 }
 
-// A walk in order meets the members of each new bucket in order, so appending keeps invariant 1.
-bool MapBase::resize( unsigned log2 ) noexcept {
-   auto * table =
-      static_cast< MapNode ** >( KivMemPool::operator new( tableBytes( log2 ), std::nothrow ) );
-   if( !table )
+void MapBase::dispose( MapTable * table, std::size_t stride ) noexcept {
+   if( table )
+      KivMemPool::operator delete(
+         table->slot( table->slots - 1, stride ),
+         static_cast< std::size_t >( tableBytes( table->slots, stride ) ) );
+}
+
+// A walk in order meets the members of each new bucket in order, which keeps invariant 2.
+bool MapBase::resize( std::uint32_t log2, std::uint32_t slots, std::size_t stride ) noexcept {
+   MapTable * const made = newTable( log2, slots, stride );
+   if( !made )
       return false;
-   std::uint32_t const count = 1U << log2;
-   for( std::uint32_t b = 0; b != count; ++b )
-      table[ b ] = nullptr;
-   MapNode ** const old = table_;
-   std::uint32_t const oldCount = buckets();
-   unsigned const oldLog2 = log2_;
-   table_ = table;
-   log2_ = log2 & 31U;
-   MapNode ** tail = nullptr;
-   std::uint32_t tailBucket = 0;
-   for( std::uint32_t b = 0; b != oldCount; ++b )
-      for( MapNode * n = old[ b ]; n; ) {
-         MapNode * const following = n->next;
-         std::uint32_t const to = bucketOf( n->key.hash() );
-         if( !tail || to != tailBucket )
-            tail = &table_[ to ];
-         tailBucket = to;
-         n->next = nullptr;
-         *tail = n;
-         tail = &n->next;
-         n = following;
+   membersMove();
+   if( table_ ) {
+      std::uint32_t free = 0;
+      for( std::uint32_t p = table_->takenFrom( 0 ); p != table_->slots;
+           p = table_->takenFrom( p + 1 ) ) {
+         std::uint32_t const hash = table_->hash()[ p ];
+         std::uint32_t const to = std::max( free, made->bucketOf( hash ) );
+         made->hash()[ to ] = hash;
+         std::memcpy( made->slot( to, stride ), table_->slot( p, stride ), stride );
+         free = to + 1;
       }
-   if( old )
-      KivMemPool::operator delete( old, tableBytes( oldLog2 ) );
+      made->size = table_->size;
+   }
+   dispose( std::exchange( table_, made ), stride );
    return true;
+}
+
+// Not in line: compilers would see a pointer to something local being kept, but not that the
+// destructor takes it away again.
+void MapPlace::enter( MapBase const * map ) {
+   map_ = map;
+   if( !map )
+      return;
+   next_ = map->places_;
+   link_ = &map->places_;
+   if( next_ )
+      next_->link_ = &next_;
+   map->places_ = this;
+}
+
+void MapPlace::findNext() {
+   if( !bookmarked_ )
+      return;
+   MapTable * const table = map_ ? map_->table_ : nullptr;
+   std::uint32_t const place = table ? map_->after( bookmark_, stride_ ) : 0;
+   if( !table || place == table->slots ) {
+      end();
+      return;
+   }
+   table_ = table;
+   place_ = place;
+   bookmark_ = Text();
 }
 
 } // namespace Kiv::detail

@@ -1,11 +1,13 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Iterators survive every change of the map that they go over.
+#include "../support/Memory.h"
 #include "Maps.h"
 
 #include <gtest/gtest.h>
 
 #include <list>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 
@@ -234,6 +236,119 @@ TEST( HashMapIterator, VisitsAMemberOfTheSameHashThatIsAddedAheadOfIt ) {
                        } ),
               ( Keys{ names[ 3 ], names[ 5 ] } ) )
       << "one behind it is past its turn";
+}
+
+// ------------------------------------------------------------- many iterators, and none of a map
+
+TEST( HashMapIterator, OfWhichThereAreManyGoesOnByItselfWhateverIsDeletedAndAdded ) {
+   Map map;
+   Keys const all = fill( map, 60 );
+   std::vector< Map::IteratorConst > places;
+   for( auto i = map.iterator(); i; ++i )
+      places.push_back( i ); // moved in memory many times while the vector grows
+   for( std::size_t n = 0; n < all.size(); n += 3 )
+      map.memberDel( all[ n ] );
+   for( std::size_t n = 0; n != all.size(); ++n ) {
+      EXPECT_EQ( places[ n ].key(), all[ n ] );
+      EXPECT_EQ( places[ n ].value(), map.member( all[ n ] ) );
+   }
+   places.erase( places.begin() + 10, places.begin() + 20 ); // some end between the others
+   for( int n = 0; n != 200; ++n )
+      map.memberIs( key( 1000 + n ), nullptr );
+   for( int n = 0; n != 200; ++n )
+      map.memberDel( key( 1000 + n ) );
+   for( std::size_t n = 0; n != places.size(); ++n ) {
+      std::size_t next = ( n < 10 ? n : n + 10 ) + 1;
+      next += next % 3 == 0; // deleted
+      ++places[ n ];
+      ASSERT_EQ( static_cast< bool >( places[ n ] ), next < all.size() );
+      if( places[ n ] )
+         EXPECT_EQ( places[ n ].key(), all[ next ] );
+   }
+}
+
+TEST( HashMapIterator, WhoseMemberWasRemovedAndAddedAgainStandsAtTheNewOne ) {
+   for( int others : { 0, 6, 7, 8, 40 } ) {
+      Map map;
+      Keys const all = fill( map, others + 1 );
+      for( std::size_t at = 0; at != all.size(); ++at ) {
+         auto i = map.iterator();
+         for( std::size_t n = 0; n != at; ++n )
+            ++i;
+         map.memberDel( all[ at ] );
+         EXPECT_EQ( i.value(), nullptr );
+         for( int n = 0; n != 20; ++n ) // the table grows, and shrinks again
+            map.memberIs( key( 1000 + n ), nullptr );
+         for( int n = 0; n != 20; ++n )
+            map.memberDel( key( 1000 + n ) );
+         map.memberIs( all[ at ], new Member( 77 ) );
+         EXPECT_EQ( i.key(), all[ at ] );
+         ASSERT_NE( i.value(), nullptr );
+         EXPECT_EQ( i.value()->number, 77 );
+         ++i;
+         ASSERT_EQ( static_cast< bool >( i ), at + 1 < all.size() );
+         if( i )
+            EXPECT_EQ( i.key(), all[ at + 1 ] );
+      }
+   }
+}
+
+TEST( HashMapIterator, OutlivesItsMapAtItsKeyWhereNoMemberIsAndGoesToTheEnd ) {
+   auto map = std::make_unique< Map >();
+   Keys const all = fill( *map, 3 );
+   auto standing = map->iterator();
+   auto last = map->iterator();
+   ++last;
+   ++last;
+   auto atNone = map->iterator();
+   map->memberDel( all[ 0 ] );
+   auto ended = map->iterator();
+   ++ended;
+   ++ended;
+   auto copy = standing;
+   map.reset();
+   EXPECT_EQ( Member::alive, 0 );
+   for( auto * i : { &standing, &atNone, &copy } ) {
+      EXPECT_TRUE( *i );
+      EXPECT_EQ( i->key(), all[ 0 ] );
+      EXPECT_EQ( i->value(), nullptr );
+      ++*i;
+      EXPECT_FALSE( *i );
+   }
+   EXPECT_EQ( last.key(), all[ 2 ] );
+   last.reset();
+   EXPECT_FALSE( last );
+   EXPECT_FALSE( ended );
+   ++ended;
+   EXPECT_FALSE( ended );
+}
+
+TEST( HashMapIterator, MayBeAssignedOneOfAnotherMap ) {
+   auto first = std::make_unique< Map >();
+   Map second;
+   Keys const all = fill( *first, 3 );
+   second.memberIs( "other", new Member( 7 ) );
+   auto i = first->iterator();
+   i = second.iterator();
+   first.reset(); // is none of its business any more
+   EXPECT_EQ( i.value()->number, 7 );
+   second.memberDel( "other" );
+   EXPECT_EQ( i.value(), nullptr );
+   EXPECT_EQ( i.key(), Name( "other" ) );
+   i = Map::IteratorConst();
+   EXPECT_FALSE( i );
+   i.reset();
+   EXPECT_FALSE( i );
+}
+
+TEST( HashMapIterator, NeedsNoMemoryWhateverHappensToItsMap ) {
+   Map map;
+   Keys const all = fill( map, 100 );
+   testing_support::Memory memory;
+   for( auto i = map.iterator(); i; ++i )
+      map.memberDel( i.key() );
+   EXPECT_EQ( map.size(), 0U );
+   EXPECT_LE( memory.allocations(), 8U ) << "tables that shrink, nothing else";
 }
 
 // ----------------------------------------------------------------------------------- at random

@@ -31,6 +31,26 @@ inline std::vector< std::string > const & keysOfOneHash() {
    return keys;
 }
 
+// Keys whose hashes are the least and the highest, in the order of a map: tables keep a value of
+// their own for slots without a member.
+inline std::vector< std::string > const & keysAtTheEnds() {
+   static std::vector< std::string > const keys = {
+      "nmkuaaC3", "u2wgaamQ",                           // 0x00000000
+      "1rziaaEN",                                       // 0x00000001
+      "FSJ0aahQ", "KMRIaact", "4WF6aauQ", "pOWwaaBZ" }; // 0xfffffffe twice, 0xffffffff twice
+   return keys;
+}
+
+// So many keys that begin with the same eight bits of hash, the highest: in tables of up to 256
+// buckets they all belong into the last one.
+inline std::vector< Kiv::Name > keysOfTheLastBucket( std::size_t count ) {
+   std::vector< Kiv::Name > keys;
+   for( int n = 0; keys.size() != count; ++n )
+      if( Kiv::Name const k( "last" + std::to_string( n ) ); k.hash() >> 24 == 0xffU )
+         keys.push_back( k );
+   return keys;
+}
+
 // Whether a stands before b in every map.
 struct MapOrder {
    bool operator()( Kiv::Name const & a, Kiv::Name const & b ) const {
