@@ -1,12 +1,25 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // Keyed collections. An operation is one look-up, insertion, removal or step.
-#include <support/Table.h>
+//
+// Small tables are asked for their members thousands of times in an order that does not repeat, so
+// that no processor can learn it; large ones once for each member. That order has nothing to do
+// with the one in which names were made or filed: neighbours in it lie apart in memory.
+#include <support/Random.h>
+#include <support/Rounds.h>
 
 #include <Kiv/Kiv.h>
 
+#ifdef BENCH_ABSEIL
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/node_hash_map.h>
+#endif
+
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <memory>
-#include <unordered_map>
+#include <string>
 #include <unordered_set>
 #include <vector>
 
@@ -14,168 +27,111 @@ namespace Bench {
 
 namespace {
 
-using KivMap = Kiv::HashMap< double, Kiv::Name >;
-using StdMap = std::unordered_map< std::string, double >;
+class Thing : public Kiv::PtrInterface {};
 
-std::vector< std::string > texts( int count, char const * prefix ) {
-   std::vector< std::string > all;
-   for( int i = 0; i != count; ++i )
-      all.push_back( prefix + std::to_string( i ) );
-   Random random;
+// What tables hold: a number, or a counted object, which is then held by every look-up.
+template< class T >
+struct Payload;
+template<>
+struct Payload< double > {
+   using Value = double;
+   static double make() { return 1.0; }
+   static void use( double value ) { keep( value ); }
+   static constexpr char const * name = "number";
+};
+template<>
+struct Payload< Thing > {
+   using Value = Kiv::Ptr< Thing >;
+   static Value make() { return new Thing; }
+   static void use( Value const & value ) { keep( value.get() ); }
+   static constexpr char const * name = "object";
+};
+
+template< class T >
+std::vector< T > shuffled( std::vector< T > all, Random & random ) {
    for( std::size_t i = all.size(); i > 1; --i )
       std::swap( all[ i - 1 ], all[ random.next() % i ] );
    return all;
 }
 
-std::vector< Kiv::Name > names( int count, char const * prefix ) {
-   std::vector< Kiv::Name > all;
-   for( std::string const & text : texts( count, prefix ) )
-      all.push_back( text );
+std::vector< std::string > texts( std::size_t count, char const * prefix ) {
+   Random random;
+   std::vector< std::string > all;
+   for( std::size_t i = 0; i != count; ++i )
+      all.push_back( prefix + std::to_string( i ) );
+   return shuffled( std::move( all ), random );
+}
+
+std::vector< Kiv::Name > names( std::size_t count, char const * prefix ) {
+   auto const text = texts( count, prefix );
+   return { text.begin(), text.end() };
+}
+
+// The order in which members are asked for: places of a sequence of `count`.
+std::vector< std::size_t > asking( std::size_t count ) {
+   Random random;
+   random.next();
+   std::vector< std::size_t > all;
+   if( count > 4096 ) {
+      for( std::size_t i = 0; i != count; ++i )
+         all.push_back( i );
+      return shuffled( std::move( all ), random );
+   }
+   for( int i = 0; i != 8192; ++i )
+      all.push_back( random.next() % count );
    return all;
 }
 
-void fill( KivMap & map, std::vector< Kiv::Name > const & keys ) {
-   for( Kiv::Name const & key : keys )
-      map.memberIs( key, 1.0 );
-}
-StdMap filled( std::vector< std::string > const & keys ) {
-   StdMap map;
-   for( std::string const & key : keys )
-      map.emplace( key, 1.0 );
-   return map;
+// `all`, as they are asked for.
+template< class T >
+std::vector< T > asked( std::vector< T > const & all ) {
+   std::vector< T > asked;
+   for( std::size_t const i : asking( all.size() ) )
+      asked.push_back( all[ i ] );
+   return asked;
 }
 
-void find( int count, char const * wanted, char const * means ) {
-   std::string const what = means + std::to_string( count );
-   subject( what, [ count, wanted ]( benchmark::State & state ) {
-      KivMap map;
-      fill( map, names( count, "Stage" ) );
-      auto const key = names( count, wanted );
-      measure( state, count, [ & ] {
-         for( Kiv::Name const & k : key )
-            benchmark::DoNotOptimize( map.find( k ) );
-      } );
-   } );
-   control( what, "std::unordered_map", [ count, wanted ]( benchmark::State & state ) {
-      StdMap const map = filled( texts( count, "Stage" ) );
-      auto const key = texts( count, wanted );
-      measure( state, count, [ & ] {
-         for( std::string const & k : key )
-            benchmark::DoNotOptimize( map.find( k ) );
-      } );
-   } );
+// A text is asked with by its address, as a Name is: it lies where it was made.
+std::vector< std::string const * > addressesOf( std::vector< std::string > const & all ) {
+   std::vector< std::string const * > addresses;
+   for( std::string const & text : all )
+      addresses.push_back( &text );
+   return addresses;
 }
 
-void fillAndEmpty( int count ) {
-   std::string const what = "insert " + std::to_string( count ) + ", then erase them";
-   subject( what, [ count ]( benchmark::State & state ) {
-      KivMap map;
-      auto const key = names( count, "Stage" );
-      measure( state, 2 * count, [ & ] {
-         fill( map, key );
-         for( Kiv::Name const & k : key )
-            map.memberDel( k );
-      } );
-   } );
-   control( what, "std::unordered_map", [ count ]( benchmark::State & state ) {
-      StdMap map;
-      auto const key = texts( count, "Stage" );
-      measure( state, 2 * count, [ & ] {
-         for( std::string const & k : key )
-            map.emplace( k, 1.0 );
-         for( std::string const & k : key )
-            map.erase( k );
-      } );
-   } );
-}
-
-void replaceOne( int count ) {
-   std::string const what = "erase one, insert it again, of " + std::to_string( count );
-   subject( what, [ count ]( benchmark::State & state ) {
-      KivMap map;
-      auto const key = names( count, "Stage" );
-      fill( map, key );
-      measure( state, 2 * count, [ & ] {
-         for( Kiv::Name const & k : key ) {
-            map.memberDel( k );
-            map.memberIs( k, 2.0 );
-         }
-      } );
-   } );
-   control( what, "std::unordered_map", [ count ]( benchmark::State & state ) {
-      auto const key = texts( count, "Stage" );
-      StdMap map = filled( key );
-      measure( state, 2 * count, [ & ] {
-         for( std::string const & k : key ) {
-            map.erase( k );
-            map.emplace( k, 2.0 );
-         }
-      } );
-   } );
-}
-
-void iterate( int count ) {
-   std::string const what = "iterate over " + std::to_string( count );
-   subject( what, [ count ]( benchmark::State & state ) {
-      KivMap map;
-      fill( map, names( count, "Stage" ) );
-      measure( state, count, [ & ] {
-         double sum = 0;
-         for( auto i = map.iterator(); i; ++i )
-            sum += i.value();
-         benchmark::DoNotOptimize( sum );
-      } );
-   } );
-   control( what, "std::unordered_map", [ count ]( benchmark::State & state ) {
-      StdMap const map = filled( texts( count, "Stage" ) );
-      measure( state, count, [ & ] {
-         double sum = 0;
-         for( auto const & [ key, value ] : map )
-            sum += value;
-         benchmark::DoNotOptimize( sum );
-      } );
-   } );
-}
-
-// -------------------------------------------------------------------- counted objects by Name
-
-class Thing : public Kiv::PtrInterface {};
-
-struct Things {
-   explicit Things( int count ) : name( names( count, "Stage" ) ) {
-      for( Kiv::Name const & n : name )
-         map.memberIs( n, Kiv::Ptr< Thing >( new Thing ) );
-   }
-   std::vector< Kiv::Name > name;
-   Kiv::HashMap< Thing, Kiv::Name > map;
-};
+// ------------------------------------------------------------------------------------ the rivals
 
 // Interned names: each text exists once, and its address stands for it.
 class Interned {
  public:
-   std::string const * intern( std::string const & text ) { return &*text_.insert( text ).first; }
+   std::vector< std::string const * > intern( std::vector< std::string > const & all ) {
+      std::vector< std::string const * > names;
+      for( std::string const & text : all )
+         names.push_back( &*text_.insert( text ).first );
+      return names;
+   }
 
  private:
    std::unordered_set< std::string > text_;
 };
 
-// A table by address: open addressing, at most half full.
+// A table by address: open addressing, at most half full. It has no order and cannot remove.
+template< class V >
 class AddressTable {
  public:
-   explicit AddressTable( std::size_t count ) {
-      while( ( std::size_t{ 1 } << log2_ ) < 2 * count )
+   AddressTable( std::vector< std::string const * > const & names, V ( *make )() ) {
+      while( ( std::size_t{ 1 } << log2_ ) < 2 * names.size() )
          ++log2_;
       slot_.resize( std::size_t{ 1 } << log2_ );
+      for( std::string const * name : names )
+         slot_[ place( name ) ] = { name, make() };
    }
-   void insert( std::string const * name, int * thing ) {
-      slot_[ place( name ) ] = { name, thing };
-   }
-   int * find( std::string const * name ) const { return slot_[ place( name ) ].thing; }
+   V find( std::string const * name ) const { return slot_[ place( name ) ].value; }
 
  private:
    struct Slot {
       std::string const * name = nullptr;
-      int * thing = nullptr;
+      V value{};
    };
    std::size_t place( std::string const * name ) const {
       auto const address = reinterpret_cast< std::uintptr_t >( name );
@@ -189,102 +145,281 @@ class AddressTable {
    std::vector< Slot > slot_;
 };
 
-struct InternedThings {
-   explicit InternedThings( int count )
-      : text( texts( count, "Stage" ) ), table( text.size() ), thing( text.size() ) {
-      for( std::size_t i = 0; i != text.size(); ++i ) {
-         name.push_back( interned.intern( text[ i ] ) );
-         table.insert( name[ i ], &thing[ i ] );
-         map.emplace( name[ i ], &thing[ i ] );
-      }
+template< class T >
+struct Ours {
+   using Map = Kiv::HashMap< T, Kiv::Name >;
+   static void insert( Map & map, Kiv::Name const & key ) {
+      map.memberIs( key, Payload< T >::make() );
    }
-   std::vector< std::string > text;
-   Interned interned;
-   std::vector< std::string const * > name;
-   AddressTable table;
-   std::unordered_map< std::string const *, int * > map;
-   std::vector< int > thing;
+   static void erase( Map & map, Kiv::Name const & key ) { map.memberDel( key ); }
 };
 
-// The names that ask are the very ones under which the objects were filed.
-void byName( int count ) {
-   std::string const what = "object by its Name, of " + std::to_string( count );
-   subject( what, [ count ]( benchmark::State & state ) {
-      Things const things( count );
-      measure( state, count, [ & ] {
-         for( Kiv::Name const & n : things.name )
-            benchmark::DoNotOptimize( things.map.member( n ).get() );
-      } );
+// Of the standard library and Abseil, from std::string.
+template< class M >
+struct Others {
+   using Map = M;
+   static void insert( Map & map, std::string const & key ) { map.emplace( key, 1.0 ); }
+   static void erase( Map & map, std::string const & key ) { map.erase( key ); }
+};
+
+#ifdef BENCH_ABSEIL
+template< class V >
+using FlatMap = absl::flat_hash_map< std::string, V >;
+using NodeMap = absl::node_hash_map< std::string, double >;
+#endif
+
+// Bytes of the heap for an entry, beside keys that were there before.
+template< class Operations, class Key >
+double bytesOf( std::vector< Key > const & keys ) {
+   typename Operations::Map map;
+   std::int64_t const before = heapBytes();
+   for( Key const & key : keys )
+      Operations::insert( map, key );
+   return static_cast< double >( heapBytes() - before ) / static_cast< double >( keys.size() );
+}
+
+// -------------------------------------------------------------------------------------- the rows
+
+struct Options {
+   Rounds rounds;
+   std::string filter;
+   bool takes( std::string const & what ) const { return what.find( filter ) != what.npos; }
+};
+
+std::string of( std::size_t count ) { return ", of " + std::to_string( count ); }
+
+// The names that ask are the very ones under which members were filed, or are in no table.
+template< class T >
+void byName( std::size_t count, bool hit, Options const & options ) {
+   using P = Payload< T >;
+   std::string const what =
+      std::string( P::name ) + ( hit ? " by its Name" : ", none of that Name" ) + of( count );
+   if( !options.takes( what ) )
+      return;
+   auto const filed = names( count, "Stage" );
+   auto const ask = asked( hit ? filed : names( count, "Absent" ) );
+   typename Ours< T >::Map map;
+   for( Kiv::Name const & name : filed )
+      Ours< T >::insert( map, name );
+
+   Interned interned;
+   auto const internedFiled = interned.intern( texts( count, "Stage" ) );
+   auto const internedAsk =
+      asked( hit ? internedFiled : interned.intern( texts( count, "Absent" ) ) );
+   AddressTable< typename P::Value > const table( internedFiled, &P::make );
+
+   Row row( what, static_cast< std::int64_t >( ask.size() ) );
+   row.add( "HashMap", 0, [ & ] {
+      for( Kiv::Name const & name : ask )
+         P::use( map.member( name ) );
    } );
-   control( what, "interned, open addressing", [ count ]( benchmark::State & state ) {
-      InternedThings const things( count );
-      measure( state, count, [ & ] {
-         for( std::string const * n : things.name )
-            benchmark::DoNotOptimize( things.table.find( n ) );
-      } );
+   row.add( "interned, by hand", 0, [ & ] {
+      for( std::string const * name : internedAsk )
+         P::use( table.find( name ) );
    } );
-   control( what, "interned, unordered_map", [ count ]( benchmark::State & state ) {
-      InternedThings const things( count );
-      measure( state, count, [ & ] {
-         for( std::string const * n : things.name )
-            benchmark::DoNotOptimize( things.map.find( n )->second );
+   row.measure( options.rounds );
+}
+
+// The names that ask were made apart: equal bytes at another place, with the hash kept. The
+// rivals are asked by a text, as they keep no hash with it.
+template< class T >
+void byEqualName( std::size_t count, bool hit, Options const & options ) {
+   using P = Payload< T >;
+   std::string const what = std::string( P::name ) +
+                            ( hit ? " by an equal Name" : ", none of an equal Name" ) + of( count );
+   if( !options.takes( what ) )
+      return;
+   typename Ours< T >::Map map;
+   for( Kiv::Name const & name : names( count, "Stage" ) )
+      Ours< T >::insert( map, name );
+   // The texts are alike in their first bytes, so that a miss is none by its first byte.
+   auto const text = texts( 2 * count, "Stage" );
+   std::vector< std::string > wanted;
+   for( std::string const & t : text )
+      if( ( std::stoul( t.substr( 5 ) ) < count ) == hit )
+         wanted.push_back( t );
+   auto const askText = asked( addressesOf( wanted ) );
+   auto const ask = asked( std::vector< Kiv::Name >( wanted.begin(), wanted.end() ) );
+   for( Kiv::Name const & name : ask )
+      keep( name.hash() );
+
+   Row row( what, static_cast< std::int64_t >( ask.size() ) );
+   row.add( "HashMap", 0, [ & ] {
+      for( Kiv::Name const & name : ask )
+         P::use( map.member( name ) );
+   } );
+#ifdef BENCH_ABSEIL
+   FlatMap< typename P::Value > flat;
+   for( std::string const & t : texts( count, "Stage" ) )
+      flat.emplace( t, P::make() );
+   row.add( "absl::flat_hash_map", 0, [ & ] {
+      for( std::string const * t : askText ) {
+         auto const found = flat.find( *t );
+         P::use( found == flat.end() ? typename P::Value() : found->second );
+      }
+   } );
+#endif
+   row.measure( options.rounds );
+}
+
+double secondsOf( auto const & call ) {
+   using namespace std::chrono;
+   auto const start = steady_clock::now();
+   call();
+   return duration< double >( steady_clock::now() - start ).count();
+}
+
+// Many tables where one is too small to be timed. `erasing` says what is timed: all are filled,
+// and all are emptied one member after the other, in another order.
+template< class Operations, class Key >
+void addFilling( Row & row, char const * by, std::vector< Key > const & keys, std::size_t tables,
+                 bool erasing ) {
+   double const bytes = bytesOf< Operations >( keys );
+   auto const gone = std::make_shared< std::vector< Key > >();
+   Random random;
+   *gone = shuffled( keys, random );
+   row.addTimed( by, bytes, [ &keys, gone, tables, erasing ] {
+      std::vector< std::unique_ptr< typename Operations::Map > > all;
+      for( std::size_t i = 0; i != tables; ++i )
+         all.push_back( std::make_unique< typename Operations::Map >() );
+      double const filling = secondsOf( [ & ] {
+         for( auto const & map : all )
+            for( Key const & key : keys )
+               Operations::insert( *map, key );
       } );
+      double const emptying = secondsOf( [ & ] {
+         for( auto const & map : all )
+            for( Key const & key : *gone )
+               Operations::erase( *map, key );
+      } );
+      return erasing ? emptying : filling;
    } );
 }
 
-// The names that ask were made apart: equal bytes at another place.
-void byEqualName( int count ) {
-   std::string const what = "object by an equal Name, of " + std::to_string( count );
-   subject( what, [ count ]( benchmark::State & state ) {
-      Things const things( count );
-      auto const asked = names( count, "Stage" );
-      measure( state, count, [ & ] {
-         for( Kiv::Name const & n : asked )
-            benchmark::DoNotOptimize( things.map.member( n ).get() );
-      } );
-   } );
-   control( what, "intern, open addressing", [ count ]( benchmark::State & state ) {
-      InternedThings things( count );
-      measure( state, count, [ & ] {
-         for( std::string const & t : things.text )
-            benchmark::DoNotOptimize( things.table.find( things.interned.intern( t ) ) );
-      } );
-   } );
+void fillOrEmpty( std::size_t count, bool erasing, Options const & options ) {
+   std::string const what = ( erasing ? "erase all" : "insert all" ) + of( count );
+   if( !options.takes( what ) )
+      return;
+   std::size_t const tables = ( 4096 + count - 1 ) / count;
+   auto const name = names( count, "Stage" );
+   auto const text = texts( count, "Stage" );
+   Row row( what, static_cast< std::int64_t >( tables * count ) );
+   addFilling< Ours< double > >( row, "HashMap", name, tables, erasing );
+#ifdef BENCH_ABSEIL
+   addFilling< Others< NodeMap > >( row, "absl::node_hash_map", text, tables, erasing );
+#endif
+   row.measure( options.rounds );
 }
 
-// And the names are made from text first.
-void byText( int count ) {
-   std::string const what = "object by text, of " + std::to_string( count );
-   subject( what, [ count ]( benchmark::State & state ) {
-      Things const things( count );
-      auto const text = texts( count, "Stage" );
-      measure( state, count, [ & ] {
-         for( std::string const & t : text )
-            benchmark::DoNotOptimize( things.map.member( t ).get() );
-      } );
+void replaceOne( std::size_t count, Options const & options ) {
+   std::string const what = "erase one, insert it again" + of( count );
+   if( !options.takes( what ) )
+      return;
+   auto const name = names( count, "Stage" );
+   auto const text = texts( count, "Stage" );
+   auto const askName = asked( name );
+   auto const askText = asked( addressesOf( text ) );
+   Ours< double >::Map map;
+   for( Kiv::Name const & n : name )
+      map.memberIs( n, 1.0 );
+   Row row( what, static_cast< std::int64_t >( 2 * askName.size() ) );
+   row.add( "HashMap", 0, [ & ] {
+      for( Kiv::Name const & n : askName ) {
+         map.memberDel( n );
+         map.memberIs( n, 2.0 );
+      }
    } );
-   control( what, "intern, open addressing", [ count ]( benchmark::State & state ) {
-      InternedThings things( count );
-      measure( state, count, [ & ] {
-         for( std::string const & t : things.text )
-            benchmark::DoNotOptimize( things.table.find( things.interned.intern( t ) ) );
-      } );
+#ifdef BENCH_ABSEIL
+   NodeMap node;
+   for( std::string const & t : text )
+      node.emplace( t, 1.0 );
+   row.add( "absl::node_hash_map", 0, [ & ] {
+      for( std::string const * t : askText ) {
+         node.erase( *t );
+         node.emplace( *t, 2.0 );
+      }
    } );
+#endif
+   row.measure( options.rounds );
+}
+
+// A walk by an iterator that survives every change, and one by the table's own parts that survives
+// none.
+template< class T >
+void iterate( std::size_t count, Options const & options ) {
+   using P = Payload< T >;
+   std::string const what = std::string( "walk over " ) + P::name + "s" + of( count );
+   if( !options.takes( what ) )
+      return;
+   typename Ours< T >::Map map;
+   for( Kiv::Name const & name : names( count, "Stage" ) )
+      Ours< T >::insert( map, name );
+   std::size_t const walks = ( 4096 + count - 1 ) / count;
+   Row row( what, static_cast< std::int64_t >( walks * count ) );
+   row.add( "HashMap's iterator", 0, [ & ] {
+      for( std::size_t n = 0; n != walks; ++n )
+         for( auto i = map.iterator(); i; ++i )
+            P::use( i.value() );
+   } );
+   row.add( "plain walk of the table", 0, [ & ] {
+      for( std::size_t n = 0; n != walks; ++n )
+         for( std::uint32_t place = 0; place != map.slots(); ++place )
+            if( map.taken( place ) )
+               P::use( map.valueAt( place ) );
+   } );
+   row.measure( options.rounds );
+}
+
+void benchmarks( Options const & options ) {
+   Row::head();
+   for( std::size_t const count : { 16U, 1000U, 100000U } ) {
+      for( bool const hit : { true, false } ) {
+         byName< double >( count, hit, options );
+         byName< Thing >( count, hit, options );
+      }
+      for( bool const hit : { true, false } ) {
+         byEqualName< double >( count, hit, options );
+         byEqualName< Thing >( count, hit, options );
+      }
+      fillOrEmpty( count, false, options );
+      fillOrEmpty( count, true, options );
+      replaceOne( count, options );
+      iterate< double >( count, options );
+      iterate< Thing >( count, options );
+   }
+}
+
+// The flags of bench/run, by the names that the other programs know them by.
+bool taken( Options & options, char const * argument ) {
+   auto const value = [ argument ]( char const * flag ) {
+      std::size_t const length = std::strlen( flag );
+      return std::strncmp( argument, flag, length ) == 0 ? argument + length : nullptr;
+   };
+   if( char const * v = value( "--benchmark_min_time=" ) )
+      options.rounds.seconds = std::atof( v ) / 25;
+   else if( char const * v = value( "--benchmark_repetitions=" ) )
+      options.rounds.rounds = 3 * std::atoi( v );
+   else if( char const * v = value( "--benchmark_filter=" ) )
+      options.filter = v;
+   else
+      return false;
+   return options.rounds.rounds > 0;
 }
 
 } // namespace
 
-void benchmarks() {
-   for( int count : { 100, 10000 } ) {
-      find( count, "Stage", "find, of " );
-      find( count, "Absent", "find what is absent, of " );
-      fillAndEmpty( count );
-      replaceOne( count );
-      iterate( count );
-      byName( count );
-      byEqualName( count );
-      byText( count );
-   }
-}
-
 } // namespace Bench
+
+int main( int count, char ** arguments ) {
+   Bench::Options options;
+   for( int i = 1; i < count; ++i )
+      if( !Bench::taken( options, arguments[ i ] ) ) {
+         std::fprintf( stderr,
+                       "usage: %s [--benchmark_min_time=SECONDS] [--benchmark_repetitions=N] "
+                       "[--benchmark_filter=TEXT]\n",
+                       arguments[ 0 ] );
+         return 2;
+      }
+   Bench::benchmarks( options );
+   return 0;
+}

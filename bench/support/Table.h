@@ -10,6 +10,8 @@
 // fastest of all repetitions: whatever else the machine does can only make a run slower.
 #pragma once
 
+#include <support/Random.h>
+
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -45,21 +47,5 @@ void measure( benchmark::State & state, std::int64_t operations, Call call ) {
    state.counters[ "allocations" ] = static_cast< double >( made ) / static_cast< double >( all );
    state.SetItemsProcessed( all );
 }
-
-// Numbers that look random and are the same in every run.
-class Random {
- public:
-   std::uint32_t next() {
-      state_ ^= state_ << 13;
-      state_ ^= state_ >> 7;
-      state_ ^= state_ << 17;
-      return static_cast< std::uint32_t >( state_ >> 32 );
-   }
-   // From 0 to below 1.
-   double fraction() { return next() / 4294967296.0; }
-
- private:
-   std::uint64_t state_ = 0x2545f4914f6cdd1dU;
-};
 
 } // namespace Bench
