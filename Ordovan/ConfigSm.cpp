@@ -4,7 +4,7 @@
 
 #include <Ordovan/ConfigSm.h>
 
-#include <Ordovan/detail/Dependents.h>
+#include <Index/Dependents.h>
 
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
@@ -237,7 +237,7 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 
 ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & status,
                     Ptr< Dir const > const & agentDir )
-   : dependents_( std::make_unique< detail::Dependents >() ) {
+   : dependents_( std::make_unique< Dependents >() ) {
    KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
    deliveredUntilDoneIs( true );

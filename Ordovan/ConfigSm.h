@@ -10,9 +10,7 @@
 
 namespace Stage {
 
-namespace detail {
 class Dependents;
-}
 
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
 // every stage name that an agent declares an event for, with the stage's events by agent, the
@@ -365,7 +363,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
    // Goes after the reactors, which are linked to it.
-   std::unique_ptr< detail::Dependents > const dependents_;
+   std::unique_ptr< Dependents > const dependents_;
    Kiv::Owned< KivStatus > status_;
    Kiv::Owned< KivAgentDir > agentDir_;
    Kiv::OwnedByKey< KivAgentConfig, Kiv::Name > agentConfig_;

@@ -34,9 +34,9 @@
 
 #include <Ordovan/Ordovan.h>
 
-#include <Ordovan/detail/Candidates.h>
-#include <Ordovan/detail/Dependents.h>
-#include <Ordovan/detail/Oracle.h>
+#include <Index/Candidates.h>
+#include <Index/Dependents.h>
+#include <Index/Oracle.h>
 #include <Ordovan/detail/Trace.h>
 
 #include <Kiv/Exception.h>
@@ -156,14 +156,13 @@ void ConfigSm::reconcileStages() {
 void ConfigSm::handleStage( Name name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleStage(Kiv::Name) stage=", name );
    // Only those that depend on it have something to do.
-   if( detail::answersBy == detail::AnswersBy::index && dependents_->complete() &&
-       !detail::tracesLoops() ) {
+   if( answersBy == AnswersBy::index && dependents_->complete() && !detail::tracesLoops() ) {
       for( Name const & dependent : dependents_->of( name ) )
          if( Ptr< KivStageStatus > const reactor = stageStatus( dependent ) )
             reactor->handleStage( String8( name ) );
       return;
    }
-   if( detail::answersBy == detail::AnswersBy::both )
+   if( answersBy == AnswersBy::both )
       compareDependents( name );
    for( auto i = stageStatusIterator(); i; ++i )
       if( Ptr< KivStageStatus > const reactor = i.ptr() )
@@ -180,7 +179,7 @@ void ConfigSm::compareDependents( Name const & name ) {
       if( stageStatus( dependent ) )
          indexed.push_back( dependent );
    if( dependents_->complete() && walked != indexed )
-      detail::differs( "the stages that depend on a new one" );
+      differs( "the stages that depend on a new one" );
 }
 
 void KivStageStatus::onEvent( String8 agent ) {
@@ -676,7 +675,7 @@ void StatusSm::activate( Status & stages, Ptr< StageStatus > const & stage ) {
 }
 
 // The rule, stage by stage. Given candidates, makes sure that they say the same.
-StatusSm::Found StatusSm::walkStages( Status & stages, detail::Candidates * beside ) {
+StatusSm::Found StatusSm::walkStages( Status & stages, Candidates * beside ) {
    Found found;
    bool const criticalWaiting = criticalStageWaits( stages );
    for( auto i = stages.stageIterator(); i; ++i ) {
@@ -698,7 +697,7 @@ StatusSm::Found StatusSm::walkStages( Status & stages, detail::Candidates * besi
       if( !dependenciesSatisfied( stages, *stage ) )
          continue;
       if( beside && beside->next() != stage )
-         detail::differs( "the next stage to activate" );
+         differs( "the next stage to activate" );
       activate( stages, stage );
    }
    return found;
@@ -706,7 +705,7 @@ StatusSm::Found StatusSm::walkStages( Status & stages, detail::Candidates * besi
 
 // The same by what is known already, for decisions whose every step need not be traced.
 StatusSm::Found StatusSm::askCandidates( Status & stages ) {
-   detail::Candidates & candidates = candidatesOf( stages );
+   Candidates & candidates = candidatesOf( stages );
    Found const found{ candidates.inactiveStages(), candidates.incompleteActiveStages() };
    candidates.passBegins();
    while( Ptr< StageStatus > const stage = candidates.next() )
@@ -716,23 +715,23 @@ StatusSm::Found StatusSm::askCandidates( Status & stages ) {
 
 // The second, with the first beside it.
 StatusSm::Found StatusSm::compareBoth( Status & stages ) {
-   detail::Candidates & candidates = candidatesOf( stages );
+   Candidates & candidates = candidatesOf( stages );
    Found const said{ candidates.inactiveStages(), candidates.incompleteActiveStages() };
    if( candidates.criticalStageWaits() != criticalStageWaits( stages ) )
-      detail::differs( "whether a critical stage waits" );
+      differs( "whether a critical stage waits" );
    candidates.passBegins();
    Found const found = walkStages( stages, &candidates );
    if( candidates.next() )
-      detail::differs( "the number of stages to activate" );
+      differs( "the number of stages to activate" );
    if( said != found )
-      detail::differs( "whether stages are inactive, or active and not complete" );
+      differs( "whether stages are inactive, or active and not complete" );
    return found;
 }
 
 StatusSm::Found StatusSm::decide( Status & stages ) {
-   if( detail::answersBy == detail::AnswersBy::both )
+   if( answersBy == AnswersBy::both )
       return compareBoth( stages );
-   if( detail::answersBy == detail::AnswersBy::walk || detail::tracesLoops() )
+   if( answersBy == AnswersBy::walk || detail::tracesLoops() )
       return walkStages( stages, nullptr );
    return askCandidates( stages );
 }

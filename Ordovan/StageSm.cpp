@@ -161,8 +161,9 @@ void StageSm::notifierIs( Ptr< PtrInterface const > const & stage ) {
 
 void StageSm::completeIs( bool on ) {
    complete_.valueIs( *this, row( "complete" ), on );
+   completion_.complete = complete();
    if( mainSm() )
-      mainSm()->completionChanged( *this );
+      mainSm()->completionChanged( name() );
 }
 void StageSm::timedOutIs( bool on ) { timedOut_.valueIs( *this, row( "timedOut" ), on ); }
 void StageSm::completionTimeIs( double const & seconds ) {

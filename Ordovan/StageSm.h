@@ -2,6 +2,7 @@
 // An active stage and its events.
 #pragma once
 
+#include <Index/Completion.h>
 #include <Kiv/Kiv.h>
 #include <Ordovan/Export.h>
 #include <Ordovan/LogSm.h>
@@ -13,9 +14,6 @@
 namespace Stage {
 
 class StatusSm;
-namespace detail {
-class Candidates;
-}
 
 // Tracks one active stage of one application: mirrors the stage's events, keeps the set of those
 // that are not complete (the pending events), and declares the stage complete when that set is
@@ -211,7 +209,6 @@ class ORDOVAN_EXPORT StageSm
 
  private:
    friend class StatusSm;
-   friend class detail::Candidates;
    friend Machine;
 
    auto owned() { return std::tie( stageUncompleted_, event_ ); }
@@ -233,7 +230,7 @@ class ORDOVAN_EXPORT StageSm
    Kiv::OwnedByKey< KivEvent, Kiv::String8 > event_;
    Kiv::Owned< KivStageUncompleted > stageUncompleted_;
    Kiv::String8 untold_;       // a pending event whose change was not reacted to
-   bool satisfied_ = false;    // counted by the owner's candidates: active and complete
+   Completion completion_;     // for its owner's candidates
    bool progressOwed_ = false; // the owner has not recorded the stage in its progress
 };
 

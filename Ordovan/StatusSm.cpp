@@ -3,7 +3,7 @@
 
 #include <Ordovan/StatusSm.h>
 
-#include <Ordovan/detail/Candidates.h>
+#include <Index/Candidates.h>
 
 #include <Kiv/Access.h>
 #include <Kiv/Exception.h>
@@ -118,7 +118,7 @@ Ptr< StageSm > StatusSm::stageSmIs( Ptr< StageStatus const > const & stageStatus
       valid( stageStatus )->name(), stageStatus, [ & ] { return newStageSm( stageStatus, logSm ); },
       [ this ]( StageSm & stored ) {
          stored.hasNotificationActiveIs( true );
-         completionChanged( stored );
+         completionChanged( stored.name() );
       } );
    if( held->logSm() != logSm )
       throwNameInUseException(
@@ -132,19 +132,22 @@ Ptr< StageSm > StatusSm::stageSmIs( Ptr< StageStatus const > const & stageStatus
 void StatusSm::stageSmDel( Name const & name ) {
    Ptr< StageSm > const gone = stageSm( name );
    if( gone && candidates_ )
-      candidates_->leaves( *gone );
+      candidates_->leaves( gone->completion_ );
    stageSm_.memberDel( name );
 }
 
-void StatusSm::completionChanged( StageSm & stageSm ) noexcept {
+void StatusSm::completionChanged( Name const & stage ) noexcept {
    if( candidates_ )
-      candidates_->changed( stageSm );
+      candidates_->changed( stage );
 }
 
-detail::Candidates & StatusSm::candidatesOf( Status & stages ) {
+Candidates & StatusSm::candidatesOf( Status & stages ) {
    if( !candidates_ || !candidates_->serves( stages ) ) {
       candidates_ = nullptr;
-      candidates_ = std::make_unique< detail::Candidates >( *this, stages );
+      candidates_ = std::make_unique< Candidates >( stages, [ this ]( Text const & stage ) {
+         Ptr< StageSm > const sm = stageSm( Name( stage ) );
+         return sm ? &sm->completion_ : nullptr;
+      } );
    }
    return *candidates_;
 }

@@ -13,9 +13,7 @@
 
 namespace Stage {
 
-namespace detail {
 class Candidates;
-}
 
 // Waits for the configuration to be enabled, activates stages whose dependencies are active and
 // complete (critical stages first), and records progression as complete when every stage is.
@@ -144,7 +142,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
                                    Kiv::Ptr< LogSm > const & logSm );
    void stageSmDelAll() { stageSm_.memberDelAll( *this, &StatusSm::stageSmDel ); }
    // For a StageSm: its `complete` was written.
-   void completionChanged( StageSm & stageSm ) noexcept;
+   void completionChanged( Kiv::Name const & stage ) noexcept;
 
    // A decision was asked for and not made yet.
    bool needRecalculateNextStage() const { return needRecalculateNextStage_; }
@@ -194,9 +192,9 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
    };
    Found decide( Status & stages );
    Found compareBoth( Status & stages );
-   Found walkStages( Status & stages, detail::Candidates * beside );
+   Found walkStages( Status & stages, Candidates * beside );
    Found askCandidates( Status & stages );
-   detail::Candidates & candidatesOf( Status & stages );
+   Candidates & candidatesOf( Status & stages );
    void activate( Status & stages, Kiv::Ptr< StageStatus > const & stage );
    void recordProgress( Kiv::String8 const & name );
 
@@ -209,7 +207,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
    Kiv::OwnedByKey< StageEnableSm, Kiv::Name > stageEnableSm_;
    Kiv::OwnedByKey< StageSm, Kiv::Name > stageSm_;
    Kiv::Owned< KivRecalculateNextStage > recalculateNextStage_;
-   std::unique_ptr< detail::Candidates > candidates_; // from the first decision on
+   std::unique_ptr< Candidates > candidates_; // from the first decision on
    bool needRecalculateNextStage_ = false;
    bool initialized_ = false;
 };

@@ -36,6 +36,7 @@ file( GLOB seededSources CONFIGURE_DEPENDS
    "${PROJECT_SOURCE_DIR}/Stage/detail/*.cpp"
    "${PROJECT_SOURCE_DIR}/Ordovan/*.cpp"
    "${PROJECT_SOURCE_DIR}/Ordovan/detail/*.cpp"
+   "${PROJECT_SOURCE_DIR}/Index/*.cpp"
    "${PROJECT_SOURCE_DIR}/Explain/*.cpp"
    "${PROJECT_SOURCE_DIR}/Explain/detail/*.cpp"
    "${PROJECT_SOURCE_DIR}/simulation/*.cpp"

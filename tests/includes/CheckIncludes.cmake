@@ -9,7 +9,7 @@
 cmake_minimum_required( VERSION 3.25 )
 
 # From the top down. A layer may include itself and what stands after it.
-set( layers tools simulation Explain Ordovan Stage Kiv Flitlog )
+set( layers tools simulation Explain Ordovan Index Stage Kiv Flitlog )
 set( folderOfKiv framework/Kiv )
 set( folderOfFlitlog framework/Flitlog )
 

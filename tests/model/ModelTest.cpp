@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <Index/Oracle.h>
 #include <Kiv/Kiv.h>
-#include <Ordovan/detail/Oracle.h>
 #include <simulation/Engine.h>
 
 #include <algorithm>
@@ -31,7 +31,7 @@ using model::Line;
 using model::Played;
 using Simulation::Plan;
 using Simulation::Result;
-using Stage::detail::AnswersBy;
+using Stage::AnswersBy;
 
 unsigned constexpr orders = 8;
 
@@ -164,7 +164,7 @@ std::set< std::string > waysOf( Plan const & plan, std::string const & what ) {
    std::set< std::string > ways;
    for( unsigned order = 0; order != orders; ++order ) {
       orderIs( order );
-      Stage::detail::answersBy =
+      Stage::answersBy =
          std::array{ AnswersBy::index, AnswersBy::walk, AnswersBy::both }[ order % 3 ];
       auto const expected = model::play( plan, rank );
       auto const library = describe( playLibrary( plan ) );
@@ -179,7 +179,7 @@ std::set< std::string > waysOf( Plan const & plan, std::string const & what ) {
       ways.insert( withoutOrder( expected ) );
    }
    Kiv::detail::hashSeed = seedBefore;
-   Stage::detail::answersBy = AnswersBy::index;
+   Stage::answersBy = AnswersBy::index;
    return ways;
 }
 

@@ -6,8 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <Index/Candidates.h>
+#include <Index/Oracle.h>
 #include <Kiv/Exception.h>
-#include <Ordovan/detail/Oracle.h>
 
 #include <cstdint>
 #include <functional>
@@ -19,9 +20,9 @@ namespace {
 using Kiv::Name;
 using Kiv::Ptr;
 using Kiv::String8;
+using Stage::AnswersBy;
 using Stage::StageSm;
 using Stage::StageStatus;
-using Stage::detail::AnswersBy;
 using testing_support::World;
 
 class Random {
@@ -38,10 +39,10 @@ class Random {
    std::uint64_t state_;
 };
 
-class Candidates : public testing::Test {
+class Compared : public testing::Test {
  protected:
-   void SetUp() override { Stage::detail::answersBy = AnswersBy::both; }
-   void TearDown() override { Stage::detail::answersBy = AnswersBy::index; }
+   void SetUp() override { Stage::answersBy = AnswersBy::both; }
+   void TearDown() override { Stage::answersBy = AnswersBy::index; }
 };
 
 // A start-up into which others write what only the state machines ought to.
@@ -200,7 +201,7 @@ class Meddled {
    Random random_;
 };
 
-TEST_F( Candidates, AreWhatAWalkWouldFindWhoeverWritesWhat ) {
+TEST_F( Compared, CandidatesAreWhatAWalkWouldFindWhoeverWritesWhat ) {
    unsigned started = 0, refused = 0;
    testing::internal::CaptureStdout();
    auto const sink = Kiv::logSinkIs( []( Kiv::LogMessage const & ) {} );
@@ -219,7 +220,7 @@ TEST_F( Candidates, AreWhatAWalkWouldFindWhoeverWritesWhat ) {
 }
 
 // Progression over stages that this test writes itself.
-class Decision : public Candidates {
+class Decision : public Compared {
  protected:
    Decision() {
       sm->hasNotificationActiveIs( true );
@@ -335,6 +336,37 @@ TEST_F( Decision, AStageWithoutItsStageSmSatisfiesNobody ) {
    sm->doNextStage();
    world.idle();
    EXPECT_TRUE( active( "B" ) );
+}
+
+// In a pass nothing changes but what the pass itself activates; but if it does, no stage is handed
+// out that is not there.
+TEST( Candidates, AStageThatGoesDuringThePassIsNotHandedOut ) {
+   Ptr< Stage::Status > const status = Stage::Status::StatusIs( "status" );
+   for( char const * name : { "A", "B", "C" } )
+      status->stageIs( name );
+   Stage::Candidates candidates( *status, []( Kiv::Text const & ) { return nullptr; } );
+   candidates.passBegins();
+   Ptr< StageStatus > const first = candidates.next();
+   ASSERT_TRUE( first );
+   for( char const * name : { "A", "B", "C" } )
+      if( first->name() != Name( name ) )
+         status->stageDel( name );
+   EXPECT_FALSE( candidates.next() );
+   candidates.passBegins();
+   EXPECT_EQ( candidates.next(), first );
+}
+
+TEST( Candidates, ServeNobodyWhenTheirStatusHasGone ) {
+   Ptr< Stage::Status > status = Stage::Status::StatusIs( "status" );
+   status->stageIs( "A" );
+   Ptr< StageStatus > const kept = status->stage( "A" );
+   Stage::Candidates candidates( *status, []( Kiv::Text const & ) { return nullptr; } );
+   Stage::Status const & gone = *status;
+   ASSERT_TRUE( candidates.serves( gone ) );
+   Kiv::activityManager()->runQueued();
+   status = nullptr;
+   EXPECT_FALSE( candidates.serves( gone ) );
+   kept->criticalIs( true ); // tells nobody
 }
 
 } // namespace

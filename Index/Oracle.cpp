@@ -1,10 +1,10 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <Ordovan/detail/Oracle.h>
+#include <Index/Oracle.h>
 
 #include <cstdio>
 #include <cstdlib>
 
-namespace Stage::detail {
+namespace Stage {
 
 AnswersBy answersBy = AnswersBy::index;
 
@@ -13,4 +13,4 @@ void differs( char const * what ) noexcept {
    std::abort();
 }
 
-} // namespace Stage::detail
+} // namespace Stage

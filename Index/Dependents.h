@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-namespace Stage::detail {
+namespace Stage {
 
 class Dependents {
  public:
@@ -28,4 +28,4 @@ class Dependents {
    bool complete_ = true;
 };
 
-} // namespace Stage::detail
+} // namespace Stage

@@ -1,13 +1,13 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <Ordovan/detail/Candidates.h>
+#include <Index/Candidates.h>
 
-#include <Ordovan/StatusSm.h>
-#include <Ordovan/detail/TableOrder.h>
+#include <Index/TableOrder.h>
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
-namespace Stage::detail {
+namespace Stage {
 
 using namespace Kiv;
 
@@ -47,19 +47,18 @@ struct Candidates::Waiting final : StageIndex {
    Text waitsFor; // empty unless it waits for a stage
 };
 
-Candidates::Candidates( StatusSm & sm, Status & status ) : sm_( sm ), status_( &status ) {
-   for( auto i = sm.stageSmIterator(); i; ++i ) {
-      i.ptr()->satisfied_ = i.ptr()->complete() && status.activeStage( i.key() );
-      satisfied_ += i.ptr()->satisfied_;
-   }
+Candidates::Candidates( Status & status, CompletionOf completionOf )
+   : completionOf_( std::move( completionOf ) ), status_( &status ) {
    for( auto i = status.stageIterator(); i; ++i )
       if( !status.activeStage( i.key() ) )
          add( *i.ptr() );
+   for( auto i = status.activeStageIterator(); i; ++i )
+      changed( i.key() );
    status.indexIs( *this );
 }
 Candidates::~Candidates() {
    if( status_ )
-      status_->indexDel( *this );
+      spoil();
 }
 
 // ---- lists
@@ -149,8 +148,8 @@ Ptr< StageStatus > Candidates::next() {
 }
 
 bool Candidates::isSatisfied( Text const & stage ) const {
-   Ptr< StageSm > const sm = sm_.stageSm( Name( stage ) );
-   return sm && sm->satisfied_;
+   Completion const * const completion = completionOf_( stage );
+   return completion && completion->satisfied_;
 }
 
 bool Candidates::findUnsatisfied( StageStatus const & stage, Text & found ) {
@@ -167,22 +166,20 @@ bool Candidates::findUnsatisfied( StageStatus const & stage, Text & found ) {
 
 // ---- what is kept right
 
-void Candidates::changed( StageSm & stageSm ) noexcept {
-   Name const name = stageSm.name();
-   bool const satisfied = status_ && stageSm.complete() && sm_.stageSm( name ) == &stageSm &&
-                          status_->activeStage( name );
-   if( satisfied == stageSm.satisfied_ )
+void Candidates::changed( Text const & stage ) noexcept {
+   Completion * const completion = status_ ? completionOf_( stage ) : nullptr;
+   if( !completion )
       return;
-   leaves( stageSm );
-   if( !satisfied )
+   leaves( *completion );
+   if( !completion->complete || !status_->activeStage( Name( stage ) ) )
       return;
-   stageSm.satisfied_ = true;
+   completion->satisfied_ = true;
    ++satisfied_;
-   wake( name );
+   wake( stage );
 }
-void Candidates::leaves( StageSm & stageSm ) noexcept {
-   satisfied_ -= stageSm.satisfied_;
-   stageSm.satisfied_ = false;
+void Candidates::leaves( Completion & completion ) noexcept {
+   satisfied_ -= completion.satisfied_;
+   completion.satisfied_ = false;
 }
 
 void Candidates::add( StageStatus & stage ) {
@@ -214,12 +211,12 @@ void Candidates::activeChanged( StageStatus & stage ) noexcept {
       drop( stage );
    else if( !waiting_.contains( stage.name() ) )
       stageCame( stage );
-   if( !status_ )
-      return;
-   if( Ptr< StageSm > const sm = sm_.stageSm( stage.name() ) )
-      changed( *sm );
+   changed( stage.name() );
 }
 void Candidates::statusGoes() noexcept {
+   for( auto i = status_->activeStageIterator(); i; ++i )
+      if( Completion * const completion = completionOf_( i.key() ) )
+         leaves( *completion );
    status_ = nullptr;
    pass_.clear();
    waiting_.clear();
@@ -229,4 +226,4 @@ void Candidates::spoil() noexcept {
    statusGoes();
 }
 
-} // namespace Stage::detail
+} // namespace Stage

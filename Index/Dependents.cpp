@@ -1,12 +1,12 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-#include <Ordovan/detail/Dependents.h>
+#include <Index/Dependents.h>
 
-#include <Ordovan/detail/TableOrder.h>
+#include <Index/TableOrder.h>
 
 #include <algorithm>
 #include <new>
 
-namespace Stage::detail {
+namespace Stage {
 
 using namespace Kiv;
 
@@ -42,4 +42,4 @@ std::vector< Name > Dependents::of( Name const & stage ) const {
    return names;
 }
 
-} // namespace Stage::detail
+} // namespace Stage

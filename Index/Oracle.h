@@ -2,7 +2,7 @@
 // What answers where an index and the plain walk over everything can: for tests.
 #pragma once
 
-namespace Stage::detail {
+namespace Stage {
 
 enum class AnswersBy {
    index,
@@ -15,4 +15,4 @@ extern AnswersBy answersBy;
 // Ends the process, with a message on standard error that says what differs.
 [[noreturn]] void differs( char const * what ) noexcept;
 
-} // namespace Stage::detail
+} // namespace Stage

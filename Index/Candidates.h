@@ -19,26 +19,25 @@
 // Needed by the rows "progression" of bench/startup, and bench/growth.
 #pragma once
 
+#include <Index/Completion.h>
 #include <Stage/Index.h>
 #include <Stage/Status.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <unordered_map>
 #include <vector>
 
 namespace Stage {
 
-class StageSm;
-class StatusSm;
-
-namespace detail {
-
 class Candidates final : public StatusIndex {
  public:
-   // Looks at everything once. Both outlive this, unless statusGoes() is told.
-   Candidates( StatusSm & sm, Status & status );
+   // What stands for the state machine of the stage of that name, null when it has none.
+   using CompletionOf = std::function< Completion *( Kiv::Text const & stage ) >;
+   // Looks at everything once. The status outlives this, unless statusGoes() is told.
+   Candidates( Status & status, CompletionOf completionOf );
    ~Candidates() override;
 
    // Whether this can be relied on for that status: else a new one has to be made.
@@ -59,10 +58,10 @@ class Candidates final : public StatusIndex {
 
    // ---- what only progression knows
 
-   // A StageSm was added, or is complete, or not any more.
-   void changed( StageSm & stageSm ) noexcept;
-   // A StageSm leaves.
-   void leaves( StageSm & stageSm ) noexcept;
+   // The stage's state machine was added, or is complete, or not any more.
+   void changed( Kiv::Text const & stage ) noexcept;
+   // It leaves.
+   void leaves( Completion & completion ) noexcept;
 
    void stageCame( StageStatus & stage ) noexcept override;
    void stageWent( StageStatus & stage ) noexcept override;
@@ -91,7 +90,7 @@ class Candidates final : public StatusIndex {
    void takeArrived();
    void spoil() noexcept;
 
-   StatusSm & sm_;
+   CompletionOf const completionOf_;
    Status * status_; // null: of no use any more
    List arrived_;    // candidates since the pass began, or since the last one
    List seen_;       // the other candidates
@@ -99,7 +98,7 @@ class Candidates final : public StatusIndex {
    std::unordered_map< Kiv::Text, List, Hash > waitFor_; // under the stage that they wait for
    std::unordered_map< Kiv::Text, std::unique_ptr< Waiting >, Hash > waiting_; // under their names
    std::size_t criticals_ = 0; // stages that wait and are critical
-   std::size_t satisfied_ = 0; // stages that are active and whose StageSm is complete
+   std::size_t satisfied_ = 0; // stages that are active and whose state machine is
    std::uint32_t chance_ = 1;
 
    std::vector< Waiting * > pass_; // ascending
@@ -107,7 +106,5 @@ class Candidates final : public StatusIndex {
    Kiv::Text last_;                // the name of the one before
    bool gateShut_ = false;
 };
-
-} // namespace detail
 
 } // namespace Stage

@@ -4,10 +4,10 @@
 
 #include <Kiv/Text.h>
 
-namespace Stage::detail {
+namespace Stage {
 
 inline bool standsBefore( Kiv::Text const & a, Kiv::Text const & b ) {
    return a.hash() != b.hash() ? a.hash() < b.hash() : a < b;
 }
 
-} // namespace Stage::detail
+} // namespace Stage
