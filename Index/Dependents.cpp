@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Index/Dependents.h>
 
+#include <Index/DependentsLink.h>
 #include <Index/TableOrder.h>
 
 #include <algorithm>
@@ -40,6 +41,28 @@ std::vector< Name > Dependents::of( Name const & stage ) const {
    std::vector< Name > names = found->second;
    std::sort( names.begin(), names.end(), &standsBefore );
    return names;
+}
+
+void DependentsLink::stageIs( Ptr< StageStatus > const & stage,
+                              std::shared_ptr< Dependents > const & dependents ) noexcept {
+   if( stage_ ) {
+      stage_->indexDel( *this );
+      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
+         dependencyWent( i.key() );
+   }
+   stage_ = stage;
+   dependents_ = dependents;
+   if( stage_ ) {
+      stage_->indexIs( *this );
+      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
+         dependencyCame( i.key() );
+   }
+}
+void DependentsLink::dependencyCame( String8 const & name ) noexcept {
+   dependents_->add( name, stage_->name() );
+}
+void DependentsLink::dependencyWent( String8 const & name ) noexcept {
+   dependents_->remove( name, stage_->name() );
 }
 
 } // namespace Stage

@@ -122,56 +122,13 @@ KivAgentConfig::KivAgentConfig( Ptr< AgentConfig const > const & agent, ConfigSm
 KivStageStatus::KivStageStatus( Ptr< StageStatus > const & stage, ConfigSm * configSm )
    : OwnedReactor( stage, configSm, valid( stage )->name() ) {
    KeepDuringConstruction const keep( *this );
-   link_.stageIs( stage );
+   link();
    reconcileEvents();
    handleCritical();
 }
 KivStageStatus::~KivStageStatus() {
    kivDoZombieReactors( true );
    eventConfigDelAll();
-}
-
-void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
-   if( notifierPtr() == stage )
-      return;
-   Ptr< StageStatus > const before = this->stage();
-   link_.stageIs( nullptr );
-   OnExit const linked( [ this ] { link_.stageIs( this->stage() ); } );
-   attach( stage, [ & ] {
-      left_ = nullptr; // it was the other stage's
-      if( kivMarkedForDeletion() || !owner() )
-         return;
-      if( stage ) {
-         isRegisteredNotifieeIs( true );
-         dropFormerAncestors();
-         eventConfigDelAll();
-         reconcileEvents();
-         handleCritical();
-      }
-      withdrawLinks( before );
-   } );
-}
-
-void KivStageStatus::Link::stageIs( Ptr< StageStatus > const & stage ) noexcept {
-   if( stage_ ) {
-      stage_->indexDel( *this );
-      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
-         dependencyWent( i.key() );
-   }
-   stage_ = stage;
-   if( stage_ ) {
-      stage_->indexIs( *this );
-      for( auto i = stage_->dependencyIteratorConst(); i; ++i )
-         dependencyCame( i.key() );
-   }
-}
-void KivStageStatus::Link::dependencyCame( String8 const & name ) noexcept {
-   if( ConfigSm * const sm = reactor_.configSm() )
-      sm->dependents_->add( name, reactor_.fwkKey() );
-}
-void KivStageStatus::Link::dependencyWent( String8 const & name ) noexcept {
-   if( ConfigSm * const sm = reactor_.configSm() )
-      sm->dependents_->remove( name, reactor_.fwkKey() );
 }
 
 Ptr< KivEventConfig > KivStageStatus::eventConfigIs( Ptr< EventConfig const > const & event ) {
@@ -237,7 +194,7 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 
 ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & status,
                     Ptr< Dir const > const & agentDir )
-   : dependents_( std::make_unique< Dependents >() ) {
+   : dependents_( std::make_shared< Dependents >() ) {
    KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
    deliveredUntilDoneIs( true );
@@ -275,35 +232,11 @@ Ptr< KivAgentConfig > ConfigSm::agentConfigIs( Ptr< AgentConfig const > const & 
                  "not allowed" );
    return agentConfig_.memberIs( agent->name(), agent, [ & ] { return newAgentConfig( agent ); } );
 }
-void ConfigSm::agentConfigDel( Name const & agent ) {
-   Ptr< KivAgentConfig > const gone = agentConfig_.member( agent );
-   if( !gone )
-      return;
-   // Watching nothing any more, the reactor takes the agent's events out of their stages: while it
-   // still reacts, and before all else, so that it is all there if that is cut short.
-   if( !gone->kivMarkedForDeletion() )
-      gone->notifierIs( nullptr );
-   agentConfig_.memberDel( gone->fwkKey() );
-}
-
 Ptr< KivStageStatus > ConfigSm::stageStatusIs( Ptr< StageStatus > const & stage ) {
    valid( stage, "null _stageStatus parameter to mutator for Stage::ConfigSm::stageStatus "
                  "not allowed" );
    return stageStatus_.memberIs( stage->name(), stage, [ & ] { return newStageStatus( stage ); } );
 }
-void ConfigSm::stageStatusDel( Name const & stage ) {
-   // The parting: not before the reactor has left the collection, as a stage in a cycle with it
-   // would push its flag back and make it decide anew.
-   auto const takeBackLinks = []( KivStageStatus & gone ) {
-      Ptr< StageStatus > const before = gone.stage();
-      gone.notifierIs( Ptr< PtrInterface const >() );
-      gone.withdrawLinks( before );
-   };
-   if( !stageStatus_.memberDel( stage, takeBackLinks ) )
-      // One whose making was cut short has left no reactor, but perhaps links.
-      withdrawLinks( String8( stage ), nullptr );
-}
-
 Ptr< AgentConfig > ConfigSm::agentEntry( Name const & agent ) const {
    return ptrCast< AgentConfig >( agentDir()->entityPtr( agent ) );
 }

@@ -2,6 +2,7 @@
 // Aggregation: all agents' declarations become one status per stage.
 #pragma once
 
+#include <Index/DependentsLink.h>
 #include <Kiv/Kiv.h>
 #include <Ordovan/Export.h>
 #include <Stage/Stage.h>
@@ -9,8 +10,6 @@
 #include <memory>
 
 namespace Stage {
-
-class Dependents;
 
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
 // every stage name that an agent declares an event for, with the stage's events by agent, the
@@ -229,21 +228,6 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
       friend class ConfigSm;
       friend Machine;
 
-      // Keeps the dependents of its owner right about the stage that it is linked to.
-      class Link : public StageIndex {
-       public:
-         explicit Link( KivStageStatus & reactor ) : reactor_( reactor ) {}
-         ~Link() override { stageIs( nullptr ); }
-         // Null for none.
-         void stageIs( Kiv::Ptr< StageStatus > const & stage ) noexcept;
-         void dependencyCame( Kiv::String8 const & name ) noexcept override;
-         void dependencyWent( Kiv::String8 const & name ) noexcept override;
-
-       private:
-         KivStageStatus & reactor_;
-         Kiv::Ptr< StageStatus > stage_;
-      };
-
       auto owned() { return std::tie( eventConfig_ ); }
       bool reacts() const { return notifierPtr() && owner(); }
       struct CriticalFrame;
@@ -255,6 +239,10 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
          return criticalAncestor_.memberDel( name );
       }
       void reconcileEvents();
+      void link() noexcept {
+         if( configSm() )
+            link_.stageIs( stage(), configSm()->dependents_ );
+      }
       void dropFormerAncestors();
       void withdrawLinks( Kiv::Ptr< StageStatus > const & before );
       void eventHasLeft( Kiv::Ptr< EventConfig const > const & event, bool setTimeout );
@@ -266,7 +254,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
 
       Kiv::OwnedByKey< KivEventConfig, Kiv::String8 > eventConfig_;
       CriticalAncestorMap criticalAncestor_;
-      Link link_{ *this };
+      DependentsLink link_;
       Kiv::Ptr< EventConfig const > left_; // an event that left, and may have left things behind
       bool leftSetTimeout_ = false;
       bool undecided_ = false; // handleCritical() has to run, and push on
@@ -362,8 +350,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    friend Machine;
    auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
-   // Goes after the reactors, which are linked to it.
-   std::unique_ptr< Dependents > const dependents_;
+   std::shared_ptr< Dependents > const dependents_;
    Kiv::Owned< KivStatus > status_;
    Kiv::Owned< KivAgentDir > agentDir_;
    Kiv::OwnedByKey< KivAgentConfig, Kiv::Name > agentConfig_;

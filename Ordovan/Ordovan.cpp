@@ -11,8 +11,7 @@
 //   the stage's dependencies change     handleDependency -> the link to the stage depended upon
 //   a stage appears                     onStage -> a reactor per stage; handleStage -> links that
 //                                       had to wait for it
-//   another stage under its name        its reactor stays, and does all this anew
-//                                       (KivStageStatus::notifierIs, in ConfigSm.cpp)
+//   another stage under its name        notifierIs: its reactor stays, and does all this anew
 //
 // Progression (StatusSm), the states of one stage and what moves it on:
 //
@@ -79,6 +78,17 @@ void ConfigSm::handleAgent( Name agentName ) {
    } else if( reactor && reactor->notifier() ) {
       agentConfigDel( agentName );
    }
+}
+
+void ConfigSm::agentConfigDel( Name const & agent ) {
+   Ptr< KivAgentConfig > const gone = agentConfig_.member( agent );
+   if( !gone )
+      return;
+   // Watching nothing any more, the reactor takes the agent's events out of their stages: while it
+   // still reacts, and before all else, so that it is all there if that is cut short.
+   if( !gone->kivMarkedForDeletion() )
+      gone->notifierIs( nullptr );
+   agentConfig_.memberDel( gone->fwkKey() );
 }
 
 void ConfigSm::KivAgentConfig::handleEvent() {
@@ -151,6 +161,40 @@ void ConfigSm::reconcileStages() {
    for( auto i = stageStatusIterator(); i; ++i )
       if( !watched->stage( i.key() ) )
          stageStatusDel( i.key() );
+}
+
+void ConfigSm::stageStatusDel( Name const & stage ) {
+   // The parting: not before the reactor has left the collection, as a stage in a cycle with it
+   // would push its flag back and make it decide anew.
+   auto const takeBackLinks = []( KivStageStatus & gone ) {
+      Ptr< StageStatus > const before = gone.stage();
+      gone.notifierIs( Ptr< PtrInterface const >() );
+      gone.withdrawLinks( before );
+   };
+   if( !stageStatus_.memberDel( stage, takeBackLinks ) )
+      // One whose making was cut short has left no reactor, but perhaps links.
+      withdrawLinks( String8( stage ), nullptr );
+}
+
+// Its stage was replaced by another under its name.
+void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
+   if( notifierPtr() == stage )
+      return;
+   Ptr< StageStatus > const before = this->stage();
+   OnExit const linked( [ this ] { link(); } );
+   attach( stage, [ & ] {
+      left_ = nullptr; // it was the other stage's
+      if( kivMarkedForDeletion() || !owner() )
+         return;
+      if( stage ) {
+         isRegisteredNotifieeIs( true );
+         dropFormerAncestors();
+         eventConfigDelAll();
+         reconcileEvents();
+         handleCritical();
+      }
+      withdrawLinks( before );
+   } );
 }
 
 void ConfigSm::handleStage( Name name ) {
@@ -907,6 +951,34 @@ void StageSm::handleEventDel( String8 agentName ) {
       ORDOVAN_TRACE( 8, "Incomplete event being added to pending events" );
       pendingEventIs( ev );
    }
+}
+
+void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
+   Kept const kept = keep();
+   String8 const uid = valid( event )->uid();
+   tellUntold();
+   Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
+   if( held && held->pendingEvent() == event )
+      return;
+   if( held )
+      held->pendingEventIs( event );
+   else
+      pendingEvent_.memberIs( uid, newPendingEvent( event ) );
+   pendingEventChanged( uid );
+}
+
+void StageSm::pendingEventDel( String8 const & uid ) {
+   Kept const kept = keep();
+   String8 const key = uid; // the caller's may belong to what goes
+   tellUntold();
+   if( pendingEvent_.memberDel( key ) )
+      pendingEventChanged( key );
+}
+
+void StageSm::pendingEventDelAll() {
+   Kept const kept = keep();
+   for( auto i = pendingEventIterator(); i; ++i )
+      pendingEventDel( i.key() );
 }
 
 void StageSm::handlePendingEvent( String8 uid ) {

@@ -173,34 +173,6 @@ void StageSm::initializedIs( bool on ) { initialized_.valueIs( *this, row( "init
 
 // ---- pending events
 
-void StageSm::pendingEventIs( Ptr< EventConfig const > const & event ) {
-   Kept const kept = keep();
-   String8 const uid = valid( event )->uid();
-   tellUntold();
-   Ptr< KivPendingEvent > const held = pendingEvent_.member( uid );
-   if( held && held->pendingEvent() == event )
-      return;
-   if( held )
-      held->pendingEventIs( event );
-   else
-      pendingEvent_.memberIs( uid, newPendingEvent( event ) );
-   pendingEventChanged( uid );
-}
-
-void StageSm::pendingEventDel( String8 const & uid ) {
-   Kept const kept = keep();
-   String8 const key = uid; // the caller's may belong to what goes
-   tellUntold();
-   if( pendingEvent_.memberDel( key ) )
-      pendingEventChanged( key );
-}
-
-void StageSm::pendingEventDelAll() {
-   Kept const kept = keep();
-   for( auto i = pendingEventIterator(); i; ++i )
-      pendingEventDel( i.key() );
-}
-
 void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > const & ) {
    Change( *this, row( "pendingEvent" ), 1 ).queue( uid );
 }

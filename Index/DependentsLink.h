@@ -1,0 +1,31 @@
+// Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
+// What keeps Dependents right about one stage.
+#pragma once
+
+#include <Kiv/Ptr.h>
+#include <Ordovan/Export.h>
+#include <Stage/Index.h>
+#include <Stage/StageStatus.h>
+
+#include <memory>
+
+namespace Stage {
+
+class Dependents;
+
+class ORDOVAN_EXPORT DependentsLink final : public StageIndex {
+ public:
+   ~DependentsLink() override { stageIs( nullptr, nullptr ); }
+   // From now on these hold the dependencies of this stage, and no more those of the one before.
+   // Null for none.
+   void stageIs( Kiv::Ptr< StageStatus > const & stage,
+                 std::shared_ptr< Dependents > const & dependents ) noexcept;
+   void dependencyCame( Kiv::String8 const & name ) noexcept override;
+   void dependencyWent( Kiv::String8 const & name ) noexcept override;
+
+ private:
+   Kiv::Ptr< StageStatus > stage_;
+   std::shared_ptr< Dependents > dependents_;
+};
+
+} // namespace Stage
