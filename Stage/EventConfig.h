@@ -7,6 +7,11 @@
 
 namespace Stage {
 
+namespace detail {
+struct EventShare;
+class EventSummary;
+} // namespace detail
+
 // An event that an agent declares for a stage. Made and written by the agent, which also reports
 // it complete; the stage manager only reads it.
 class STAGE_EXPORT EventConfig : public Kiv::Entity {
@@ -79,6 +84,7 @@ class STAGE_EXPORT EventConfig : public Kiv::Entity {
    static Kiv::KivType const & _fwkType();
 
  private:
+   friend class detail::EventSummary;
    EventConfig( Kiv::String8 const & uid, Kiv::Name const & agent );
 
    Kiv::String8 const uid_;
@@ -87,6 +93,8 @@ class STAGE_EXPORT EventConfig : public Kiv::Entity {
    Kiv::Collection< bool, Kiv::String8 > dependency_;
    Kiv::Scalar< bool > critical_;
    Kiv::Scalar< bool > complete_;
+   // Its parts in what stages with many events know of them all: a list, one for each such stage.
+   mutable detail::EventShare * shares_ = nullptr;
 };
 
 } // namespace Stage

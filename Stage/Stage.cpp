@@ -7,7 +7,13 @@
 
 #include <Stage/Stage.h>
 
+#include <Stage/detail/EventSummary.h>
+#include <Stage/detail/StagesByAgent.h>
+
+#include <Kiv/Reactor.h>
+
 #include <limits>
+#include <memory>
 #include <vector>
 
 namespace Stage {
@@ -19,11 +25,14 @@ using Kiv::keyed;
 using Kiv::members;
 using Kiv::Name;
 using Kiv::numbered;
+using Kiv::OnException;
 using Kiv::Ptr;
 using Kiv::reads;
 using Kiv::Role;
 using Kiv::String8;
 using Kiv::value;
+
+using detail::EventSummary;
 
 namespace {
 
@@ -180,19 +189,50 @@ void EventConfig::isNondestructingIs( bool on ) {
 void EventConfig::dependencyIs( String8 const & stage, bool counts ) {
    if( stage.empty() )
       Kiv::throwRangeException( "empty name" );
-   dependency_.memberIs( *this, eventConfig::rows[ eventConfig::dependency ], stage, counts );
+   String8 const name = stage; // the caller's may belong to the entry
+   bool const before = shares_ && dependency( name );
+   if( !shares_ || before == counts ) {
+      dependency_.memberIs( *this, eventConfig::rows[ eventConfig::dependency ], name, counts );
+      return;
+   }
+   if( counts )
+      EventSummary::dependencyAdd( shares_, name );
+   {
+      OnException const undo( [ & ] {
+         if( counts )
+            EventSummary::dependencyDel( shares_, name );
+      } );
+      dependency_.memberIs( *this, eventConfig::rows[ eventConfig::dependency ], name, counts );
+   }
+   if( !counts )
+      EventSummary::dependencyDel( shares_, name );
 }
 void EventConfig::dependencyDel( String8 const & stage ) {
-   dependency_.memberDel( *this, eventConfig::rows[ eventConfig::dependency ], stage );
+   String8 const name = stage; // the caller's may belong to the entry
+   bool const before = shares_ && dependency( name );
+   dependency_.memberDel( *this, eventConfig::rows[ eventConfig::dependency ], name );
+   if( before )
+      EventSummary::dependencyDel( shares_, name );
 }
 void EventConfig::dependencyDelAll() {
+   std::vector< String8 > gone; // those that counted
+   if( shares_ )
+      for( auto i = dependencyIteratorConst(); i; ++i )
+         if( i.value() )
+            gone.push_back( i.key() );
    dependency_.memberDelAll( *this, eventConfig::rows[ eventConfig::dependency ] );
+   for( String8 const & name : gone )
+      EventSummary::dependencyDel( shares_, name );
 }
 void EventConfig::timeoutIs( double const & seconds ) {
    timeout_.valueIs( *this, eventConfig::rows[ eventConfig::timeout ], seconds );
+   if( shares_ )
+      EventSummary::timeoutChanged( shares_ );
 }
 void EventConfig::criticalIs( bool on ) {
    critical_.valueIs( *this, eventConfig::rows[ eventConfig::critical ], on );
+   if( shares_ )
+      EventSummary::criticalChanged( shares_ );
 }
 void EventConfig::completeIs( bool on ) {
    complete_.valueIs( *this, eventConfig::rows[ eventConfig::complete ], on );
@@ -245,15 +285,18 @@ void Status::NotifieeConst::onSorted() {}
 void Status::NotifieeConst::onComplete() {}
 
 Ptr< Status > Status::StatusIs( Name const & name ) { return new Status( name ); }
-Status::Status( Name const & name ) : Entity( name ) {}
+Status::Status( Name const & name ) : Entity( name ), byAgent_( new detail::StagesByAgent ) {}
 Status::~Status() {
    indexes_.each( [ this ]( StatusIndex & index ) {
       indexDel( index );
       index.statusGoes();
    } );
-   // A stage that somebody still holds must not point to a parent that is gone.
-   for( auto i = stage_.map().iterator(); i; ++i )
+   // A stage that somebody still holds must not point to what is gone.
+   for( auto i = stage_.map().iterator(); i; ++i ) {
       i.ptr()->ownerGone( *this );
+      i.ptr()->status_ = nullptr;
+   }
+   delete byAgent_;
 }
 void Status::isNondestructingIs( bool on ) {
    nondestructingIs( on, status::rows[ status::isNondestructing ] );
@@ -264,6 +307,7 @@ Ptr< StageStatus > Status::stageIs( Name const & name ) {
    Ptr< StageStatus > const made = new StageStatus( name );
    stage_.memberIs( *this, status::rows[ status::stage ], name, made );
    made->ownerIs( this, status::rows[ status::stage ].id );
+   made->status_ = this;
    indexes_.each( [ & ]( StatusIndex & index ) { index.stageCame( *made ); } );
    return made;
 }
@@ -276,6 +320,9 @@ void Status::stageDel( Name const & name ) {
    Kiv::makeRoom( 2 * Kiv::itemsFor( *this, 1 ) + Kiv::itemsFor( *gone, 0 ) );
    activeStageDel( key );
    stage_.memberDel( *this, status::rows[ status::stage ], key );
+   for( auto i = gone->eventIteratorConst(); i; ++i )
+      byAgent_->del( i.key(), key );
+   gone->status_ = nullptr;
    indexes_.each( [ & ]( StatusIndex & index ) { index.stageWent( *gone ); } );
    if( gone->isChildOf( *this ) ) // somebody may have given it another parent
       gone->ownerIs( nullptr, Kiv::noAttribute );
@@ -287,6 +334,11 @@ void Status::stageDelAll() {
    Kiv::makeRoom( items );
    for( auto i = stageIterator(); i; ++i )
       stageDel( i.key() );
+}
+Status::EventStageIteratorConst Status::eventStageIteratorConst( String8 const & agent ) const {
+   if( auto const stages = byAgent_->of( agent ) )
+      return { stages.get(), stages->names };
+   return { this, byAgent_->none };
 }
 void Status::activeStageIs( Ptr< StageStatus > const & stage ) {
    if( !stage )
@@ -369,31 +421,93 @@ void StageStatus::NotifieeConst::onTimeout() {}
 void StageStatus::NotifieeConst::onCritical() {}
 
 StageStatus::StageStatus( Name const & name ) : Entity( name ) {}
-StageStatus::~StageStatus() = default;
+StageStatus::~StageStatus() { dropSummary(); }
 void StageStatus::isNondestructingIs( bool on ) {
    nondestructingIs( on, stageStatus::rows[ stageStatus::isNondestructing ] );
 }
 void StageStatus::eventIs( Ptr< EventConfig const > const & event ) {
    if( !event )
       Kiv::throwRangeException( "null ValidPtr" );
-   event_.memberIs( *this, stageStatus::rows[ stageStatus::event ], event->agent(), event );
+   Ptr< EventConfig const > const comes = event; // the caller's may belong to what goes
+   Ptr< EventConfig const > const before = event_.member( comes->agent() );
+   if( before == comes )
+      return;
+   eventComes( *comes, !before );
+   {
+      OnException const undo( [ & ] { eventHasGone( *comes, !before ); } );
+      event_.memberIs( *this, stageStatus::rows[ stageStatus::event ], comes->agent(), comes );
+   }
+   if( before )
+      eventHasGone( *before, false );
 }
 void StageStatus::eventDel( String8 const & agent ) {
-   event_.memberDel( *this, stageStatus::rows[ stageStatus::event ], agent );
+   Ptr< EventConfig const > const gone = event_.member( agent );
+   if( !gone )
+      return;
+   event_.memberDel( *this, stageStatus::rows[ stageStatus::event ], gone->agent() );
+   eventHasGone( *gone, true );
 }
 void StageStatus::eventDelAll() {
+   if( events() == 0 )
+      return;
+   Kiv::checkThread( *this, "event" );
+   // Room for the change, so that it cannot fail when the events are as good as gone.
+   Kiv::makeRoom( Kiv::itemsFor( *this, events() ) );
+   dropSummary();
+   if( status_ )
+      for( auto i = eventIteratorConst(); i; ++i )
+         status_->byAgent_->del( i.key(), name() );
    event_.memberDelAll( *this, stageStatus::rows[ stageStatus::event ] );
 }
+// All that needs memory, before an event comes. What throws std::bad_alloc has changed nothing.
+void StageStatus::eventComes( EventConfig const & event, bool ofNewAgent ) {
+   bool const indexed = ofNewAgent && status_;
+   if( indexed )
+      status_->byAgent_->add( event.agent(), name() );
+   OnException const undo( [ & ] {
+      if( indexed )
+         status_->byAgent_->del( event.agent(), name() );
+   } );
+   if( !eventSummary_ && events() + 1 >= EventSummary::many )
+      summarizeEvents();
+   if( eventSummary_ )
+      eventSummary_->eventAdd( event );
+}
+void StageStatus::eventHasGone( EventConfig const & event, bool withAgent ) noexcept {
+   if( eventSummary_ )
+      eventSummary_->eventDel( event );
+   if( withAgent && status_ )
+      status_->byAgent_->del( event.agent(), name() );
+   if( events() < EventSummary::few )
+      dropSummary();
+}
+void StageStatus::summarizeEvents() {
+   std::unique_ptr< EventSummary > all( new EventSummary( *this ) );
+   for( auto i = eventIteratorConst(); i; ++i )
+      all->eventAdd( *i.ptr() );
+   eventSummary_ = all.release();
+}
+void StageStatus::dropSummary() noexcept {
+   delete eventSummary_;
+   eventSummary_ = nullptr;
+}
 void StageStatus::dependencyIs( String8 const & stage, bool counts ) {
-   bool const comes = indexes_ && !hasDependency( stage );
-   dependency_.memberIs( *this, stageStatus::rows[ stageStatus::dependency ], stage, counts );
-   if( comes )
-      indexes_.each( [ & ]( StageIndex & index ) { index.dependencyCame( stage ); } );
+   String8 const key = stage; // the caller's may belong to the entry
+   bool const comes = ( eventSummary_ || indexes_ ) && !hasDependency( key );
+   dependency_.memberIs( *this, stageStatus::rows[ stageStatus::dependency ], key, counts );
+   if( !comes )
+      return;
+   if( eventSummary_ )
+      eventSummary_->stageDependencyCame( key );
+   indexes_.each( [ & ]( StageIndex & index ) { index.dependencyCame( key ); } );
 }
 void StageStatus::dependencyDel( String8 const & stage ) {
    String8 const key = stage; // the caller's may belong to the entry
-   if( dependency_.memberDel( *this, stageStatus::rows[ stageStatus::dependency ], key ) )
-      indexes_.each( [ & ]( StageIndex & index ) { index.dependencyWent( key ); } );
+   if( !dependency_.memberDel( *this, stageStatus::rows[ stageStatus::dependency ], key ) )
+      return;
+   if( eventSummary_ )
+      eventSummary_->stageDependencyWent( key );
+   indexes_.each( [ & ]( StageIndex & index ) { index.dependencyWent( key ); } );
 }
 void StageStatus::dependencyDelAll() {
    std::vector< String8 > gone;
@@ -401,6 +515,8 @@ void StageStatus::dependencyDelAll() {
       for( auto i = dependencyIterator(); i; ++i )
          gone.push_back( i.key() );
    dependency_.memberDelAll( *this, stageStatus::rows[ stageStatus::dependency ] );
+   if( eventSummary_ )
+      eventSummary_->stageDependencysWent();
    for( String8 const & stage : gone )
       indexes_.each( [ & ]( StageIndex & index ) { index.dependencyWent( stage ); } );
 }
@@ -410,6 +526,29 @@ void StageStatus::timeoutIs( double const & seconds ) {
 void StageStatus::criticalIs( bool on ) {
    critical_.valueIs( *this, stageStatus::rows[ stageStatus::critical ], on );
    indexes_.each( []( StageIndex & index ) { index.criticalChanged(); } );
+}
+Ptr< EventConfig const > StageStatus::firstCriticalEvent() const {
+   if( eventSummary_ )
+      return eventSummary_->firstCritical();
+   for( auto i = event_.map().iterator(); i; ++i )
+      if( Ptr< EventConfig const > const event = i.ptr(); event->critical() )
+         return event;
+   return nullptr;
+}
+bool StageStatus::eventsDependOn( String8 const & stage ) const {
+   if( eventSummary_ )
+      return eventSummary_->holds( stage );
+   for( auto i = event_.map().iterator(); i; ++i )
+      if( i.ptr()->dependency( stage ) )
+         return true;
+   return false;
+}
+bool StageStatus::dependencysAreOfEvents() const {
+   return eventSummary_ && eventSummary_->holdsAll();
+}
+double StageStatus::longestEventTimeout() const {
+   return eventSummary_ ? eventSummary_->longestTimeout()
+                        : std::numeric_limits< double >::quiet_NaN();
 }
 Kiv::KivType const & StageStatus::fwkType() const { return _fwkType(); }
 Kiv::KivType const & StageStatus::_fwkType() {

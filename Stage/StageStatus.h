@@ -11,6 +11,10 @@ namespace Stage {
 
 class Status;
 
+namespace detail {
+class EventSummary;
+}
+
 // One stage: a member of Status::stage, made by Status::stageIs() and nowhere else. Written by
 // aggregation (ConfigSm), read by progression.
 class STAGE_EXPORT StageStatus : public Kiv::Entity {
@@ -90,18 +94,38 @@ class STAGE_EXPORT StageStatus : public Kiv::Entity {
    void indexIs( StageIndex & index ) noexcept { indexes_.add( index ); }
    void indexDel( StageIndex & index ) noexcept { indexes_.remove( index ); }
 
+   // ---- what all its events say together, as they are now. Cost: constant, for a stage with few
+   // events a walk over them.
+
+   // The first of them, in the order of `event`, that is critical; null when none is.
+   Kiv::Ptr< EventConfig const > firstCriticalEvent() const;
+   // Whether one of them has this dependency with value true.
+   bool eventsDependOn( Kiv::String8 const & stage ) const;
+   // True: each of the stage's dependencies is one that some event has with value true. False: that
+   // is not so, or not known because it would take a walk.
+   bool dependencysAreOfEvents() const;
+   // The longest of their timeouts, in seconds. NaN when it would take a walk to know, and when one
+   // is NaN or a negative zero: then their order may decide what counts as the longest.
+   double longestEventTimeout() const;
+
    Kiv::KivType const & fwkType() const override;
    static Kiv::KivType const & _fwkType();
 
  private:
    friend class Status;
    explicit StageStatus( Kiv::Name const & name );
+   void eventComes( EventConfig const & event, bool ofNewAgent );
+   void eventHasGone( EventConfig const & event, bool withAgent ) noexcept;
+   void summarizeEvents();
+   void dropSummary() noexcept;
 
    Kiv::Collection< EventConfig const, Kiv::String8 > event_;
    Kiv::Collection< bool, Kiv::String8 > dependency_;
    Kiv::Scalar< double > timeout_;
    Kiv::Scalar< bool > critical_;
    IndexList< StageIndex > indexes_;
+   detail::EventSummary * eventSummary_ = nullptr; // ours; none while there are few
+   Status * status_ = nullptr;                     // the one whose member this is
 };
 
 } // namespace Stage

@@ -10,6 +10,10 @@
 
 namespace Stage {
 
+namespace detail {
+class StagesByAgent;
+}
+
 // One per application. `stage` is written by aggregation, `activeStage` and `complete` by
 // progression.
 class STAGE_EXPORT Status : public Kiv::Entity {
@@ -47,6 +51,8 @@ class STAGE_EXPORT Status : public Kiv::Entity {
    using StageMap = Kiv::HashMap< StageStatus, Kiv::Name >;
    using StageIterator = Kiv::OwnedIterator< StageMap, Status >;
    using StageIteratorConst = Kiv::OwnedIterator< StageMap, Status const >;
+   using EventStageMap = Kiv::HashMap< bool, Kiv::Name >;
+   using EventStageIteratorConst = Kiv::OwnedIterator< EventStageMap, Kiv::PtrInterface const >;
    using ActiveStageIterator = Kiv::OwnedIterator< StageMap, Status >;
    using ActiveStageIteratorConst = Kiv::OwnedIterator< StageMap, Status const >;
 
@@ -65,6 +71,9 @@ class STAGE_EXPORT Status : public Kiv::Entity {
    // The stage goes, from `activeStage` too. For the outside: the stage manager removes none.
    void stageDel( Kiv::Name const & name );
    void stageDelAll();
+   // Over the names of the stages that hold an event of this agent, in the order of `stage`. Cost:
+   // linear in their number.
+   EventStageIteratorConst eventStageIteratorConst( Kiv::String8 const & agent ) const;
 
    // The stages whose dependencies are met and which run now or have run; null when absent.
    Kiv::Ptr< StageStatus > activeStage( Kiv::Name const & name ) const {
@@ -100,6 +109,7 @@ class STAGE_EXPORT Status : public Kiv::Entity {
    static Kiv::KivType const & _fwkType();
 
  private:
+   friend class StageStatus;
    explicit Status( Kiv::Name const & name );
    void activeChanged( StageStatus & stage );
 
@@ -109,6 +119,7 @@ class STAGE_EXPORT Status : public Kiv::Entity {
    Kiv::Scalar< Kiv::Ptr< Progress > > progress_;
    Kiv::Scalar< bool > sorted_;
    IndexList< StatusIndex > indexes_;
+   detail::StagesByAgent * const byAgent_; // ours
 };
 
 } // namespace Stage
