@@ -64,6 +64,9 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
       void handleEvent();
       // The same for one stage.
       void handleEvent( Kiv::Name stageName );
+
+    private:
+      void handleHeldEvents();
    };
 
    // Watches the stages of the status.

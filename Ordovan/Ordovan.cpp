@@ -98,10 +98,29 @@ void ConfigSm::KivAgentConfig::handleEvent() {
    if( Ptr< AgentConfig const > const declared = notifier() )
       for( auto i = declared->eventIteratorConst(); i; ++i )
          handleEvent( i.key() );
-   // Events that the agent has withdrawn.
-   for( auto i = configSm()->status()->stageIteratorConst(); i; ++i )
-      if( i.ptr() && i.ptr()->event( String8( fwkKey() ) ) )
-         handleEvent( i.key() );
+   handleHeldEvents();
+}
+
+// For events that the agent has withdrawn: every stage that holds one of its, in the order of all
+// stages.
+void ConfigSm::KivAgentConfig::handleHeldEvents() {
+   Ptr< Status > const stages = configSm()->status();
+   auto held = stages->eventStageIteratorConst( fwkKey() );
+   if( answersBy == AnswersBy::index ) {
+      for( ; held; ++held )
+         handleEvent( held.key() );
+      return;
+   }
+   for( auto i = stages->stageIteratorConst(); i; ++i ) {
+      if( !i.ptr()->event( String8( fwkKey() ) ) )
+         continue;
+      if( answersBy == AnswersBy::both && ( !held || held.key() != i.key() ) )
+         differs( "the stages that hold an event of an agent" );
+      ++held;
+      handleEvent( i.key() );
+   }
+   if( answersBy == AnswersBy::both && held )
+      differs( "the number of stages that hold an event of an agent" );
 }
 
 void ConfigSm::KivAgentConfig::handleEvent( Name stageName ) {
@@ -252,14 +271,56 @@ void KivStageStatus::reconcileEvents() {
 // Aggregation: dependencies of a stage
 // =============================================================================================
 
+namespace {
+
+// The rule, event by event.
+bool someEventDependsOn( StageStatus const & stage, String8 const & name ) {
+   for( auto i = stage.eventIteratorConst(); i; ++i )
+      if( i.ptr()->dependency( name ) ) {
+         ORDOVAN_TRACE_IN( "handleDependencyDel", 9, "Dependency found in event ", i.ptr()->uid() );
+         return true;
+      }
+   return false;
+}
+
+// The same from what the stage knows of its events, unless the walk leaves a line.
+bool eventsDependOn( StageStatus const & stage, String8 const & name ) {
+   if( answersBy == AnswersBy::index && !detail::traces( 9 ) )
+      return stage.eventsDependOn( name );
+   bool const walked = someEventDependsOn( stage, name );
+   if( answersBy == AnswersBy::both && walked != stage.eventsDependOn( name ) )
+      differs( "whether an event has a dependency" );
+   return walked;
+}
+
+// Whether each dependency of the stage is known to be some event's.
+bool dependencysAreOfEvents( StageStatus const & stage ) {
+   if( answersBy == AnswersBy::walk || !stage.dependencysAreOfEvents() )
+      return false;
+   if( answersBy == AnswersBy::both )
+      for( auto i = stage.dependencyIteratorConst(); i; ++i ) {
+         bool found = false;
+         for( auto event = stage.eventIteratorConst(); event; ++event )
+            found = found || event.ptr()->dependency( i.key() );
+         if( !found )
+            differs( "whether a dependency is an event's" );
+      }
+   return true;
+}
+
+} // namespace
+
 void KivEventConfig::handleDependency() {
    if( !reacts() )
       return;
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::KivEventConfig::handleDependency() ",
                   notifier()->uid() );
-   // A name in both is handled twice; the second time changes nothing.
-   for( auto i = kivStageStatus()->stage()->dependencyIteratorConst(); i; ++i )
-      handleDependency( i.key() );
+   // A name in both is handled twice; the second time changes nothing. Of the stage's, those are
+   // taken away that no event has; where there are none, every turn leaves but lines of trace.
+   Ptr< StageStatus > const stage = kivStageStatus()->stage();
+   if( detail::traces( 8 ) || !dependencysAreOfEvents( *stage ) )
+      for( auto i = stage->dependencyIteratorConst(); i; ++i )
+         handleDependency( i.key() );
    for( auto i = notifier()->dependencyIteratorConst(); i; ++i )
       handleDependency( i.key() );
 }
@@ -290,11 +351,8 @@ void KivStageStatus::handleDependencyDel( String8 name ) {
    if( !reacts() )
       return;
    Ptr< StageStatus > const watched = stage();
-   for( auto i = watched->eventIteratorConst(); i; ++i )
-      if( i.ptr()->dependency( name ) ) {
-         ORDOVAN_TRACE( 9, "Dependency found in event ", i.ptr()->uid() );
-         return;
-      }
+   if( eventsDependOn( *watched, name ) )
+      return;
    ORDOVAN_TRACE( 8, "Deleting dependency ", name, " from stage ", fwkKey() );
    watched->dependencyDel( name );
 }
@@ -388,19 +446,37 @@ void KivStageStatus::handleCritical( String8 name ) {
    handleCritical();
 }
 
+namespace {
+
+// The rule, event by event.
+Ptr< EventConfig const > firstCriticalByWalk( StageStatus const & stage ) {
+   for( auto i = stage.eventIteratorConst(); i; ++i )
+      if( i.ptr()->critical() )
+         return i.ptr();
+   return nullptr;
+}
+
+Ptr< EventConfig const > firstCriticalEvent( StageStatus const & stage ) {
+   if( answersBy == AnswersBy::index )
+      return stage.firstCriticalEvent();
+   Ptr< EventConfig const > const walked = firstCriticalByWalk( stage );
+   if( answersBy == AnswersBy::both && walked != stage.firstCriticalEvent() )
+      differs( "the first critical event" );
+   return walked;
+}
+
+} // namespace
+
 // What the stage's flag has to be.
 bool KivStageStatus::decideCritical() const {
    if( criticalAncestors() != 0 ) {
       ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because exists a critical ancestor" );
       return true;
    }
-   for( auto i = notifier()->eventIteratorConst(); i; ++i )
-      if( i.ptr()->critical() ) {
-         ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because ", i.ptr()->uid(),
-                           " is critical" );
-         return true;
-      }
-   return false;
+   Ptr< EventConfig const > const event = firstCriticalEvent( *notifier() );
+   if( event )
+      ORDOVAN_TRACE_IN( "handleCritical", 8, " Critical because ", event->uid(), " is critical" );
+   return static_cast< bool >( event );
 }
 
 void KivStageStatus::writeCritical( bool critical ) {
@@ -546,6 +622,33 @@ float narrowed( double seconds ) {
    return static_cast< float >( seconds );
 }
 
+// The rule, event by event.
+float longestByWalk( StageStatus const & stage ) {
+   float longest = 0;
+   for( auto i = stage.eventIteratorConst(); i; ++i ) {
+      // Not ">=": an equal value is taken again, and no comparison with NaN counts as greater.
+      if( double{ longest } > i.ptr()->timeout() )
+         continue;
+      longest = narrowed( i.ptr()->timeout() );
+   }
+   return longest;
+}
+
+// What the stage's timeout has to be. Narrowing keeps the order, so the narrowed longest is the
+// longest of the narrowed; the stage does not know it where the order of its events matters.
+double decideTimeout( StageStatus const & stage ) {
+   double const known = stage.longestEventTimeout();
+   if( std::isnan( known ) || answersBy == AnswersBy::walk )
+      return longestByWalk( stage );
+   float const longest = known > 0 ? narrowed( known ) : 0.0F;
+   if( answersBy == AnswersBy::both ) {
+      float const walked = longestByWalk( stage );
+      if( walked != longest || std::signbit( walked ) != std::signbit( longest ) )
+         differs( "the longest timeout" );
+   }
+   return longest;
+}
+
 } // namespace
 
 void KivEventConfig::handleTimeout() {
@@ -566,14 +669,7 @@ void KivStageStatus::handleTimeout() {
    Ptr< StageStatus > const watched = stage();
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleTimeout() ", fwkKey(), " ",
                   " timeout=", watched->timeout() );
-   float largest = 0;
-   for( auto i = watched->eventIteratorConst(); i; ++i ) {
-      // Not ">=": an equal value is taken again, and no comparison with NaN counts as greater.
-      if( double{ largest } > i.ptr()->timeout() )
-         continue;
-      largest = narrowed( i.ptr()->timeout() );
-   }
-   double const timeout = largest;
+   double const timeout = decideTimeout( *watched );
    if( timeout != watched->timeout() )
       ORDOVAN_TRACE( 8, "  new timeout = ", timeout );
    watched->timeoutIs( timeout );
