@@ -365,7 +365,7 @@ void iterate( std::size_t count, Options const & options ) {
       for( std::size_t n = 0; n != walks; ++n )
          for( std::uint32_t place = 0; place != map.slots(); ++place )
             if( map.taken( place ) )
-               P::use( map.valueAt( place ) );
+               P::use( typename P::Value( map.valueAt( place ) ) );
    } );
    row.measure( options.rounds );
 }
