@@ -79,10 +79,18 @@ MapBase::~MapBase() {
 }
 
 // As find(), for memory that is slow to come: a branch that depends on it and goes the other way
-// than expected would wait for it, so there is none before the member is most likely found.
-std::byte * MapBase::findFar( Text const & key, std::uint32_t hash, std::size_t stride ) const {
-   constexpr std::size_t ahead = 8; // few members stand further behind their bucket
+// than expected would wait for it, so there is none before the member is most likely found. And for
+// keys that were never asked for.
+std::byte * MapBase::findFar( Text const & key, std::size_t stride ) const {
+   std::uint32_t const hash = key.filedHash();
    std::size_t const bucket = table_->bucketOf( hash );
+   if( table_->log2 < MapTable::far ) {
+      std::size_t place = bucket;
+      while( table_->hash()[ place ] < hash )
+         ++place;
+      return findEqual( key, place, hash, stride );
+   }
+   constexpr std::size_t ahead = 8; // few members stand further behind their bucket
    __builtin_prefetch( table_->slot( bucket, stride ) );
    std::uint32_t const * const hashes = table_->hash() + bucket;
    std::size_t before = 0;

@@ -94,26 +94,23 @@ class KIV_EXPORT MapBase {
  protected:
    ~MapBase();
 
-   // The slot of the member, null when absent. In line is what most look-ups need: the key is the
-   // very one that was filed, or equal to it, or there is none of its hash.
+   // The slot of the member, null when absent. In line is what most look-ups need: the key was
+   // asked for before and is the very one that was filed, or there is none of its hash.
    std::byte * find( Text const & key, std::size_t stride ) const {
       if( !table_ )
          return nullptr;
-      Text::Identity const wanted = key.identity();
-      std::uint32_t const hash = key.filedHash();
+      if( !key.hashKnown() || table_->log2 >= MapTable::far )
+         return findFar( key, stride );
+      std::uint32_t const hash = key.knownHash();
       std::uint32_t const * const hashes = table_->hash();
-      if( table_->log2 >= MapTable::far )
-         return findFar( key, hash, stride );
       std::size_t place = table_->bucketOf( hash );
       while( hashes[ place ] < hash )
          ++place;
       if( hashes[ place ] != hash )
          return nullptr;
-      std::byte * const slot = table_->slot( place, stride );
-      Text const & there = *reinterpret_cast< Text * >( slot );
-      if( there.identity() == wanted || there.view() == key.view() )
-         return slot;
-      return findEqual( key, place + 1, hash, stride );
+      if( table_->key( place, stride ).identity() == key.identity() )
+         return table_->slot( place, stride );
+      return findEqual( key, place, hash, stride );
    }
    std::uint32_t placeOf( std::byte const * slot, std::size_t stride ) const {
       auto const bytes = reinterpret_cast< std::byte const * >( table_ ) - slot;
@@ -141,7 +138,7 @@ class KIV_EXPORT MapBase {
  private:
    friend class MapPlace;
 
-   std::byte * findFar( Text const & key, std::uint32_t hash, std::size_t stride ) const;
+   std::byte * findFar( Text const & key, std::size_t stride ) const;
    std::byte * findEqual( Text const & key, std::size_t place, std::uint32_t hash,
                           std::size_t stride ) const;
    void bookmark() const noexcept;

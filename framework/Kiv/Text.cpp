@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <ostream>
 #include <vector>
 
@@ -56,16 +57,16 @@ Text::Text( std::string_view const * pieces, std::size_t count ) {
 }
 
 Text::Rep * Text::make( std::size_t length ) {
-   auto * rep = static_cast< Rep * >( KivMemPool::operator new( sizeof( Rep ) + length + 1 ) );
+   auto * rep = static_cast< Rep * >( KivMemPool::operator new( Rep::size( length ) ) );
    rep->references = 1;
    rep->hash = unknown;
    rep->length = static_cast< std::uint32_t >( length );
-   rep->bytes()[ length ] = '\0';
+   std::memset( rep->bytes() + length, 0, Rep::size( length ) - sizeof( Rep ) - length );
    return rep;
 }
 
 void Text::release( Rep * rep ) noexcept {
-   KivMemPool::operator delete( rep, sizeof( Rep ) + rep->length + 1 );
+   KivMemPool::operator delete( rep, Rep::size( rep->length ) );
 }
 
 std::uint32_t Text::hashAnew() const {

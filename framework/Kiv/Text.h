@@ -7,6 +7,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <iosfwd>
 #include <string>
@@ -34,7 +35,7 @@ KIV_EXPORT std::uint32_t hashBytes( char const * bytes, std::size_t length );
 // What String8 and Name share: a reference to counted, immutable characters with their hash, which
 // is worked out when it is first asked for: text that is never a key costs none. Copies share the
 // characters and the hash, also between the two types. May hold any bytes, NUL included. One
-// pointer, and one allocation of the characters, 12 bytes and a NUL.
+// pointer, and one allocation of 12 bytes, the characters and a NUL, rounded up to whole words.
 // Not for characters that change often: every change makes new characters (joined() makes them once
 // from many pieces).
 class KIV_EXPORT Text {
@@ -67,11 +68,15 @@ class KIV_EXPORT Text {
       return rep_ && rep_->hash != unknown ? rep_->hash : filed( hashAnew() );
    }
 
+   // Whether its hash has been asked for before, so that a table finds it at hand. (The highest
+   // never is.)
+   bool hashKnown() const { return rep_ && rep_->hash != unknown; }
+   std::uint32_t knownHash() const { return rep_->hash; }
    // The same for all copies, and for no other text while one of them lives.
    using Identity = void const *;
    Identity identity() const { return rep_; }
    friend bool operator==( Text const & a, Text const & b ) {
-      return a.rep_ == b.rep_ || a.view() == b.view();
+      return a.rep_ == b.rep_ || ( a.rep_ && b.rep_ && a.rep_->equals( *b.rep_ ) );
    }
    friend bool operator==( Text const & a, std::string_view b ) { return a.view() == b; }
    // By bytes, as unsigned characters.
@@ -93,12 +98,34 @@ class KIV_EXPORT Text {
       return hash == highest ? highest - 1 : hash;
    }
 
+   // What texts share. The characters end with a NUL, and with more up to a whole word: so two are
+   // compared word by word, beginning with the one that has the length.
    struct Rep {
       std::uint32_t references;
       std::uint32_t hash;
       std::uint32_t length;
       char * bytes() { return reinterpret_cast< char * >( this + 1 ); }
       char const * bytes() const { return reinterpret_cast< char const * >( this + 1 ); }
+      static std::size_t size( std::size_t length ) {
+         return ( sizeof( Rep ) + length + sizeof( std::size_t ) ) / sizeof( std::size_t ) *
+                sizeof( std::size_t );
+      }
+      bool equals( Rep const & other ) const {
+         auto const * const a = reinterpret_cast< char const * >( this );
+         auto const * const b = reinterpret_cast< char const * >( &other );
+         std::size_t at = 2 * sizeof( std::uint32_t );
+         std::size_t const end = size( length );
+         do {
+            std::size_t x;
+            std::size_t y;
+            std::memcpy( &x, a + at, sizeof x );
+            std::memcpy( &y, b + at, sizeof y );
+            if( x != y )
+               return false;
+            at += sizeof x;
+         } while( at != end );
+         return true;
+      }
    };
    static_assert( sizeof( Rep ) == 12 );
 

@@ -2,6 +2,7 @@
 #include "../support/Memory.h"
 
 #include <Kiv/Exception.h>
+#include <Kiv/Memory.h>
 #include <Kiv/Text.h>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <new>
 #include <random>
 #include <sstream>
 #include <string>
@@ -201,6 +203,31 @@ TEST( Text, IsEqualToTheSameBytesHoweverTheyAreHeld ) {
    EXPECT_EQ( String8( "Boot" ), "Boot"sv );
    EXPECT_NE( String8( "Boot" ), String8( "boot" ) );
    EXPECT_NE( Name( "Boot" ), Name( "Boo" ) );
+}
+
+TEST( Text, IsEqualToTheSameBytesWhateverTheirMemoryHeldBefore ) {
+   static char filling;
+   Kiv::MemoryHooks const before =
+      Kiv::memoryHooksIs( { []( std::size_t size ) {
+                              void * const memory = ::operator new( size, std::nothrow );
+                              return memory ? std::memset( memory, filling, size ) : memory;
+                           },
+                            []( void * memory, std::size_t ) { ::operator delete( memory ); } } );
+   for( std::size_t length = 0; length != 40; ++length ) {
+      std::string text( length, 'a' );
+      filling = '\x55';
+      String8 const one( text );
+      filling = '\xaa';
+      String8 const other( text );
+      EXPECT_EQ( one, other ) << length;
+      EXPECT_NE( one, String8( text + '\0' ) ) << length;
+      for( std::size_t i = 0; i != length; ++i ) {
+         text[ i ] = 'b';
+         EXPECT_NE( one, String8( text ) ) << length << " " << i;
+         text[ i ] = 'a';
+      }
+   }
+   Kiv::memoryHooksIs( before );
 }
 
 TEST( Text, IsPrintedWithAllItsBytes ) {
