@@ -395,12 +395,12 @@ bool taken( Options & options, char const * argument ) {
       std::size_t const length = std::strlen( flag );
       return std::strncmp( argument, flag, length ) == 0 ? argument + length : nullptr;
    };
-   if( char const * v = value( "--benchmark_min_time=" ) )
-      options.rounds.seconds = std::atof( v ) / 25;
-   else if( char const * v = value( "--benchmark_repetitions=" ) )
-      options.rounds.rounds = 3 * std::atoi( v );
-   else if( char const * v = value( "--benchmark_filter=" ) )
-      options.filter = v;
+   if( char const * seconds = value( "--benchmark_min_time=" ) )
+      options.rounds.seconds = std::atof( seconds ) / 25;
+   else if( char const * repetitions = value( "--benchmark_repetitions=" ) )
+      options.rounds.rounds = 3 * std::atoi( repetitions );
+   else if( char const * text = value( "--benchmark_filter=" ) )
+      options.filter = text;
    else
       return false;
    return options.rounds.rounds > 0;
