@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <map>
@@ -113,7 +114,7 @@ std::string wrongIn( Status const & status, std::vector< std::string > const & a
 class Random {
  public:
    explicit Random( std::uint64_t seed ) : engine_( seed ) {}
-   std::size_t below( std::size_t n ) { return engine_() % n; }
+   std::size_t below( std::size_t n ) { return static_cast< std::size_t >( engine_() % n ); }
    bool oneIn( std::size_t n ) { return below( n ) == 0; }
    template< class List >
    auto const & of( List const & list ) {
@@ -198,13 +199,13 @@ class Changes {
    std::vector< Ptr< StageStatus > > stages;
 };
 
-std::size_t seeds( std::size_t usual ) {
+std::uint64_t seeds( std::uint64_t usual ) {
    char const * const count = std::getenv( "ORDOVAN_TEST_SEEDS" );
    return count ? std::strtoull( count, nullptr, 10 ) : usual;
 }
 
 TEST( ManyEvents, AreKnownTogetherAfterEveryRandomChange ) {
-   for( std::size_t seed = 1; seed <= seeds( 100 ); ++seed ) {
+   for( std::uint64_t seed = 1; seed <= seeds( 100 ); ++seed ) {
       Changes changes( seed );
       for( int i = 0; i != 400; ++i ) {
          changes.one();
@@ -235,7 +236,7 @@ std::string picture( Changes const & changes ) {
 // them fails first.
 TEST( ManyEvents, AreAsTheyWereAfterAChangeThatFailedForWantOfMemory ) {
    std::size_t failures = 0;
-   for( std::size_t seed = 1; seed <= seeds( 10 ); ++seed ) {
+   for( std::uint64_t seed = 1; seed <= seeds( 10 ); ++seed ) {
       Changes changes( seed );
       for( int i = 0; i != 300; ++i ) {
          Random const before = changes.random;

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -119,7 +120,7 @@ class Play {
    }
 
  private:
-   std::size_t below( std::size_t n ) { return engine_() % n; }
+   std::size_t below( std::size_t n ) { return static_cast< std::size_t >( engine_() % n ); }
    bool oneIn( std::size_t n ) { return below( n ) == 0; }
    template< class List >
    auto & of( List & list ) {
