@@ -29,7 +29,10 @@ void copies() {
       } );
    } );
    control( what, "plain increment and decrement", []( benchmark::State & state ) {
-      auto * const thing = new PlainThing;
+      // In memory that others may reach, as a Ptr is that is copied.
+      auto * thing = new PlainThing;
+      PlainThing ** place = &thing;
+      benchmark::DoNotOptimize( place );
       measure( state, 1, [ & ] {
          PlainThing * const copy = thing;
          ++copy->references;
