@@ -5,6 +5,7 @@
 // by then may have changed while it was copied and is left out, the rest has not.
 #include <Flitlog/Reader.h>
 
+#include <Flitlog/Ring.h>
 #include <Flitlog/detail/Create.h>
 #include <Flitlog/detail/Format.h>
 #include <Flitlog/detail/Points.h>
@@ -48,7 +49,8 @@ struct Reader::State {
    detail::Descriptor file;
    std::uint64_t fileBytes = 0; // really there
    std::uint64_t diskBytes = 0; // and of them no holes
-   Header header{};             // as of the last look at the positions
+   unsigned levels = allLevels;
+   Header header{}; // as of the last look at the positions
 
    std::unordered_map< std::uint32_t, detail::Point > points;
    std::uint64_t pointsRead = 0; // offset in the descriptors
@@ -78,6 +80,7 @@ struct Reader::State {
    std::uint64_t dataBehind( std::uint64_t offset ) const;
    void open();
    void checkGeometry();
+   void checkLevels();
    std::uint64_t searchBudget() const;
    bool positions();
    void poll();
@@ -164,6 +167,7 @@ void Reader::State::open() {
                              text( header.minorVersion ) + "; expected version " +
                              text( detail::majorVersion ) );
    checkGeometry();
+   checkLevels();
    budget = searchBudget() + header.descriptorsBytes;
 }
 
@@ -192,6 +196,20 @@ void Reader::State::checkGeometry() {
                ", found " + text( h.check ) );
    if( fileBytes != h.fileBytes )
       problem( "the file has " + text( fileBytes ) + " bytes: expected " + text( h.fileBytes ) );
+}
+
+void Reader::State::checkLevels() {
+   if( header.minorVersion == 0 )
+      return; // took every one
+   bool const eachOnce = ( header.levelsTaken ^ header.levelsLeftOut ) == allLevels &&
+                         ( header.levelsTaken & header.levelsLeftOut ) == 0;
+   if( eachOnce && header.levelsTaken != 0 )
+      levels = header.levelsTaken;
+   else
+      problem( "in the header: expected each level taken or left out, as the bits of two words "
+               "that add up to " +
+               text( allLevels ) + ", found " + text( header.levelsTaken ) + " and " +
+               text( header.levelsLeftOut ) );
 }
 
 // Some times what is really there, as a header can claim any size. Where that is little it is
@@ -557,5 +575,6 @@ std::uint64_t Reader::lostDescriptors() const { return state_->header.lostDescri
 std::uint64_t Reader::lostRecords() const { return state_->header.lostRecords; }
 std::uint32_t Reader::process() const { return state_->header.process; }
 double Reader::created() const { return state_->header.created; }
+unsigned Reader::levels() const { return state_->levels; }
 
 } // namespace Flitlog

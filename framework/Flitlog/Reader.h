@@ -68,6 +68,10 @@ class FLITLOG_EXPORT Reader {
    // Of the writer.
    std::uint32_t process() const;
    double created() const; // wall-clock time, seconds
+   // The levels that it was to record, a bit for each from 0 to 9: what has another one was never
+   // recorded. All of them for a file that does not say, or whose words for it are damaged, which
+   // is then a problem.
+   unsigned levels() const;
 
  private:
    struct State;

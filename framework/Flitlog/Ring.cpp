@@ -221,6 +221,12 @@ std::uint64_t checkedSize( std::string const & path, char const * what, std::uin
    return detail::upToEight( bytes );
 }
 
+void checkLevels( std::string const & path, unsigned levels ) {
+   if( levels == 0 || ( levels & ~allLevels ) != 0 )
+      detail::fail( path, "levels as the bits " + std::to_string( levels ) + "; expected 1 to " +
+                             std::to_string( allLevels ) + ", a bit for each level from 0 to 9" );
+}
+
 Header headerFor( std::string const & path, TraceFile::Options const & options ) {
    Header header{};
    std::copy( std::begin( detail::magic ), std::end( detail::magic ), header.magic );
@@ -242,6 +248,9 @@ Header headerFor( std::string const & path, TraceFile::Options const & options )
       std::min< std::uint64_t >( header.ringBytes / 4 / 8 * 8, detail::recordMostOfAll ) );
    header.created = wallClock();
    header.check = detail::headerCheck( header );
+   checkLevels( path, options.levels );
+   header.levelsTaken = static_cast< std::uint16_t >( options.levels );
+   header.levelsLeftOut = static_cast< std::uint16_t >( allLevels & ~options.levels );
    return header;
 }
 
@@ -256,7 +265,8 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    Header const header = headerFor( path, options );
    // What needs memory comes before the file has its name: nothing fails after that, and leaves a
    // file that has to make way for the next attempt's.
-   std::unique_ptr< TraceFile > made( new TraceFile( std::make_unique< State >() ) );
+   std::unique_ptr< TraceFile > made(
+      new TraceFile( std::make_unique< State >(), options.levels ) );
    State * const state = made->state_.get();
    state->path = path;
    state->clock = options.clock ? options.clock : &wallClock;
@@ -280,7 +290,8 @@ std::unique_ptr< TraceFile > TraceFile::TraceFileIs( std::string const & path,
    return made;
 }
 
-TraceFile::TraceFile( std::unique_ptr< State > state ) : state_( std::move( state ) ) {
+TraceFile::TraceFile( std::unique_ptr< State > state, unsigned levels )
+   : state_( std::move( state ) ), levels_( levels ) {
    record_.file_ = this;
    state_->next = openFiles;
    openFiles = this;

@@ -37,6 +37,9 @@ FLITLOG_EXPORT extern TraceFile * theTraceFile;
 inline constexpr std::uint64_t defaultRingBytes = 8 << 20;
 inline constexpr std::uint64_t defaultDescriptorBytes = 256 << 10;
 
+// A set of levels: level N is the bit 1 << N, for 0 to 9. This is the set of all.
+inline constexpr unsigned allLevels = 0x3ff;
+
 // The record that a file is being given. One per file: values are computed before startMsg(), so
 // that no other record begins before endMsg(). If one does, the outer record is dropped and
 // counted. A record that is never ended is as if it had not begun. For one thread, and not for
@@ -113,6 +116,7 @@ struct TraceFileOptions {
    double ( *clock )() = nullptr;              // seconds; null: the wall clock
    // For descriptors, rounded up likewise; 1024 at least. A trace point takes some 100 bytes.
    std::uint64_t descriptorBytes = defaultDescriptorBytes;
+   unsigned levels = allLevels; // that it takes: bits of allLevels, one at least
 };
 
 // A trace file in use by this process. Its owner keeps it as long as records may come. A trace file
@@ -135,10 +139,10 @@ class FLITLOG_EXPORT TraceFile {
  public:
    using Options = TraceFileOptions;
 
-   // Throws FileError, having done nothing, when the size is out of range, when there is no room,
-   // when another process writes the file or anything but a trace file is at the path. Between
-   // the renaming of a file that was there and the appearance of the new one the path is vacant
-   // for a moment; nobody ever sees a file that is not complete.
+   // Throws FileError, having done nothing, when a size or the levels are out of range, when there
+   // is no room, when another process writes the file or anything but a trace file is at the path.
+   // Between the renaming of a file that was there and the appearance of the new one the path is
+   // vacant for a moment; nobody ever sees a file that is not complete.
    static std::unique_ptr< TraceFile > TraceFileIs( std::string const & path,
                                                     Options const & options = {} );
    // Sets every registered id to 0, and theTraceFile to null when it is this one.
@@ -152,16 +156,22 @@ class FLITLOG_EXPORT TraceFile {
    void msgIdArrIs( int * id );
 
    std::string const & path() const;
+   // What it was opened for, which stands in the file for its reader. Trace points ask before they
+   // describe or record anything; the file itself keeps whatever it is given.
+   unsigned levels() const { return levels_; }
+   // True for what has no bit, a level above 9.
+   bool takes( unsigned level ) const { return level > 9 || ( levels_ >> level & 1U ) != 0; }
 
  private:
    friend class MsgDesc;
    friend class RingBuf;
    struct State;
-   explicit TraceFile( std::unique_ptr< State > state );
+   TraceFile( std::unique_ptr< State > state, unsigned levels );
    int descriptorIs( std::string bytes, std::uint32_t leastValueBytes );
    static void afterForkInChild();
 
    std::unique_ptr< State > state_;
+   unsigned levels_;
    RingBuf record_;
 };
 

@@ -129,6 +129,44 @@ TEST_F( Damage, OtherMajorVersionsAreRefusedAndLaterMinorOnesRead ) {
    EXPECT_EQ( refusal( bytes ), "has format version 2.7; expected version 1" );
 }
 
+TEST_F( Damage, LevelsOfWhichOneIsNeitherTakenNorLeftOutAreReportedAndCountAsAll ) {
+   std::string const sound = ring( 3 );
+   ASSERT_TRUE( readBytes( sound ).problems.empty() );
+   for( auto const & [ taken, leftOut ] :
+        std::vector< std::pair< std::uint16_t, std::uint16_t > >{ { 0x1ff, 0 },
+                                                                  { 0x3ff, 0x200 },
+                                                                  { 0, 0 },
+                                                                  { 0, 0x3ff },
+                                                                  { 0x7ff, 0 },
+                                                                  { 0x3ff, 0x400 },
+                                                                  { 0x7ff, 0x400 } } ) {
+      std::string bytes = sound;
+      atIs( bytes, offsetof( Header, levelsTaken ), taken );
+      atIs( bytes, offsetof( Header, levelsLeftOut ), leftOut );
+      MemoryFile const file( bytes );
+      auto const reader = Flitlog::Reader::ReaderIs( file.path() );
+      EXPECT_EQ( reader->levels(), Flitlog::allLevels );
+      EXPECT_EQ( numbers( readBytes( bytes ) ), fromTo( 1, 3 ) );
+      EXPECT_EQ( reader->problems(),
+                 std::vector< std::string >{
+                    "in the header: expected each level taken or left out, as the bits of two "
+                    "words that add up to 1023, found " +
+                    std::to_string( taken ) + " and " + std::to_string( leftOut ) } );
+   }
+}
+
+TEST_F( Damage, WhatStandsAtTheLevelsInAFileOfTheFirstMinorVersionMeansNothing ) {
+   std::string bytes = ring( 3 );
+   atIs( bytes, offsetof( Header, minorVersion ), std::uint16_t( 0 ) );
+   atIs( bytes, offsetof( Header, levelsTaken ), std::uint16_t( 0x1ff ) );
+   atIs( bytes, offsetof( Header, levelsLeftOut ), std::uint16_t( 0x200 ) );
+   resumHeader( bytes );
+   MemoryFile const file( bytes );
+   auto const reader = Flitlog::Reader::ReaderIs( file.path() );
+   EXPECT_EQ( reader->levels(), Flitlog::allLevels );
+   EXPECT_TRUE( reader->problems().empty() );
+}
+
 TEST_F( Damage, AHeaderThatGrewInALaterMinorVersionIsPassedOver ) {
    std::string bytes = ring( 3 );
    bytes.insert( 256, 64, 'n' );

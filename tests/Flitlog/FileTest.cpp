@@ -61,6 +61,40 @@ TEST_F( File, SizesOutOfRangeAreRefusedWithTheRange ) {
    EXPECT_EQ( files(), 0U );
 }
 
+TEST_F( File, LevelsThatAreNoneAreRefused ) {
+   for( unsigned const levels : { 0U, 0x400U, 0x7ffU, ~0U } ) {
+      TraceFile::Options options = smallest;
+      options.levels = levels;
+      EXPECT_EQ( refusal( options ), "levels as the bits " + std::to_string( levels ) +
+                                        "; expected 1 to 1023, a bit for each level from 0 to 9" );
+   }
+   EXPECT_EQ( files(), 0U );
+}
+
+TEST_F( File, RemembersTheLevelsThatItWasOpenedFor ) {
+   TraceFile::Options options = smallest;
+   for( unsigned const levels : { Flitlog::allLevels, 0x1ffU, 0x200U, 0x1U } ) {
+      options.levels = levels;
+      auto const file = TraceFile::TraceFileIs( path, options );
+      EXPECT_EQ( file->levels(), levels );
+      for( unsigned level = 0; level != 10; ++level )
+         EXPECT_EQ( file->takes( level ), ( levels >> level & 1U ) != 0 ) << level;
+      EXPECT_TRUE( file->takes( 10 ) && file->takes( 32 ) ) << "has no bit";
+      EXPECT_EQ( Flitlog::Reader::ReaderIs( path )->levels(), levels );
+   }
+   auto const usual = TraceFile::TraceFileIs( path, smallest );
+   EXPECT_EQ( usual->levels(), Flitlog::allLevels );
+}
+
+// Whether to ask takes() is for whoever has the trace points.
+TEST_F( File, KeepsWhatItIsGivenWhateverItsLevels ) {
+   TraceFile::Options options = smallest;
+   options.levels = 1U << 7;
+   auto const file = TraceFile::TraceFileIs( path, options );
+   write( file.get(), numberAndText( file.get() ), 1, "of level 8" );
+   EXPECT_EQ( read( path ).texts(), std::vector< std::string >{ "number 1 text of level 8" } );
+}
+
 TEST_F( File, SizesAreRoundedUpToWhatAlignmentNeeds ) {
    { auto const file = TraceFile::TraceFileIs( path, { 4097, nullptr, 1025 } ); }
    EXPECT_EQ( contents( path ).size(), 256U + 1032 + 4104 );
@@ -258,6 +292,18 @@ TEST_F( File, AForkedChildCanHaveARingOfItsOwn ) {
       write( own.get(), numberAndText( own.get() ), 1, "child" );
       return read( path + ".child" ).texts() == std::vector< std::string >{ "number 1 text child" };
    } ) );
+}
+
+TEST_F( File, AForkedChildsRingHasLevelsOfItsOwn ) {
+   TraceFile::Options options = smallest;
+   options.levels = 0x1ff;
+   auto const file = TraceFile::TraceFileIs( path, options );
+   EXPECT_TRUE( inChild( [ & ] {
+      auto const own = TraceFile::TraceFileIs( path + ".child", smallest );
+      return own->takes( 9 ) && !file->takes( 9 );
+   } ) );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( path )->levels(), 0x1ffU );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( path + ".child" )->levels(), Flitlog::allLevels );
 }
 
 TEST_F( File, AChildThatOutlivesItsParentDoesNotHoldTheLock ) {

@@ -1,8 +1,10 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 //
-// golden.txt holds the bytes of a trace file that was written once. Every build, of either word
-// size, reads it alike and writes the same bytes: whoever changes the format fails here, and then
-// keeps this file for reading, beside one of the new version.
+// golden.txt holds the bytes of a trace file that was written once, by the first version of the
+// format, golden-1.1.txt those of the version that is written now, for a ring without level 9.
+// Every build, of either word size, reads both alike and writes the same bytes as the latter:
+// whoever changes the format fails here, and then keeps these files for reading, beside one of the
+// new version.
 #include "Bytes.h"
 #include "Support.h"
 
@@ -97,13 +99,19 @@ std::vector< std::string > linesOf( std::string const & path ) {
    return lines;
 }
 
+std::string stored( char const * name ) {
+   return undump( contents( std::string( FLITLOG_GOLDEN ) + "/" + name ) );
+}
+
 struct Golden : Folder {
-   Golden() : golden( undump( contents( FLITLOG_GOLDEN ) ) ) {}
-   std::string const golden;
+   std::string const first = stored( "golden.txt" );
+   std::string const golden = stored( "golden-1.1.txt" );
 };
 
 TEST_F( Golden, AStoredFileReadsAsItAlwaysDid ) {
-   std::vector< std::string > const lines = linesOf( MemoryFile( golden ).path() );
+   MemoryFile const file( first );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( file.path() )->levels(), 0x3ffU ) << "it took all";
+   std::vector< std::string > const lines = linesOf( file.path() );
    ASSERT_EQ( lines.size(), 29U );
    EXPECT_EQ( lines[ 0 ], "13 3.25 Ordovan/8 Source:17 handleAll: b false i -12 u 4000000012 l "
                           "-9223372036854775796 m 18446744073709551603 d 1.2000000000000002 s "
@@ -115,8 +123,14 @@ TEST_F( Golden, AStoredFileReadsAsItAlwaysDid ) {
                               "... (4020 bytes missing)" );
 }
 
+TEST_F( Golden, AStoredFileOfThisVersionReadsTheSameAndSaysWhichLevelsItTook ) {
+   MemoryFile const file( golden );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( file.path() )->levels(), 0x1ffU );
+   EXPECT_EQ( linesOf( file.path() ), linesOf( MemoryFile( first ).path() ) );
+}
+
 TEST_F( Golden, TheSameRecordsGiveTheSameBytes ) {
-   auto const file = TraceFile::TraceFileIs( path, { 4096, &quarter, 1024 } );
+   auto const file = TraceFile::TraceFileIs( path, { 4096, &quarter, 1024, 0x1ff } );
    writeAll( file.get() );
    std::string written = contents( path );
    ASSERT_EQ( written.size(), golden.size() );

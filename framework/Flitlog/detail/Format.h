@@ -32,7 +32,7 @@ static_assert( sizeof( double ) == 8 && sizeof( int ) == 4 );
 // The first byte is no text in any encoding; the line ends show a transfer that changes them.
 inline constexpr char magic[ 8 ] = { '\x8b', 'F', 'l', 'i', 't', '\r', '\n', '\x1a' };
 inline constexpr std::uint16_t majorVersion = 1;
-inline constexpr std::uint16_t minorVersion = 0;
+inline constexpr std::uint16_t minorVersion = 1;
 
 struct alignas( 8 ) Header {
    char magic[ 8 ];
@@ -48,7 +48,10 @@ struct alignas( 8 ) Header {
    std::uint32_t recordMost; // the most bytes that a record may have
    double created;           // wall-clock time, seconds
    std::uint32_t check;      // of the bytes before it
-   std::uint8_t reserved1[ 52 ];
+   // Each level, 0 to 9, is a bit of one of the two, which shows damage; minor version 0: no bits.
+   std::uint16_t levelsLeftOut;
+   std::uint16_t levelsTaken;
+   std::uint8_t reserved1[ 48 ];
 
    // What changes, each in one indivisible store.
    std::uint64_t tail; // logical position of the oldest record
@@ -64,7 +67,8 @@ static_assert( offsetof( Header, fileBytes ) == 16 && offsetof( Header, descript
 static_assert( offsetof( Header, descriptorsBytes ) == 32 && offsetof( Header, ringAt ) == 40 );
 static_assert( offsetof( Header, ringBytes ) == 48 && offsetof( Header, process ) == 56 );
 static_assert( offsetof( Header, recordMost ) == 60 && offsetof( Header, created ) == 64 );
-static_assert( offsetof( Header, check ) == 72 && offsetof( Header, reserved1 ) == 76 );
+static_assert( offsetof( Header, check ) == 72 && offsetof( Header, levelsLeftOut ) == 76 );
+static_assert( offsetof( Header, levelsTaken ) == 78 && offsetof( Header, reserved1 ) == 80 );
 static_assert( offsetof( Header, tail ) == 128 && offsetof( Header, head ) == 136 );
 static_assert( offsetof( Header, descriptorsUsed ) == 144 );
 static_assert( offsetof( Header, lostDescriptors ) == 152 );
