@@ -291,20 +291,40 @@ std::string withProcessId( std::string_view path ) {
 // What the environment asked for when the library was loaded.
 struct Wanted {
    std::string path;
-   std::string bytes; // as written; empty: not said
+   std::string bytes;  // as written; empty: not said
+   std::string levels; // likewise
+   unsigned taken = Flitlog::allLevels;
 };
 Wanted & wanted() {
    static detail::Forever< Wanted > theWanted;
    return *theWanted;
 }
 
+// The levels that the environment asks for. When those cannot be understood, all: rather too much
+// than nothing.
+unsigned wantedLevels( bool report ) {
+   if( wanted().levels.empty() )
+      return Flitlog::allLevels;
+   try {
+      return traceLevels( wanted().levels );
+   } catch( Exception const & e ) {
+      if( report )
+         detail::ErrorLine() << "kiv: KIV_TRACE_RING_LEVELS ignored: " << e.what();
+      return Flitlog::allLevels;
+   }
+}
+
 struct AtLoad {
    AtLoad() {
-      char const * const path = secure_getenv( "KIV_TRACE_RING" );
-      char const * const bytes = secure_getenv( "KIV_TRACE_RING_SIZE" );
-      if( !path || !*path )
+      auto const said = []( char const * variable ) {
+         char const * const text = secure_getenv( variable );
+         return std::string( text ? text : "" );
+      };
+      std::string const path = said( "KIV_TRACE_RING" );
+      if( path.empty() )
          return;
-      wanted() = { path, bytes ? bytes : "" };
+      wanted() = { path, said( "KIV_TRACE_RING_SIZE" ), said( "KIV_TRACE_RING_LEVELS" ) };
+      wanted().taken = wantedLevels( false ); // what is wrong with them is said to those who trace
       detail::ringWanted = true;
    }
 } const atLoad;
@@ -321,12 +341,17 @@ std::uint64_t wantedBytes() {
    }
 }
 
+bool wantedTakes( unsigned level ) {
+   return detail::ringWanted && ( level > 9 || ( wanted().taken >> level & 1U ) != 0 );
+}
+
 // An environment that asks for the impossible must not stop a program. Throws std::bad_alloc; the
 // next trace point asks again then.
 void openWantedRing() {
    detail::ringWanted = false;
    try {
-      traceRingIs( wanted().path, wantedBytes() );
+      std::uint64_t const bytes = wantedBytes();
+      traceRingIs( wanted().path, bytes, wantedLevels( true ) );
    } catch( std::bad_alloc const & ) {
       detail::ringWanted = true;
       throw;
@@ -351,14 +376,15 @@ std::uint64_t ringBytes( String8 const & text ) {
    return value << shift;
 }
 
-void traceRingIs( String8 const & path, std::uint64_t bytes ) {
+void traceRingIs( String8 const & path, std::uint64_t bytes, unsigned levels ) {
    if( path.empty() ) {
       detail::ringWanted = false;
       Flitlog::theTraceFile = nullptr;
       delete std::exchange( traceFile, nullptr );
       return;
    }
-   auto file = Flitlog::TraceFile::TraceFileIs( withProcessId( path.view() ), { bytes, &now } );
+   auto file = Flitlog::TraceFile::TraceFileIs(
+      withProcessId( path.view() ), { bytes, &now, Flitlog::defaultDescriptorBytes, levels } );
    detail::ringWanted = false;
    // The old one first: it forgets the numbers of the points' messages, which are its own.
    delete traceFile;
@@ -369,6 +395,11 @@ void traceRingIs( String8 const & path, std::uint64_t bytes ) {
 namespace detail {
 
 bool ringWanted = false;
+
+bool ringTakes( unsigned level ) noexcept {
+   return ( Flitlog::theTraceFile && Flitlog::theTraceFile->takes( level ) ) ||
+          wantedTakes( level );
+}
 
 void TracePiece::print( std::ostream & out ) const {
    switch( kind_ ) {
@@ -486,8 +517,8 @@ void recordTrace( TraceHandle const & handle, TracePoint & point,
       if( piece.isObject() )
          names.push_back( piece.name() );
    Flitlog::TraceFile * const file = Flitlog::theTraceFile;
-   if( !file )
-      return; // ended while names were asked for
+   if( !file || !file->takes( point.level ) )
+      return; // ended, or another one, since names were asked for
    int const message = messageOf( handle, point, pieces );
    // A point for which the file had no room is counted there.
    Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( file, message, time );
@@ -524,9 +555,9 @@ void trace( TraceHandle const & handle, TracePoint & point,
    }
    // The ring first: it is the one that is read when nothing else is left.
    try {
-      if( ringWanted )
+      if( wantedTakes( point.level ) )
          openWantedRing();
-      if( Flitlog::theTraceFile )
+      if( Flitlog::theTraceFile && Flitlog::theTraceFile->takes( point.level ) )
          recordTrace( handle, point, pieces, time );
    } catch( ... ) {
       traceLost( point.function, true );

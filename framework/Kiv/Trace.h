@@ -4,8 +4,9 @@
 //    KIV_TRACE( handle, 8, "Ordovan", "Stage ", name, " in progress, but not yet complete." );
 //
 // A trace point writes to two sinks: lines of text, for handles and levels that are switched on,
-// and the binary ring of a trace file (Flitlog), which takes all of them while there is one. One
-// that has nowhere to write to costs loads and branches: its pieces are not evaluated.
+// and the binary ring of a trace file (Flitlog), which takes all of them while there is one, or
+// those of the levels that it was opened for, whatever the switches say. One that has nowhere to
+// write to costs loads and branches: its pieces are not evaluated.
 //
 // A trace point never throws, whatever its pieces, its sinks or a lack of memory do, at its first
 // use or later: what cannot be written is reported on standard error, and the function goes on.
@@ -119,14 +120,19 @@ KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & 
                              unsigned level, bool enabled, char const * source, int line,
                              char const * function, double time = now() );
 
-// Records every trace point, whatever the switches say, into a ring of `bytes` in this file from
-// now on; an empty path ends recording. "%p" in the path stands for the process id, "%%" for "%".
-// Throws Flitlog::FileError, and all stays as it was; a file that is being written already, also by
-// this process, is refused.
+// Records every trace point of these levels, whatever the switches say, into a ring of `bytes` in
+// this file from now on; an empty path ends recording. "%p" in the path stands for the process id,
+// "%%" for "%". `levels` as traceLevels() gives them; the file remembers them. Throws
+// Flitlog::FileError, and all stays as it was; a file that is being written already, also by this
+// process, is refused, and so are levels that are none.
+//
+// A point that is left out costs little more than one that is switched off. Level 9 is the detail
+// of loops, some of which run in full for their traces alone: in the field, leave it out ("0-8").
 //
 // The environment does the same: KIV_TRACE_RING names the file, KIV_TRACE_RING_SIZE the bytes, as a
-// number that may end in K, M or G (of 1,024 each). That file is opened by the first trace point
-// that is passed, so a program that only loads the library leaves alone what another one has left
+// number that may end in K, M or G (of 1,024 each), KIV_TRACE_RING_LEVELS the levels, as
+// traceLevels() takes them; not set or empty, all. That file is opened by the first trace point
+// that it takes, so a program that only loads the library leaves alone what another one has left
 // there. All variables are ignored in programs with raised privileges.
 //
 // A ring that is open at fork() stays the parent's: the child records nothing, unless it calls
@@ -135,8 +141,8 @@ KIV_EXPORT void traceHelper( String8 const & handle, std::ostringstream const & 
 // go on to trace, the first to do so has the file, and the other reports that on standard error and
 // records nothing, or, once the first has ended, keeps its file as PATH.old. "%p" gives each its
 // own.
-KIV_EXPORT void traceRingIs( String8 const & path,
-                             std::uint64_t bytes = Flitlog::defaultRingBytes );
+KIV_EXPORT void traceRingIs( String8 const & path, std::uint64_t bytes = Flitlog::defaultRingBytes,
+                             unsigned levels = Flitlog::allLevels );
 // The number in that grammar; a range exception that says what was expected.
 KIV_EXPORT std::uint64_t ringBytes( String8 const & text );
 
@@ -144,6 +150,9 @@ namespace detail {
 
 // The environment asks for a ring that no trace point has opened yet.
 KIV_EXPORT extern bool ringWanted;
+
+// Whether a ring takes that level: the one that is open, or the one that the environment asks for.
+KIV_EXPORT bool ringTakes( unsigned level ) noexcept;
 
 // One piece of a trace point's list. Both sinks are written from the same pieces, so that they
 // cannot disagree. It refers to what it was made from, and lives as long as the call that it is
@@ -246,9 +255,11 @@ KIV_EXPORT void traceLost( char const * function, bool handleMade ) noexcept;
 
 } // namespace detail
 
-// Whether something takes a trace of that level: for loops that, without it, need not run.
-inline bool tracesTo( TraceHandle const & handle, unsigned level ) {
-   return handle.enabled( level ) || coverageStream_ || Flitlog::theTraceFile || detail::ringWanted;
+// Whether something takes a trace of that level: for loops that, without it, need not run. Always
+// inlined, so that a trace point makes no call while nothing is on.
+[[gnu::always_inline]] inline bool tracesTo( TraceHandle const & handle, unsigned level ) {
+   return handle.enabled( level ) || coverageStream_ ||
+          ( ( Flitlog::theTraceFile || detail::ringWanted ) && detail::ringTakes( level ) );
 }
 
 // A trace point. A macro because it needs the line, a number of its own for the trace file, and
@@ -265,8 +276,7 @@ inline bool tracesTo( TraceHandle const & handle, unsigned level ) {
       ::Kiv::TraceHandle const * kivTraceHandle = nullptr;                                         \
       try {                                                                                        \
          kivTraceHandle = &( handle );                                                             \
-         if( kivTraceHandle->enabled( level ) || ::Kiv::coverageStream_ ||                         \
-             ::Flitlog::theTraceFile || ::Kiv::detail::ringWanted ) [[unlikely]] {                 \
+         if( ::Kiv::tracesTo( *kivTraceHandle, level ) ) [[unlikely]] {                            \
             static constinit ::Kiv::detail::TracePoint kivTracePoint{ level, source, __LINE__,     \
                                                                       function };                  \
             ::Kiv::detail::trace( *kivTraceHandle, kivTracePoint, { __VA_ARGS__ } );               \

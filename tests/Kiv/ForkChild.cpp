@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 // A process that forks and traces in the order given by letters: f forks; p, the parent traces;
-// c, the child traces; o, the child records into the file given as second argument; e, the child
-// ends.
+// c, the child traces; q and d, they do at level 9; o, the child records into the file given as
+// second argument; e, the child ends.
 #include <Kiv/Trace.h>
 
 #include <cstdio>
@@ -15,6 +15,10 @@ void pass( char const * who, int turn ) {
    static Kiv::TraceHandle handle( "ForkChild", false );
    KIV_TRACE( handle, 8, "ForkChild", who, " ", turn );
 }
+void passDetail( char const * who, int turn ) {
+   static Kiv::TraceHandle handle( "ForkChild", false );
+   KIV_TRACE( handle, 9, "ForkChild", who, " in detail ", turn );
+}
 
 // Does what it is told, one letter at a time, and answers each, until there are no more.
 [[noreturn]] void beChild( int orders, int answers, char const * own ) {
@@ -22,6 +26,8 @@ void pass( char const * who, int turn ) {
    while( read( orders, order, 2 ) == 2 ) {
       if( order[ 0 ] == 'o' )
          Kiv::traceRingIs( own, 65536 );
+      else if( order[ 0 ] == 'd' )
+         passDetail( "child", order[ 1 ] );
       else
          pass( "child", order[ 1 ] );
       if( write( answers, order, 1 ) != 1 )
@@ -76,6 +82,8 @@ int main( int count, char ** arguments ) {
          child.fork( count > 2 ? arguments[ 2 ] : "" );
       else if( *letter == 'p' )
          pass( "parent", turn );
+      else if( *letter == 'q' )
+         passDetail( "parent", turn );
       else if( *letter == 'e' )
          child.ends();
       else

@@ -17,7 +17,7 @@ using Texts = std::vector< std::string >;
 struct TraceFork : testing::Test {
    // Plays the letters that ForkChild.cpp explains. Gives what is printed.
    std::string played( std::string const & letters, std::string const & ring = "ring" ) const {
-      return testing_support::Child( "KIV_TRACE_RING_SIZE=64K KIV_TRACE_RING='" +
+      return testing_support::Child( environment + "KIV_TRACE_RING_SIZE=64K KIV_TRACE_RING='" +
                                      ( folder / ring ) + "' '" FORK_CHILD "' " + letters + " '" +
                                      ( folder / "own" ) + "'" )
          .printed();
@@ -36,6 +36,7 @@ struct TraceFork : testing::Test {
       EXPECT_EQ( printed.find( '\n' ), printed.size() - 1 ) << "once: " << printed;
    }
 
+   std::string environment; // what else it says
    testing_support::Folder const folder;
 };
 
@@ -51,6 +52,19 @@ TEST_F( TraceFork, AChildMayOpenARingOfItsOwn ) {
    EXPECT_EQ( played( "pfcocp" ), "" );
    EXPECT_EQ( recorded(), ( Texts{ "parent 1", "parent 6" } ) );
    EXPECT_EQ( recorded( "own" ), ( Texts{ "child 5" } ) );
+}
+
+TEST_F( TraceFork, AChildsOwnRingHasLevelsOfItsOwn ) {
+   environment = "KIV_TRACE_RING_LEVELS=0-8 ";
+   EXPECT_EQ( played( "pqfcdocdq" ), "" );
+   EXPECT_EQ( recorded(), ( Texts{ "parent 1" } ) );
+   EXPECT_EQ( recorded( "own" ), ( Texts{ "child 7", "child in detail 8" } ) );
+}
+
+TEST_F( TraceFork, TheRingOfTheEnvironmentHasItsLevelsInTheChildThatOpensIt ) {
+   environment = "KIV_TRACE_RING_LEVELS=0-8 ";
+   EXPECT_EQ( played( "qfdcd" ), "" );
+   EXPECT_EQ( recorded(), ( Texts{ "child 4" } ) );
 }
 
 TEST_F( TraceFork, ADaemonForksBeforeItsFirstTraceAndRecords ) {

@@ -3,13 +3,18 @@
 #include "../support/Child.h"
 #include "../support/Folder.h"
 #include "../support/Loop.h"
+#include "../support/Sink.h"
 
+#include <Flitlog/Reader.h>
 #include <Kiv/Kiv.h>
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -34,11 +39,35 @@ std::string refusal( std::string const & size ) {
    return "accepted";
 }
 
+using Texts = std::vector< std::string >;
+
+Texts recorded( std::string const & path ) {
+   auto const reader = Flitlog::Reader::ReaderIs( path );
+   Texts texts;
+   for( Flitlog::Record record; reader->next( record ); )
+      texts.push_back( record.text );
+   EXPECT_EQ( reader->problems(), Texts() );
+   EXPECT_EQ( reader->lostRecords(), 0U );
+   return texts;
+}
+
+std::string bytesOf( std::string const & path ) {
+   std::ifstream in( path, std::ios::binary );
+   return { std::istreambuf_iterator< char >( in ), {} };
+}
+
 struct TraceRing : testing::Test {
    ~TraceRing() override { Kiv::traceRingIs( "" ); }
+   // One point of each level, which counts when its pieces are evaluated.
+   void traceThree() {
+      KIV_TRACE( handle, 7, "S", "seven ", ++evaluated );
+      KIV_TRACE( handle, 8, "S", "eight ", ++evaluated );
+      KIV_TRACE( handle, 9, "S", "nine ", ++evaluated );
+   }
+   int evaluated = 0;
    Folder const folder;
    testing_support::Loop loop;
-   Kiv::TraceHandle const handle = Kiv::TraceHandle( "Ringed", false );
+   Kiv::TraceHandle handle = Kiv::TraceHandle( "Ringed", false );
 };
 
 } // namespace
@@ -79,6 +108,152 @@ TEST_F( TraceRing, ThatCannotBeMadeLeavesTheOneThereIs ) {
    Flitlog::TraceFile * const before = Flitlog::theTraceFile;
    EXPECT_THROW( Kiv::traceRingIs( folder / "no/such/folder/ring" ), Flitlog::FileError );
    EXPECT_EQ( Flitlog::theTraceFile, before );
+}
+
+TEST_F( TraceRing, TakesTheLevelsThatItWasOpenedForAlone ) {
+   Kiv::traceRingIs( folder / "ring", 65536, Kiv::traceLevels( "0-8" ) );
+   EXPECT_TRUE( Kiv::tracesTo( handle, 8 ) );
+   EXPECT_FALSE( Kiv::tracesTo( handle, 9 ) );
+   traceThree();
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( recorded( folder / "ring" ), ( Texts{ "seven 1", "eight 2" } ) );
+   EXPECT_EQ( evaluated, 2 ) << "nothing of what nobody takes";
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( folder / "ring" )->levels(), 0x1ffU );
+   EXPECT_EQ( bytesOf( folder / "ring" ).find( "nine " ), std::string::npos )
+      << "nor is it described";
+}
+
+TEST_F( TraceRing, TakesAllLevelsWhenNoneAreNamed ) {
+   Kiv::traceRingIs( folder / "ring", 65536 );
+   EXPECT_TRUE( Kiv::tracesTo( handle, 9 ) );
+   traceThree();
+   KIV_TRACE( handle, 12, "S", "beyond" );
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( recorded( folder / "ring" ), ( Texts{ "seven 1", "eight 2", "nine 3", "beyond" } ) );
+}
+
+TEST_F( TraceRing, LeavesWhatHasNoLevelOfItsOwnIn ) {
+   Kiv::traceRingIs( folder / "ring", 65536, Kiv::traceLevels( "7" ) );
+   EXPECT_TRUE( Kiv::tracesTo( handle, 10 ) );
+   KIV_TRACE( handle, 40, "S", "beyond" );
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( recorded( folder / "ring" ), Texts{ "beyond" } );
+}
+
+TEST_F( TraceRing, LeavesToTheTextWhatItDoesNotTake ) {
+   testing_support::TraceLines text;
+   handle.masterIs( true );
+   handle.levelIs( 9, true );
+   Kiv::traceRingIs( folder / "ring", 65536, Kiv::traceLevels( "7" ) );
+   EXPECT_TRUE( Kiv::tracesTo( handle, 9 ) );
+   EXPECT_FALSE( Kiv::tracesTo( handle, 8 ) );
+   traceThree();
+   std::ostringstream coverage;
+   Kiv::coverageStream_ = &coverage;
+   EXPECT_TRUE( Kiv::tracesTo( handle, 8 ) );
+   traceThree();
+   Kiv::coverageStream_ = nullptr;
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( coverage.str(), "seven 3\neight 4\nnine 5\n" );
+   EXPECT_EQ( text.taken(), ( Texts{ "nine 2", "nine 5" } ) );
+   EXPECT_EQ( recorded( folder / "ring" ), ( Texts{ "seven 1", "seven 3" } ) );
+   EXPECT_EQ( bytesOf( folder / "ring" ).find( "nine " ), std::string::npos )
+      << "it is not described";
+}
+
+TEST_F( TraceRing, OfOtherLevelsTakesThemFromTheSamePoints ) {
+   for( auto const * levels : { "0-8", "9", "0-9", "7,9", "0-8" } ) {
+      evaluated = 0;
+      Kiv::traceRingIs( folder / levels, 65536, Kiv::traceLevels( levels ) );
+      traceThree();
+   }
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( recorded( folder / "0-8.old" ), ( Texts{ "seven 1", "eight 2" } ) );
+   EXPECT_EQ( recorded( folder / "9" ), ( Texts{ "nine 1" } ) );
+   EXPECT_EQ( recorded( folder / "0-9" ), ( Texts{ "seven 1", "eight 2", "nine 3" } ) );
+   EXPECT_EQ( recorded( folder / "7,9" ), ( Texts{ "seven 1", "nine 2" } ) );
+   EXPECT_EQ( recorded( folder / "0-8" ), ( Texts{ "seven 1", "eight 2" } ) );
+}
+
+TEST_F( TraceRing, OfNoLevelIsRefusedAndLeavesTheOneThereIs ) {
+   Kiv::traceRingIs( folder / "ring", 65536, Kiv::traceLevels( "8" ) );
+   for( unsigned const none : { 0U, 0x400U } )
+      EXPECT_THROW( Kiv::traceRingIs( folder / "other", 65536, none ), Flitlog::FileError );
+   traceThree();
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( folder.files(), Texts{ "ring" } );
+   EXPECT_EQ( recorded( folder / "ring" ), Texts{ "eight 1" } );
+}
+
+TEST_F( TraceRing, AsksNoObjectForItsNameOnBehalfOfWhatItDoesNotTake ) {
+   struct Asked : Kiv::Entity {
+      explicit Asked( Kiv::Name const & name ) : Entity( name ) {}
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
+      Kiv::String8 fullName() const override {
+         ++times;
+         return Entity::fullName();
+      }
+      int mutable times = 0;
+   };
+   testing_support::TraceLines const text;
+   handle.masterIs( true );
+   handle.levelIs( 9, true );
+   Kiv::traceRingIs( folder / "ring", 65536, Kiv::traceLevels( "0-8" ) );
+   Kiv::Ptr< Asked > const object = new Asked( "asked" );
+   KIV_TRACE( handle, 9, "S", "this is ", object );
+   EXPECT_EQ( object->times, 1 ) << "for the text";
+}
+
+// An object that is asked for its name may have another file written to from then on.
+TEST_F( TraceRing, ThatIsOpenedWhileARecordIsMadeDoesNotGetItsLevelEither ) {
+   struct Moving : Kiv::Entity {
+      explicit Moving( Kiv::Name const & name ) : Entity( name ) {}
+      Kiv::KivType const & fwkType() const override { return _fwkType(); }
+      Kiv::String8 fullName() const override {
+         Kiv::traceRingIs( to.c_str(), 65536, Kiv::traceLevels( "0-8" ) );
+         return Entity::fullName();
+      }
+      std::string to;
+   };
+   Kiv::traceRingIs( folder / "before", 65536 );
+   Kiv::Ptr< Moving > const object = new Moving( "moving" );
+   object->to = folder / "after";
+   KIV_TRACE( handle, 9, "S", "this is ", object );
+   Kiv::traceRingIs( "" );
+   EXPECT_EQ( recorded( folder / "before" ), Texts() );
+   EXPECT_EQ( recorded( folder / "after" ), Texts() );
+}
+
+TEST( TraceRingOfTheEnvironment, TakesTheLevelsThatTheEnvironmentNames ) {
+   Folder const folder;
+   std::string const ring = "KIV_TRACE_RING='" + ( folder / "ring" ) + "' KIV_TRACE_RING_SIZE=64K ";
+   EXPECT_EQ( child( ring + "KIV_TRACE_RING_LEVELS=7-8,0" ), "0 0000000000\n" );
+   EXPECT_EQ( recorded( folder / "ring" ), ( Texts{ "passed 0", "passed 7", "passed 8" } ) );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( folder / "ring" )->levels(), 0x181U );
+   EXPECT_EQ( child( ring + "KIV_TRACE_RING_LEVELS=" ), "0 0000000000\n" );
+   EXPECT_EQ( recorded( folder / "ring" ).size(), 10U ) << "not said";
+}
+
+TEST( TraceRingOfTheEnvironment, IsNotOpenedByATraceThatItLeavesOut ) {
+   Folder const folder;
+   std::string const ring =
+      "KIV_TRACE_RING_LEVELS=0-8 KIV_TRACE_RING='" + ( folder / "ring" ) + "'";
+   EXPECT_EQ( child( ring, "Ringed Ringed:9 '' 9" ), "1 0000000001\nRinged/9 passed 9\n" );
+   EXPECT_EQ( folder.files(), Texts() );
+   EXPECT_EQ( child( ring, "Ringed Ringed:9 '' 8-9" ), "1 0000000001\nRinged/9 passed 9\n" );
+   EXPECT_EQ( recorded( folder / "ring" ), Texts{ "passed 8" } );
+}
+
+TEST( TraceRingOfTheEnvironment, TakesAllLevelsWhenThoseItNamesAreWrong ) {
+   Folder const folder;
+   std::string const ring =
+      "KIV_TRACE_RING_LEVELS=0-10 KIV_TRACE_RING='" + ( folder / "ring" ) + "'";
+   EXPECT_EQ( child( ring, "" ), "failed: " ) << "who does not trace is not told";
+   EXPECT_EQ( child( ring ), "kiv: KIV_TRACE_RING_LEVELS ignored: levels \"0-10\", character 4: "
+                             "expected \",\" or the end\n0 0000000000\n" );
+   EXPECT_EQ( recorded( folder / "ring" ).size(), 10U );
+   EXPECT_EQ( Flitlog::Reader::ReaderIs( folder / "ring" )->levels(), Flitlog::allLevels );
+   EXPECT_EQ( child( "KIV_TRACE_RING_LEVELS=0-10" ), "0 0000000000\n" ) << "of no ring";
 }
 
 TEST( TraceRingOfTheEnvironment, IsOpenedByTheFirstTrace ) {

@@ -6,6 +6,7 @@
 
 #include <Flitlog/Reader.h>
 #include <Kiv/Kiv.h>
+#include <Ordovan/detail/Trace.h>
 
 #include <gtest/gtest.h>
 
@@ -68,17 +69,7 @@ void passPoints( Kiv::TraceHandle const & handle, std::integer_sequence< int, nu
    ( [ & ] { KIV_TRACE( handle, 8, "S", "one of very many trace points ", numbers ); }(), ... );
 }
 
-struct Sinks : testing::Test, protected testing_support::World {
-   ~Sinks() override {
-      Kiv::traceRingIs( "" );
-      Kiv::tracesIs( "Ordovan:" );
-   }
-   Lines texts() const {
-      Lines lines;
-      for( Kiv::TraceLine const & line : text.lines )
-         lines.push_back( Kiv::traceText( line ) );
-      return lines;
-   }
+struct Started : testing_support::World {
    // A start-up with everything in it: dependencies, a critical stage that is suspended and goes
    // on, one that times out, an agent that leaves.
    void startUp() {
@@ -100,6 +91,19 @@ struct Sinks : testing::Test, protected testing_support::World {
          EXPECT_TRUE( status->complete() );
       }
       testing::internal::GetCapturedStdout();
+   }
+};
+
+struct Sinks : testing::Test, protected Started {
+   ~Sinks() override {
+      Kiv::traceRingIs( "" );
+      Kiv::tracesIs( "Ordovan:" );
+   }
+   Lines texts() const {
+      Lines lines;
+      for( Kiv::TraceLine const & line : text.lines )
+         lines.push_back( Kiv::traceText( line ) );
+      return lines;
    }
 
    testing_support::Folder const folder;
@@ -128,6 +132,25 @@ TEST_F( Sinks, TheRingTakesWhatTheSwitchesKeepFromTheText ) {
          started.push_back( line );
    EXPECT_EQ( started, texts() );
    EXPECT_EQ( started.size(), 2U );
+}
+
+// What runs in full only to be traced decides nothing.
+TEST_F( Sinks, ARingWithoutLevel9HasTheOtherLinesOfAWholeStartUp ) {
+   Kiv::traceRingIs( folder / "all" );
+   Started().startUp();
+   EXPECT_TRUE( Stage::detail::tracesLoops() );
+   Kiv::traceRingIs( folder / "most", Flitlog::defaultRingBytes, Kiv::traceLevels( "0-8" ) );
+   EXPECT_FALSE( Stage::detail::tracesLoops() ) << "they need not run";
+   Kiv::activityManager()->clockIs( clock );
+   startUp();
+   Kiv::traceRingIs( "" );
+   Lines others;
+   for( std::string const & line : linesOf( folder / "all" ) )
+      if( line.find( " Ordovan/9 " ) == line.npos )
+         others.push_back( line );
+   ASSERT_GT( others.size(), 50U );
+   ASSERT_LT( others.size(), linesOf( folder / "all" ).size() );
+   EXPECT_EQ( linesOf( folder / "most" ), others );
 }
 
 TEST_F( Sinks, ShowTheSameOfEveryKindOfPiece ) {
