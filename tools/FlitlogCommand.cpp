@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <tools/FlitlogCommand.h>
 
+#include <bit>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
@@ -21,6 +22,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <Flitlog/Reader.h>
+#include <Flitlog/Ring.h>
 #include <Kiv/Printable.h>
 #include <fmt/format.h>
 #include <tools/CommandLine.h>
@@ -99,6 +101,7 @@ class Printing {
    bool print( Flitlog::Record const & record );
    bool pass();
    void follow();
+   bool head();
    void complain( std::string const & sentence ) const;
    void complainOfNew();
    void tellMore( std::uint64_t & told, std::uint64_t now, char const * what ) const;
@@ -133,6 +136,18 @@ void Printing::tellMore( std::uint64_t & told, std::uint64_t now, char const * w
       complain( fmt::format( "{} {}", now - std::exchange( told, now ), what ) );
 }
 
+// What holds for all records. False when there is no use in going on.
+bool Printing::head() {
+   unsigned const levels = reader_->levels();
+   if( levels == Flitlog::allLevels )
+      return true;
+   if( options_.json )
+      return output_.line( jsonOfLevels( levels ) );
+   complain( fmt::format( "the ring was opened for level{} {} alone",
+                          std::has_single_bit( levels ) ? "" : "s", levelsText( levels ) ) );
+   return true;
+}
+
 bool Printing::print( Flitlog::Record const & record ) {
    return output_.line( options_.json ? jsonOf( record ) : lineOf( record ) );
 }
@@ -165,7 +180,7 @@ bool Printing::readAll() const {
 }
 
 int Printing::run() {
-   bool useful = pass();
+   bool useful = head() && pass();
    complainOfNew();
    while( options_.follow && useful && !interrupted ) {
       bool const written = reader_->hasWriter();

@@ -21,6 +21,33 @@ bool RecordFilter::wants( Flitlog::Record const & record, std::string_view line 
    return line.find( grep ) != line.npos;
 }
 
+std::string levelsText( unsigned levels ) {
+   std::string text;
+   for( unsigned first = 0; levels >> first != 0; ++first ) {
+      if( ( levels >> first & 1U ) == 0 )
+         continue;
+      unsigned last = first;
+      while( ( levels >> ( last + 1 ) & 1U ) != 0 )
+         ++last;
+      text += ( text.empty() ? "" : "," ) + std::to_string( first );
+      if( last != first )
+         text += "-" + std::to_string( last );
+      first = last;
+   }
+   return text;
+}
+
+std::string jsonOfLevels( unsigned levels ) {
+   Simulation::Json json;
+   json.object( Simulation::Json::Layout::dense ).key( "levels" );
+   json.array( Simulation::Json::Layout::dense );
+   for( unsigned level = 0; level <= 9; ++level )
+      if( ( levels >> level & 1U ) != 0 )
+         json.value( level );
+   json.end().end();
+   return json.text();
+}
+
 std::string lineOf( Flitlog::Record const & record ) {
    return Kiv::traceText( { record.time, record.handle, record.level, record.source.c_str(),
                             record.line, record.function.c_str(), record.text } );

@@ -23,6 +23,11 @@ struct RecordFilter {
    bool wants( Flitlog::Record const & record, std::string_view line ) const;
 };
 
+// Levels, as bits, in the grammar that names them: "0-8", "7,9".
+std::string levelsText( unsigned levels );
+// The levels that a ring was opened for, as an object of JSON; without line end.
+std::string jsonOfLevels( unsigned levels );
+
 // The record as the text trace has it, and as an object of JSON; without line ends.
 std::string lineOf( Flitlog::Record const & record );
 std::string jsonOf( Flitlog::Record const & record );

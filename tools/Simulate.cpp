@@ -41,6 +41,7 @@ struct Options {
    double until = Simulation::infinity;
    std::optional< std::string > ring;
    std::uint64_t ringBytes = Flitlog::defaultRingBytes;
+   unsigned ringLevels = Flitlog::allLevels;
    bool all = false;
    bool quiet = false;
    bool noColor = false;
@@ -101,12 +102,12 @@ std::uint64_t ringBytes( std::string const & text ) {
    }
 }
 
-// Records all traces into a file while it lives.
+// Records traces into a file while it lives.
 class Ring {
  public:
    explicit Ring( Options const & options ) : on_( options.ring.has_value() ) {
       if( on_ )
-         Kiv::traceRingIs( *options.ring, options.ringBytes );
+         Kiv::traceRingIs( *options.ring, options.ringBytes, options.ringLevels );
    }
    ~Ring() {
       if( on_ )
@@ -201,6 +202,13 @@ void addSimulate( CLI::App & app, Status & status ) {
    addText( *command, "--ring-size", "BYTES",
             "How much of the latest traces the file of --ring holds, 8M if not said otherwise",
             [ options ]( std::string const & text ) { options->ringBytes = ringBytes( text ); } )
+      .needs( ring );
+   addText( *command, "--ring-levels", "LEVELS",
+            "Record into the file of --ring only traces of these levels, such as 0-8; all if not "
+            "said otherwise",
+            [ options ]( std::string const & text ) {
+               options->ringLevels = levelsOf( "--ring-levels", text );
+            } )
       .needs( ring );
    command->add_flag( "--all", options->all,
                       "When the start-up does not complete, say of every unfinished stage why" );

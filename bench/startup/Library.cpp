@@ -81,6 +81,7 @@ class World : public Stage::Status::NotifieeConst {
 Ring::Ring() {
    Flitlog::TraceFileOptions options;
    options.ringBytes = std::uint64_t{ 1 } << 20;
+   options.levels = Flitlog::allLevels & ~( 1U << 9 ); // as in the field
    auto const path = std::filesystem::temp_directory_path() /
                      ( "ordovan-bench-" + std::to_string( getpid() ) + ".trace" );
    file_ = Flitlog::TraceFile::TraceFileIs( path, options );

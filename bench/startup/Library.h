@@ -38,8 +38,8 @@ class LibraryStartup : public Startup {
    Kiv::Ptr< Stage::Ordovan > manager_;
 };
 
-// A trace file that takes every trace point, as long as the object lives. It has no path any more,
-// and all its pages have been written.
+// A trace file that takes every trace point but those of level 9, as long as the object lives. It
+// has no path any more, and all its pages have been written.
 class Ring {
  public:
    Ring();

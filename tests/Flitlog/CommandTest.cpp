@@ -86,7 +86,12 @@ struct FlitlogCommand : Process::Folder {
       return shell( "'" FLITLOG_COMMAND "' " + arguments );
    }
 
-   void open() { ring = TraceFile::TraceFileIs( path, { 4096, &clock } ); }
+   void open( unsigned levels = Flitlog::allLevels ) {
+      ring.reset();
+      TraceFile::Options options{ 4096, &clock };
+      options.levels = levels;
+      ring = TraceFile::TraceFileIs( path, options );
+   }
    int point( char const * handle, unsigned level ) const {
       MsgDesc desc( ring.get(), "Source", 7 );
       desc.handleIs( handle );
@@ -175,6 +180,40 @@ TEST_F( FlitlogCommand, GivesTheLastOfThoseThatAreWanted ) {
    EXPECT_EQ( printed( "--last 1 --handle Ordovan" ), four );
    EXPECT_EQ( printed( "--last 100" ), printed( "" ) );
    EXPECT_EQ( printed( "--last 0" ), "" );
+}
+
+TEST_F( FlitlogCommand, SaysForWhichLevelsTheRingWasOpened ) {
+   for( auto const & [ levels, said ] :
+        std::vector< std::pair< unsigned, std::string > >{ { 0x1ff, "levels 0-8" },
+                                                           { 0x200, "level 9" },
+                                                           { 0x1, "level 0" },
+                                                           { 0x381, "levels 0,7-9" },
+                                                           { 0x155, "levels 0,2,4,6,8" },
+                                                           { 0x3fe, "levels 1-9" } } ) {
+      open( levels );
+      write( point( "A", 8 ), 1, "one" );
+      auto const run = flitlog( "ring" );
+      EXPECT_EQ( run.status, 0 );
+      EXPECT_EQ( run.out, line( 1, "A/8", "one" ) );
+      EXPECT_EQ( run.err, "ring: the ring was opened for " + said + " alone\n" );
+   }
+   // Once, though nothing is printed, or over and over.
+   EXPECT_EQ( flitlog( "ring --handle Nobody" ).err,
+              "ring: the ring was opened for levels 1-9 alone\n" );
+   ring.reset();
+   EXPECT_EQ( flitlog( "ring --follow" ).err, "ring: the ring was opened for levels 1-9 alone\n" );
+}
+
+TEST_F( FlitlogCommand, SaysAsJsonForWhichLevelsTheRingWasOpened ) {
+   open( 0x381 );
+   write( point( "A", 8 ), 1, "one" );
+   std::istringstream out( printed( "--json" ) );
+   std::vector< nlohmann::json > all;
+   for( std::string text; std::getline( out, text ); )
+      all.push_back( nlohmann::json::parse( text ) );
+   ASSERT_EQ( all.size(), 2U );
+   EXPECT_EQ( all[ 0 ], ( nlohmann::json{ { "levels", { 0, 7, 8, 9 } } } ) );
+   EXPECT_EQ( all[ 1 ][ "text" ], "says one" );
 }
 
 TEST_F( FlitlogCommand, GivesObjectsOfJson ) {

@@ -62,7 +62,7 @@ TEST_F( CommandLine, AWrongOptionIsToldWithTheNearest ) {
                                        "mean \"--no-color\"?" },
            { "simulate --rin",
              "ordovan simulate: unknown option \"--rin\"; did you mean \"--ring\" "
-             "or \"--ring-size\"?" },
+             "or \"--ring-size\" or \"--ring-levels\"?" },
            { "simulate -z p", "ordovan simulate: unknown option \"-z\"" },
            { "inspect --jsno", "ordovan inspect: unknown option \"--jsno\"; did you mean "
                                "\"--json\"?" } } )

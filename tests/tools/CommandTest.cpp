@@ -456,6 +456,18 @@ TEST_F( Command, RecordsAllTracesIntoARing ) {
    EXPECT_GT( run.err.size(), 1000U );
 }
 
+TEST_F( Command, RecordsOnlyTheLevelsThatItIsTold ) {
+   auto const run =
+      ordovan( "simulate --quiet --trace 0-8 --ring ring --ring-levels 0-8 good.yaml" );
+   EXPECT_EQ( run.status, 0 );
+   auto const read = shell( "\"${ordovan%/*}/flitlog\" ring" );
+   EXPECT_EQ( read.out, run.err );
+   EXPECT_GT( read.out.size(), 1000U );
+   EXPECT_EQ( read.err, "ring: the ring was opened for levels 0-8 alone\n" );
+   ordovan( "simulate --quiet --ring every good.yaml" );
+   EXPECT_NE( shell( "\"${ordovan%/*}/flitlog\" every --level 9" ).out, "" ) << "9 is traced";
+}
+
 TEST_F( Command, TheRingIsNotOverwrittenByTheRecord ) {
    auto const run = ordovan( "simulate good.yaml --ring both --record ./both" );
    EXPECT_EQ( run.status, 2 );
@@ -485,6 +497,11 @@ TEST_F( Command, RefusesARingThatCannotBeMade ) {
            { "--ring ring --ring-size 3", "ring" },
            { "--ring ring --ring-size 8X",
              "size \"8X\": expected a number of bytes above 0, which may end in K, M or G" },
+           { "--ring ring --ring-levels 0-10",
+             "--ring-levels: levels \"0-10\", character 4: expected \",\" or the end" },
+           { "--ring ring --ring-levels ''",
+             "--ring-levels: levels \"\", character 1: expected a level, 0 to 9" },
+           { "--ring-levels 0-8", "--ring-levels requires --ring" },
            { "--ring-size 8M", "--ring-size requires --ring" } } ) {
       auto const run = ordovan( "simulate good.yaml " + arguments );
       EXPECT_EQ( run.status, 2 ) << arguments;
