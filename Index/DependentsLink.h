@@ -3,7 +3,6 @@
 #pragma once
 
 #include <Kiv/Ptr.h>
-#include <Ordovan/Export.h>
 #include <Stage/Index.h>
 #include <Stage/StageStatus.h>
 
@@ -13,7 +12,8 @@ namespace Stage {
 
 class Dependents;
 
-class ORDOVAN_EXPORT DependentsLink final : public StageIndex {
+// No part of the interface: it stands in a reactor, and is used by the library alone.
+class DependentsLink final : public StageIndex {
  public:
    ~DependentsLink() override { stageIs( nullptr, nullptr ); }
    // From now on these hold the dependencies of this stage, and no more those of the one before.

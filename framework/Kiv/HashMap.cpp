@@ -71,6 +71,17 @@ void move( MapTable & table, std::uint32_t from, std::uint32_t to, std::uint32_t
 
 } // namespace
 
+std::size_t MapTable::farNotLess( std::size_t place, std::uint32_t hash ) {
+   std::uint32_t const * const hashes = this->hash();
+   std::size_t step = nearby;
+   while( place + step < slots && hashes[ place + step ] < hash ) {
+      place += step + 1;
+      step *= 2;
+   }
+   auto const * const end = hashes + std::min< std::size_t >( place + step, slots );
+   return static_cast< std::size_t >( std::lower_bound( hashes + place, end, hash ) - hashes );
+}
+
 MapBase::~MapBase() {
    while( MapPlace * const place = places_ ) {
       place->leave();
@@ -84,12 +95,8 @@ MapBase::~MapBase() {
 std::byte * MapBase::findFar( Text const & key, std::size_t stride ) const {
    std::uint32_t const hash = key.filedHash();
    std::size_t const bucket = table_->bucketOf( hash );
-   if( table_->log2 < MapTable::far ) {
-      std::size_t place = bucket;
-      while( table_->hash()[ place ] < hash )
-         ++place;
-      return findEqual( key, place, hash, stride );
-   }
+   if( table_->log2 < MapTable::far )
+      return findEqual( key, table_->notLess( bucket, hash ), hash, stride );
    constexpr std::size_t ahead = 8; // few members stand further behind their bucket
    __builtin_prefetch( table_->slot( bucket, stride ) );
    std::uint32_t const * const hashes = table_->hash() + bucket;
@@ -97,8 +104,7 @@ std::byte * MapBase::findFar( Text const & key, std::size_t stride ) const {
    for( std::size_t i = 0; i != ahead; ++i )
       before += hashes[ i ] < hash;
    if( before == ahead )
-      while( hashes[ before ] < hash )
-         ++before;
+      before = table_->notLess( bucket + ahead, hash ) - bucket;
    if( hashes[ before ] != hash )
       return nullptr;
    std::byte * const slot = table_->slot( bucket + before, stride );
@@ -128,9 +134,7 @@ void MapBase::bookmark() const noexcept {
 std::uint32_t MapBase::notBefore( Text const & key, std::size_t stride ) const {
    std::uint32_t const filed = key.filedHash();
    std::uint32_t const * const hashes = table_->hash();
-   std::uint32_t place = table_->bucketOf( filed );
-   while( hashes[ place ] < filed )
-      ++place;
+   auto place = static_cast< std::uint32_t >( table_->notLess( table_->bucketOf( filed ), filed ) );
    while( hashes[ place ] == filed && before( table_->key( place, stride ), key ) )
       ++place;
    return place;

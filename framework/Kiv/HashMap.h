@@ -72,6 +72,23 @@ struct MapTable {
       return place;
    }
 
+   // The first place, from `place` on, whose hash is not less. REQUIRES: `place` is the bucket of
+   // `hash`, or behind it with only lesser ones in between. A free slot counts as the greatest, and
+   // behind one that is behind the bucket no hash is less: so the places are ascending in this.
+   std::size_t notLess( std::size_t place, std::uint32_t hash ) {
+      std::uint32_t const * const hashes = this->hash();
+      for( std::size_t end = place + nearby; hashes[ place ] < hash; )
+         if( ++place == end )
+            return farNotLess( place, hash );
+      return place;
+   }
+   // The same for one that is far from its bucket.
+   KIV_EXPORT std::size_t farNotLess( std::size_t place, std::uint32_t hash );
+
+   // Few members stand further behind their bucket. But keys that come in the order of a walk over
+   // another map lie in the first buckets all, while a map grows: one long run.
+   static constexpr std::size_t nearby = 16;
+
    std::uint32_t size;
    std::uint32_t slots;
    std::uint32_t log2; // of the number of buckets
@@ -103,9 +120,7 @@ class KIV_EXPORT MapBase {
          return findFar( key, stride );
       std::uint32_t const hash = key.knownHash();
       std::uint32_t const * const hashes = table_->hash();
-      std::size_t place = table_->bucketOf( hash );
-      while( hashes[ place ] < hash )
-         ++place;
+      std::size_t const place = table_->notLess( table_->bucketOf( hash ), hash );
       if( hashes[ place ] != hash )
          return nullptr;
       if( table_->key( place, stride ).identity() == key.identity() )

@@ -156,6 +156,28 @@ TEST( HashMap, KeepsMembersInOrderOfHashWhateverTheOrderOfInsertion ) {
    }
 }
 
+// They have the first buckets in common until the last of them is there.
+TEST( HashMap, FindsMembersThatCameInTheOrderOfAWalk ) {
+   Kiv::HashMap< int, Kiv::Name > walked, map;
+   for( int i = 0; i != 3000; ++i )
+      walked.memberIs( "member " + std::to_string( i ), i + 1 );
+   int present = 0;
+   for( auto i = walked.iterator(); i; ++i ) {
+      map.memberIs( i.key(), i.value() );
+      if( ++present % 97 != 0 )
+         continue;
+      int found = 0;
+      for( auto j = walked.iterator(); j; ++j )
+         found += map.member( j.key() ) == j.value();
+      ASSERT_EQ( found, present );
+      ASSERT_FALSE( map.has( "member " + std::to_string( 3000 + present ) ) );
+   }
+   auto i = walked.iterator();
+   for( auto j = map.iterator(); j; ++j, ++i )
+      ASSERT_EQ( i.key(), j.key() );
+   EXPECT_FALSE( i );
+}
+
 TEST( HashMap, KeepsTheSameOrderWhateverWasThereBefore ) {
    Map map;
    fill( map, 1000 );
