@@ -387,7 +387,6 @@ void threadCheck() {
    std::string const what = "a value is set on the activity's thread";
    auto const body = []( auto set ) {
       return [ set ]( benchmark::State & state ) {
-         Kiv::detail::ownThread();
          auto const event = Stage::EventConfig::EventConfigIs( "Stage", "Agent" );
          Number number;
          measure( state, changes, [ & ] {

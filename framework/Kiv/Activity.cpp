@@ -10,6 +10,7 @@
 #include <array>
 #include <cassert>
 #include <cstddef>
+#include <limits>
 #include <list>
 #include <map>
 #include <mutex>
@@ -30,8 +31,7 @@ struct Embedding {
    static void timersChanged( ActivityManager & manager ) noexcept;
 };
 
-// The manager, once its loop lives in another one, which has to hear of work.
-static ActivityManager * embedded = nullptr;
+constinit ActivityManager * embedded = nullptr;
 // This process was forked from the one that made the manager. It shares the descriptors of the
 // loop's wake-up with its parent, and must not touch them.
 static bool forked = false;
@@ -135,19 +135,19 @@ void detail::refuseNesting() {
    refuse( "the activity's loop does not nest: called inside a callback" );
 }
 
-void ActivityManager::checkNotNested() const {
+inline void ActivityManager::checkNotNested() const {
    detail::checkOwner( nullptr, "" );
    if( detail::queue().running() || inTurn_ )
       detail::refuseNesting();
 }
 
-void ActivityManager::checkProcess() const {
+inline void ActivityManager::checkProcess() const {
    if( detail::forked )
       refuse( "the activity belongs to the process that made it; a forked child cannot run its "
               "loop" );
 }
 
-void ActivityManager::checkMayRun() const {
+inline void ActivityManager::checkMayRun() const {
    checkNotNested();
    checkProcess();
 }
@@ -177,16 +177,11 @@ auto ActivityManager::byHand( Call call ) {
 }
 
 bool ActivityManager::runOne() {
-   return byHand( [] { return detail::queue().runOne(); } );
+   return byHand( [] { return detail::queue().run( 1 ) != 0; } );
 }
 
 std::size_t ActivityManager::runQueued() {
-   return byHand( [] {
-      std::size_t count = 0;
-      while( detail::queue().runOne() )
-         ++count;
-      return count;
-   } );
+   return byHand( [] { return detail::queue().run( std::numeric_limits< std::size_t >::max() ); } );
 }
 
 bool ActivityManager::fireOne() {
@@ -208,26 +203,24 @@ bool ActivityManager::idle() const {
 
 // ------------------------------------------------------------------------------------ the loop
 
-// One callback, timer, or thing from outside; false when nothing is left.
-bool ActivityManager::step() {
+// Callbacks, as many as follow each other, up to `limit`; or one timer, or thing from outside. How
+// many; 0 when nothing is left. No further callback once it is `stopped`.
+std::size_t ActivityManager::step( std::size_t limit, bool const & stopped ) {
    detail::Turn & turn = world_->turn;
    if( turn.over() ) [[unlikely]] {
       if( stepOfOthers() )
-         return true;
+         return 1;
       turn.goesOn();
    }
-   detail::Queue & queue = detail::queue();
-   if( detail::QueueItem const * const item = queue.next() ) {
-      turn.delivers( *item->reactor, item->attribute->id, item->asked );
-      return queue.runOne();
-   }
+   if( std::size_t const count = detail::queue().run( limit, turn, stopped ) )
+      return count;
    if( auto const * const timer = clock_->nextDue() ) {
       turn.delivers( *timer, timeAttribute, timer->armed_ );
       if( clock_->fireOne() )
-         return true;
+         return 1;
    }
    turn.ends();
-   return runWorld();
+   return runWorld() ? 1 : 0;
 }
 
 // The turn has no end, or none is in sight: a timer that waits for it, or a thing from outside.
@@ -259,7 +252,7 @@ void ActivityManager::run() {
       stopped_ = false;
       gather( false ); // what an earlier look has left may be out of date
       while( !stopped_ )
-         if( !step() )
+         if( !step( std::numeric_limits< std::size_t >::max(), stopped_ ) )
             sleepUntilDue();
    }
    if( embedded_ )
@@ -270,9 +263,14 @@ std::size_t ActivityManager::runDue( std::size_t limit ) {
    checkMayRun();
    return byHand( [ & ] {
       gather( false );
+      static constexpr bool stopped = false; // what stop() ends is run()
       std::size_t count = 0;
-      while( count < limit && step() )
-         ++count;
+      while( count < limit ) {
+         std::size_t const ran = step( limit - count, stopped );
+         if( ran == 0 )
+            break;
+         count += ran;
+      }
       return count;
    } );
 }
@@ -477,15 +475,8 @@ void Embedding::timersChanged( ActivityManager & manager ) noexcept {
    }
 }
 
-void workArrived() noexcept {
-   if( embedded ) [[unlikely]]
-      Embedding::workArrived( *embedded );
-}
-
-void workGone() noexcept {
-   if( embedded ) [[unlikely]]
-      Embedding::workGone( *embedded );
-}
+void tellWorkArrived() noexcept { Embedding::workArrived( *embedded ); }
+void tellWorkGone() noexcept { Embedding::workGone( *embedded ); }
 
 void timersChanged() noexcept {
    if( embedded ) [[unlikely]]

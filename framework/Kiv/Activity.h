@@ -176,7 +176,7 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    template< class Call >
    auto byHand( Call call );
    bool dueNow() const;
-   bool step();
+   std::size_t step( std::size_t limit, bool const & stopped );
    bool stepOfOthers();
    bool runWorld();
    bool runOfRound();

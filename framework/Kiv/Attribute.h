@@ -10,6 +10,7 @@
 #include <Kiv/HashMap.h>
 #include <Kiv/Notifiee.h>
 #include <Kiv/Type.h>
+#include <Kiv/detail/Thread.h>
 
 #include <concepts>
 #include <utility>
@@ -48,16 +49,33 @@ void deliverMember( PtrInterface::NotifieeConst & r, Text const & key ) {
 // The constructor makes room for all that will be queued; it throws std::bad_alloc, and ends the
 // process on another thread than the activity's. Then queue() tells every reactor that is
 // registered and needs no memory. Nothing else may be queued in between. Not queueing is no
-// mistake: the room is used by the next change. Cost: constant, and for each registered reactor.
+// mistake: the room is used by the next change. Cost: constant, and for each registered reactor;
+// without one no call.
 class KIV_EXPORT Change {
  public:
    // `keys`: how many members will be told of; 0 for an attribute without keys. Both arguments
    // outlive the change.
-   Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys );
-   void queue() noexcept;
-   void queue( Text const & key ) noexcept;
+   Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
+      : notifier_( notifier ), attribute_( attribute ) {
+      detail::checkOwner( &notifier, attribute.name );
+      if( notifier.hasNotifiees() )
+         makeRoom( notifier, keys );
+   }
+   void queue() noexcept {
+      if( notifier_.hasNotifiees() )
+         queue( notifier_, attribute_ );
+   }
+   void queue( Text const & key ) noexcept {
+      if( notifier_.hasNotifiees() )
+         queue( notifier_, attribute_, key );
+   }
 
  private:
+   static void makeRoom( PtrInterface const & notifier, std::size_t keys );
+   static void queue( PtrInterface const & notifier, Attribute const & attribute ) noexcept;
+   static void queue( PtrInterface const & notifier, Attribute const & attribute,
+                      Text const & key ) noexcept;
+
    PtrInterface const & notifier_;
    Attribute const & attribute_;
 };
@@ -70,7 +88,9 @@ KIV_EXPORT std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys
 
 // For setters that queue nothing. Ends the process, with a message that says what was touched, when
 // it is called on another thread than the activity's. Cost: one comparison.
-KIV_EXPORT void checkThread( PtrInterface const & object, char const * attribute );
+inline void checkThread( PtrInterface const & object, char const * attribute ) {
+   detail::checkOwner( &object, attribute );
+}
 
 // The callback of an attribute without keys, as a row needs it: changes< &NotifieeConst::onX >().
 template< auto callback >

@@ -5,13 +5,7 @@ namespace Kiv {
 
 namespace {
 
-MemoryHooks hooks_;
-
-void * allocate( std::size_t size ) noexcept {
-   if( hooks_.allocate )
-      return hooks_.allocate( size );
-   return ::operator new( size, std::nothrow );
-}
+constinit MemoryHooks hooks_;
 
 } // namespace
 
@@ -22,22 +16,22 @@ MemoryHooks memoryHooksIs( MemoryHooks hooks ) {
 }
 
 void * KivMemPool::operator new( std::size_t size ) {
-   if( void * memory = allocate( size ) )
+   if( !hooks_.allocate ) [[likely]]
+      return ::operator new( size );
+   if( void * memory = hooks_.allocate( size ) )
       return memory;
    throw std::bad_alloc();
 }
 
 void * KivMemPool::operator new( std::size_t size, std::nothrow_t const & ) noexcept {
-   return allocate( size );
+   return hooks_.allocate ? hooks_.allocate( size ) : ::operator new( size, std::nothrow );
 }
 
 void KivMemPool::operator delete( void * memory, std::size_t size ) noexcept {
-   if( !memory )
-      return;
-   if( hooks_.release )
-      hooks_.release( memory, size );
-   else
+   if( !hooks_.release ) [[likely]]
       ::operator delete( memory );
+   else if( memory )
+      hooks_.release( memory, size );
 }
 
 } // namespace Kiv

@@ -17,12 +17,18 @@ using Reactor = PtrInterface::NotifieeConst;
 
 namespace detail {
 
-Reactor * Ring::first( PtrInterface const & notifier ) { return notifier.notifiees_; }
-Reactor * Ring::next( Reactor const & reactor ) { return reactor.nextNotifiee_; }
+std::size_t Ring::walked( PtrInterface const & notifier ) {
+   std::size_t count = 1;
+   for( Reactor * r = next( *first( notifier ) ); r != first( notifier ); r = next( *r ) )
+      ++count;
+   return count;
+}
 
 void Ring::enter( PtrInterface const & notifier, Reactor const & reactor ) {
    auto * r = const_cast< Reactor * >( &reactor );
    Reactor *& first = notifier.notifiees_;
+   if( notifier.registered_ != many )
+      ++notifier.registered_;
    if( !first ) {
       first = r->nextNotifiee_ = r->previousNotifiee_ = r;
       return;
@@ -35,8 +41,11 @@ void Ring::enter( PtrInterface const & notifier, Reactor const & reactor ) {
 
 void Ring::leave( PtrInterface const & notifier, Reactor const & reactor ) {
    Reactor *& first = notifier.notifiees_;
+   if( notifier.registered_ != many )
+      --notifier.registered_;
    if( reactor.nextNotifiee_ == &reactor ) {
       first = nullptr;
+      notifier.registered_ = 0;
    } else {
       reactor.nextNotifiee_->previousNotifiee_ = reactor.previousNotifiee_;
       reactor.previousNotifiee_->nextNotifiee_ = reactor.nextNotifiee_;

@@ -122,18 +122,12 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    // What watch() of every type does.
    void watchObject( Ptr< PtrInterface const > const & object );
 
-   // What a class of reactors can watch and be told of; set by its constructor.
-   //
-   // Whether an object is of the type that is watched.
-   bool ( *watches_ )( PtrInterface const & ) = nullptr;
-   // The highest number of an attribute for which there is a callback.
-   AttributeId knows_ = noAttribute;
-
  private:
    friend class PtrInterface;
    friend class detail::Queue;
    friend struct detail::Ring;
 
+   // What a change writes stands together, at the front.
    Ptr< PtrInterface const > notifier_;
    // Ring of the reactors of one object, while registered.
    mutable NotifieeConst * nextNotifiee_ = nullptr;
@@ -142,6 +136,14 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    mutable detail::QueueItem * pending_ = nullptr;
    // A bit for each attribute without keys that is pending.
    mutable std::uint32_t pendingAttributes_ = 0;
+
+ protected:
+   // What a class of reactors can watch and be told of; set by its constructor.
+   //
+   // The highest number of an attribute for which there is a callback.
+   AttributeId knows_ = noAttribute;
+   // Whether an object is of the type that is watched.
+   bool ( *watches_ )( PtrInterface const & ) = nullptr;
 };
 
 // A NotifieeConst lists the names of its callbacks, so that newReactor() can look at how a class R

@@ -4,15 +4,7 @@
 #include <Kiv/Ptr.h>
 #include <Kiv/detail/Queue.h>
 
-#include <cassert>
-
 namespace Kiv {
-
-PtrInterface::PtrInterface() = default;
-
-PtrInterface::~PtrInterface() {
-   assert( !notifiees_ && "reactors hold a reference to what they watch" );
-}
 
 void PtrInterface::hasNotificationActiveIs( bool active ) { flagIs( notificationActive, active ); }
 void PtrInterface::kivAuditErrors( unsigned int ) const {}
@@ -32,15 +24,16 @@ void PtrInterface::kivMarkedForDeletionIs( bool marked ) {
       detail::queue().drop( static_cast< NotifieeConst & >( *this ) );
 }
 
-void PtrInterface::onZeroReferences() const {
-   const_cast< PtrInterface * >( this )->handleZeroRef();
-}
+void PtrInterface::handleZeroRef() { onZeroReferences(); }
 
-void PtrInterface::handleZeroRef() {
+void PtrInterface::onZeroReferences() const {
+   if( detail::queue().keeps( *this ) )
+      return; // until the callback that runs is over
    // Destructors may make and drop references to the object that they destroy: not the last again.
    references_ = 1U << 30;
-   zeroReferencesIs( true );
-   delete this;
+   auto * const self = const_cast< PtrInterface * >( this );
+   self->zeroReferencesIs( true );
+   delete self;
 }
 
 } // namespace Kiv

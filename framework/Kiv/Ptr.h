@@ -5,6 +5,7 @@
 #include <Kiv/Export.h>
 #include <Kiv/Memory.h>
 
+#include <cassert>
 #include <compare>
 #include <concepts>
 #include <cstddef>
@@ -34,8 +35,8 @@ using Kiv_BitSet = std::uint32_t;
 // machines and entities refer to themselves while they work and are always held by one. The count
 // is a plain integer: objects belong to the activity thread (Activity.h).
 //
-// Cost: three words and the table of virtual operations. The order of the virtual operations is
-// part of the interface and is tested on both word sizes.
+// Cost: 16 bytes (12 where pointers have 32 bits) and the table of virtual operations. The order of
+// these is part of the interface and is tested on both word sizes.
 class KIV_EXPORT PtrInterface : public VFPtrInterface {
  public:
    class NotifieeConst;
@@ -56,7 +57,9 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
    virtual void zeroReferencesIs( bool zero );
    // The registered type of the object.
    virtual KivType const & fwkType() const;
-   virtual ~PtrInterface();
+   virtual ~PtrInterface() {
+      assert( !notifiees_ && "reactors hold a reference to what they watch" );
+   }
 
    static KivType const & _fwkType();
 
@@ -71,7 +74,7 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
    // What Ptr calls. References are counted on const objects too.
    void newRef() const { ++references_; }
    void deleteRef() const {
-      if( --references_ == 0 )
+      if( --references_ == 0 ) [[unlikely]]
          onZeroReferences();
    }
    std::uint32_t references() const { return references_; }
@@ -80,7 +83,7 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
    bool hasNotifiees() const { return notifiees_ != nullptr; }
 
  protected:
-   PtrInterface();
+   PtrInterface() = default;
 
    // The last reference has gone: tells zeroReferencesIs( true ), then destroys the object.
    void onZeroReferences() const;
@@ -98,15 +101,19 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
       untilDone = 1U << 8    // see NotifieeConst::deliveredUntilDoneIs()
    };
    bool flag( Flag f ) const { return ( flags_ & f ) != 0; }
-   void flagIs( Flag f, bool on ) const { flags_ = on ? flags_ | f : flags_ & ~Kiv_BitSet{ f }; }
+   void flagIs( Flag f, bool on ) const {
+      flags_ = static_cast< std::uint16_t >( on ? flags_ | f : flags_ & ~Kiv_BitSet{ f } );
+   }
 
  private:
    friend class KeepDuringConstruction;
    friend struct detail::Ring;
 
    mutable std::uint32_t references_ = 0;
-   mutable Kiv_BitSet flags_ = nondestructing;
-   // The reactors registered with this object: first of a ring in order of registration.
+   mutable std::uint16_t flags_ = nondestructing;
+   // The reactors registered with this object: how many, up to what fits, and the first of a ring
+   // in order of registration.
+   mutable std::uint16_t registered_ = 0;
    mutable NotifieeConst * notifiees_ = nullptr;
 };
 

@@ -6,17 +6,28 @@
 
 #include <cassert>
 
+namespace Kiv {
+class ActivityManager;
+} // namespace Kiv
+
 namespace Kiv::detail {
+
+inline void Queue::begin( Reactor & reactor ) noexcept {
+   current_ = &reactor;
+   notifier_ = reactor.notifierPtr().get();
+}
+
+inline void Queue::end() noexcept {
+   if( keeps_ ) [[unlikely]]
+      letGo();
+   current_ = nullptr;
+   notifier_ = nullptr;
+}
 
 template< class Call >
 Outcome Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call ) {
-   assert( !busy_ && "callbacks do not nest" );
-   // A reactor without references is destroyed by whoever made it: it cannot be kept.
-   Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
-   Ptr< PtrInterface const > const notifier = reactor.notifierPtr(); // for a report
-   busy_ = true;
-   current_ = &reactor;
-   notifier_ = notifier.get();
+   assert( !running() && "callbacks do not nest" );
+   begin( reactor );
    Outcome outcome = Outcome::done;
    try {
       call();
@@ -27,24 +38,42 @@ Outcome Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failu
       reportRecovery( notifier_, attribute, failures );
    if( !current_ )
       outcome = Outcome::gone;
-   current_ = nullptr;
-   notifier_ = nullptr;
-   busy_ = false;
+   end();
    return outcome;
 }
 
 // The ring of an object's reactors, in order of registration.
 struct Ring {
-   static PtrInterface::NotifieeConst * first( PtrInterface const & notifier );
-   static PtrInterface::NotifieeConst * next( PtrInterface::NotifieeConst const & reactor );
-   static void enter( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
-   static void leave( PtrInterface const & notifier, PtrInterface::NotifieeConst const & reactor );
+   using Reactor = PtrInterface::NotifieeConst;
+
+   static Reactor * first( PtrInterface const & notifier ) { return notifier.notifiees_; }
+   static Reactor * next( Reactor const & reactor ) { return reactor.nextNotifiee_; }
+   // Cost: constant, while there have not been 65535 at once; else linear.
+   static std::size_t count( PtrInterface const & notifier ) {
+      return notifier.registered_ != many ? notifier.registered_ : walked( notifier );
+   }
+   static void enter( PtrInterface const & notifier, Reactor const & reactor );
+   static void leave( PtrInterface const & notifier, Reactor const & reactor );
+
+ private:
+   // In place of a number that is larger: nobody counts any more until none is left.
+   static constexpr std::uint16_t many = 0xffff;
+   static std::size_t walked( PtrInterface const & notifier );
 };
 
 // An embedded loop has to learn of it when work was queued, when none is left, or when another
 // timer is the next.
-void workArrived() noexcept;
-void workGone() noexcept;
+extern ActivityManager * embedded; // the manager, once its loop lives in another one
+void tellWorkArrived() noexcept;
+void tellWorkGone() noexcept;
+inline void workArrived() noexcept {
+   if( embedded ) [[unlikely]]
+      tellWorkArrived();
+}
+inline void workGone() noexcept {
+   if( embedded ) [[unlikely]]
+      tellWorkGone();
+}
 void timersChanged() noexcept;
 
 // Throws the exception for running the loop, or a part of it, inside a callback.

@@ -5,12 +5,13 @@
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
 #include <Kiv/detail/Guarded.h>
-#include <Kiv/detail/Thread.h>
+#include <Kiv/detail/Turn.h>
 
 #include <algorithm>
 #include <cassert>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 namespace Kiv::detail {
 
@@ -32,41 +33,41 @@ std::uint32_t bitOf( Attribute const & attribute ) {
 
 } // namespace
 
-Queue & queue() {
-   // Needs no heap: its first use may be in the destructor of a reactor whose constructor ran out
-   // of memory.
-   static constinit Queue theQueue;
-   static_assert( std::is_trivially_destructible_v< Queue > );
-   return theQueue;
-}
+constinit Queue theQueue;
+static_assert( std::is_trivially_destructible_v< Queue > );
 
-void Queue::reserve( std::size_t items ) {
-   if( entered_ + items > tableSize_ ) {
-      std::size_t size = tableSize_ ? tableSize_ : 64;
-      while( size < entered_ + items )
-         size *= 2;
-      auto * table =
-         static_cast< QueueItem ** >( KivMemPool::operator new( size * sizeof( QueueItem * ) ) );
-      for( std::size_t i = 0; i != size; ++i )
-         table[ i ] = nullptr;
-      QueueItem ** const old = table_;
-      std::size_t const oldSize = tableSize_;
-      table_ = table;
-      tableSize_ = size;
-      for( std::size_t i = 0; i != oldSize; ++i )
-         while( QueueItem * item = old[ i ] ) {
-            old[ i ] = item->nextInBucket;
-            QueueItem *& bucket = table_[ item->hash & ( tableSize_ - 1 ) ];
-            item->nextInBucket = bucket;
-            bucket = item;
-         }
-      KivMemPool::operator delete( old, oldSize * sizeof( QueueItem * ) );
-   }
-   for( ; free_ < items; ++free_ ) {
-      auto * item = new QueueItem;
+// ------------------------------------------------------------------------------ room and memory
+
+void Queue::reserveItems( std::size_t items ) {
+   for( ; free_ <= items; ++free_ ) {
+      auto * const item = new QueueItem;
       item->next = pool_;
       pool_ = item;
    }
+}
+
+void Queue::reservePlaces( std::size_t items ) {
+   std::size_t size = tableSize_ ? tableSize_ : 64;
+   while( size < entered_ + items )
+      size *= 2;
+   auto * const table =
+      static_cast< QueueItem ** >( KivMemPool::operator new( size * sizeof( QueueItem * ) ) );
+   tableIs( table, size );
+}
+
+// Moves what is entered into another table.
+void Queue::tableIs( QueueItem ** table, std::size_t size ) noexcept {
+   std::fill_n( table, size, nullptr );
+   for( std::size_t i = 0; i != tableSize_; ++i )
+      while( QueueItem * const item = table_[ i ] ) {
+         table_[ i ] = item->nextInBucket;
+         QueueItem *& bucket = table[ item->hash & ( size - 1 ) ];
+         item->nextInBucket = bucket;
+         bucket = item;
+      }
+   KivMemPool::operator delete( table_, tableSize_ * sizeof( QueueItem * ) );
+   table_ = table;
+   tableSize_ = size;
 }
 
 QueueItem * Queue::make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept {
@@ -74,7 +75,6 @@ QueueItem * Queue::make( Reactor & reactor, Attribute const & attribute, Form fo
    QueueItem * item = pool_;
    pool_ = item->next;
    --free_;
-   item->next = nullptr;
    item->reactor = &reactor;
    item->attribute = &attribute;
    item->form = form;
@@ -82,16 +82,22 @@ QueueItem * Queue::make( Reactor & reactor, Attribute const & attribute, Form fo
 }
 
 void Queue::release( QueueItem * item ) noexcept {
-   item->key = Text();
-   item->group = nullptr;
-   item->reactor = nullptr;
    item->failures = 0;
-   if( item == running_.item )
-      return; // until the callback is over
+   if( item->form != Form::whole ) {
+      item->form = Form::whole;
+      item->key = Text();
+      item->group = nullptr;
+   }
+   releaseWhole( item );
+}
+
+inline void Queue::releaseWhole( QueueItem * item ) noexcept {
    item->next = pool_;
    pool_ = item;
    ++free_;
 }
+
+// --------------------------------------------------------------------------------- the two lists
 
 void Queue::link( QueueItem * item ) noexcept {
    bool const wasEmpty = empty();
@@ -100,85 +106,99 @@ void Queue::link( QueueItem * item ) noexcept {
    item->next = nullptr;
    ( list.tail ? list.tail->next : list.head ) = item;
    list.tail = item;
-   item->linked = true;
    if( wasEmpty )
       workArrived();
 }
 
-void Queue::unlink( QueueItem * item ) noexcept {
+inline void Queue::unlink( QueueItem * item ) noexcept {
    List & list = listOf( *item );
    QueueItem *& before = item->form == Form::group ? secondBefore_ : firstBefore_;
-   if( before == item )
-      before = item->previous;
-   ( item->previous ? item->previous->next : list.head ) = item->next;
-   ( item->next ? item->next->previous : list.tail ) = item->previous;
-   item->next = item->previous = nullptr;
-   item->linked = false;
+   QueueItem * const next = item->next;
+   bool const isFirst = list.head == item;
+   if( before == item ) [[unlikely]]
+      before = isFirst ? nullptr : item->previous;
+   ( isFirst ? list.head : item->previous->next ) = next;
+   if( next ) {
+      next->previous = item->previous;
+      return;
+   }
+   list.tail = isFirst ? nullptr : item->previous;
    if( empty() )
       workGone();
+}
+
+// The same for the first of first_.
+inline void Queue::unlinkFirst( QueueItem * item ) noexcept {
+   if( firstBefore_ == item ) [[unlikely]]
+      firstBefore_ = nullptr;
+   first_.head = item->next;
+   if( first_.head ) [[likely]]
+      return;
+   first_.tail = nullptr;
+   if( empty() )
+      workGone();
+}
+
+// An item alone in the ring is linked with itself, like one in no ring.
+inline void Queue::enterRing( QueueItem * item ) noexcept {
+   QueueItem *& ring = item->reactor->pending_;
+   if( !ring ) [[likely]] {
+      ring = item;
+      return;
+   }
+   item->nextOfReactor = ring;
+   item->previousOfReactor = ring->previousOfReactor;
+   ring->previousOfReactor->nextOfReactor = item;
+   ring->previousOfReactor = item;
+}
+
+inline void Queue::leaveRing( QueueItem * item ) noexcept {
+   QueueItem *& ring = item->reactor->pending_;
+   if( item->nextOfReactor == item ) [[likely]] {
+      ring = nullptr;
+      return;
+   }
+   item->nextOfReactor->previousOfReactor = item->previousOfReactor;
+   item->previousOfReactor->nextOfReactor = item->nextOfReactor;
+   if( ring == item )
+      ring = item->nextOfReactor;
+   item->nextOfReactor = item->previousOfReactor = item;
 }
 
 // Puts an item at the end of its reactor's ring, and of the queue when the reactor is active.
 void Queue::pend( QueueItem * item ) noexcept {
    item->asked = ask();
-   QueueItem *& ring = item->reactor->pending_;
-   if( !ring ) {
-      ring = item->nextOfReactor = item->previousOfReactor = item;
-   } else {
-      item->nextOfReactor = ring;
-      item->previousOfReactor = ring->previousOfReactor;
-      ring->previousOfReactor->nextOfReactor = item;
-      ring->previousOfReactor = item;
-   }
+   enterRing( item );
    if( item->reactor->hasNotificationActive() )
       link( item );
 }
 
-void Queue::take( QueueItem * item ) noexcept {
-   if( item->linked )
-      unlink( item );
-   else if( item->rests )
+// Takes what is pending from where it stands. False for a group that stays, because of its keys.
+inline bool Queue::take( QueueItem * item ) noexcept {
+   if( item->rests ) [[unlikely]]
       endRest( item );
-   QueueItem *& ring = item->reactor->pending_;
-   if( item->nextOfReactor == item ) {
-      ring = nullptr;
-   } else {
-      item->nextOfReactor->previousOfReactor = item->previousOfReactor;
-      item->previousOfReactor->nextOfReactor = item->nextOfReactor;
-      if( ring == item )
-         ring = item->nextOfReactor;
-   }
-   item->nextOfReactor = item->previousOfReactor = nullptr;
-   QueueItem * group = item;
-   switch( item->form ) {
-   case Form::whole:
+   else if( item->reactor->hasNotificationActive() )
+      unlink( item );
+   leaveRing( item );
+   if( item->form == Form::whole ) {
       item->reactor->pendingAttributes_ &= ~bitOf( *item->attribute );
-      release( item );
-      return;
-   case Form::member:
-      group = item->group;
-      leave( item );
-      release( item );
-      --group->pendingKeys;
-      break;
-   case Form::group:
-      group->wanted = false;
-      group->failures = 0;
-      break;
+      return true;
    }
-   if( group->pendingKeys == 0 && !group->wanted )
-      leaveGroup( group );
-}
-
-// The group of what is delivered at this moment is kept for it.
-void Queue::leaveGroup( QueueItem * group ) noexcept {
-   bool const kept = group->reactor == running_.reactor && group->attribute == running_.attribute &&
-                     group != running_.item && !running_.group;
-   leave( group );
-   if( kept )
-      running_.group = group;
-   else
-      release( group );
+   if( item->form == Form::member ) {
+      leave( item );
+      QueueItem * const group = item->group;
+      if( --group->pendingKeys == 0 && !group->wanted ) {
+         leave( group );
+         release( group );
+      }
+      return true;
+   }
+   item->wanted = false;
+   item->failures = 0;
+   if( item->pendingKeys != 0 )
+      return false;
+   leave( item );
+   return true;
 }
 
 // A reactor that is marked, or has no callback for the attribute, is told nothing.
@@ -186,17 +206,51 @@ bool Queue::hears( Reactor const & reactor, Attribute const & attribute ) {
    return !reactor.kivMarkedForDeletion() && attribute.id <= reactor.knows_;
 }
 
-void Queue::add( Reactor & reactor, Attribute const & attribute ) noexcept {
-   if( !hears( reactor, attribute ) )
-      return;
+void Queue::add( Reactor & first, Attribute const & attribute ) noexcept {
    std::uint32_t const bit = bitOf( attribute );
-   if( reactor.pendingAttributes_ & bit )
-      return;
-   reactor.pendingAttributes_ |= bit;
-   pend( make( reactor, attribute, Form::whole ) );
+   bool const wasEmpty = empty();
+   QueueItem * item = pool_;
+   QueueItem * last = first_.tail;
+   QueueItem ** end = last ? &last->next : &first_.head;
+   std::uint64_t asked = asked_;
+   std::uint64_t const before = asked;
+   Reactor * r = &first;
+   do {
+      if( hears( *r, attribute ) && !( r->pendingAttributes_ & bit ) ) {
+         assert( item && "room was made" );
+         QueueItem * const rest = item->next;
+         r->pendingAttributes_ |= bit;
+         item->reactor = r;
+         item->attribute = &attribute;
+         item->asked = ++asked;
+         enterRing( item );
+         if( r->hasNotificationActive() ) [[likely]] {
+            item->previous = last;
+            last = *end = item;
+            end = &item->next;
+         }
+         item = rest;
+      }
+      r = Ring::next( *r );
+   } while( r != &first );
+   *end = nullptr;
+   first_.tail = last;
+   pool_ = item;
+   free_ -= static_cast< std::size_t >( asked - before );
+   asked_ = asked;
+   if( wasEmpty && !empty() )
+      workArrived();
 }
 
-void Queue::add( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept {
+void Queue::add( Reactor & first, Attribute const & attribute, Text const & key ) noexcept {
+   Reactor * r = &first;
+   do {
+      addOne( *r, attribute, key );
+      r = Ring::next( *r );
+   } while( r != &first );
+}
+
+void Queue::addOne( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept {
    if( !hears( reactor, attribute ) )
       return;
    std::uint32_t const hash = hashOf( reactor, attribute, Form::member, key );
@@ -225,7 +279,7 @@ void Queue::activate( Reactor & reactor ) noexcept {
    QueueItem * const ring = reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         assert( !item->linked && !item->rests );
+         assert( !item->rests );
          link( item );
          item = item->nextOfReactor;
       } while( item != ring );
@@ -285,39 +339,90 @@ void Queue::deactivate( Reactor & reactor ) noexcept {
    QueueItem * const ring = reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         if( item->linked )
-            unlink( item );
-         else if( item->rests )
+         if( item->rests )
             endRest( item );
+         else
+            unlink( item );
          item = item->nextOfReactor;
       } while( item != ring );
 }
 
 void Queue::drop( Reactor & reactor ) noexcept {
-   while( reactor.pending_ )
-      take( reactor.pending_ );
+   while( QueueItem * const item = reactor.pending_ )
+      if( take( item ) )
+         release( item );
 }
 
 void Queue::forget( Reactor & reactor ) noexcept {
    drop( reactor );
    if( current_ == &reactor )
       current_ = nullptr;
-   if( running_.reactor == &reactor )
-      running_.reactor = nullptr;
 }
 
-QueueItem const * Queue::next() {
-   if( empty() && nextTime_ <= now() )
+// -------------------------------------------------------------------------------------- delivery
+
+inline QueueItem * Queue::next() noexcept {
+   if( first_.head )
+      return first_.head;
+   if( second_.head )
+      return second_.head;
+   if( nextTime_ < std::numeric_limits< double >::infinity() && nextTime_ <= now() )
       resume();
    return first_.head ? first_.head : second_.head;
 }
 
-bool Queue::runOne() {
-   assertInvariant( !busy_, "callbacks do not nest" );
-   if( !next() )
-      return false;
-   deliver( first_.head ? first_.head : second_.head );
-   return true;
+template< class GoesOn >
+std::size_t Queue::deliverWhile( GoesOn goesOn ) {
+   assertInvariant( !running(), "callbacks do not nest" );
+   std::size_t count = 0;
+   for( QueueItem * item; ( item = next() ) && goesOn( *item, count ); ) {
+      ++count;
+      if( item->form != Form::whole || item->failures != 0 )
+         deliver( item );
+      else
+         deliverWholes( item, count, goesOn );
+   }
+   return count;
+}
+
+// Delivers the first of first_, and what follows it, as far as that is of attributes without keys:
+// what deliver() does, less what is not asked for then.
+template< class GoesOn >
+inline void Queue::deliverWholes( QueueItem * item, std::size_t & count, GoesOn goesOn ) {
+   try {
+      for( ;; ) {
+         Reactor & reactor = *item->reactor;
+         Attribute const & attribute = *item->attribute;
+         unlinkFirst( item );
+         leaveRing( item );
+         reactor.pendingAttributes_ &= ~bitOf( attribute );
+         begin( reactor );
+         attribute.delivery.whole( reactor );
+         releaseWhole( item );
+         item = first_.head;
+         if( keeps_ || !item || item->form != Form::whole || item->failures != 0 ||
+             !goesOn( *item, count ) )
+            break;
+         ++count;
+      }
+   } catch( ... ) {
+      if( !cutShort( { item, *item->reactor, *item->attribute, Form::whole, 0 } ) )
+         releaseWhole( item );
+   }
+   end();
+}
+
+std::size_t Queue::run( std::size_t limit ) {
+   return deliverWhile( [ = ]( QueueItem const &, std::size_t count ) { return count != limit; } );
+}
+
+std::size_t Queue::run( std::size_t limit, Turn & turn, bool const & stopped ) {
+   return deliverWhile( [ &, limit ]( QueueItem const & item, std::size_t count ) {
+      if( count == limit || ( count != 0 && ( stopped || turn.over() ) ) )
+         return false;
+      turn.delivers( *item.reactor, item.attribute->id, item.asked );
+      return true;
+   } );
 }
 
 bool Queue::runOldest( Reactor & reactor ) {
@@ -331,40 +436,47 @@ bool Queue::runOldest( Reactor & reactor ) {
    return true;
 }
 
-void Queue::deliver( QueueItem * item ) {
+inline void Queue::deliver( QueueItem * item ) {
    Reactor & reactor = *item->reactor;
    Attribute const & attribute = *item->attribute;
    Form const form = item->form;
-   Text const key = item->key;
    unsigned const failures = item->failures;
-   Ptr< Reactor > const keep( reactor.references() ? &reactor : nullptr );
-   Ptr< PtrInterface const > const notifier = reactor.notifierPtr();
-   running_ = { item, nullptr, &reactor, &attribute };
-   take( item );
-   if( form == Form::group && item->reactor )
-      running_.item = nullptr; // still the group of keys that are pending
-   Outcome const outcome = guarded( reactor, attribute.id, failures, [ & ] {
-      if( form == Form::member )
-         attribute.delivery.member( reactor, key );
-      else if( form == Form::group )
-         attribute.delivery.deferred( reactor );
-      else
+   QueueItem * const taken = take( item ) ? item : nullptr;
+   begin( reactor );
+   bool kept = true;
+   try {
+      if( form == Form::whole )
          attribute.delivery.whole( reactor );
-   } );
-   // What is detached or attached elsewhere meanwhile has nothing pending of what it watched.
-   if( outcome == Outcome::cutShort && running_.reactor && hears( reactor, attribute ) &&
-       reactor.isRegisteredNotifiee() && reactor.notifierPtr() == notifier )
-      rest( putBack( form, key ), failures + 1 );
-   endRunning();
+      else if( form == Form::member )
+         attribute.delivery.member( reactor, item->key );
+      else
+         attribute.delivery.deferred( reactor );
+      if( failures > 1 ) [[unlikely]]
+         reportRecovery( notifier_, attribute.id, failures );
+   } catch( ... ) {
+      kept = !cutShort( { taken, reactor, attribute, form, failures } );
+   }
+   if( kept && taken )
+      release( taken );
+   end();
 }
 
-void Queue::endRunning() noexcept {
-   Running const ended = running_;
-   running_ = {};
-   if( ended.item )
-      release( ended.item );
-   if( ended.group )
-      release( ended.group );
+void Queue::keep( PtrInterface const & object ) noexcept {
+   object.newRef();
+   keeps_ |= &object == notifier_ ? keepsNotifier : keepsReactor;
+}
+
+// Destroys what nobody refers to any more, when no callback is running.
+void Queue::letGo() noexcept {
+   PtrInterface const * const notifier = keeps_ & keepsNotifier ? notifier_ : nullptr;
+   PtrInterface const * const reactor = keeps_ & keepsReactor ? current_ : nullptr;
+   keeps_ = 0;
+   current_ = nullptr;
+   notifier_ = nullptr;
+   if( notifier )
+      notifier->deleteRef();
+   if( reactor )
+      reactor->deleteRef();
 }
 
 Outcome Queue::failed( Reactor & reactor, AttributeId attribute, unsigned failures ) {
@@ -398,68 +510,68 @@ double restAfter( unsigned failures ) {
    return failures < 2 ? 0.0 : failures < 12 ? 0.001 * ( 1U << ( failures - 2 ) ) : 1.0;
 }
 
+// An exception has left a callback. Whether its item is pending again.
+bool Queue::cutShort( Cut const & cut ) {
+   PtrInterface const * const notifier = notifier_;
+   Outcome const outcome = failed( cut.reactor, cut.attribute.id, cut.failures );
+   // What is detached or attached elsewhere meanwhile has nothing pending of what it watched.
+   if( outcome != Outcome::cutShort || !current_ || !hears( cut.reactor, cut.attribute ) ||
+       !cut.reactor.isRegisteredNotifiee() || cut.reactor.notifierPtr().get() != notifier )
+      return false;
+   QueueItem * const item = putBack( cut );
+   rest( item, cut.failures + 1 );
+   return item == cut.item;
+}
+
 // The same call, if it has been asked for again while it ran.
-QueueItem * Queue::pendingAgain( Form form, Text const & key ) noexcept {
-   Reactor & reactor = *running_.reactor;
-   if( form == Form::member )
-      return find( reactor, *running_.attribute, form, key,
-                   hashOf( reactor, *running_.attribute, form, key ) );
-   QueueItem * const ring = reactor.pending_;
+QueueItem * Queue::pendingAgain( Cut const & cut ) noexcept {
+   if( cut.form == Form::member )
+      return find( cut.reactor, cut.attribute, cut.form, cut.item->key, cut.item->hash );
+   QueueItem * const ring = cut.reactor.pending_;
    if( QueueItem * item = ring )
       do {
-         if( item->form == form && item->attribute->id == running_.attribute->id )
+         if( item->form == cut.form && item->attribute->id == cut.attribute.id )
             return item;
          item = item->nextOfReactor;
       } while( item != ring );
    return nullptr;
 }
 
-// Makes what is delivered at this moment pending again, from what was kept of it.
-QueueItem * Queue::putBack( Form form, Text const & key ) noexcept {
-   Reactor & reactor = *running_.reactor;
-   Attribute const & attribute = *running_.attribute;
-   if( QueueItem * const again = pendingAgain( form, key ) )
+// Makes what is delivered at this moment pending again.
+QueueItem * Queue::putBack( Cut const & cut ) noexcept {
+   Reactor & reactor = cut.reactor;
+   Attribute const & attribute = cut.attribute;
+   if( QueueItem * const again = pendingAgain( cut ) )
       return again;
-   auto const taken = [ & ]( QueueItem *& kept, Form f ) {
-      QueueItem * const item = kept;
-      kept = nullptr;
-      item->reactor = &reactor;
-      item->attribute = &attribute;
-      item->form = f;
-      return item;
-   };
-   if( form == Form::whole ) {
+   if( cut.form == Form::whole ) {
       reactor.pendingAttributes_ |= bitOf( attribute );
-      QueueItem * const item = taken( running_.item, form );
-      pend( item );
-      return item;
+      pend( cut.item );
+      return cut.item;
    }
    std::uint32_t const groupHash = hashOf( reactor, attribute, Form::group, Text() );
    QueueItem * group = find( reactor, attribute, Form::group, Text(), groupHash );
    if( !group ) {
-      group = taken( running_.group ? running_.group : running_.item, Form::group );
+      bool const isGroup = cut.form == Form::group && cut.item;
+      group = isGroup ? cut.item : make( reactor, attribute, Form::group );
       group->hash = groupHash;
       enter( group );
    }
-   if( form == Form::group ) {
+   if( cut.form == Form::group ) {
       group->wanted = true;
       pend( group );
       return group;
    }
-   QueueItem * const item = taken( running_.item, form );
-   item->key = key;
-   item->hash = hashOf( reactor, attribute, form, key );
-   item->group = group;
-   enter( item );
-   pend( item );
+   cut.item->group = group;
+   enter( cut.item );
+   pend( cut.item );
    ++group->pendingKeys;
-   return item;
+   return cut.item;
 }
 
 void Queue::rest( QueueItem * item, unsigned failures ) noexcept {
    item->failures = failures;
-   if( !item->linked )
-      return; // its reactor has been switched off
+   if( !item->reactor->hasNotificationActive() )
+      return; // and stands in no list
    unlink( item );
    Resting & list = resting_[ std::min( failures, rests ) - 1 ];
    if( !list.head )
@@ -535,55 +647,37 @@ void Queue::leave( QueueItem * item ) noexcept {
 namespace Kiv {
 
 namespace {
-
-std::size_t notifieeCount( PtrInterface::NotifieeConst * first ) {
-   std::size_t count = 0;
-   if( PtrInterface::NotifieeConst * r = first )
-      do {
-         ++count;
-         r = detail::Ring::next( *r );
-      } while( r != first );
-   return count;
+// A key needs an item and, the first of them, a group.
+std::size_t itemsOf( PtrInterface const & notifier, std::size_t keys ) {
+   std::size_t const reactors = detail::Ring::count( notifier );
+   return keys ? reactors * ( keys + 1 ) : reactors;
 }
-
 } // namespace
 
-// A key needs an item and, the first of them, a group.
 std::size_t itemsFor( PtrInterface const & notifier, std::size_t keys ) {
-   std::size_t const reactors = notifieeCount( detail::Ring::first( notifier ) );
-   return keys ? reactors * ( keys + 1 ) : reactors;
+   return itemsOf( notifier, keys );
 }
 
 void makeRoom( std::size_t items ) {
    if( items )
-      detail::queue().reserve( items );
+      detail::queue().reserve( items, items );
 }
 
-Change::Change( PtrInterface const & notifier, Attribute const & attribute, std::size_t keys )
-   : notifier_( notifier ), attribute_( attribute ) {
-   detail::checkOwner( &notifier, attribute.name );
-   makeRoom( itemsFor( notifier, keys ) );
+void Change::makeRoom( PtrInterface const & notifier, std::size_t keys ) {
+   std::size_t const items = itemsOf( notifier, keys );
+   detail::queue().reserve( items, keys ? items : 0 );
+}
+
+void Change::queue( PtrInterface const & notifier, Attribute const & attribute ) noexcept {
+   detail::queue().add( *detail::Ring::first( notifier ), attribute );
+}
+
+void Change::queue( PtrInterface const & notifier, Attribute const & attribute,
+                    Text const & key ) noexcept {
+   detail::queue().add( *detail::Ring::first( notifier ), attribute, key );
 }
 
 InOrder::InOrder() { detail::queue().activationBegins(); }
 InOrder::~InOrder() { detail::queue().activationEnds(); }
-
-void Change::queue() noexcept {
-   PtrInterface::NotifieeConst * const first = detail::Ring::first( notifier_ );
-   if( PtrInterface::NotifieeConst * r = first )
-      do {
-         detail::queue().add( *r, attribute_ );
-         r = detail::Ring::next( *r );
-      } while( r != first );
-}
-
-void Change::queue( Text const & key ) noexcept {
-   PtrInterface::NotifieeConst * const first = detail::Ring::first( notifier_ );
-   if( PtrInterface::NotifieeConst * r = first )
-      do {
-         detail::queue().add( *r, attribute_, key );
-         r = detail::Ring::next( *r );
-      } while( r != first );
-}
 
 } // namespace Kiv

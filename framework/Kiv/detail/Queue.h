@@ -12,13 +12,17 @@
 // table. Items come from a pool, so that a steady state allocates nothing.
 //
 // Invariants:
-//  1. An item stands in first_, second_ or resting_ exactly while its reactor is active.
+//  1. An item stands in first_ or second_, or if it `rests` in resting_, exactly while its reactor
+//     is active.
 //  2. For every (reactor, attribute, key) there is at most one member item, and for every
 //     (reactor, attribute) with member items or a deferred call pending exactly one group.
 //  3. A group's `pendingKeys` is the number of its member items; it is in its reactor's ring
 //     exactly while its deferred call is pending.
-//  4. While a callback runs, what it takes to put it back is in running_, so that putting it back
-//     needs no memory.
+//  4. While a callback runs, its item is kept, and if its group has gone with it the pool has
+//     another, so that putting it back needs no memory. For that, room is made for one item more
+//     than is asked for.
+//  5. An item in the pool is as a new one is, but for what every use of it sets: so what is told to
+//     reactors without a key writes little.
 #pragma once
 
 #include <Kiv/Notifiee.h>
@@ -31,6 +35,8 @@
 #include <string_view>
 
 namespace Kiv::detail {
+
+class Turn;
 
 enum class Form : std::uint8_t { whole, member, group };
 
@@ -49,23 +55,22 @@ enum class Outcome : std::uint8_t {
 };
 
 struct QueueItem : KivMemPool {
-   QueueItem * next = nullptr; // in first_ or second_; in the pool
-   QueueItem * previous = nullptr;
-   QueueItem * nextOfReactor = nullptr; // ring
-   QueueItem * previousOfReactor = nullptr;
-   QueueItem * nextInBucket = nullptr;
-   QueueItem * group = nullptr; // of a member item
+   QueueItem * next = nullptr;     // in first_, second_ or resting_; in the pool
+   QueueItem * previous = nullptr; // in these; says nothing of the first in first_ and second_
    PtrInterface::NotifieeConst * reactor = nullptr;
    Attribute const * attribute = nullptr;
-   Text key;
-   std::uint64_t asked = 0; // the how many-th thing it was that was asked of the loop
-   std::uint32_t hash = 0;
-   std::uint32_t pendingKeys = 0; // of a group
-   Form form = Form::whole;
-   bool linked = false;        // stands in first_ or second_
-   bool wanted = false;        // of a group: the deferred call is pending
-   bool rests = false;         // stands in resting_
+   std::uint64_t asked = 0;          // the how many-th thing it was that was asked of the loop
+   QueueItem * nextOfReactor = this; // ring
+   QueueItem * previousOfReactor = this;
    std::uint32_t failures = 0; // in a row
+   Form form = Form::whole;
+   bool wanted = false;           // of a group: the deferred call is pending
+   bool rests = false;            // stands in resting_
+   std::uint32_t hash = 0;        // of what stands in the table, like these:
+   std::uint32_t pendingKeys = 0; // of a group
+   Text key;                      // of a member item
+   QueueItem * group = nullptr;   // of a member item
+   QueueItem * nextInBucket = nullptr;
 };
 
 class Queue {
@@ -76,10 +81,17 @@ class Queue {
    Queue( Queue const & ) = delete;
    Queue & operator=( Queue const & ) = delete;
 
-   // Makes room for `items` more calls of add(). Throws std::bad_alloc, having changed nothing.
-   void reserve( std::size_t items );
-   void add( Reactor & reactor, Attribute const & attribute ) noexcept;
-   void add( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept;
+   // Makes room for so many items, and for those of them that have keys or are groups. Throws
+   // std::bad_alloc, having changed nothing but the room.
+   void reserve( std::size_t items, std::size_t withKeys ) {
+      if( free_ <= items ) [[unlikely]]
+         reserveItems( items );
+      if( entered_ + withKeys > tableSize_ ) [[unlikely]]
+         reservePlaces( withKeys );
+   }
+   // Queues for each reactor of the ring that begins with `first`.
+   void add( Reactor & first, Attribute const & attribute ) noexcept;
+   void add( Reactor & first, Attribute const & attribute, Text const & key ) noexcept;
 
    // The reactor's notifications were turned on or off.
    void activate( Reactor & reactor ) noexcept;
@@ -101,16 +113,17 @@ class Queue {
    void clockChanged() noexcept;
    // Puts those back into the queue that have rested long enough.
    void resume() noexcept;
-   // What runOne() would deliver, those that have rested long enough after all others; null when
-   // there is nothing.
-   QueueItem const * next();
    // Numbers all that is asked of the loop, callbacks and timers, in the order of asking.
    std::uint64_t ask() { return ++asked_; }
    std::uint64_t asked() const { return asked_; }
-   // Delivers it; false when there is none. REQUIRES: none is running.
-   bool runOne();
+   // Delivers, those that have rested long enough after all others, until nothing is queued or
+   // `limit` is reached; how many. REQUIRES: no callback is running.
+   std::size_t run( std::size_t limit );
+   // The same, until the turn is over or has been `stopped`.
+   std::size_t run( std::size_t limit, Turn & turn, bool const & stopped );
    bool runOldest( Reactor & reactor );
-   bool running() const { return busy_; }
+   // Whether a callback or timer is running: whoever is told watches something.
+   bool running() const { return notifier_ != nullptr; }
    // What the reactor whose callback runs watched when it was called; null when none runs.
    PtrInterface const * notifier() const { return notifier_; }
 
@@ -120,7 +133,15 @@ class Queue {
    template< class Call >
    Outcome guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call );
 
-   std::size_t pooled() const { return free_; }
+   // The last reference to an object has gone. True when a callback is running for which it is
+   // kept: then it is referred to until that is over. So a callback takes no reference to what
+   // outlives it, as nearly everything does.
+   bool keeps( PtrInterface const & object ) noexcept {
+      if( &object != current_ && &object != notifier_ ) [[likely]]
+         return false;
+      keep( object );
+      return true;
+   }
 
  private:
    struct List {
@@ -129,28 +150,47 @@ class Queue {
    };
 
    static bool hears( Reactor const & reactor, Attribute const & attribute );
+   void reserveItems( std::size_t items );
+   void reservePlaces( std::size_t items );
+   void tableIs( QueueItem ** table, std::size_t size ) noexcept;
    QueueItem * make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept;
    void release( QueueItem * item ) noexcept;
+   void releaseWhole( QueueItem * item ) noexcept;
    List & listOf( QueueItem const & item ) { return item.form == Form::group ? second_ : first_; }
    void link( QueueItem * item ) noexcept;
    void unlink( QueueItem * item ) noexcept;
+   void unlinkFirst( QueueItem * item ) noexcept;
+   static void enterRing( QueueItem * item ) noexcept;
+   static void leaveRing( QueueItem * item ) noexcept;
    void pend( QueueItem * item ) noexcept;
    static void sortAfter( List & list, QueueItem * last ) noexcept;
-   void take( QueueItem * item ) noexcept;
-   void leaveGroup( QueueItem * group ) noexcept;
+   bool take( QueueItem * item ) noexcept;
+   void addOne( Reactor & reactor, Attribute const & attribute, Text const & key ) noexcept;
+
+   QueueItem * next() noexcept;
+   template< class GoesOn >
+   std::size_t deliverWhile( GoesOn goesOn );
+   template< class GoesOn >
+   void deliverWholes( QueueItem * item, std::size_t & count, GoesOn goesOn );
    void deliver( QueueItem * item );
+   void begin( Reactor & reactor ) noexcept;
+   void end() noexcept;
+   void keep( PtrInterface const & object ) noexcept;
+   void letGo() noexcept;
    Outcome failed( Reactor & reactor, AttributeId attribute, unsigned failures );
 
-   // What is delivered at this moment, and its group when that went with it.
-   struct Running {
-      QueueItem * item = nullptr;
-      QueueItem * group = nullptr;
-      Reactor * reactor = nullptr;
-      Attribute const * attribute = nullptr;
+   // What was delivered when an exception came: the item, null when it is still the group of keys
+   // that are pending, and what it was before it was taken.
+   struct Cut {
+      QueueItem * item;
+      Reactor & reactor;
+      Attribute const & attribute;
+      Form form;
+      unsigned failures;
    };
-   void endRunning() noexcept;
-   QueueItem * pendingAgain( Form form, Text const & key ) noexcept;
-   QueueItem * putBack( Form form, Text const & key ) noexcept;
+   bool cutShort( Cut const & cut );
+   QueueItem * pendingAgain( Cut const & cut ) noexcept;
+   QueueItem * putBack( Cut const & cut ) noexcept;
    void rest( QueueItem * item, unsigned failures ) noexcept;
    void endRest( QueueItem * item ) noexcept;
 
@@ -168,7 +208,6 @@ class Queue {
    };
    Resting resting_[ rests ];
    double nextTime_ = std::numeric_limits< double >::infinity();
-   Running running_;
    QueueItem * firstBefore_ = nullptr; // the ends of both when the activation began
    QueueItem * secondBefore_ = nullptr;
    unsigned activations_ = 0; // under way, nested
@@ -180,11 +219,16 @@ class Queue {
    std::size_t entered_ = 0;   // items in the table
    PtrInterface const * notifier_ = nullptr;
    Reactor * current_ = nullptr; // whose callback runs; null when it was destroyed meanwhile
-   bool busy_ = false;
+   // Which of these two is referred to by the callback that runs, as nobody else does.
+   static constexpr unsigned keepsReactor = 1;
+   static constexpr unsigned keepsNotifier = 2;
+   unsigned keeps_ = 0;
 };
 
-// The activity's queue. Never destroyed.
-Queue & queue();
+// The activity's queue. Never destroyed. Needs no heap: its first use may be in the destructor of a
+// reactor whose constructor ran out of memory.
+extern constinit Queue theQueue;
+inline Queue & queue() { return theQueue; }
 
 // Tells of an exception that nobody else will: through the trace facility and on standard error.
 // REQUIRES: called while the exception is handled.

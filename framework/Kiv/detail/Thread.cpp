@@ -79,7 +79,3 @@ void onOtherThread( PtrInterface const * object, char const * attribute ) noexce
 }
 
 } // namespace Kiv::detail
-
-void Kiv::checkThread( PtrInterface const & object, char const * attribute ) {
-   detail::checkOwner( &object, attribute );
-}

@@ -2,6 +2,7 @@
 // Whose thread this is: everything of the activity belongs to one.
 #pragma once
 
+#include <Kiv/Export.h>
 #include <Kiv/Ptr.h>
 
 #include <atomic>
@@ -9,10 +10,10 @@
 namespace Kiv::detail {
 
 // Every thread has a mark of its own, at an address of its own. Of the initial-exec model, so that
-// it is reached without a call.
-[[gnu::tls_model( "initial-exec" )]] extern constinit thread_local char const threadMark;
+// it is reached without a call, from the setters of the libraries above, too.
+[[gnu::tls_model( "initial-exec" )]] KIV_EXPORT extern constinit thread_local char const threadMark;
 // The mark of the thread that owns the activity; null before the first use.
-extern constinit std::atomic< void const * > ownerMark;
+KIV_EXPORT extern constinit std::atomic< void const * > ownerMark;
 
 // The calling thread owns the activity from now on.
 void ownThread() noexcept;
@@ -20,7 +21,8 @@ void ownThread() noexcept;
 // Called by a thread that does not own the activity: the first that uses it becomes its owner, any
 // other one is told of (what it touches, which thread it is) and ends the process. `object` may be
 // null, and `attribute` empty.
-[[gnu::cold]] void onOtherThread( PtrInterface const * object, char const * attribute ) noexcept;
+[[gnu::cold]] KIV_EXPORT void onOtherThread( PtrInterface const * object,
+                                             char const * attribute ) noexcept;
 
 inline bool onOwnThread() { return ownerMark.load( std::memory_order_relaxed ) == &threadMark; }
 

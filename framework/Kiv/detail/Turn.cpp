@@ -2,7 +2,6 @@
 #include <Kiv/detail/Turn.h>
 
 #include <Kiv/Type.h>
-#include <Kiv/detail/Queue.h>
 
 #include <span>
 #include <string_view>
@@ -10,17 +9,9 @@
 
 namespace Kiv::detail {
 
-void Turn::delivers( Reactor const & reactor, AttributeId attribute, std::uint64_t number ) {
-   ++delivered_;
-   if( number > asked_ ) {
-      ++generations_;
-      asked_ = queue().asked();
-   }
-   if( looks() ) [[unlikely]]
-      look( reactor, attribute );
-}
-
-void Turn::look( Reactor const & reactor, AttributeId attribute ) noexcept {
+void Turn::lookAt( Reactor const & reactor, AttributeId attribute ) noexcept {
+   if( told_ || generations_ + generationsLookedAt < leastGenerations )
+      return;
    PtrInterface const * const watched = reactor.notifierPtr().get();
    for( std::size_t i = 0; i != found_; ++i )
       if( busy_[ i ].watched == watched && busy_[ i ].attribute == attribute )

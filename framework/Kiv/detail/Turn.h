@@ -3,6 +3,7 @@
 #pragma once
 
 #include <Kiv/Notifiee.h>
+#include <Kiv/detail/Queue.h>
 
 #include <array>
 #include <cstddef>
@@ -27,7 +28,15 @@ class Turn {
    void limitIs( std::size_t limit ) { limit_ = limit; }
 
    // This is about to be delivered. It was the `number`-th thing that was asked of the loop.
-   void delivers( Reactor const & reactor, AttributeId attribute, std::uint64_t number );
+   void delivers( Reactor const & reactor, AttributeId attribute, std::uint64_t number ) {
+      ++delivered_;
+      if( number > asked_ ) {
+         ++generations_;
+         asked_ = queue().asked();
+      }
+      if( delivered_ + lookedAt >= limit_ ) [[unlikely]]
+         lookAt( reactor, attribute );
+   }
    // Whether others are next.
    bool over() const { return delivered_ >= limit_ && generations_ >= leastGenerations; }
 
@@ -53,11 +62,7 @@ class Turn {
       String8 text;
    };
 
-   bool looks() const {
-      return !told_ && delivered_ + lookedAt >= limit_ &&
-             generations_ + generationsLookedAt >= leastGenerations;
-   }
-   void look( Reactor const & reactor, AttributeId attribute ) noexcept;
+   void lookAt( Reactor const & reactor, AttributeId attribute ) noexcept;
    void forgetBusy();
 
    std::size_t limit_ = 100000;
