@@ -1,6 +1,5 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
-// ConfigSm's plumbing: construction, collections of reactors, and callbacks that forward to the
-// handlers in Ordovan.cpp.
+// ConfigSm's plumbing; its handlers are in Ordovan.cpp.
 
 #include <Ordovan/ConfigSm.h>
 

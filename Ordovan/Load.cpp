@@ -15,8 +15,8 @@ using namespace Kiv;
 namespace {
 
 // The state machines first, then a descriptor for each of their attributes, in the order of the
-// tables, then the reactors.
-[[maybe_unused]] auto const & attributesKept = *[] {
+// tables, then the reactors. Used: leak checkers find through it what is kept.
+[[gnu::used]] std::vector< Ptr< KivAttr const > > const * const attributesKept = [] {
    auto & attributes = *new std::vector< Ptr< KivAttr const > >;
    using KivStageStatus = ConfigSm::KivStageStatus;
    KivType const * const machines[] = { &LogSm::_fwkType(),         &ConfigSm::_fwkType(),

@@ -219,7 +219,7 @@ void KivStageStatus::notifierIs( Ptr< PtrInterface const > const & stage ) {
 void ConfigSm::handleStage( Name name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleStage(Kiv::Name) stage=", name );
    // Only those that depend on it have something to do.
-   if( answersBy == AnswersBy::index && dependents_->complete() && !detail::tracesLoops() ) {
+   if( answersBy == AnswersBy::index && dependents_->complete() && !detail::traces( 9 ) ) {
       for( Name const & dependent : dependents_->of( name ) )
          if( Ptr< KivStageStatus > const reactor = stageStatus( dependent ) )
             reactor->handleStage( String8( name ) );
@@ -871,7 +871,7 @@ StatusSm::Found StatusSm::compareBoth( Status & stages ) {
 StatusSm::Found StatusSm::decide( Status & stages ) {
    if( answersBy == AnswersBy::both )
       return compareBoth( stages );
-   if( answersBy == AnswersBy::walk || detail::tracesLoops() )
+   if( answersBy == AnswersBy::walk || detail::traces( 9 ) )
       return walkStages( stages, nullptr );
    return askCandidates( stages );
 }

@@ -171,13 +171,11 @@ void StageSm::completionTimeIs( double const & seconds ) {
 }
 void StageSm::initializedIs( bool on ) { initialized_.valueIs( *this, row( "initialized" ), on ); }
 
-// ---- pending events
+// ---- events
 
 void StageSm::pendingEventNotify( String8 const & uid, Ptr< KivPendingEvent > const & ) {
    Change( *this, row( "pendingEvent" ), 1 ).queue( uid );
 }
-
-// ---- events
 
 Ptr< StageSm::KivEvent > StageSm::eventIs( String8 const & agentName,
                                            Ptr< EventConfig const > const & event ) {

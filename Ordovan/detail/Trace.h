@@ -19,9 +19,6 @@ namespace Stage {
 
 namespace detail {
 
-// Whether every turn of a loop has to be gone through, for its trace.
-inline bool tracesLoops() { return Kiv::tracesTo( traceHandle(), 9 ); }
-
 // Whether a trace of that level goes anywhere: for loops that need not run without it. Runs them
 // when it cannot be known for want of memory.
 inline bool traces( unsigned level ) noexcept {

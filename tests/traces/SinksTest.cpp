@@ -138,9 +138,9 @@ TEST_F( Sinks, TheRingTakesWhatTheSwitchesKeepFromTheText ) {
 TEST_F( Sinks, ARingWithoutLevel9HasTheOtherLinesOfAWholeStartUp ) {
    Kiv::traceRingIs( folder / "all" );
    Started().startUp();
-   EXPECT_TRUE( Stage::detail::tracesLoops() );
+   EXPECT_TRUE( Stage::detail::traces( 9 ) );
    Kiv::traceRingIs( folder / "most", Flitlog::defaultRingBytes, Kiv::traceLevels( "0-8" ) );
-   EXPECT_FALSE( Stage::detail::tracesLoops() ) << "they need not run";
+   EXPECT_FALSE( Stage::detail::traces( 9 ) ) << "they need not run";
    Kiv::activityManager()->clockIs( clock );
    startUp();
    Kiv::traceRingIs( "" );
