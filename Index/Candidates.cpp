@@ -1,7 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <Index/Candidates.h>
 
-#include <Index/TableOrder.h>
+#include <Kiv/HashMap.h>
 
 #include <algorithm>
 #include <new>

@@ -2,7 +2,8 @@
 #include <Index/Dependents.h>
 
 #include <Index/DependentsLink.h>
-#include <Index/TableOrder.h>
+
+#include <Kiv/HashMap.h>
 
 #include <algorithm>
 #include <new>

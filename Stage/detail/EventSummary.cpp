@@ -3,7 +3,6 @@
 
 #include <Stage/EventConfig.h>
 #include <Stage/StageStatus.h>
-#include <Stage/detail/TableOrder.h>
 
 #include <Kiv/Reactor.h>
 
@@ -40,7 +39,7 @@ EventSummary::~EventSummary() {
 
 // Where the first in the heap stands in the stage's table.
 bool EventSummary::standsBefore( EventShare const & a, EventShare const & b ) {
-   return detail::standsBefore( a.event->agent(), b.event->agent() );
+   return Kiv::standsBefore( a.event->agent(), b.event->agent() );
 }
 
 void EventSummary::eventAdd( EventConfig const & event ) {

@@ -53,11 +53,6 @@ MapTable * newTable( std::uint32_t log2, std::uint32_t slots, std::size_t stride
    return table;
 }
 
-// Whether a stands before b. Two hashes are filed as one.
-bool before( Text const & a, Text const & b ) {
-   return a.hash() != b.hash() ? a.hash() < b.hash() : a < b;
-}
-
 // Moves `count` slots from place `from` to place `to`, with their hashes.
 void move( MapTable & table, std::uint32_t from, std::uint32_t to, std::uint32_t count,
            std::size_t stride ) {
@@ -135,7 +130,7 @@ std::uint32_t MapBase::notBefore( Text const & key, std::size_t stride ) const {
    std::uint32_t const filed = key.filedHash();
    std::uint32_t const * const hashes = table_->hash();
    auto place = static_cast< std::uint32_t >( table_->notLess( table_->bucketOf( filed ), filed ) );
-   while( hashes[ place ] == filed && before( table_->key( place, stride ), key ) )
+   while( hashes[ place ] == filed && standsBefore( table_->key( place, stride ), key ) )
       ++place;
    return place;
 }

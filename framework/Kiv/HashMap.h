@@ -36,6 +36,11 @@
 
 namespace Kiv {
 
+// Whether a map is walked to key a before b: for those who keep keys in that order beside one.
+inline bool standsBefore( Text const & a, Text const & b ) {
+   return a.hash() != b.hash() ? a.hash() < b.hash() : a < b;
+}
+
 namespace detail {
 
 class MapPlace;
