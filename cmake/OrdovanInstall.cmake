@@ -6,6 +6,15 @@ get_property( libraries GLOBAL PROPERTY ORDOVAN_LIBRARIES )
 install( TARGETS ${libraries} EXPORT OrdovanTargets
    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
 
+# The component "live" has an export of its own, so that who does without needs none of its packages.
+get_property( liveLibraries GLOBAL PROPERTY ORDOVAN_LIBRARIESlive )
+if( liveLibraries )
+   install( TARGETS ${liveLibraries} EXPORT OrdovanLiveTargets
+      LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" )
+   install( FILES live/io.ordovan.Stages.varlink
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/varlink" )
+endif()
+
 # The prefix is not known before `cmake --install` runs, so it stands there as it is written here.
 get_property( headerFolders GLOBAL PROPERTY ORDOVAN_HEADER_FOLDERS )
 set( includeDestination "${CMAKE_INSTALL_INCLUDEDIR}" )
@@ -23,11 +32,14 @@ if( TARGET ordovan_command )
 endif()
 
 # All that the rules here copy, and nothing else: `cmake --install` builds nothing.
-add_custom_target( ordovan_installable DEPENDS ${libraries} ${commands} )
+add_custom_target( ordovan_installable DEPENDS ${libraries} ${liveLibraries} ${commands} )
 
 # The CMake package.
 set( folder "${CMAKE_INSTALL_LIBDIR}/cmake/Ordovan" )
 install( EXPORT OrdovanTargets NAMESPACE Ordovan:: DESTINATION "${folder}" )
+if( liveLibraries )
+   install( EXPORT OrdovanLiveTargets NAMESPACE Ordovan:: DESTINATION "${folder}" )
+endif()
 configure_package_config_file( packaging/OrdovanConfig.cmake.in
    "${CMAKE_CURRENT_BINARY_DIR}/OrdovanConfig.cmake" INSTALL_DESTINATION "${folder}" )
 # Before version 1 a new minor version may change the interface.
@@ -52,6 +64,10 @@ install_pc( flitlog "Binary traces in ring buffers" "" )
 install_pc( kiv "Reactive entity framework" "flitlog ${exactly}" )
 install_pc( stage "Entities of the start-up stage manager" "kiv ${exactly}" )
 install_pc( ordovan "${PROJECT_DESCRIPTION}" "stage ${exactly}" )
+if( liveLibraries )
+   install_pc( ordovan-live "Start-up stages for agents in processes of their own"
+      "ordovan ${exactly}, nlohmann_json" )
+endif()
 
 install( FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" )
 install( DIRECTORY examples DESTINATION "${CMAKE_INSTALL_DOCDIR}" )

@@ -9,12 +9,15 @@
 cmake_minimum_required( VERSION 3.25 )
 
 # From the top down. A layer may include itself and what stands after it.
-set( layers tools simulation Explain Ordovan Index Stage Kiv Flitlog )
+set( layers tools live simulation Explain Ordovan Index Stage Kiv Flitlog )
 set( folderOfKiv framework/Kiv )
 set( folderOfFlitlog framework/Flitlog )
 
 # Folders of the project that no layer may include.
 set( outside tests bench fuzz examples framework )
+
+# What a layer below the tools may use of others' libraries.
+set( othersOflive nlohmann )
 
 # Folders of headers that belong to the operating system. Its headers without a folder, and the
 # standard library's, cannot be told from each other and need not be.
@@ -42,7 +45,7 @@ function( checkInclude file number layer header )
          set( problem "is above ${layer}" )
       elseif( first IN_LIST outside )
          set( problem "is no part of any layer" )
-      elseif( layer STREQUAL "tools" OR first IN_LIST system )
+      elseif( layer STREQUAL "tools" OR first IN_LIST system OR first IN_LIST othersOf${layer} )
          return()
       else()
          set( problem
