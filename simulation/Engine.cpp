@@ -4,15 +4,18 @@
 #include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstdint>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <Kiv/Kiv.h>
-#include <Ordovan/Ordovan.h>
+#include <Kiv/Printable.h>
 #include <Stage/Stage.h>
 
-#include <simulation/Timeline.h>
+#include <simulation/Stamp.h>
+#include <simulation/detail/Admission.h>
 #include <simulation/detail/Causes.h>
+#include <simulation/detail/Changes.h>
 #include <simulation/detail/Chronicle.h>
 #include <simulation/detail/Outside.h>
 #include <simulation/detail/Reports.h>
@@ -39,16 +42,27 @@ class ClockInstalled {
    Kiv::Ptr< Kiv::Clock > previous_;
 };
 
-void requireRunnable( Plan const & plan ) {
-   for( auto const & entry : plan.timeline ) {
-      if( !( entry.at >= 0 ) || std::isinf( entry.at ) ) {
-         throw std::invalid_argument( "a timeline entry is at no time of the run; times are "
-                                      "finite and not negative" );
-      }
+void requireOutsideCallbacks() {
+   if( Kiv::activityManager()->activity()->running() )
+      throw std::logic_error( "a run cannot begin or go on inside a callback" );
+}
+
+// Whether the input changes what is declared: by what comes or is written, or by what goes.
+enum class Declares { nothing, less, more };
+
+Declares declares( Operation const & operation ) {
+   if( auto const * const set = std::get_if< Set >( &operation ) ) {
+      bool const reportsOnly =
+         std::all_of( set->write.begin(), set->write.end(), []( auto const & write ) {
+            return std::holds_alternative< CompleteWrite >( write );
+         } );
+      return reportsOnly ? Declares::nothing : Declares::more;
    }
-   auto const mistakes = planMistakes( plan );
-   if( !mistakes.empty() )
-      throw std::invalid_argument( mistakes.front().text );
+   if( std::holds_alternative< Enable >( operation ) )
+      return Declares::nothing;
+   bool const goes = std::holds_alternative< Leave >( operation ) ||
+                     std::holds_alternative< Withdraw >( operation );
+   return goes ? Declares::less : Declares::more;
 }
 
 // What the library says of `statusSm`, and what the run saw: since when events are pending, and
@@ -73,71 +87,162 @@ Stage::Explanation explained( Stage::StatusSm const & statusSm, Result const & r
    return explanation;
 }
 
-class Run {
+} // namespace
+
+class Engine::Parts {
  public:
-   Run( Plan const & plan, std::vector< Observer * > const & observers )
-      : plan_( plan ), clock_( Kiv::ManualClock::ManualClockIs( 0 ) ), clockInstalled_( clock_ ),
-        outside_( plan.enabled ), status_( Stage::Status::StatusIs( "status" ) ),
+   Parts( Beginning const & beginning, std::vector< Observer * > const & observers,
+          EngineOptions const & options )
+      : options_( options ), clock_( Kiv::ManualClock::ManualClockIs( 0 ) ),
+        clockInstalled_( clock_ ), outside_( beginning.enabled ),
+        status_( Stage::Status::StatusIs( "status" ) ),
         progress_( Stage::Progress::ProgressIs( "progress" ) ),
         chronicle_( Stage::Log::LogIs( "log" ), observers ), reports_( status_, causes_ ),
         manager_( Stage::Ordovan::OrdovanIs( "ordovan" ) ),
-        order_( timelineOrder( plan.timeline ) ) {
+        decideOnDeclarations_( beginning.decideOnDeclarations ),
+        enabledIsSaid_( beginning.enabled ) {
       outside_.declarationIs( [ this ]( auto const & event ) { reports_.declared( event ); } );
+      begin( beginning );
    }
 
-   Result run( double until, Look const & look ) {
-      start();
-      double t = 0;
-      for( ; t <= until && t != infinity; t = nextTime() ) {
-         clock_->nowIs( std::max( t, clock_->now() ) );
-         instant();
-      }
-      if( t != infinity )
-         clock_->nowIs( until );
-      auto result = ended();
-      result.exhausted = t == infinity;
-      chronicle_.end( result );
-      if( look )
-         look( manager_ );
+   double now() const { return clock_->now(); }
+
+   double nextDue() { return std::min( reports_.nextTime(), Kiv::activityManager()->nextTime() ); }
+
+   void fire() {
+      requireOutsideCallbacks();
+      double const due = nextDue();
+      assert( due != infinity );
+      clock_->nowIs( std::max( due, now() ) );
+      fireDue();
+   }
+
+   void stopAt( double t ) {
+      if( !( t >= now() ) || nextDue() <= t )
+         throw std::invalid_argument( "a start-up ends when all that is due until then is over" );
+      clock_->nowIs( t );
+   }
+
+   Instant instant( double seconds, std::vector< Input > input ) const {
+      Admission admission( outside_ );
+      admission.admit( input );
+      if( beginsWith( admission ) )
+         input.push_back( { Enable{ true }, std::nullopt } );
+      return { stampFrom( seconds, last_ ), std::move( input ) };
+   }
+
+   void check( std::vector< Input > const & input ) const { Admission( outside_ ).admit( input ); }
+
+   void takeIn( Instant const & instant ) {
+      requireOutsideCallbacks();
+      if( !( instant.t >= 0 && instant.t < infinity ) || ( last_ && instant.t <= *last_ ) )
+         throw std::invalid_argument( "an instant is at a time after the last one" );
+      check( instant.input );
+      while( nextDue() < instant.t )
+         fire();
+      clock_->nowIs( std::max( instant.t, now() ) );
+      write( instant );
+      fireDue();
+   }
+
+   bool started() const { return chronicle_.started(); }
+   bool complete() const { return watch_->complete(); }
+   Changes const & changes() const { return changes_; }
+
+   Result result() {
+      auto result = watch_->result();
+      result.t = lastDue_;
+      result.now = now();
+      result.exhausted = nextDue() == infinity;
+      result.started = chronicle_.started();
+      result.enabled = outside_.config()->enabled();
+      for( auto i = progress_->stageIteratorConst(); i; ++i )
+         result.progress[ i.key().str() ] = i.value();
+      result.outcome = outcomeOf( result );
+      if( result.outcome == Outcome::complete )
+         result.determined = causes_.determined();
+      else
+         result.explanation = explained( *statusSm_, result );
       return result;
    }
 
+   void end( Result const & result ) { chronicle_.end( result ); }
+
+   Outside const & outside() const { return outside_; }
+   Kiv::Ptr< Stage::Status > const & status() const { return status_; }
+   Kiv::Ptr< Stage::Log > const & log() const { return chronicle_.log(); }
+   Kiv::Ptr< Stage::Ordovan > const & manager() const { return manager_; }
+
  private:
-   void start() {
+   void begin( Beginning const & beginning ) {
+      requireOutsideCallbacks();
+      chronicle_.begin( beginning );
       causes_.outside();
-      for( auto const & agent : plan_.agent )
-         outside_.join( agent.name, agent.event );
+      for( auto const & agent : beginning.agent )
+         file( agent );
       manager_->configSmIs( outside_.config(), status_, outside_.agentDir() );
-      statusSm_ = manager_->statusSmIs( plan_.application, outside_.config(), status_, progress_,
-                                        chronicle_.log() );
+      statusSm_ = manager_->statusSmIs( beginning.application, outside_.config(), status_,
+                                        progress_, chronicle_.log() );
       // Registered after the library's own reactor, so that a stage has its state machine by the
-      // time this one hears of it.
+      // time these hear of it.
       watch_ = new StatusWatch( status_, statusSm_, chronicle_, reports_, causes_ );
+      if( options_.countChanges )
+         changeWatch_ = new ChangeWatch( status_, statusSm_, changes_ );
+      endStep();
+      endInstant();
+   }
+
+   void file( Agent const & agent ) {
+      auto const twice = [ & ]( char const * what ) {
+         throw std::invalid_argument( "agent " + Kiv::quoted( agent.name ) + what );
+      };
+      if( outside_.isThere( agent.name ) )
+         twice( " stands twice in the beginning; an agent is filed once, with all its events" );
+      outside_.join( agent.name, agent.event );
+      if( outside_.events( agent.name ) != agent.event.size() )
+         twice( " has two events for one stage in the beginning; it can have one for each stage" );
+   }
+
+   // Over an empty status the rules complete at once, so progression is enabled when there is
+   // something to walk through. Whoever says himself whether it is has that choice from then on.
+   bool beginsWith( Admission const & admission ) const {
+      if( enabledIsSaid_ || admission.saysEnabled() || !options_.expected )
+         return false;
+      auto const & expected = *options_.expected;
+      return admission.isAnythingDeclared() &&
+             std::all_of( expected.begin(), expected.end(),
+                          [ & ]( auto const & agent ) { return admission.isThere( agent ); } );
+   }
+
+   void write( Instant const & instant ) {
+      if( instant.input.empty() )
+         return;
+      chronicle_.takenIn( instant );
+      causes_.outside();
+      bool const wasComplete = complete();
+      auto declared = Declares::nothing;
+      for( auto const & input : instant.input ) {
+         outside_.write( input.operation );
+         declared = std::max( declared, declares( input.operation ) );
+         enabledIsSaid_ |= std::holds_alternative< Enable >( input.operation );
+      }
+      // What goes can release a stage that nothing watches, since it was declared late; but once
+      // all is complete, nothing is waiting.
+      if( decideOnDeclarations_ && started() &&
+          ( declared == Declares::more || ( declared == Declares::less && !wasComplete ) ) )
+         statusSm_->doNextStage();
+      lastDue_ = now();
       endStep();
    }
 
-   // When the next thing is due; at an instant that is over, that lies in the future.
-   double nextTime() {
-      return std::min( { nextWrite(), reports_.nextTime(), Kiv::activityManager()->nextTime() } );
-   }
-
-   double nextWrite() const {
-      return next_ < order_.size() ? plan_.timeline[ order_[ next_ ] ].at : infinity;
-   }
-
-   void instant() {
-      double const now = clock_->now();
-      if( nextWrite() <= now ) {
-         causes_.outside();
-         for( ; nextWrite() <= now; ++next_ )
-            outside_.write( plan_.timeline[ order_[ next_ ] ].operation );
-         lastDue_ = now;
+   // The rest of the instant, after its writes.
+   void fireDue() {
+      last_ = now();
+      while( reports_.makeOne( now() ) || fireOne() ) {
+         lastDue_ = now();
          endStep();
       }
-      while( reports_.makeOne( now ) || fireOne() ) {
-         lastDue_ = now;
-         endStep();
-      }
+      endInstant();
    }
 
    bool fireOne() {
@@ -160,23 +265,14 @@ class Run {
       chronicle_.drain();
    }
 
-   Result ended() const {
-      auto result = watch_->result();
-      result.t = lastDue_;
-      result.now = clock_->now();
-      result.started = chronicle_.started();
-      result.enabled = outside_.config()->enabled();
-      for( auto i = progress_->stageIteratorConst(); i; ++i )
-         result.progress[ i.key().str() ] = i.value();
-      result.outcome = outcomeOf( result );
-      if( result.outcome == Outcome::complete )
-         result.determined = causes_.determined();
-      else
-         result.explanation = explained( *statusSm_, result );
-      return result;
+   void endInstant() {
+      if( options_.countChanges )
+         changes_.over( complete() );
    }
 
-   Plan const & plan_;
+   EngineOptions options_;
+   std::optional< double > last_; // instant
+   double lastDue_ = 0;           // something that was
 
    // Destroyed from the last to the first: the watchers, the library's state machines, then the
    // entities that both refer to, at last the clock.
@@ -187,26 +283,66 @@ class Run {
    Kiv::Ptr< Stage::Progress > progress_;
    Chronicle chronicle_;
    Causes causes_;
+   Changes changes_;
    Reports reports_;
    Kiv::Ptr< Stage::Ordovan > manager_;
    Kiv::Ptr< Stage::StatusSm > statusSm_;
    Kiv::Ptr< StatusWatch > watch_;
+   Kiv::Ptr< ChangeWatch > changeWatch_;
 
-   std::vector< std::size_t > order_; // of the timeline
-   std::size_t next_ = 0;             // in it
-   double lastDue_ = 0;
+   bool decideOnDeclarations_;
+   bool enabledIsSaid_; // by the beginning or by an input
 };
 
-} // namespace
+Engine::Engine( Beginning const & beginning, std::vector< Observer * > const & observers,
+                EngineOptions const & options )
+   : parts_( std::make_unique< Parts >( beginning, observers, options ) ) {}
 
-Result run( Plan const & plan, std::vector< Observer * > const & observers, double until,
-            Look const & look ) {
-   if( Kiv::activityManager()->activity()->running() )
-      throw std::logic_error( "a run cannot begin inside a callback" );
-   requireRunnable( plan );
-   if( !( until >= 0 ) )
-      throw std::invalid_argument( "the time at which a run ends is a number of seconds from 0" );
-   return Run( plan, observers ).run( until, look );
+Engine::~Engine() = default;
+
+double Engine::now() const { return parts_->now(); }
+
+double Engine::nextDue() const { return parts_->nextDue(); }
+
+void Engine::fire() { parts_->fire(); }
+
+void Engine::fireUntil( double t ) {
+   while( nextDue() <= t && nextDue() != infinity )
+      fire();
 }
+
+void Engine::stopAt( double t ) { parts_->stopAt( t ); }
+
+Instant Engine::instant( double seconds, std::vector< Input > input ) const {
+   return parts_->instant( seconds, std::move( input ) );
+}
+
+void Engine::check( std::vector< Input > const & input ) const { parts_->check( input ); }
+
+void Engine::takeIn( Instant const & instant ) { parts_->takeIn( instant ); }
+
+bool Engine::started() const { return parts_->started(); }
+
+bool Engine::complete() const { return parts_->complete(); }
+
+std::uint64_t Engine::sequence() const { return parts_->changes().sequence(); }
+
+std::vector< std::string > Engine::changedSince( std::uint64_t after ) const {
+   return parts_->changes().since( after );
+}
+
+Result Engine::result() const { return parts_->result(); }
+
+void Engine::end( Result const & result ) { parts_->end( result ); }
+
+Kiv::Ptr< Stage::Config > const & Engine::config() const { return parts_->outside().config(); }
+
+Kiv::Ptr< Kiv::Dir > const & Engine::agentDir() const { return parts_->outside().agentDir(); }
+
+Kiv::Ptr< Stage::Status > const & Engine::status() const { return parts_->status(); }
+
+Kiv::Ptr< Stage::Log > const & Engine::log() const { return parts_->log(); }
+
+Kiv::Ptr< Stage::Ordovan > const & Engine::manager() const { return parts_->manager(); }
 
 } // namespace Simulation

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include <simulation/Instant.h>
 #include <simulation/Result.h>
 
 namespace Simulation {
@@ -35,12 +36,15 @@ struct StageChange {
 };
 
 // Is told what happens in a run, while it runs. Log entries and messages come in the exact order in
-// which they happened; a change of a stage comes at its instant, after the handler that made it.
-// An observer must not touch the run's entities. Exceptions that it throws end the run and reach
-// the caller of it. Owned by the caller of the engine.
+// which they happened, and so does what is taken in; a change of a stage comes at its instant,
+// after the handler that made it. An observer must not touch the run's entities. Exceptions that it
+// throws end the run and reach the caller of it. Owned by the caller of the engine.
 class Observer {
  public:
    virtual ~Observer() = default;
+   virtual void onBegin( Beginning const & ) {}
+   // Is about to be taken in; what was due before it has happened. Never one without input.
+   virtual void onInstant( Instant const & ) {}
    virtual void onLogEntry( double /* t */, std::string const & /* msg */ ) {}
    virtual void onMessage( Message const & ) {}
    virtual void onStage( StageChange const & ) {}

@@ -12,7 +12,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <fmt/format.h>
-#include <simulation/Engine.h>
+#include <simulation/Run.h>
 #include <tools/Lines.h>
 #include <tools/Number.h>
 #include <tools/Options.h>

@@ -19,8 +19,8 @@
 #include <Kiv/Printable.h>
 #include <Kiv/Trace.h>
 #include <fmt/format.h>
-#include <simulation/Engine.h>
 #include <simulation/RecordWriter.h>
+#include <simulation/Run.h>
 #include <tools/Display.h>
 #include <tools/Files.h>
 #include <tools/Options.h>

@@ -18,6 +18,16 @@ void Chronicle::drain() {
    rethrow();
 }
 
+void Chronicle::begin( Beginning const & beginning ) {
+   tell( [ & ]( Observer & observer ) { observer.onBegin( beginning ); } );
+   rethrow();
+}
+
+void Chronicle::takenIn( Instant const & instant ) {
+   tell( [ & ]( Observer & observer ) { observer.onInstant( instant ); } );
+   rethrow();
+}
+
 void Chronicle::stage( StageChange const & change ) {
    tellLog();
    tell( [ & ]( Observer & observer ) { observer.onStage( change ); } );

@@ -33,6 +33,8 @@ class Chronicle {
    // Passes on what the log holds, and throws what was kept. To be called after each callback, and
    // never inside one.
    void drain();
+   void begin( Beginning const & beginning );
+   void takenIn( Instant const & instant );
    void stage( StageChange const & change );
    void end( Result const & result );
 

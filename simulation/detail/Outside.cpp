@@ -40,6 +40,16 @@ void Outside::join( std::string const & name, std::vector< Event > const & event
    agentDir_->entityPtrIs( agent.config );
 }
 
+bool Outside::isDeclared( std::string const & agent, std::string const & stage ) const {
+   auto const found = agent_.find( agent );
+   return found != agent_.end() && found->second.event.count( stage ) != 0;
+}
+
+std::size_t Outside::events( std::string const & agent ) const {
+   auto const found = agent_.find( agent );
+   return found == agent_.end() ? 0 : found->second.event.size();
+}
+
 void Outside::write( Operation const & operation ) {
    std::visit( [ this ]( auto const & o ) { make( o ); }, operation );
 }
@@ -50,6 +60,7 @@ void Outside::make( Leave const & leave ) {
    auto const agent = agent_.find( leave.agent );
    for( auto & [ stage, event ] : agent->second.event )
       event->there = false;
+   events_ -= agent->second.event.size();
    agentDir_->entityPtrDel( leave.agent );
    agent_.erase( agent );
 }
@@ -64,6 +75,7 @@ void Outside::make( Withdraw const & withdraw ) {
    event->second->there = false;
    agent.config->eventDel( withdraw.stage );
    agent.event.erase( event );
+   --events_;
 }
 
 void Outside::make( Set const & set ) {
@@ -85,6 +97,7 @@ void Outside::declare( std::string const & name, Agent & agent, Event const & ev
    auto const simulated = std::make_shared< SimulatedEvent >(
       SimulatedEvent{ config, event.stage, event.complete, true } );
    agent.event[ event.stage ] = simulated;
+   ++events_;
    declaration_( simulated );
 }
 

@@ -41,6 +41,13 @@ class Outside {
    void join( std::string const & agent, std::vector< Event > const & events );
    void write( Operation const & operation );
 
+   // What has been written: an agent is in the directory, has an event for a stage, how many it
+   // has, and how many all have together.
+   bool isThere( std::string const & agent ) const { return agent_.count( agent ) != 0; }
+   bool isDeclared( std::string const & agent, std::string const & stage ) const;
+   std::size_t events( std::string const & agent ) const;
+   std::size_t events() const { return events_; }
+
  private:
    struct Agent {
       Kiv::Ptr< Stage::AgentConfig > config;
@@ -58,6 +65,7 @@ class Outside {
    Kiv::Ptr< Stage::Config > config_;
    Kiv::Ptr< Kiv::Dir > agentDir_;
    std::unordered_map< std::string, Agent > agent_;
+   std::size_t events_ = 0;
    Declaration declaration_;
 };
 

@@ -24,9 +24,9 @@ StageResult stageResult( Stage::StageStatus const & stage ) {
 
 StageWatch::StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
                         Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle,
-                        Causes & causes )
+                        Causes & causes, std::size_t & finished )
    : stageSm_( stageSm ), stage_( stage ), chronicle_( chronicle ), causes_( causes ),
-     activeSince_( Kiv::now() ) {
+     finished_( finished ), activeSince_( Kiv::now() ) {
    watch( stageSm );
    for( auto i = stageSm->pendingEventIterator(); i; ++i )
       lookAtPending( i.key() );
@@ -72,6 +72,10 @@ void StageWatch::look() {
    }
    if( timedOut_ && complete && completionTime != completionTime_ )
       completeAfterAll_ = true;
+   if( complete && !complete_ )
+      ++finished_;
+   else if( !complete && complete_ )
+      --finished_;
    complete_ = complete;
    timedOut_ = timedOut;
    completionTime_ = completionTime;
@@ -151,7 +155,7 @@ void StatusWatch::stageActive( Kiv::Name const & name ) {
       return;
    reports_.stageActive( name.str() );
    causes_.stageStarted( name.str(), stage->critical() );
-   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_, causes_ );
+   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_, causes_, finished_ );
 }
 
 Result StatusWatch::result() const {

@@ -22,7 +22,7 @@ class StageWatch : public Stage::StageSm::NotifieeConst {
  public:
    StageWatch( Kiv::Ptr< Stage::StageSm > const & stageSm,
                Kiv::Ptr< Stage::StageStatus const > const & stage, Chronicle & chronicle,
-               Causes & causes );
+               Causes & causes, std::size_t & finished );
 
    using Stage::StageSm::NotifieeConst::onPendingEvent;
    void onComplete() override { look(); }
@@ -42,6 +42,7 @@ class StageWatch : public Stage::StageSm::NotifieeConst {
    Kiv::Ptr< Stage::StageStatus const > stage_;
    Chronicle & chronicle_;
    Causes & causes_;
+   std::size_t & finished_; // how many stages are complete
    double activeSince_;
    double timedOutAt_ = 0;
    std::unordered_map< std::string, double > pendingSince_; // by uid
@@ -87,6 +88,8 @@ class StatusWatch : public Stage::Status::NotifieeConst {
 
    // What the entities and state machines say now; the rest of the result is not touched.
    Result result() const;
+   // The status says so, and every stage that is known is active and complete.
+   bool complete() const { return status_->complete() && finished_ == status_->stages(); }
 
  private:
    void stageKnown( Kiv::Name const & name );
@@ -97,6 +100,7 @@ class StatusWatch : public Stage::Status::NotifieeConst {
    Chronicle & chronicle_;
    Reports & reports_;
    Causes & causes_;
+   std::size_t finished_ = 0;
    std::unordered_map< std::string, Kiv::Ptr< StageWatch > > stage_;
    std::unordered_map< std::string, Kiv::Ptr< DependencyWatch > > dependency_; // by stage
 };

@@ -12,8 +12,8 @@
 #include <Ordovan/LogSm.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <simulation/Engine.h>
 #include <simulation/RecordWriter.h>
+#include <simulation/Run.h>
 #include <tools/Files.h>
 #include <tools/PlanReader.h>
 

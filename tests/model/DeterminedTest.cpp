@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <simulation/Engine.h>
+#include <simulation/Run.h>
 
 #include <algorithm>
 #include <cmath>

@@ -11,7 +11,7 @@
 
 #include <Index/Oracle.h>
 #include <Kiv/Kiv.h>
-#include <simulation/Engine.h>
+#include <simulation/Run.h>
 
 #include <algorithm>
 #include <array>

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <simulation/Engine.h>
 #include <simulation/RecordWriter.h>
+#include <simulation/Run.h>
 
 #include <cinttypes>
 #include <cstdio>

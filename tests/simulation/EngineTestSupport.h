@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include <simulation/Engine.h>
 #include <simulation/Json.h>
+#include <simulation/Run.h>
 
 // Plans in a few words, and a recorder of everything that an observer is told.
 
