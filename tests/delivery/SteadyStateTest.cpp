@@ -90,6 +90,97 @@ TEST( SteadyState, ChangingAndDeliveringAnUnchangedSetOfMembersAllocatesNothing 
       EXPECT_EQ( reactor->calls, 400U );
 }
 
+namespace {
+
+// Many reactors are told of something at once.
+class Bursts : public testing::Test {
+ protected:
+   Bursts() {
+      for( std::size_t i = 0; i != 3000; ++i )
+         reactors.push_back( new Counter( crowd ) );
+   }
+   void burst() {
+      ++bursts_;
+      crowd->timeoutIs( bursts_ );
+      crowd->dependencyIs( disk, bursts_ % 2 == 0 );
+      loop.deliver();
+   }
+   void quiet() {
+      event->timeoutIs( ++quiets_ );
+      loop.deliver();
+   }
+   void quietForLong() {
+      for( int i = 0; i != 16; ++i )
+         quiet();
+   }
+
+   testing_support::Loop loop;
+   Kiv::String8 const disk = "Disk";
+   Kiv::Ptr< Stage::EventConfig > const crowd = Stage::EventConfig::EventConfigIs( "Gui", "crowd" );
+   Kiv::Ptr< Stage::EventConfig > const event = Stage::EventConfig::EventConfigIs( "Gui", "agent" );
+   std::vector< Kiv::Ptr< Counter > > reactors;
+   Kiv::Ptr< Counter > const one = new Counter( event );
+
+ private:
+   unsigned bursts_ = 0;
+   unsigned quiets_ = 0;
+};
+
+} // namespace
+
+TEST_F( Bursts, ThatComeAgainAndAgainNeitherAllocateNorGiveBack ) {
+   burst();
+   testing_support::Memory memory;
+   std::size_t const before = globalAllocations;
+   for( int i = 0; i != 10; ++i )
+      burst();
+   EXPECT_EQ( memory.allocations(), 0U );
+   EXPECT_EQ( memory.releases(), 0U );
+   EXPECT_EQ( globalAllocations - before, 0U );
+}
+
+TEST_F( Bursts, AreKeptForHalfBySomethingQuietInBetween ) {
+   burst();
+   testing_support::Memory memory;
+   quiet();
+   std::size_t const released = memory.releases();
+   EXPECT_GT( released, 100U );
+   quiet();
+   EXPECT_LT( memory.releases(), released * 3 / 2 + 5 );
+   EXPECT_GT( memory.releases(), released * 3 / 2 - 5 );
+   burst();
+   EXPECT_LE( memory.allocations(), memory.releases() );
+}
+
+TEST_F( Bursts, AreForgottenAfterAFewQuietTurns ) {
+   quietForLong();
+   testing_support::Memory memory;
+   burst();
+   std::size_t const taken = memory.allocations();
+   EXPECT_GT( taken, 200U );
+   quietForLong();
+   EXPECT_LE( memory.allocations() - memory.releases(), 2U );
+   std::size_t const before = memory.allocations();
+   for( int i = 0; i != 100; ++i )
+      quiet();
+   EXPECT_EQ( memory.allocations(), before );
+   burst();
+   for( auto const & reactor : reactors )
+      EXPECT_EQ( reactor->calls, 4U );
+}
+
+TEST_F( Bursts, AreGivenBackWhenNothingWaitsForAReactorThatIsOffAnyMore ) {
+   quietForLong();
+   testing_support::Memory memory;
+   reactors.front()->hasNotificationActiveIs( false );
+   burst();
+   quietForLong();
+   reactors.front()->hasNotificationActiveIs( true );
+   quietForLong();
+   EXPECT_LE( memory.allocations() - memory.releases(), 1U );
+   EXPECT_EQ( reactors.front()->calls, 2U );
+}
+
 TEST( SteadyState, ArmingAndFiringTimersAllocatesNothing ) {
    testing_support::Loop loop;
    std::vector< Kiv::Ptr< Ticker > > timers;

@@ -30,6 +30,7 @@ class Memory {
    // Since this was made.
    std::size_t allocations() const { return state().allocations; }
    std::size_t failures() const { return state().failures; }
+   std::size_t releases() const { return state().releases; }
 
  private:
    static constexpr std::size_t never = std::numeric_limits< std::size_t >::max();
@@ -39,6 +40,7 @@ class Memory {
       Failing failing = Failing::once;
       std::size_t allocations = 0;
       std::size_t failures = 0;
+      std::size_t releases = 0;
    };
    static State & state() {
       static State theState;
@@ -58,7 +60,10 @@ class Memory {
       ++s.allocations;
       return ::operator new( size, std::nothrow );
    }
-   static void release( void * memory, std::size_t ) { ::operator delete( memory ); }
+   static void release( void * memory, std::size_t ) {
+      ++state().releases;
+      ::operator delete( memory );
+   }
 
    Kiv::MemoryHooks const before_;
 };

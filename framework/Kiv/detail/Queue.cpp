@@ -8,6 +8,7 @@
 #include <Kiv/detail/Turn.h>
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <new>
 #include <type_traits>
@@ -26,6 +27,10 @@ std::uint32_t hashOf( PtrInterface::NotifieeConst const & reactor, Attribute con
    return ( h ^ h >> 15 ) * 0x2c1b3c6dU;
 }
 
+constexpr std::size_t perBlock = QueueBlock::size;
+// So many the pool does not give back. A power of two.
+constexpr std::size_t leastItems = 2 * perBlock;
+
 std::uint32_t bitOf( Attribute const & attribute ) {
    assert( attribute.id < wholeAttributes );
    return 1U << attribute.id;
@@ -39,15 +44,47 @@ static_assert( std::is_trivially_destructible_v< Queue > );
 // ------------------------------------------------------------------------------ room and memory
 
 void Queue::reserveItems( std::size_t items ) {
-   for( ; free_ <= items; ++free_ ) {
-      auto * const item = new QueueItem;
-      item->next = pool_;
-      pool_ = item;
+   while( free_ <= items ) {
+      auto * const block = new QueueBlock;
+      block->next = std::exchange( blocks_, block );
+      fill( *block );
+      items_ += perBlock;
    }
+   // By half at least, so that a growing burst comes here seldom.
+   spare_ = std::min( spare_ / 2, free_ - items - 1 );
+}
+
+// All items of a block go into the pool.
+void Queue::fill( QueueBlock & block ) noexcept {
+   for( QueueItem & item : block.items )
+      item.next = std::exchange( pool_, &item );
+   free_ += perBlock;
+}
+
+// Nothing is queued. As long as something waits for a reactor that is off, or rests, all is kept:
+// it stands anywhere.
+void Queue::giveBack() noexcept {
+   if( free_ != items_ )
+      return;
+   if( spare_ >= perBlock ) {
+      for( ; spare_ >= perBlock && items_ > leastItems; spare_ -= perBlock, items_ -= perBlock )
+         delete std::exchange( blocks_, blocks_->next );
+      pool_ = nullptr;
+      free_ = 0;
+      for( QueueBlock * block = blocks_; block; block = block->next )
+         fill( *block );
+   }
+   spare_ = items_ > leastItems ? free_ / 2 : 0;
+   std::size_t const size = std::bit_ceil( std::max( items_, leastItems ) );
+   if( size >= tableSize_ )
+      return;
+   void * const table = KivMemPool::operator new( size * sizeof( QueueItem * ), std::nothrow );
+   if( table )
+      tableIs( static_cast< QueueItem ** >( table ), size );
 }
 
 void Queue::reservePlaces( std::size_t items ) {
-   std::size_t size = tableSize_ ? tableSize_ : 64;
+   std::size_t size = tableSize_ ? tableSize_ : leastItems;
    while( size < entered_ + items )
       size *= 2;
    auto * const table =
@@ -382,6 +419,8 @@ std::size_t Queue::deliverWhile( GoesOn goesOn ) {
       else
          deliverWholes( item, count, goesOn );
    }
+   if( items_ > leastItems && empty() )
+      giveBack();
    return count;
 }
 

@@ -9,7 +9,9 @@
 // Every item also stands in a ring of its reactor, oldest first, so that dropping what is pending
 // for one reactor costs what is dropped. Items of a reactor whose notifications are off stand in
 // that ring alone. Items with keys, and the groups that count them, are found through a hash
-// table. Items come from a pool, so that a steady state allocates nothing.
+// table. Items come from a pool, so that a steady state allocates nothing. Whenever nothing is
+// pending any more the pool gives back what was not needed since that was so before, at most half
+// of what it has: so it does not keep what one burst took, and keeps what every burst takes.
 //
 // Invariants:
 //  1. An item stands in first_ or second_, or if it `rests` in resting_, exactly while its reactor
@@ -73,6 +75,13 @@ struct QueueItem : KivMemPool {
    QueueItem * nextInBucket = nullptr;
 };
 
+// So many items are allocated together, and given back together.
+struct QueueBlock : KivMemPool {
+   static constexpr std::size_t size = 32;
+   QueueItem items[ size ];
+   QueueBlock * next = nullptr;
+};
+
 class Queue {
  public:
    using Reactor = PtrInterface::NotifieeConst;
@@ -84,7 +93,7 @@ class Queue {
    // Makes room for so many items, and for those of them that have keys or are groups. Throws
    // std::bad_alloc, having changed nothing but the room.
    void reserve( std::size_t items, std::size_t withKeys ) {
-      if( free_ <= items ) [[unlikely]]
+      if( free_ <= items + spare_ ) [[unlikely]]
          reserveItems( items );
       if( entered_ + withKeys > tableSize_ ) [[unlikely]]
          reservePlaces( withKeys );
@@ -152,6 +161,8 @@ class Queue {
    static bool hears( Reactor const & reactor, Attribute const & attribute );
    void reserveItems( std::size_t items );
    void reservePlaces( std::size_t items );
+   void fill( QueueBlock & block ) noexcept;
+   void giveBack() noexcept;
    void tableIs( QueueItem ** table, std::size_t size ) noexcept;
    QueueItem * make( Reactor & reactor, Attribute const & attribute, Form form ) noexcept;
    void release( QueueItem * item ) noexcept;
@@ -213,7 +224,10 @@ class Queue {
    unsigned activations_ = 0; // under way, nested
    std::uint64_t asked_ = 0;
    QueueItem * pool_ = nullptr;
-   std::size_t free_ = 0; // items in the pool
+   std::size_t free_ = 0;  // items in the pool
+   std::size_t spare_ = 0; // of these: not needed since nothing was pending
+   std::size_t items_ = 0; // all there are
+   QueueBlock * blocks_ = nullptr;
    QueueItem ** table_ = nullptr;
    std::size_t tableSize_ = 0; // a power of two, or 0
    std::size_t entered_ = 0;   // items in the table
