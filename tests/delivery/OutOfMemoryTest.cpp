@@ -6,6 +6,8 @@
 
 #include <Stage/Stage.h>
 
+#include <Kiv/detail/Queue.h>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -110,20 +112,25 @@ class Entities {
 class Thirst {
  public:
    explicit Thirst( Memory const & memory ) {
-      for( std::size_t before = 0;; ) {
-         auto const event = Stage::EventConfig::EventConfigIs( "Stage", "agent" );
-         Ptr< Stage::EventConfig::NotifieeConst > const off = new Stage::EventConfig::NotifieeConst;
-         off->notifierIs( Ptr< Kiv::PtrInterface const >( event ) );
-         off->isRegisteredNotifieeIs( true );
-         pending_.push_back( off );
-         before = memory.allocations();
-         event->criticalIs( true );
-         if( memory.allocations() != before )
-            return;
+      while( useOne( memory ) == 0 ) {
       }
+      for( std::size_t more = 1; more != Kiv::detail::QueueBlock::size; ++more )
+         useOne( memory );
    }
 
  private:
+   // How often it has allocated.
+   std::size_t useOne( Memory const & memory ) {
+      auto const event = Stage::EventConfig::EventConfigIs( "Stage", "agent" );
+      Ptr< Stage::EventConfig::NotifieeConst > const off = new Stage::EventConfig::NotifieeConst;
+      off->notifierIs( Ptr< Kiv::PtrInterface const >( event ) );
+      off->isRegisteredNotifieeIs( true );
+      pending_.push_back( off );
+      std::size_t const before = memory.allocations();
+      event->criticalIs( true );
+      return memory.allocations() - before;
+   }
+
    std::vector< Ptr< Stage::EventConfig::NotifieeConst > > pending_;
 };
 
@@ -298,7 +305,7 @@ TEST( OutOfMemoryWhileTheQueueGrows, EveryFailureLeavesTheValuesAndTheQueueInSte
       for( auto const & reactor : off ) // the keys, and one deferred callback from the second on
          EXPECT_EQ( reactor->pendingNotifications(), key + 1 + ( key > 0 ? 1U : 0U ) );
    }
-   EXPECT_GT( memory.failures(), 500U );
+   EXPECT_GT( memory.failures(), 40U );
 }
 
 TEST( OutOfMemoryWhileSwitching, TurningOffAndOnRegisteringAndMarkingNeedNoMemory ) {

@@ -75,16 +75,16 @@ void Queue::giveBack() noexcept {
          fill( *block );
    }
    spare_ = items_ > leastItems ? free_ / 2 : 0;
-   std::size_t const size = std::bit_ceil( std::max( items_, leastItems ) );
-   if( size >= tableSize_ )
-      return;
-   void * const table = KivMemPool::operator new( size * sizeof( QueueItem * ), std::nothrow );
-   if( table )
-      tableIs( static_cast< QueueItem ** >( table ), size );
+   // The next key makes one that is as large as the items need.
+   if( tableSize_ > 2 * std::max( items_, leastItems ) ) {
+      KivMemPool::operator delete( table_, tableSize_ * sizeof( QueueItem * ) );
+      table_ = nullptr;
+      tableSize_ = 0;
+   }
 }
 
 void Queue::reservePlaces( std::size_t items ) {
-   std::size_t size = tableSize_ ? tableSize_ : leastItems;
+   std::size_t size = tableSize_ ? tableSize_ : std::bit_ceil( items_ );
    while( size < entered_ + items )
       size *= 2;
    auto * const table =
