@@ -409,11 +409,15 @@ void KivStageStatus::onDependencykivImmediate() {
 void KivStageStatus::handleDependency( String8 name ) {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::KivStageStatus::handleDependency(Kiv::String8)",
                   " for stage ", fwkKey(), " (dependency:", name, ")" );
-   if( !reacts() || !configSm()->status()->stage( name ) )
-      return; // linked when it appears: handleStage
+   if( !reacts() )
+      return;
    Ptr< KivStageStatus > const other = configSm()->stageStatus( name );
    if( !other )
       return; // its reactor is made by the notification that also calls handleStage
+   Ptr< Status > const stages = configSm()->status();
+   bool const there = other->stage() && other->stage()->isIn( *stages );
+   if( !there && !stages->stage( name ) )
+      return; // linked when it appears: handleStage
    ORDOVAN_TRACE( 8, "  Adjusting criticalAncestor for ", name );
    bool const dep = stage()->hasDependency( name );
    bool const critic = dep && stage()->critical();

@@ -58,6 +58,9 @@ class STAGE_EXPORT StageStatus : public Kiv::Entity {
    ~StageStatus() override;
    void isNondestructingIs( bool nondestructing ) override;
 
+   // Whether this is a member of `status`, without a look-up.
+   bool isIn( Status const & status ) const { return status_ == &status; }
+
    // The events of all agents that belong to this stage, by the agent's name; null when absent.
    Kiv::Ptr< EventConfig const > event( Kiv::String8 const & agent ) const {
       return event_.member( agent );

@@ -490,6 +490,19 @@ TEST( HandleDependencyOfStage, AStageThatHasLeftTheStatusIsNotLinked ) {
    EXPECT_EQ( ofB->criticalAncestors(), 0U );
 }
 
+TEST( HandleDependencyOfStage, AStageThatAnotherOfItsNameHasReplacedIsLinked ) {
+   World w;
+   Ptr< ConfigSm > const machine = silentConfigSm( w );
+   Ptr< ConfigSm::KivStageStatus > const ofA = machine->stageStatusIs( w.status->stageIs( "A" ) );
+   Ptr< ConfigSm::KivStageStatus > const ofB = machine->stageStatusIs( w.status->stageIs( "B" ) );
+   w.stage( "A" )->dependencyIs( "B", true );
+   w.stage( "A" )->criticalIs( true );
+   w.status->stageDel( "B" );
+   w.status->stageIs( "B" );
+   ofA->handleDependency( "B" ); // whose reactor watches the one that has left
+   EXPECT_TRUE( ofB->criticalAncestor( "A" ) );
+}
+
 TEST( HandleDependencyOfStage, AStageWhoseReactorIsNotMadeYetIsLeftForLater ) {
    World w;
    Ptr< ConfigSm > const machine = silentConfigSm( w );

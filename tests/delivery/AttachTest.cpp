@@ -5,6 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
 using namespace delivery;
 
 namespace {
@@ -202,6 +209,44 @@ TEST_F( Attaching, ReactorsThatAreSwitchedOnTogetherHearAllInTheOrderInWhichItWa
                "a dependency Disk true", "b dependency Gui true", "b dependency Net true",
                "a timeout 2", "a dependency Boot true", "b critical true", "a critical true",
                "on critical true", "on dependency...", "b dependency...", "a dependency..." } ) );
+}
+
+// So many, and so far apart, that their places in the queue differ in more than one byte.
+TEST_F( Attaching, ThousandsThatAreSwitchedOnTogetherHearAllInTheOrderInWhichItWasSaid ) {
+   std::size_t const reactors = 3000;
+   std::mt19937 random( 4 );
+   std::vector< Kiv::Ptr< Stage::EventConfig > > events;
+   std::vector< Kiv::Ptr< Watcher > > watchers;
+   for( std::size_t i = 0; i != reactors; ++i ) {
+      events.push_back( newEvent( std::to_string( i ).c_str() ) );
+      watchers.push_back( new Watcher( std::to_string( i ), journal, events.back() ) );
+      watchers.back()->hasNotificationActiveIs( false );
+   }
+   Lines expected;
+   std::vector< std::size_t > order( reactors );
+   std::iota( order.begin(), order.end(), 0U );
+   auto const sayAll = [ & ]( auto say, char const * line ) {
+      std::shuffle( order.begin(), order.end(), random );
+      for( std::size_t const i : order ) {
+         say( *events[ i ] );
+         expected.push_back( std::to_string( i ) + line );
+      }
+   };
+   sayAll( []( Stage::EventConfig & e ) { e.timeoutIs( 1 ); }, " timeout 1" );
+   Kiv::Ptr< Watcher > const on = new Watcher( "on", journal, other );
+   for( int i = 0; i != 70000; ++i ) { // in between, others are told of as much
+      other->timeoutIs( -i - 1 );
+      loop.deliver();
+   }
+   journal.clear();
+   sayAll( []( Stage::EventConfig & e ) { e.criticalIs( true ); }, " critical true" );
+   {
+      Kiv::InOrder const together;
+      std::shuffle( order.begin(), order.end(), random );
+      for( std::size_t const i : order )
+         watchers[ i ]->hasNotificationActiveIs( true );
+   }
+   EXPECT_EQ( delivered(), expected );
 }
 
 TEST_F( Attaching, SwitchingOffKeepsWhatStandsInTheQueue ) {

@@ -36,6 +36,29 @@ std::uint32_t bitOf( Attribute const & attribute ) {
    return 1U << attribute.id;
 }
 
+constexpr unsigned digitBits = 8;
+
+// The chain, sorted by one digit of how much later than `least` each item was asked for. Those with
+// the same digit stay in their order.
+QueueItem * sortedByDigit( QueueItem * chain, std::uint64_t least, unsigned digit ) {
+   constexpr std::size_t values = std::size_t{ 1 } << digitBits;
+   QueueItem * heads[ values ] = {};
+   QueueItem * tails[ values ];
+   for( ; chain; chain = chain->next ) {
+      std::size_t const value = ( chain->asked - least ) >> digit & ( values - 1 );
+      ( heads[ value ] ? tails[ value ]->next : heads[ value ] ) = chain;
+      tails[ value ] = chain;
+   }
+   QueueItem ** end = &chain;
+   for( std::size_t value = 0; value != values; ++value )
+      if( heads[ value ] ) {
+         *end = heads[ value ];
+         end = &tails[ value ]->next;
+      }
+   *end = nullptr;
+   return chain;
+}
+
 } // namespace
 
 constinit Queue theQueue;
@@ -336,35 +359,23 @@ void Queue::activationEnds() noexcept {
    sortAfter( second_, secondBefore_ );
 }
 
-// Sorts what stands behind `last` (null: all) by the order of asking: a merge sort of the list,
-// runs of doubling length, that needs no memory.
+// Sorts what stands behind `last` (null: all) by the order of asking, digit by digit from the
+// lowest: so that it takes no memory, and time in proportion to what is sorted, as whole systems
+// are switched on at once. What each reactor had pending is in order, and mostly there is one only.
 void Queue::sortAfter( List & list, QueueItem * last ) noexcept {
    QueueItem * chain = last ? last->next : list.head;
-   for( std::size_t run = 1, merges = 2; chain && merges > 1; run *= 2 ) {
-      QueueItem * rest = chain;
-      QueueItem * sorted = nullptr;
-      QueueItem ** end = &sorted;
-      for( merges = 0; rest; ++merges ) {
-         QueueItem * a = rest;
-         std::size_t inA = 0;
-         for( ; inA != run && rest; ++inA )
-            rest = rest->next;
-         QueueItem * b = rest;
-         std::size_t inB = 0;
-         for( ; inB != run && rest; ++inB )
-            rest = rest->next;
-         while( inA || inB ) {
-            bool const fromA = inA && ( !inB || a->asked < b->asked );
-            QueueItem *& from = fromA ? a : b;
-            --( fromA ? inA : inB );
-            *end = from;
-            end = &from->next;
-            from = from->next;
-         }
-      }
-      *end = nullptr;
-      chain = sorted;
+   std::uint64_t least = chain ? chain->asked : 0;
+   std::uint64_t most = least;
+   bool inOrder = true;
+   for( QueueItem const * item = chain; item; item = item->next ) {
+      inOrder = inOrder && item->asked >= most;
+      least = std::min( least, item->asked );
+      most = std::max( most, item->asked );
    }
+   if( inOrder )
+      return;
+   for( unsigned digit = 0; digit != 64 && ( most - least ) >> digit != 0; digit += digitBits )
+      chain = sortedByDigit( chain, least, digit );
    ( last ? last->next : list.head ) = chain;
    for( QueueItem * before = last; chain; chain = chain->next ) {
       chain->previous = before;
