@@ -1,6 +1,7 @@
 // Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 #include <simulation/RecordWriter.h>
 
+#include <simulation/InputLine.h>
 #include <simulation/Json.h>
 
 namespace Simulation {
@@ -28,6 +29,17 @@ void stageMember( Json & json, std::string const & name, StageResult const & sta
 }
 
 } // namespace
+
+void RecordWriter::onBegin( Beginning const & beginning ) {
+   if( inputs_ == Inputs::written )
+      line_( beginLine( beginning ) + '\n' );
+}
+
+void RecordWriter::onInstant( Instant const & instant ) {
+   if( inputs_ == Inputs::written )
+      for( auto const & line : inputLines( instant ) )
+         line_( line + '\n' );
+}
 
 void RecordWriter::onLogEntry( double t, std::string const & msg ) {
    Json json;
