@@ -79,10 +79,10 @@ template< class Iterator >
 class IteratorWalk : public KeyWalk {
  public:
    explicit IteratorWalk( Iterator iterator ) : iterator_( std::move( iterator ) ) {}
-   bool stands() const override { return iterator_.hasBookmark(); }
-   String8 key() const override { return String8( iterator_.key() ); }
-   void advance() override { iterator_.advance(); }
-   void reset() override { iterator_.reset(); }
+   [[gnu::cold]] bool stands() const override { return iterator_.hasBookmark(); }
+   [[gnu::cold]] String8 key() const override { return String8( iterator_.key() ); }
+   [[gnu::cold]] void advance() override { iterator_.advance(); }
+   [[gnu::cold]] void reset() override { iterator_.reset(); }
 
  private:
    Iterator iterator_;
@@ -143,12 +143,15 @@ Value toValue( T * const & owner ) {
    return owner && owner->references() ? Value( Ptr< T >( owner ) ) : Value();
 }
 
+// What rows are reached by. Nobody waits for it, and there is one for each attribute: they are made
+// small, not fast.
+
 template< auto get >
-Value readWith( PtrInterface const & object ) {
+[[gnu::cold]] Value readWith( PtrInterface const & object ) {
    return toValue( ( static_cast< ClassOf< get > const & >( object ).*get )() );
 }
 template< auto set >
-void writeWith( PtrInterface & object, String8 const & name, Value const & value ) {
+[[gnu::cold]] void writeWith( PtrInterface & object, String8 const & name, Value const & value ) {
    ( static_cast< ClassOf< set > & >( object ).*
      set )( fromValue< ArgumentOf< set, 0 > >( name, value ) );
 }
@@ -163,7 +166,8 @@ T argumentIn( List_ const & list, char const * name ) {
    return argument;
 }
 template< auto set, auto const & names >
-void writeListWith( PtrInterface & object, String8 const & attribute, Value const & value ) {
+[[gnu::cold]] void writeListWith( PtrInterface & object, String8 const & attribute,
+                                  Value const & value ) {
    List_ const & list = argumentList( attribute, value, names );
    [ & ]< std::size_t... n >( std::index_sequence< n... > ) {
       // In braces one after the other, so that the first that is wrong is the one that is named.
@@ -173,7 +177,7 @@ void writeListWith( PtrInterface & object, String8 const & attribute, Value cons
    }( std::make_index_sequence< std::size( names ) >() );
 }
 template< auto operation >
-void callWith( PtrInterface & object, Value const * argument ) {
+[[gnu::cold]] void callWith( PtrInterface & object, Value const * argument ) {
    auto & typed = static_cast< ClassOf< operation > & >( object );
    if constexpr( MemberFunction< decltype( operation ) >::arguments == 0 )
       ( typed.*operation )();
@@ -181,13 +185,13 @@ void callWith( PtrInterface & object, Value const * argument ) {
       ( typed.*operation )( ArgumentOf< operation, 0 >( argument->text() ) );
 }
 template< auto operation, auto whole >
-void callEither( PtrInterface & object, Value const * argument ) {
+[[gnu::cold]] void callEither( PtrInterface & object, Value const * argument ) {
    return argument ? callWith< operation >( object, argument )
                    : callWith< whole >( object, nullptr );
 }
 
 template< auto get, auto has >
-Value memberWith( PtrInterface const & object, Text const & key ) {
+[[gnu::cold]] Value memberWith( PtrInterface const & object, Text const & key ) {
    auto const & typed = static_cast< ClassOf< get > const & >( object );
    using K = ArgumentOf< get, 0 >;
    if constexpr( !std::same_as< decltype( has ), std::nullptr_t > )
@@ -196,31 +200,31 @@ Value memberWith( PtrInterface const & object, Text const & key ) {
    return toValue( ( typed.*get )( K( key ) ) );
 }
 template< auto count >
-std::uint32_t countWith( PtrInterface const & object ) {
+[[gnu::cold]] std::uint32_t countWith( PtrInterface const & object ) {
    return ( static_cast< ClassOf< count > const & >( object ).*count )();
 }
 template< auto iterator >
-KeyWalk * walkWith( PtrInterface const & object ) {
+[[gnu::cold]] KeyWalk * walkWith( PtrInterface const & object ) {
    using Iterator = typename MemberFunction< decltype( iterator ) >::Result;
    return new IteratorWalk< Iterator >(
       ( static_cast< ClassOf< iterator > const & >( object ).*iterator )() );
 }
 template< auto set >
-void memberIsWith( PtrInterface & object, Text const & key, String8 const & name,
-                   Value const & value ) {
+[[gnu::cold]] void memberIsWith( PtrInterface & object, Text const & key, String8 const & name,
+                                 Value const & value ) {
    ( static_cast< ClassOf< set > & >( object ).*
      set )( ArgumentOf< set, 0 >( key ), fromValue< ArgumentOf< set, 1 > >( name, value ) );
 }
 template< auto set, auto keyOf >
-void memberIsUnder( PtrInterface & object, Text const & key, String8 const & name,
-                    Value const & value ) {
+[[gnu::cold]] void memberIsUnder( PtrInterface & object, Text const & key, String8 const & name,
+                                  Value const & value ) {
    auto const member = fromValue< ArgumentOf< set, 0 > >( name, value );
    if( member )
       checkKey( key, ( member.get()->*keyOf )() );
    ( static_cast< ClassOf< set > & >( object ).*set )( member );
 }
 template< class T >
-void fits( String8 const & name, Value const & value ) {
+[[gnu::cold]] void fits( String8 const & name, Value const & value ) {
    static_cast< void >( fromValue< T >( name, value ) );
 }
 inline void fitsNothing( String8 const & name, Value const & value ) {
@@ -228,15 +232,16 @@ inline void fitsNothing( String8 const & name, Value const & value ) {
       throwWrongObject( name, value );
 }
 template< auto make >
-void memberMake( PtrInterface & object, Text const & key, String8 const &, Value const & ) {
+[[gnu::cold]] void memberMake( PtrInterface & object, Text const & key, String8 const &,
+                               Value const & ) {
    ( static_cast< ClassOf< make > & >( object ).*make )( ArgumentOf< make, 0 >( key ) );
 }
 template< auto del >
-void memberDelWith( PtrInterface & object, Text const & key ) {
+[[gnu::cold]] void memberDelWith( PtrInterface & object, Text const & key ) {
    ( static_cast< ClassOf< del > & >( object ).*del )( ArgumentOf< del, 0 >( key ) );
 }
 template< auto delAll >
-void memberDelAllWith( PtrInterface & object ) {
+[[gnu::cold]] void memberDelAllWith( PtrInterface & object ) {
    ( static_cast< ClassOf< delAll > & >( object ).*delAll )();
 }
 
@@ -412,7 +417,7 @@ constexpr Attribute operation( char const * name, char const * argument = nullpt
 namespace detail {
 
 template< class Machine >
-void markWith( PtrInterface & object, String8 const & name, Value const & value ) {
+[[gnu::cold]] void markWith( PtrInterface & object, String8 const & name, Value const & value ) {
    static_cast< Machine & >( object ).kivDoZombieReactors( toBool( name, value ) );
 }
 KIV_EXPORT Value readActivity( PtrInterface const & object );

@@ -109,8 +109,9 @@ class Machine : public Base {
    }
 
  private:
+   // Once in the life of a machine, so it is small rather than fast.
    template< class Call >
-   void eachOwned( Call call ) {
+   [[gnu::cold]] void eachOwned( Call call ) {
       if constexpr( !std::is_void_v< Self > )
          std::apply( [ & ]( auto &... members ) { ( members.each( call ), ... ); },
                      static_cast< Self * >( this )->owned() );
