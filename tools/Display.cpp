@@ -209,10 +209,14 @@ std::string timedOut( Result const & result ) {
 } // namespace
 
 void Display::onMessage( Simulation::Message const & message ) {
+   if( style_.quiet )
+      return;
    line( message.t, Colour::yellow, "message", message.text, message.id );
 }
 
 void Display::onStage( StageChange const & change ) {
+   if( style_.quiet && change.kind != StageChange::Kind::suspended )
+      return;
    auto const took = "after " + duration( change.t - change.activeSince );
    auto const critical = change.critical ? "critical" : "";
    switch( change.kind ) {
@@ -241,6 +245,8 @@ void Display::onStage( StageChange const & change ) {
 }
 
 void Display::onEnd( Result const & result ) {
+   if( style_.quiet )
+      return;
    bool const complete = result.outcome == Simulation::Outcome::complete;
    bool const over = complete || result.exhausted;
    auto const colour = complete ? Colour::green : over ? Colour::red : Colour::none;

@@ -52,6 +52,18 @@ std::string listed( Keys keys ) {
    return text;
 }
 
+// What a message is about. It is put together when there is a message, which nearly never is.
+class What {
+ public:
+   What( char const * text ) : text_( text ) {}
+   What( std::string_view text, std::string_view name ) : text_( text ), name_( name ) {}
+   std::string str() const { return std::string( text_ ) + ( name_ ? quoted( *name_ ) : "" ); }
+
+ private:
+   std::string_view text_;
+   std::optional< std::string_view > name_;
+};
+
 // The value as a T; nothing if it is something else.
 template< class T >
 std::optional< T > valueAs( Use const & use ) {
@@ -67,7 +79,8 @@ std::optional< T > valueAs( Use const & use ) {
 class Reader {
  public:
    explicit Reader( YamlTree const & tree )
-      : mistakes_( tree.mistakes() ), visitsLeft_( tree.size() + visitsByAliases ) {}
+      : mistakes_( tree.mistakes() ), treeHasMistakes_( !mistakes_.empty() ),
+        visitsLeft_( tree.size() + visitsByAliases ) {}
 
    void plan( YamlNode const & root );
    PlanText result();
@@ -80,22 +93,22 @@ class Reader {
    enum class Infinite { allowed, refused };
 
    template< class F >
-   void members( Use const & use, std::string const & what, F const & f );
+   void members( Use const & use, What const & what, F const & f );
    template< class F >
-   void fields( Use const & use, std::string const & what, Keys allowed, F const & f );
+   void fields( Use const & use, What const & what, Keys allowed, F const & f );
    template< class F >
-   void items( Use const & use, std::string const & what, F const & f );
+   void items( Use const & use, What const & what, F const & f );
 
-   std::optional< bool > boolean( Use const & use, std::string const & what );
-   std::optional< double > seconds( Use const & use, std::string const & what, Infinite infinite,
-                                    std::string const & allowed );
+   std::optional< bool > boolean( Use const & use, What const & what );
+   std::optional< double > seconds( Use const & use, What const & what, Infinite infinite,
+                                    std::string_view allowed );
    std::optional< double > timeout( Use const & use );
-   std::optional< std::string > name( Use const & use, std::string const & what );
-   bool isTrue( Use const & use, std::string const & what );
+   std::optional< std::string > name( Use const & use, What const & what );
+   bool isTrue( Use const & use, What const & what );
 
    void agents( Use const & use );
-   std::vector< Event > events( Use const & use, std::string const & what );
-   Event event( Use const & use, std::string const & what );
+   std::vector< Event > events( Use const & use, What const & what );
+   Event event( Use const & use, What const & what );
    void dependencies( Use const & use, Event & event );
    Behaviour behaviour( Use const & use );
 
@@ -107,9 +120,9 @@ class Reader {
    void mistake( Place place, std::string text ) {
       mistakes_.push_back( { place, std::move( text ) } );
    }
-   void wrong( Use const & use, std::string const & what, std::string const & allowed ) {
+   void wrong( Use const & use, What const & what, std::string_view allowed ) {
       mistake( use.place,
-               fmt::format( "{} is {}; it must be {}", what, described( use ), allowed ) );
+               fmt::format( "{} is {}; it must be {}", what.str(), described( use ), allowed ) );
    }
    void visit( Use const & use ) {
       if( visitsLeft_-- == 0 ) {
@@ -122,6 +135,7 @@ class Reader {
 
    Plan plan_;
    std::vector< Mistake > mistakes_;
+   bool const treeHasMistakes_;
    std::vector< UnclearEntry > unclear_;
    std::size_t visitsLeft_;
    bool tooLarge_ = false; // so the plan is only a part of what the file says
@@ -129,26 +143,27 @@ class Reader {
 
 // Calls `f( name, key, value )` for each member of a map whose keys are names.
 template< class F >
-void Reader::members( Use const & use, std::string const & what, F const & f ) {
+void Reader::members( Use const & use, What const & what, F const & f ) {
    if( use.node->kind != YamlNode::Kind::map ) {
       wrong( use, what, "a map" );
       return;
    }
-   std::unordered_set< std::string_view > seen;
+   std::unordered_set< std::string_view > seen; // stays empty where no key stands twice anywhere
    for( auto const & [ key, value ] : use.node->member ) {
       visit( key );
       auto const & node = *key.node;
       bool const isMerge = node.tag == "?" && node.text == "<<";
-      if( node.kind != YamlNode::Kind::scalar || isMerge || !seen.insert( node.text ).second )
+      if( node.kind != YamlNode::Kind::scalar || isMerge ||
+          ( treeHasMistakes_ && !seen.insert( node.text ).second ) )
          continue; // the tree has told already
       if( std::holds_alternative< std::monostate >( scalarOf( node ) ) ) {
          mistake( key.place, fmt::format( "a key of {} is {}; it must be a name, in quotes if it "
                                           "looks like that",
-                                          what, described( key ) ) );
+                                          what.str(), described( key ) ) );
       } else if( node.text.empty() ) {
          mistake( key.place, fmt::format( "a name in {} is empty; it must have a character at "
                                           "least",
-                                          what ) );
+                                          what.str() ) );
       } else {
          f( node.text, key, value );
       }
@@ -157,18 +172,18 @@ void Reader::members( Use const & use, std::string const & what, F const & f ) {
 
 // The same for a map whose keys are fixed.
 template< class F >
-void Reader::fields( Use const & use, std::string const & what, Keys allowed, F const & f ) {
+void Reader::fields( Use const & use, What const & what, Keys allowed, F const & f ) {
    members( use, what, [ & ]( std::string const & name, Use const & key, Use const & value ) {
       if( std::find( allowed.begin(), allowed.end(), name ) == allowed.end() )
          mistake( key.place, fmt::format( "unknown key {} in {}; allowed are {}", quoted( name ),
-                                          what, listed( allowed ) ) );
+                                          what.str(), listed( allowed ) ) );
       else
          f( name, key, value );
    } );
 }
 
 template< class F >
-void Reader::items( Use const & use, std::string const & what, F const & f ) {
+void Reader::items( Use const & use, What const & what, F const & f ) {
    if( use.node->kind != YamlNode::Kind::sequence ) {
       wrong( use, what, "a list" );
       return;
@@ -179,15 +194,15 @@ void Reader::items( Use const & use, std::string const & what, F const & f ) {
    }
 }
 
-std::optional< bool > Reader::boolean( Use const & use, std::string const & what ) {
+std::optional< bool > Reader::boolean( Use const & use, What const & what ) {
    auto const value = valueAs< bool >( use );
    if( !value )
       wrong( use, what, "true or false" );
    return value;
 }
 
-std::optional< double > Reader::seconds( Use const & use, std::string const & what,
-                                         Infinite infinite, std::string const & allowed ) {
+std::optional< double > Reader::seconds( Use const & use, What const & what, Infinite infinite,
+                                         std::string_view allowed ) {
    auto const number = valueAs< double >( use );
    bool const infinityStands = infinite == Infinite::allowed && isWrittenInfinity( use.node->text );
    if( number && *number >= 0 && ( !std::isinf( *number ) || infinityStands ) )
@@ -201,7 +216,7 @@ std::optional< double > Reader::timeout( Use const & use ) {
                    "a number of seconds, 0 or more, or .inf" );
 }
 
-std::optional< std::string > Reader::name( Use const & use, std::string const & what ) {
+std::optional< std::string > Reader::name( Use const & use, What const & what ) {
    auto const text = valueAs< std::string >( use );
    if( text && !text->empty() )
       return text;
@@ -209,7 +224,7 @@ std::optional< std::string > Reader::name( Use const & use, std::string const & 
    return std::nullopt;
 }
 
-bool Reader::isTrue( Use const & use, std::string const & what ) {
+bool Reader::isTrue( Use const & use, What const & what ) {
    bool const is = valueAs< bool >( use ).value_or( false );
    if( !is )
       wrong( use, what, "true" );
@@ -217,16 +232,16 @@ bool Reader::isTrue( Use const & use, std::string const & what ) {
 }
 
 void Reader::agents( Use const & use ) {
-   members(
-      use, "\"agents\"", [ & ]( std::string const & name, Use const & key, Use const & value ) {
-         plan_.agent.push_back( { name, events( value, "agent " + quoted( name ) ), key.place } );
-      } );
+   members( use, "\"agents\"",
+            [ & ]( std::string const & name, Use const & key, Use const & value ) {
+               plan_.agent.push_back( { name, events( value, { "agent ", name } ), key.place } );
+            } );
 }
 
-std::vector< Event > Reader::events( Use const & use, std::string const & what ) {
+std::vector< Event > Reader::events( Use const & use, What const & what ) {
    std::vector< Event > found;
    members( use, what, [ & ]( std::string const & stage, Use const & key, Use const & value ) {
-      auto declared = event( value, "the event for stage " + quoted( stage ) );
+      auto declared = event( value, { "the event for stage ", stage } );
       declared.stage = stage;
       declared.place = key.place;
       found.push_back( std::move( declared ) );
@@ -234,7 +249,7 @@ std::vector< Event > Reader::events( Use const & use, std::string const & what )
    return found;
 }
 
-Event Reader::event( Use const & use, std::string const & what ) {
+Event Reader::event( Use const & use, What const & what ) {
    Event event;
    event.place = use.place;
    if( use.node->kind != YamlNode::Kind::map ) {
@@ -259,7 +274,7 @@ void Reader::dependencies( Use const & use, Event & event ) {
    if( use.node->kind == YamlNode::Kind::map ) {
       members( use, "\"dependency\"",
                [ & ]( std::string const & stage, Use const &, Use const & value ) {
-                  if( auto const counts = boolean( value, "dependency " + quoted( stage ) ) )
+                  if( auto const counts = boolean( value, { "dependency ", stage } ) )
                      event.dependency.push_back( { stage, *counts } );
                } );
    } else if( use.node->kind == YamlNode::Kind::sequence ) {
@@ -308,8 +323,7 @@ void Reader::dependencyWrites( Use const & use, std::vector< Write > & found ) {
                if( counts || valueAs< std::monostate >( value ) )
                   found.push_back( DependencyWrite{ stage, counts } );
                else
-                  wrong( value, "dependency " + quoted( stage ),
-                         "true, false, or null to remove it" );
+                  wrong( value, { "dependency ", stage }, "true, false, or null to remove it" );
             } );
 }
 
@@ -390,7 +404,7 @@ void Reader::Entry::operation( std::string const & name, Use const & value ) {
       operation_ = Set{ {}, {}, reader_.writes( value ) };
    else if( name == "enabled" )
       operation_ = Enable{ reader_.boolean( value, "\"enabled\"" ).value_or( false ) };
-   else if( !reader_.isTrue( value, quoted( name ) ) )
+   else if( !reader_.isTrue( value, { "", name } ) )
       return;
    else if( name == "leave" )
       operation_ = Leave();

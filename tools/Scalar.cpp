@@ -96,6 +96,11 @@ std::optional< double > floating( std::string_view text ) {
    return std::nullopt;
 }
 
+// Whether a scalar that begins so may be something else than text.
+bool mayBeginAnother( char first ) {
+   return std::string_view( "~nNtTfF.-+0123456789" ).find( first ) != std::string_view::npos;
+}
+
 } // namespace
 
 bool isWrittenInfinity( std::string_view text ) {
@@ -104,6 +109,9 @@ bool isWrittenInfinity( std::string_view text ) {
 
 Scalar scalarOf( YamlNode const & node ) {
    bool const plain = node.tag == "?";
+   // Most scalars are names, and most names begin with what nothing else begins with.
+   if( plain && !node.text.empty() && !mayBeginAnother( node.text.front() ) )
+      return node.text;
    auto const tag = node.tag.starts_with( coreTag ) ? node.tag.substr( coreTag.size() ) : "";
    if( ( plain || tag == "null" ) && isNull( node.text ) )
       return std::monostate();

@@ -15,6 +15,7 @@
 #include <yaml-cpp/mark.h>
 #include <yaml-cpp/parser.h>
 
+#include <tools/PlainYaml.h>
 #include <tools/Scalar.h>
 
 namespace Tools {
@@ -473,10 +474,13 @@ void YamlTree::Builder::checkKeys( YamlNode const & map ) {
    }
 }
 
-YamlTree::YamlTree( std::string_view text ) {
+YamlTree::YamlTree( std::string_view text, Reading reading ) {
    std::string_view constexpr byteOrderMark = "\xEF\xBB\xBF";
    if( text.starts_with( byteOrderMark ) )
       text.remove_prefix( byteOrderMark.size() );
+   quick_ = reading == Reading::quick && Plain( *this, text ).run();
+   if( quick_ )
+      return;
    Builder( *this, text, nullptr ).run();
    // Outside of double quotes such a pair is plain text, so it is joined only for want of it.
    bool const refused =
