@@ -7,6 +7,7 @@
 #include <numeric>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 
 #include <Kiv/Printable.h>
 #include <simulation/Json.h>
@@ -84,7 +85,7 @@ class Directory {
 
    // The events are told apart even where the agent was there before.
    void declared( std::string const & agent, std::vector< Event > const & events ) {
-      std::set< std::string > own;
+      std::set< std::string_view > own;
       for( auto const & event : events ) {
          if( !own.insert( event.stage ).second ) {
             mistake( event.place, "agent " + quoted( agent ) + " has two events for stage " +
@@ -122,9 +123,10 @@ class Directory {
    }
 
    std::vector< Mistake > & mistakes_;
-   std::map< std::string, std::set< std::string > > stages_; // of each agent that is there
-   std::set< std::string > perhapsThere_;
-   std::set< std::string > perhapsGone_;
+   // Names are those of the plan.
+   std::map< std::string_view, std::set< std::string_view > > stages_; // of each agent there is
+   std::set< std::string_view > perhapsThere_;
+   std::set< std::string_view > perhapsGone_;
    TimelineEntry const * entry_ = nullptr;
 };
 

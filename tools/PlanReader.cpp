@@ -69,9 +69,9 @@ template< class T >
 std::optional< T > valueAs( Use const & use ) {
    if( use.node->kind != YamlNode::Kind::scalar )
       return std::nullopt;
-   auto const value = scalarOf( *use.node );
-   auto const * const held = std::get_if< T >( &value );
-   return held ? std::optional( *held ) : std::nullopt;
+   auto value = scalarOf( *use.node );
+   auto * const held = std::get_if< T >( &value );
+   return held ? std::optional( std::move( *held ) ) : std::nullopt;
 }
 
 // Builds a plan from a tree, collecting mistakes on the way. Each reading function returns what it
@@ -217,7 +217,7 @@ std::optional< double > Reader::timeout( Use const & use ) {
 }
 
 std::optional< std::string > Reader::name( Use const & use, What const & what ) {
-   auto const text = valueAs< std::string >( use );
+   auto text = valueAs< std::string >( use );
    if( text && !text->empty() )
       return text;
    wrong( use, what, "a name: text that is not empty, in quotes if it looks like something else" );
@@ -279,8 +279,8 @@ void Reader::dependencies( Use const & use, Event & event ) {
                } );
    } else if( use.node->kind == YamlNode::Kind::sequence ) {
       items( use, "\"dependency\"", [ & ]( Use const & item ) {
-         if( auto const stage = name( item, "a stage in \"dependency\"" ) )
-            event.dependency.push_back( { *stage, true } );
+         if( auto stage = name( item, "a stage in \"dependency\"" ) )
+            event.dependency.push_back( { std::move( *stage ), true } );
       } );
    } else {
       wrong( use, "\"dependency\"", "a list of stages, or a map of stages to true or false" );

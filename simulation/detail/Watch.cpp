@@ -110,16 +110,15 @@ DependencyWatch::DependencyWatch( Kiv::Ptr< Stage::StageStatus const > const & s
                                   Chronicle & chronicle, Causes & causes )
    : chronicle_( chronicle ), causes_( causes ) {
    watch( stage );
+   auto const name = stage->name().str();
    for( auto i = stage->dependencyIteratorConst(); i; ++i )
-      look( i.key() );
+      causes_.dependency( name, i.key().str(), i.value() );
 }
 
 void DependencyWatch::onDependency( Kiv::String8 on ) {
-   chronicle_.keepingExceptions( [ & ] { look( on ); } );
-}
-
-void DependencyWatch::look( Kiv::String8 const & on ) {
-   causes_.dependency( notifier()->name().str(), on.str(), notifier()->dependency( on ) );
+   chronicle_.keepingExceptions( [ & ] {
+      causes_.dependency( notifier()->name().str(), on.str(), notifier()->dependency( on ) );
+   } );
 }
 
 StatusWatch::StatusWatch( Kiv::Ptr< Stage::Status const > const & status,
@@ -138,9 +137,10 @@ void StatusWatch::onStage( Kiv::Name name ) {
 
 void StatusWatch::stageKnown( Kiv::Name const & name ) {
    auto const stage = status_->stage( name );
-   if( stage && !dependency_.count( name.str() ) ) {
-      causes_.stageKnown( name.str() );
-      dependency_[ name.str() ] = new DependencyWatch( stage, chronicle_, causes_ );
+   auto const text = name.str();
+   if( stage && !dependency_.count( text ) ) {
+      causes_.stageKnown( text );
+      dependency_[ text ] = new DependencyWatch( stage, chronicle_, causes_ );
    }
 }
 
@@ -151,11 +151,12 @@ void StatusWatch::onActiveStage( Kiv::Name name ) {
 void StatusWatch::stageActive( Kiv::Name const & name ) {
    auto const stage = status_->activeStage( name );
    auto const stageSm = statusSm_->stageSm( name );
-   if( !stage || !stageSm || stage_.count( name.str() ) )
+   auto const text = name.str();
+   if( !stage || !stageSm || stage_.count( text ) )
       return;
-   reports_.stageActive( name.str() );
-   causes_.stageStarted( name.str(), stage->critical() );
-   stage_[ name.str() ] = new StageWatch( stageSm, stage, chronicle_, causes_, finished_ );
+   reports_.stageActive( text );
+   causes_.stageStarted( text, stage->critical() );
+   stage_[ text ] = new StageWatch( stageSm, stage, chronicle_, causes_, finished_ );
 }
 
 Result StatusWatch::result() const {

@@ -65,8 +65,6 @@ class DependencyWatch : public Stage::StageStatus::NotifieeConst {
    void onDependency( Kiv::String8 on ) override;
 
  private:
-   void look( Kiv::String8 const & on );
-
    Chronicle & chronicle_;
    Causes & causes_;
 };
