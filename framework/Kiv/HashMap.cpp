@@ -14,24 +14,33 @@ namespace {
 
 // So many members stand in one bucket.
 constexpr std::uint32_t oneBucket = 8;
-constexpr std::uint32_t leastLog2 = 4; // of more than one bucket
-constexpr std::uint32_t mostLog2 = 31;
+constexpr std::uint32_t leastBuckets = 16; // of more than one
+constexpr std::uint32_t mostBuckets = 1U << 31;
+// Where so many in a row are behind their buckets, taking one away costs as much as finding some.
+constexpr std::uint32_t crowded = 256;
 
 // How many members a table of so many buckets is made for.
-std::uint64_t limit( std::uint32_t log2 ) { return ( std::uint64_t{ 7 } << log2 ) / 8; }
+std::uint64_t limit( std::uint32_t buckets ) { return std::uint64_t{ buckets } * 7 / 8; }
 
-// The number of buckets, and of slots at least, for so many members.
-std::uint32_t log2For( std::uint64_t members ) {
-   if( members <= oneBucket )
-      return 0;
-   std::uint32_t log2 = leastLog2;
-   while( limit( log2 ) < members && log2 < mostLog2 )
-      ++log2;
-   return log2;
+// At least so many buckets: 2 or 3 times a power of two. Large tables, which it takes long to make
+// anew, have twice as many each time.
+std::uint32_t bucketsFrom( std::uint64_t least ) {
+   if( least <= leastBuckets )
+      return leastBuckets;
+   if( least >= mostBuckets )
+      return mostBuckets;
+   auto const below = std::bit_floor( static_cast< std::uint32_t >( least - 1 ) );
+   bool const between = below < MapTable::far && least <= below + below / 2;
+   return between ? below + below / 2 : 2 * below;
 }
-// Few members stand behind the last bucket, the more the larger the table.
-std::uint32_t slotsFor( std::uint32_t log2, std::uint32_t members ) {
-   return log2 ? ( 1U << log2 ) + log2 - 1 : std::bit_ceil( members );
+std::uint32_t bucketsFor( std::uint64_t members ) {
+   return members <= oneBucket ? 1 : bucketsFrom( ( members * 8 + 6 ) / 7 );
+}
+// The number of slots at least. Few members stand behind the last bucket, the more the larger the
+// table.
+std::uint32_t slotsFor( std::uint32_t buckets, std::uint32_t members ) {
+   return buckets == 1 ? std::bit_ceil( members )
+                       : buckets + static_cast< std::uint32_t >( std::bit_width( buckets ) ) - 2;
 }
 
 std::uint64_t tableBytes( std::uint32_t slots, std::size_t stride ) {
@@ -40,7 +49,7 @@ std::uint64_t tableBytes( std::uint32_t slots, std::size_t stride ) {
 }
 
 // In which a slot's number is that of its bucket: no member is there.
-MapTable * newTable( std::uint32_t log2, std::uint32_t slots, std::size_t stride ) noexcept {
+MapTable * newTable( std::uint32_t buckets, std::uint32_t slots, std::size_t stride ) noexcept {
    std::uint64_t const bytes = tableBytes( slots, stride );
    if( bytes > std::numeric_limits< std::size_t >::max() / 2 )
       return nullptr;
@@ -48,7 +57,7 @@ MapTable * newTable( std::uint32_t log2, std::uint32_t slots, std::size_t stride
       KivMemPool::operator new( static_cast< std::size_t >( bytes ), std::nothrow ) );
    if( !block )
       return nullptr;
-   auto * const table = new( block + slots * stride ) MapTable{ 0, slots, log2 };
+   auto * const table = new( block + slots * stride ) MapTable{ 0, slots, buckets };
    std::fill_n( table->hash(), std::size_t{ slots } + 1, MapTable::free );
    return table;
 }
@@ -90,7 +99,7 @@ MapBase::~MapBase() {
 std::byte * MapBase::findFar( Text const & key, std::size_t stride ) const {
    std::uint32_t const hash = key.filedHash();
    std::size_t const bucket = table_->bucketOf( hash );
-   if( table_->log2 < MapTable::far )
+   if( table_->buckets < MapTable::far )
       return findEqual( key, table_->notLess( bucket, hash ), hash, stride );
    constexpr std::size_t ahead = 8; // few members stand further behind their bucket
    __builtin_prefetch( table_->slot( bucket, stride ) );
@@ -143,32 +152,45 @@ std::uint32_t MapBase::after( Text const & key, std::size_t stride ) const {
 }
 
 // How many slots the members need in a table of so many buckets.
-std::uint32_t MapBase::extent( std::uint32_t log2 ) const {
+MapBase::Extent MapBase::extent( std::uint32_t buckets ) const {
    if( !table_ )
-      return 0;
-   MapTable const buckets{ 0, 0, log2 };
+      return { 0, 0 };
+   MapTable const made{ 0, 0, buckets };
    std::uint32_t end = 0;
+   std::uint32_t behind = 0;
+   std::uint32_t crowd = 0;
    for( std::uint32_t p = table_->takenFrom( 0 ); p != table_->slots;
-        p = table_->takenFrom( p + 1 ) )
-      end = std::max( end, buckets.bucketOf( table_->hash()[ p ] ) ) + 1;
-   return end;
+        p = table_->takenFrom( p + 1 ) ) {
+      std::uint32_t const bucket = made.bucketOf( table_->hash()[ p ] );
+      behind = bucket < end ? behind + 1 : 0;
+      crowd = std::max( crowd, behind );
+      end = std::max( end, bucket ) + 1;
+   }
+   return { end, crowd };
 }
 
 void MapBase::reserve( std::size_t stride ) {
    std::uint32_t const wanted = size() + 1;
-   std::uint32_t log2 = table_ ? table_->log2 : 0;
+   std::uint32_t buckets = table_ ? table_->buckets : 1;
+   bool const one = buckets == 1;
    std::uint32_t slots = 0;
-   if( table_ && ( log2 ? wanted <= limit( log2 ) || log2 == mostLog2 : wanted <= oneBucket ) ) {
+   if( table_ &&
+       ( one ? wanted <= oneBucket : wanted <= limit( buckets ) || buckets == mostBuckets ) ) {
       if( table_->isFree( table_->slots - 1 ) )
          return;
       // Too many have the last buckets in common: half as many slots more behind these.
-      std::uint32_t const behind = table_->slots - ( 1U << log2 );
-      slots = log2 ? table_->slots + log2 + behind / 2 : slotsFor( 0, wanted );
+      std::uint32_t const behind = table_->slots - buckets;
+      slots = one ? slotsFor( 1, wanted )
+                  : table_->slots + slotsFor( buckets, wanted ) - buckets + behind / 2;
    } else {
-      log2 = log2For( wanted );
-      slots = std::max( slotsFor( log2, wanted ), extent( log2 ) + 1 );
+      buckets = bucketsFor( wanted );
+      slots = slotsFor( buckets, wanted );
    }
-   if( !resize( log2, slots, stride ) )
+   if( resize( buckets, slots, stride ) )
+      return;
+   // Most likely for want of memory, else of slots.
+   std::uint32_t const needed = extent( buckets ).slots + 1;
+   if( needed <= slots || !resize( buckets, needed, stride ) )
       throw std::bad_alloc();
 }
 
@@ -202,13 +224,25 @@ void MapBase::close( std::uint32_t place, std::size_t stride ) noexcept {
       dispose( std::exchange( table_, nullptr ), stride );
       return;
    }
-   std::uint32_t const log2 = table_->log2;
-   if( size >= ( log2 ? 1U << log2 : table_->slots ) / 4 )
+   if( size < ( table_->buckets == 1 ? table_->slots : table_->buckets ) / 4 )
+      shrink( stride );
+}
+
+// There are few members for the table. One that cannot shrink stays as it is, and is looked at
+// again when it has half as many.
+void MapBase::shrink( std::size_t stride ) noexcept {
+   std::uint32_t const size = table_->size;
+   std::uint32_t const buckets = table_->buckets;
+   if( buckets == 1 || size < leastBuckets / 4 ) {
+      resize( 1, buckets == 1 ? table_->slots / 2 : oneBucket, stride );
       return;
-   // A map that cannot shrink stays as it is.
-   std::uint32_t const next = log2 > leastLog2 ? log2 - 1 : 0;
-   std::uint32_t const slots = next ? slotsFor( next, size ) : log2 ? oneBucket : table_->slots / 2;
-   resize( next, std::max( slots, next ? extent( next ) + 1 : 0 ), stride );
+   }
+   if( size != buckets / 4 - 1 && !std::has_single_bit( size ) )
+      return;
+   std::uint32_t const next = bucketsFrom( 2 * std::uint64_t{ size } + 2 );
+   Extent const needed = extent( next );
+   if( needed.crowd < crowded )
+      resize( next, std::max( slotsFor( next, size ), needed.slots + 1 ), stride );
 }
 
 MapTable * MapBase::takeAll() noexcept {
@@ -223,24 +257,29 @@ void MapBase::dispose( MapTable * table, std::size_t stride ) noexcept {
          static_cast< std::size_t >( tableBytes( table->slots, stride ) ) );
 }
 
-// A walk in order meets the members of each new bucket in order, which keeps invariant 2.
-bool MapBase::resize( std::uint32_t log2, std::uint32_t slots, std::size_t stride ) noexcept {
-   MapTable * const made = newTable( log2, slots, stride );
+// A walk in order meets the members of each new bucket in order, which keeps invariant 2. False,
+// and nothing changed, without memory, and when the slots are too few for there to be a free one
+// behind all members.
+bool MapBase::resize( std::uint32_t buckets, std::uint32_t slots, std::size_t stride ) noexcept {
+   MapTable * const made = newTable( buckets, slots, stride );
    if( !made )
       return false;
-   membersMove();
-   if( table_ ) {
-      std::uint32_t free = 0;
+   std::uint32_t free = 0;
+   if( table_ )
       for( std::uint32_t p = table_->takenFrom( 0 ); p != table_->slots;
            p = table_->takenFrom( p + 1 ) ) {
          std::uint32_t const hash = table_->hash()[ p ];
          std::uint32_t const to = std::max( free, made->bucketOf( hash ) );
+         if( to + 1 >= slots ) {
+            dispose( made, stride );
+            return false;
+         }
          made->hash()[ to ] = hash;
          std::memcpy( made->slot( to, stride ), table_->slot( p, stride ), stride );
          free = to + 1;
       }
-      made->size = table_->size;
-   }
+   made->size = size();
+   membersMove();
    dispose( std::exchange( table_, made ), stride );
    return true;
 }

@@ -8,8 +8,8 @@
 //             +---------+---------+---------+---------+---------+
 //
 // Invariants:
-//  1. A table has a power of two of buckets, one slot each and some spare ones behind them. The
-//     bucket of a key is the top bits of its hash. A member stands in the slot of its bucket, or
+//  1. A table has some buckets, one slot each and some spare ones behind them. The buckets share
+//     the range of hashes evenly, in its order. A member stands in the slot of its bucket, or
 //     behind it with no free slot in between.
 //  2. Members stand in ascending order of (hash, key bytes). So a walk over the slots meets all
 //     members in that order, whatever the number of buckets is.
@@ -18,7 +18,9 @@
 //  4. There is no table for a map that was never filled or was emptied. A table of up to eight
 //     slots is one bucket; any other has at most 7/8 as many members as buckets. After a removal
 //     there are at most four buckets, or four slots of one bucket, to a member, as far as there
-//     was memory to shrink.
+//     was memory to shrink, and as far as members then do not crowd: a map that is emptied in
+//     the order of its walk has the last of them in its last buckets, and each that goes would
+//     move all others.
 //  5. Every iterator of a map stands in the map's list. It knows the slot of its member until
 //     members move; before they do, the map gives it the key to find its place again by.
 #pragma once
@@ -55,12 +57,11 @@ struct MapTable {
    // filedHash(), which is less.
    static constexpr std::uint32_t free = 0xffffffffU;
 
-   // From so many buckets on, as a power of two, a table is too large for the caches near the
-   // processor.
-   static constexpr std::uint32_t far = 12;
+   // From so many buckets on a table is too large for the caches near the processor.
+   static constexpr std::uint32_t far = 4096;
 
    std::uint32_t bucketOf( std::uint32_t hash ) const {
-      return static_cast< std::uint32_t >( ( std::uint64_t{ hash } << log2 ) >> 32 );
+      return static_cast< std::uint32_t >( std::uint64_t{ hash } * buckets >> 32 );
    }
    std::uint32_t * hash() { return reinterpret_cast< std::uint32_t * >( this + 1 ); }
    std::byte * slot( std::size_t place, std::size_t stride ) {
@@ -96,7 +97,7 @@ struct MapTable {
 
    std::uint32_t size;
    std::uint32_t slots;
-   std::uint32_t log2; // of the number of buckets
+   std::uint32_t buckets;
 };
 
 // What every map does, whatever its members are. `stride`: the bytes of a slot, in which the key
@@ -108,7 +109,7 @@ class KIV_EXPORT MapBase {
    MapBase & operator=( MapBase const & ) = delete;
 
    std::uint32_t size() const { return table_ ? table_->size : 0; }
-   std::uint32_t buckets() const { return table_ ? 1U << table_->log2 : 0; }
+   std::uint32_t buckets() const { return table_ ? table_->buckets : 0; }
    // How many members there is a place for, and which are taken: 0 is the first.
    std::uint32_t slots() const { return table_ ? table_->slots : 0; }
    bool taken( std::uint32_t place ) const { return !table_->isFree( place ); }
@@ -121,7 +122,7 @@ class KIV_EXPORT MapBase {
    std::byte * find( Text const & key, std::size_t stride ) const {
       if( !table_ )
          return nullptr;
-      if( !key.hashKnown() || table_->log2 >= MapTable::far )
+      if( !key.hashKnown() || table_->buckets >= MapTable::far )
          return findFar( key, stride );
       std::uint32_t const hash = key.knownHash();
       std::uint32_t const * const hashes = table_->hash();
@@ -164,8 +165,13 @@ class KIV_EXPORT MapBase {
    void bookmark() const noexcept;
    std::uint32_t notBefore( Text const & key, std::size_t stride ) const;
    std::uint32_t after( Text const & key, std::size_t stride ) const;
-   std::uint32_t extent( std::uint32_t log2 ) const;
-   bool resize( std::uint32_t log2, std::uint32_t slots, std::size_t stride ) noexcept;
+   struct Extent {
+      std::uint32_t slots;
+      std::uint32_t crowd; // so many in a row are behind their buckets
+   };
+   Extent extent( std::uint32_t buckets ) const;
+   void shrink( std::size_t stride ) noexcept;
+   bool resize( std::uint32_t buckets, std::uint32_t slots, std::size_t stride ) noexcept;
 
    mutable MapPlace * places_ = nullptr; // the iterators, a list
 };
@@ -273,9 +279,10 @@ bool sameValue( V const & a, V const & b ) {
 // removed before its turn is not visited; one that is added may be.
 //
 // Cost: finding, adding and removing are constant on average. Members stand in a table: none is
-// allocated by itself. A table that is full is made anew at twice its size, by the member that does
-// not fit. A slot is two words and four bytes, and there are 1.14 to 2.3 slots to a member while a
-// map grows. An iterator costs each change of the map while it lives: a few instructions.
+// allocated by itself. A table that is full is made anew, a third to a half larger, from 4096 slots
+// on twice as large, by the member that does not fit. A slot is two words and four bytes, and there
+// are 1.14 to 1.8 slots to a member while a map grows, in a large one up to 2.3. An iterator costs
+// each change of the map while it lives: a few instructions.
 template< class T, class K >
 class HashMap : public detail::MapBase {
  public:
