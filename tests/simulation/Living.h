@@ -102,6 +102,8 @@ class Driver {
    Driver( World const & world, std::uint64_t seed, Keep keep )
       : world_( world ), random_( seed + 1000000 ), keep_( std::move( keep ) ) {}
 
+   void keepIs( Keep keep ) { keep_ = std::move( keep ); }
+
    // Some of the way; false when nothing is to come any more.
    bool go( Engine & engine, unsigned wakeUps ) {
       for( ; wakeUps != 0; --wakeUps ) {
