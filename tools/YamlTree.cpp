@@ -4,18 +4,15 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <new>
 #include <optional>
-#include <sstream>
+#include <stdexcept>
 #include <unordered_map>
 
 #include <Kiv/Printable.h>
 #include <fmt/format.h>
-#include <yaml-cpp/eventhandler.h>
-#include <yaml-cpp/exceptions.h>
-#include <yaml-cpp/mark.h>
-#include <yaml-cpp/parser.h>
+#include <yaml.h>
 
-#include <tools/PlainYaml.h>
 #include <tools/Scalar.h>
 
 namespace Tools {
@@ -82,37 +79,6 @@ std::size_t firstBadByte( std::string_view text ) {
       i += length;
    }
    return i;
-}
-
-// The offset of the quote that opens the scalar at `offset`, past the properties that may stand
-// before it; npos if the scalar is not quoted.
-std::size_t openingQuote( std::string_view text, std::size_t offset ) {
-   while( offset < text.size() ) {
-      auto const c = text[ offset ];
-      if( c == '"' || c == '\'' )
-         return offset;
-      auto const * const ends = c == '#' ? "\r\n" : c == '&' || c == '!' ? " \t\r\n" : nullptr;
-      if( ends )
-         offset = text.find_first_of( ends, offset );
-      else if( std::strchr( " \t\r\n", c ) )
-         ++offset;
-      else
-         break;
-   }
-   return std::string_view::npos;
-}
-
-// Whether the quoted scalar whose opening quote stands at `open` has a closing one.
-bool isClosed( std::string_view text, std::size_t open ) {
-   auto const quote = text[ open ];
-   for( auto i = open + 1; i < text.size(); ++i ) {
-      bool const escapes = quote == '"' ? text[ i ] == '\\' : text.substr( i, 2 ) == "''";
-      if( escapes )
-         ++i;
-      else if( text[ i ] == quote )
-         return true;
-   }
-   return false;
 }
 
 // JSON writes a character beyond U+FFFF as two escapes, \ud83d\ude00, where YAML has one,
@@ -203,107 +169,200 @@ Indentation indentationAt( std::string_view text, std::size_t offset ) {
    return { start, text.substr( start, end - start ) };
 }
 
-} // namespace
+// With this begins what is said of an escape that stands for no character.
+std::string_view constexpr invalidEscape = "not YAML: found invalid Unicode character escape code";
 
-// Makes nodes from the parser's events.
-class YamlTree::Builder : public YAML::EventHandler {
+// What is said of the parser's own errors.
+struct SyntaxError {
+   std::size_t offset;
+   std::string what; // empty if a second document is all that is wrong
+   // In what it stands, and where that begins; empty if that says no more.
+   std::string around;
+   std::size_t aroundOffset = 0;
+};
+
+// The parser counts characters, and everything else here counts bytes.
+class Offsets {
  public:
-   // `joined`, if it is not null, is made from `text` and read in its place.
-   Builder( YamlTree & tree, std::string_view text, Joined const * joined )
-      : tree_( tree ), text_( joined ? joined->text() : text ), joined_( joined ), places_( text ) {
-   }
+   explicit Offsets( std::string_view text ) : text_( text ) {}
 
-   void run();
-
-   void OnDocumentStart( YAML::Mark const & mark ) override {
-      if( ++documents_ > 1 )
-         throw SecondDocument{ offsetOf( mark ) };
-   }
-   void OnDocumentEnd() override {}
-
-   void OnNull( YAML::Mark const & mark, YAML::anchor_t anchor ) override {
-      auto const offset = offsetOf( mark );
-      notAsWritten( offset );
-      auto & node = make( anchor );
-      node.tag = "?";
-      node.place = placeAt( offset );
-      // The parser does not say how a null was written, and places one that was left out at
-      // whatever follows it, which may look like a null itself.
-      for( auto literal : { "null", "Null", "NULL", "~" } )
-         if( text_.substr( offset ).starts_with( literal ) )
-            node.text = literal;
-      place( &node, node.place );
-      lastNull_ = { &node, open_.empty() ? nullptr : open_.back(), offset };
-      if( node.text.empty() )
-         leftOut( lastNull_ );
-   }
-
-   void OnScalar( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
-                  std::string const & value ) override {
-      notAsWritten( offsetOf( mark ) );
-      auto & node = make( anchor );
-      node.tag = tag;
-      node.text = value;
-      node.place = placeOf( mark );
-      lastScalar_ = offsetOf( mark );
-      if( !fitsItsTag( node ) ) {
-         mistake( node.place, "tag " + quoted( tag ) + " does not fit " + quoted( value ) +
-                                 "; YAML's own tags are allowed where the text fits them" );
-      }
-      place( &node, node.place );
-   }
-
-   void OnAlias( YAML::Mark const & mark, YAML::anchor_t anchor ) override {
-      notAsWritten( offsetOf( mark ) );
-      place( anchor_.at( anchor ), placeOf( mark ) );
-   }
-
-   void OnSequenceStart( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
-                         YAML::EmitterStyle::value ) override {
-      open( YamlNode::Kind::sequence, "tag:yaml.org,2002:seq", mark, tag, anchor );
-   }
-   void OnSequenceEnd() override { open_.pop_back(); }
-
-   void OnMapStart( YAML::Mark const & mark, std::string const & tag, YAML::anchor_t anchor,
-                    YAML::EmitterStyle::value ) override {
-      open( YamlNode::Kind::map, "tag:yaml.org,2002:map", mark, tag, anchor );
-   }
-   void OnMapEnd() override {
-      auto & map = *open_.back();
-      open_.pop_back();
-      checkKeys( map );
+   std::size_t of( std::size_t character ) {
+      if( character < characters_ )
+         characters_ = offset_ = 0;
+      for( ; characters_ < character && offset_ < text_.size(); ++characters_ )
+         offset_ += std::max< std::size_t >( 1, characterLength( text_.substr( offset_, 4 ) ) );
+      return offset_;
    }
 
  private:
-   struct SecondDocument {
-      std::size_t offset;
-   };
+   std::string_view text_;
+   std::size_t characters_ = 0; // of the last answer, which the next one mostly follows
+   std::size_t offset_ = 0;
+};
+
+// The events of a text, one after the other.
+class Events {
+ public:
+   explicit Events( std::string_view text ) : offsets_( text ) {
+      if( !yaml_parser_initialize( &parser_ ) )
+         throw std::bad_alloc();
+      yaml_parser_set_encoding( &parser_, YAML_UTF8_ENCODING );
+      yaml_parser_set_input_string(
+         &parser_, reinterpret_cast< unsigned char const * >( text.data() ), text.size() );
+   }
+   ~Events() {
+      yaml_event_delete( &event_ );
+      yaml_parser_delete( &parser_ );
+   }
+   Events( Events const & ) = delete;
+   Events & operator=( Events const & ) = delete;
+
+   // Stays until the next one. Throws SyntaxError.
+   yaml_event_t const & next() {
+      yaml_event_delete( &event_ );
+      if( yaml_parser_parse( &parser_, &event_ ) )
+         return event_;
+      event_ = {};
+      if( parser_.error == YAML_MEMORY_ERROR )
+         throw std::bad_alloc();
+      throw error();
+   }
+   std::size_t offsetOf( yaml_mark_t const & mark ) { return offsets_.of( mark.index ); }
+
+ private:
+   SyntaxError error() {
+      if( parser_.error == YAML_READER_ERROR )
+         return { parser_.problem_offset, parser_.problem, {} };
+      std::string_view const what = parser_.problem;
+      // The parser takes whatever follows a finished document as another one.
+      if( what.ends_with( "expected <document start>" ) )
+         return { offsetOf( parser_.problem_mark ), {}, {} };
+      if( what == "found unexpected end of stream" )
+         return { offsetOf( parser_.context_mark ), "a quote that is never closed", {} };
+      std::string_view around = parser_.context ? parser_.context : "";
+      for( std::string_view const verb : { "while parsing a ", "while scanning a " } )
+         if( around.starts_with( verb ) )
+            around.remove_prefix( verb.size() );
+      return { offsetOf( parser_.problem_mark ), std::string( what ), std::string( around ),
+               offsetOf( parser_.context_mark ) };
+   }
+
+   yaml_parser_t parser_ = {};
+   yaml_event_t event_ = {};
+   Offsets offsets_;
+};
+
+std::string textOf( unsigned char const * characters ) {
+   return characters ? reinterpret_cast< char const * >( characters ) : "";
+}
+
+} // namespace
+
+// Makes nodes from the parser's events.
+class YamlTree::Builder {
+ public:
+   // `joined`, if it is not null, is made from `text` and read in its place.
+   Builder( YamlTree & tree, std::string_view text, Joined const * joined )
+      : tree_( tree ), text_( joined ? joined->text() : text ), joined_( joined ), places_( text ),
+        events_( text_ ) {}
+
+   void run();
+
+ private:
+   void take( yaml_event_t const & event ) {
+      auto const offset = events_.offsetOf( event.start_mark );
+      switch( event.type ) {
+      case YAML_DOCUMENT_START_EVENT:
+         if( ++documents_ > 1 )
+            throw SyntaxError{ offset, {}, {} };
+         break;
+      case YAML_ALIAS_EVENT:
+         alias( offset, textOf( event.data.alias.anchor ) );
+         break;
+      case YAML_SCALAR_EVENT:
+         scalar( offset, event.data.scalar );
+         break;
+      case YAML_SEQUENCE_START_EVENT:
+         open( YamlNode::Kind::sequence, YAML_SEQ_TAG, offset, event.data.sequence_start );
+         break;
+      case YAML_MAPPING_START_EVENT:
+         open( YamlNode::Kind::map, YAML_MAP_TAG, offset, event.data.mapping_start );
+         break;
+      case YAML_SEQUENCE_END_EVENT:
+         open_.pop_back();
+         break;
+      case YAML_MAPPING_END_EVENT: {
+         auto & map = *open_.back();
+         open_.pop_back();
+         checkKeys( map );
+         break;
+      }
+      default:
+         break;
+      }
+   }
+
+   // Far more than any plan has. The parser takes time with the square of it.
+   static std::size_t constexpr mostDepth = 500;
+
+   using Scalar = decltype( yaml_event_t::data.scalar );
+
+   void scalar( std::size_t offset, Scalar const & said ) {
+      auto & node = make( textOf( said.anchor ) );
+      node.tag = tagOf( offset, said );
+      node.text.assign( reinterpret_cast< char const * >( said.value ), said.length );
+      node.place = placeAt( offset );
+      if( !fitsItsTag( node ) ) {
+         mistake( node.place, "tag " + quoted( node.tag ) + " does not fit " + quoted( node.text ) +
+                                 "; YAML's own tags are allowed where the text fits them" );
+      }
+      place( &node, node.place );
+      if( said.style == YAML_PLAIN_SCALAR_STYLE && said.length == 0 )
+         leftOut( node, offset );
+   }
+
+   // The parser takes a plain scalar with the tag "!", which is a string, as one without a tag.
+   std::string tagOf( std::size_t offset, Scalar const & said ) const {
+      if( said.tag )
+         return textOf( said.tag );
+      bool const plain = said.style == YAML_PLAIN_SCALAR_STYLE;
+      return plain && text_.substr( offset, 1 ) != "!" ? "?" : "!";
+   }
+
+   void alias( std::size_t offset, std::string const & name ) {
+      auto const found = anchor_.find( name );
+      if( found == anchor_.end() )
+         throw SyntaxError{ offset,
+                            "an alias of " + quoted( name ) +
+                               ", which no node before has as its anchor",
+                            {} };
+      place( found->second, placeAt( offset ) );
+   }
 
    // Offsets are those in the text that is parsed.
-   static std::size_t offsetOf( YAML::Mark const & mark ) {
-      return mark.is_null() ? 0 : static_cast< std::size_t >( mark.pos );
-   }
    Place placeAt( std::size_t offset ) {
       return places_.at( joined_ ? joined_->original( offset ) : offset );
    }
-   Place placeOf( YAML::Mark const & mark ) { return placeAt( offsetOf( mark ) ); }
 
-   YamlNode & make( YAML::anchor_t anchor ) {
+   YamlNode & make( std::string const & anchor ) {
       auto & node = tree_.node_.emplace_back();
-      if( anchor != YAML::NullAnchor )
+      if( !anchor.empty() )
          anchor_[ anchor ] = &node;
       return node;
    }
 
-   void open( YamlNode::Kind kind, std::string_view ownTag, YAML::Mark const & mark,
-              std::string const & tag, YAML::anchor_t anchor ) {
-      notAsWritten( offsetOf( mark ) );
-      auto & node = make( anchor );
+   template< class Said >
+   void open( YamlNode::Kind kind, std::string_view ownTag, std::size_t offset,
+              Said const & said ) {
+      if( open_.size() == mostDepth )
+         throw SyntaxError{
+            offset, fmt::format( "more than {} lists and maps inside each other", mostDepth ), {} };
+      auto & node = make( textOf( said.anchor ) );
       node.kind = kind;
-      node.tag = tag;
-      node.place = placeOf( mark );
-      if( tag != "?" && tag != "!" && tag != ownTag ) {
-         mistake( node.place, "tag " + quoted( tag ) +
+      node.tag = said.tag ? textOf( said.tag ) : "?";
+      node.place = placeAt( offset );
+      if( node.tag != "?" && node.tag != "!" && node.tag != ownTag ) {
+         mistake( node.place, "tag " + quoted( node.tag ) +
                                  " is unknown here; YAML's own tags are "
                                  "allowed where they fit" );
       }
@@ -327,38 +386,25 @@ class YamlTree::Builder : public YAML::EventHandler {
       }
    }
 
-   struct Null {
-      YamlNode * node = nullptr;
-      YamlNode * parent = nullptr;
-      std::size_t offset = 0;
-   };
-
-   // A node begins at `offset`, so a null that seemed to stand there was left out.
-   void notAsWritten( std::size_t offset ) {
-      if( lastNull_.node && lastNull_.offset == offset ) {
-         lastNull_.node->text.clear();
-         leftOut( lastNull_ );
-      }
-      lastNull_ = {};
-   }
-
    // People look for a value that was left out at its key, for an item at its dash or comma.
-   void leftOut( Null const & null ) {
-      if( !null.parent )
+   void leftOut( YamlNode const & node, std::size_t offset ) {
+      if( open_.empty() )
          return;
-      if( null.parent->kind == YamlNode::Kind::sequence )
-         null.parent->item.back().place = placeAt( lastIndicatorBefore( text_, null.offset ) );
-      else if( auto & [ key, value ] = null.parent->member.back(); value.node == null.node )
+      YamlNode & parent = *open_.back();
+      if( parent.kind == YamlNode::Kind::sequence )
+         parent.item.back().place = placeAt( lastIndicatorBefore( text_, offset ) );
+      else if( auto & [ key, value ] = parent.member.back(); value.node == &node )
          value.place = key.place;
    }
 
-   struct SyntaxError {
-      std::size_t offset;
-      std::string what; // empty if a second document is all that is wrong
-   };
    std::optional< SyntaxError > parse();
+   std::string around( SyntaxError const & error ) {
+      if( error.around.empty() )
+         return {};
+      auto const [ line, column ] = placeAt( error.aroundOffset );
+      return fmt::format( ", in the {} at {}:{}", error.around, line, column );
+   }
    std::size_t tabToBlame( SyntaxError const & error ) const;
-   void lastQuote();
 
    void checkKeys( YamlNode const & map );
    void mistake( Place at, std::string what ) {
@@ -374,10 +420,9 @@ class YamlTree::Builder : public YAML::EventHandler {
    std::string_view text_;
    Joined const * joined_;
    Places places_;
-   std::unordered_map< YAML::anchor_t, YamlNode const * > anchor_;
+   Events events_;
+   std::unordered_map< std::string, YamlNode const * > anchor_;
    std::vector< YamlNode * > open_; // sequences and maps that have not ended
-   Null lastNull_;
-   std::size_t lastScalar_ = std::string_view::npos; // its offset
    int documents_ = 0;
 };
 
@@ -389,25 +434,24 @@ void YamlTree::Builder::run() {
    }
    auto const error = parse();
    if( !error )
-      lastQuote();
-   else if( error->what.empty() )
+      return;
+   if( error->what.empty() )
       secondDocument( error->offset );
    else if( auto const tab = tabToBlame( *error ); tab != std::string_view::npos )
       syntaxError( tab, "a tab in the indentation; only blanks are allowed there" );
    else
-      syntaxError( error->offset, error->what );
+      syntaxError( error->offset, error->what + around( *error ) );
 }
 
-std::optional< YamlTree::Builder::SyntaxError > YamlTree::Builder::parse() {
+std::optional< SyntaxError > YamlTree::Builder::parse() {
    try {
-      std::istringstream in{ std::string( text_ ) };
-      YAML::Parser parser( in );
-      while( parser.HandleNextDocument( *this ) ) {
+      for( bool more = true; more; ) {
+         auto const & event = events_.next();
+         more = event.type != YAML_STREAM_END_EVENT;
+         take( event );
       }
-   } catch( SecondDocument const & second ) {
-      return SyntaxError{ second.offset, "" };
-   } catch( YAML::Exception const & error ) {
-      return SyntaxError{ offsetOf( error.mark ), error.msg };
+   } catch( SyntaxError const & error ) {
+      return error;
    }
    return std::nullopt;
 }
@@ -438,14 +482,6 @@ std::size_t YamlTree::Builder::tabToBlame( SyntaxError const & error ) const {
    return std::string_view::npos;
 }
 
-// The parser lets the end of the file close a quote. Such a scalar is the last one.
-void YamlTree::Builder::lastQuote() {
-   auto const quote = openingQuote( text_, lastScalar_ );
-   if( quote != std::string_view::npos && !isClosed( text_, quote ) )
-      syntaxError( quote, "a quote that is never closed" );
-}
-
-// The parser takes whatever follows a finished document as another one.
 void YamlTree::Builder::secondDocument( std::size_t offset ) {
    auto const end = text_.rfind( "\n...", offset );
    bool const ended =
@@ -474,17 +510,13 @@ void YamlTree::Builder::checkKeys( YamlNode const & map ) {
    }
 }
 
-YamlTree::YamlTree( std::string_view text, Reading reading ) {
+YamlTree::YamlTree( std::string_view text ) {
    std::string_view constexpr byteOrderMark = "\xEF\xBB\xBF";
    if( text.starts_with( byteOrderMark ) )
       text.remove_prefix( byteOrderMark.size() );
-   quick_ = reading == Reading::quick && Plain( *this, text ).run();
-   if( quick_ )
-      return;
    Builder( *this, text, nullptr ).run();
    // Outside of double quotes such a pair is plain text, so it is joined only for want of it.
-   bool const refused =
-      !mistakes_.empty() && mistakes_.front().text.starts_with( "not YAML: invalid unicode" );
+   bool const refused = !mistakes_.empty() && mistakes_.front().text.starts_with( invalidEscape );
    if( Joined const joined( refused ? text : std::string_view() ); joined.hasPairs() ) {
       node_.clear();
       mistakes_.clear();

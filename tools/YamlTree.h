@@ -39,30 +39,23 @@ struct YamlNode {
 // to many times its size, or without end: walkers must bound their work.
 class YamlTree {
  public:
-   // Whether text that holds nothing unusual is read in a quicker way. The tree is the same.
-   enum class Reading { quick, thorough };
-
    // Reads UTF-8 text. Throws nothing but std::bad_alloc.
-   explicit YamlTree( std::string_view text, Reading reading = Reading::quick );
+   explicit YamlTree( std::string_view text );
    YamlTree( YamlTree const & ) = delete;
    YamlTree & operator=( YamlTree const & ) = delete;
 
    // Null for a file with a syntax error or without any document.
    YamlNode const * root() const { return root_; }
    std::size_t size() const { return node_.size(); }
-   // Whether the quick way has sufficed.
-   bool wasQuick() const { return quick_; }
    // In the order in which they were found.
    std::vector< Mistake > const & mistakes() const { return mistakes_; }
 
  private:
    class Builder;
-   class Plain;
 
    std::deque< YamlNode > node_;
    YamlNode const * root_ = nullptr;
    std::vector< Mistake > mistakes_;
-   bool quick_ = false;
 };
 
 } // namespace Tools
