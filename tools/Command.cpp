@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <tools/CommandLine.h>
 #include <tools/Inspect.h>
+#include <tools/Replay.h>
 #include <tools/Simulate.h>
 #include <tools/Streams.h>
 
@@ -24,6 +25,7 @@ Status run( int count, char ** arguments ) {
    auto status = Status::complete;
    addSimulate( app, status );
    addInspect( app, status );
+   addReplay( app, status );
    auto const parsed = parse( app, count, arguments );
    return parsed == Parsed::wrong ? Status::wrong : status;
 }

@@ -26,6 +26,15 @@ using namespace Document;
 using Json = nlohmann::json;
 using Record = std::vector< Json >;
 
+// A record that is stored as it is.
+Record recordIn( std::string const & text ) {
+   Record record;
+   std::istringstream lines( text );
+   for( std::string line; std::getline( lines, line ); )
+      record.push_back( Json::parse( line ) );
+   return record;
+}
+
 // Nothing for a plan that shows mistakes.
 Record recordOf( std::string const & plan ) {
    auto const read = Tools::readPlan( plan );
@@ -41,9 +50,13 @@ Record recordOf( std::string const & plan ) {
 std::vector< Record > const & records() {
    static auto const made = [] {
       std::vector< Record > all;
-      for( auto const & file : std::filesystem::directory_iterator( ORDOVAN_EXAMPLES ) )
-         if( file.path().extension() == ".yaml" )
-            all.push_back( recordOf( Tools::fileText( file.path() ) ) );
+      for( auto const & file : std::filesystem::directory_iterator( ORDOVAN_EXAMPLES ) ) {
+         auto const & path = file.path();
+         if( path.extension() == ".yaml" )
+            all.push_back( recordOf( Tools::fileText( path ) ) );
+         else if( path.extension() == ".jsonl" && path.stem().extension() != ".record" )
+            all.push_back( recordIn( Tools::fileText( path ) ) );
+      }
       for( auto const * document : { "plan.md", "record.md" } )
          for( auto const & plan : blocksOf( textOf( document ), "yaml" ) )
             all.push_back( recordOf( plan ) );
@@ -112,10 +125,13 @@ struct Field {
              : type == "true or false" ? value.is_boolean()
              : type == "true"          ? value == true
              : type == "object"        ? value.is_object()
+             : type == "event"         ? value.is_object()
              : type == "list of texts"
                 ? value.is_array() && std::all_of( value.begin(), value.end(), isText )
-             : type == "number or \"inf\"" ? value.is_number() || value == "inf"
-                                           : false;
+             : type == "true or \"never\""   ? value == true || value == "never"
+             : type == "true, false or null" ? value.is_boolean() || value.is_null()
+             : type == "number or \"inf\""   ? value.is_number() || value == "inf"
+                                             : false;
    }
 };
 
@@ -131,6 +147,12 @@ std::vector< Field > fieldsBelow( std::string const & heading ) {
    return fields;
 }
 
+// An event is an object with these, wherever it stands.
+std::vector< Field > & eventFields() {
+   static auto fields = fieldsBelow( "## Events that are taken in" );
+   return fields;
+}
+
 void compare( Json const & object, Path const & path, std::vector< Field > & fields ) {
    for( auto const & [ key, value ] : object.items() ) {
       auto inner = path;
@@ -140,7 +162,9 @@ void compare( Json const & object, Path const & path, std::vector< Field > & fie
       ASSERT_NE( field, fields.end() ) << key << " is not documented";
       ASSERT_TRUE( field->takes( value ) ) << key << " is " << value << ", not " << field->type;
       field->seen = true;
-      if( value.is_object() )
+      if( field->type == "event" )
+         compare( value, {}, eventFields() );
+      else if( value.is_object() )
          compare( value, inner, fields );
    }
 }
@@ -158,6 +182,8 @@ TEST( RecordDocument, NamesTheFieldsOfEachKindWithTheirTypes ) {
       for( auto const & field : fields )
          EXPECT_TRUE( field.seen ) << field.path.back() << " of " << kind << " is never written";
    }
+   for( auto const & field : eventFields() )
+      EXPECT_TRUE( field.seen ) << field.path.back() << " of an event is never written";
 }
 
 TEST( RecordDocument, NamesTheEntriesOfTheLog ) {
