@@ -1,0 +1,1 @@
+# Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
