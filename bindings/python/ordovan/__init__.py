@@ -1,13 +1,15 @@
 # Copyright the Ordovan authors. SPDX-License-Identifier: Apache-2.0
 """Agents of a start-up in stages, and questions to its hub, in Python.
 
+:class:`Agent` declares events, waits until their stages are active and reports them complete.
 :class:`Hub` asks how start-up is. :class:`Connection` makes any call of the hub's protocol, which is
-Varlink. Both block.
+Varlink. All three block; :mod:`ordovan.aio` has the same for asyncio.
 
 Times are seconds, as floats.
 """
 
 from ._discovery import Socket, find_socket
+from .agent import Agent
 from .connection import ANSWER_TIMEOUT, Connection
 from .errors import (
     AlreadyJoined,
@@ -56,6 +58,7 @@ __version__ = "0.1.0"
 __all__ = [
     "ANSWER_TIMEOUT",
     "GRACE",
+    "Agent",
     "AgentInfo",
     "AlreadyJoined",
     "Change",
