@@ -29,6 +29,9 @@ set( commands "" )
 if( TARGET ordovan_command )
    set( commands ordovan_command flitlog_command )
    install( TARGETS ${commands} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" )
+   # bash looks here for a file of the command's name.
+   install( FILES packaging/ordovan.bash RENAME ordovan
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" )
 endif()
 
 # All that the rules here copy, and nothing else: `cmake --install` builds nothing.
