@@ -103,6 +103,7 @@ ActivityManager::ActivityManager()
      activity_( new( place< Activity >() ) Activity( *this ) ),
      world_( new( place< World >() ) World ) {
    clock_->newRef(); // outlives its replacement by another one
+   detail::installedClock = clock_.get();
    pthread_atfork( nullptr, nullptr, [] {
       detail::forked = true;
       detail::embedded = nullptr;
@@ -120,6 +121,7 @@ void ActivityManager::clockIs( Ptr< Clock > const & clock ) {
    if( !clock )
       throwRangeException( "null ValidPtr" );
    clock_ = clock;
+   detail::installedClock = clock.get();
    detail::queue().clockChanged();
    detail::timersChanged();
 }
@@ -214,10 +216,10 @@ std::size_t ActivityManager::step( std::size_t limit, bool const & stopped ) {
    }
    if( std::size_t const count = detail::queue().run( limit, turn, stopped ) )
       return count;
-   if( auto const * const timer = clock_->nextDue() ) {
+   if( auto * const timer = clock_->nextDue() ) {
       turn.delivers( *timer, timeAttribute, timer->armed_ );
-      if( clock_->fireOne() )
-         return 1;
+      clock_->fire( *timer );
+      return 1;
    }
    turn.ends();
    return runWorld() ? 1 : 0;
@@ -477,11 +479,7 @@ void Embedding::timersChanged( ActivityManager & manager ) noexcept {
 
 void tellWorkArrived() noexcept { Embedding::workArrived( *embedded ); }
 void tellWorkGone() noexcept { Embedding::workGone( *embedded ); }
-
-void timersChanged() noexcept {
-   if( embedded ) [[unlikely]]
-      Embedding::timersChanged( *embedded );
-}
+void tellTimersChanged() noexcept { Embedding::timersChanged( *embedded ); }
 
 } // namespace detail
 

@@ -6,6 +6,7 @@
 #include <Kiv/Attribute.h>
 #include <Kiv/Exception.h>
 
+#include <algorithm>
 #include <cassert>
 #include <chrono>
 #include <cmath>
@@ -50,121 +51,177 @@ double Clock::now() const {
 
 double Clock::delayUntil( double time ) const { return std::fmax( 0.0, time - now() ); }
 
-double Clock::nextTime() const { return heap_.empty() ? infinity : heap_.front()->due(); }
-
-bool Clock::fireOne() const {
-   if( detail::queue().running() )
-      detail::refuseNesting();
-   while( !heap_.empty() && heap_.front()->due() <= now() ) {
-      Timer & timer = *heap_.front();
-      if( timer.kivMarkedForDeletion() ) {
-         leave( timer );
-         timer.timeMin_ = infinity;
-         continue;
-      }
-      fire( timer );
-      return true;
-   }
-   return false;
-}
-
-void Clock::fire( Timer & timer ) const {
-   double const time = timer.timeMin_;
-   std::uint64_t const armed = timer.armed_;
-   leave( timer );
-   timer.timeMin_ = infinity;
-   Ptr< Timer > const keep( timer.references() ? &timer : nullptr );
-   auto const outcome =
-      detail::queue().guarded( timer, timeAttribute, timer.failures_, [ & ] { timer.onTime(); } );
-   if( outcome == detail::Outcome::gone )
-      return;
-   if( outcome != detail::Outcome::cutShort || timer.kivMarkedForDeletion() ||
-       !timer.isRegisteredNotifiee() || timer.notifierPtr().get() != this ) {
-      timer.failures_ = 0;
-      timer.restsUntil_ = -infinity;
-      return;
-   }
-   timer.restsUntil_ = now() + detail::restAfter( ++timer.failures_ );
-   timer.timeMin_ = time;
-   timer.armed_ = armed;
-   if( timer.eligible() )
-      enter( timer );
-}
-
-Clock::Timer const * Clock::nextDue() const {
-   return !heap_.empty() && heap_.front()->due() <= now() ? heap_.front() : nullptr;
-}
-
-bool Clock::fireOneArmed( std::uint64_t before, double time ) const {
-   while( !heap_.empty() && heap_.front()->turn_ <= time ) {
-      Timer const & first = *heap_.front();
-      if( first.armed_ <= before )
-         return fireOne();
-      if( first.turn_ == time )
-         break; // what is left was armed later, or is not due
-      first.turn_ = time;
-      settle( 0 );
-   }
-   return false;
-}
-
 // ------------------------------------------------------------------------------------ the heap
 
-bool Clock::earlier( Timer const & a, Timer const & b ) {
-   return a.turn_ != b.turn_ ? a.turn_ < b.turn_ : a.armed_ < b.armed_;
+namespace {
+constexpr std::uint32_t width = 4; // how many are below each: they share a line of the cache
 }
 
-void Clock::put( std::uint32_t place, Timer * timer ) const {
-   heap_[ place ] = timer;
-   timer->place_ = place;
+// No turn is a NaN.
+inline bool Clock::earlier( Armed const & a, Armed const & b ) {
+   if( a.turn < b.turn )
+      return true;
+   if( b.turn < a.turn )
+      return false;
+   return a.timer->armed_ < b.timer->armed_;
 }
 
-// Moves the timer at `place` up or down to where it belongs.
-void Clock::settle( std::uint32_t place ) const {
-   Timer * const timer = heap_[ place ];
-   while( place > 0 && earlier( *timer, *heap_[ ( place - 1 ) / 2 ] ) ) {
-      put( place, heap_[ ( place - 1 ) / 2 ] );
-      place = ( place - 1 ) / 2;
-   }
-   for( ;; ) {
-      std::uint32_t child = 2 * place + 1;
-      if( child >= heap_.size() )
+inline void Clock::put( std::uint32_t place, Armed armed ) const {
+   heap_[ place ] = armed;
+   armed.timer->place_ = place;
+}
+
+// Puts the timer to `place`, or up from there to where it belongs.
+inline void Clock::rise( std::uint32_t place, Armed armed ) const {
+   while( place != 0 ) {
+      std::uint32_t const above = ( place - 1 ) / width;
+      if( !earlier( armed, heap_[ above ] ) )
          break;
-      if( child + 1 < heap_.size() && earlier( *heap_[ child + 1 ], *heap_[ child ] ) )
-         ++child;
-      if( !earlier( *heap_[ child ], *timer ) )
+      put( place, heap_[ above ] );
+      place = above;
+   }
+   put( place, armed );
+}
+
+// The same down from there.
+void Clock::sink( std::uint32_t place, Armed armed ) const {
+   for( ;; ) {
+      std::uint32_t child = width * place + 1;
+      if( child >= inHeap_ )
+         break;
+      std::uint32_t const end = std::min( child + width, inHeap_ );
+      for( std::uint32_t other = child + 1; other != end; ++other )
+         if( earlier( heap_[ other ], heap_[ child ] ) )
+            child = other;
+      if( !earlier( heap_[ child ], armed ) )
          break;
       put( place, heap_[ child ] );
       place = child;
    }
-   put( place, timer );
+   put( place, armed );
+}
+
+// Puts the timer to `place`, or up or down from there to where it belongs.
+inline void Clock::moveTo( std::uint32_t place, Armed armed ) const {
+   if( place != 0 && earlier( armed, heap_[ ( place - 1 ) / width ] ) )
+      rise( place, armed );
+   else
+      sink( place, armed );
+}
+
+// Fills the first place if it is vacant.
+inline void Clock::fill() const {
+   if( !vacant_ ) [[likely]]
+      return;
+   vacant_ = false;
+   if( --inHeap_ != 0 )
+      sink( 0, heap_[ inHeap_ ] );
+   detail::timersChanged();
 }
 
 void Clock::enter( Timer const & timer ) const {
-   timer.turn_ = timer.due();
-   if( timer.place_ == Timer::notQueued ) {
-      assert( heap_.size() < heap_.capacity() );
-      heap_.push_back( const_cast< Timer * >( &timer ) );
-      timer.place_ = static_cast< std::uint32_t >( heap_.size() - 1 );
+   Armed const armed{ timer.due(), const_cast< Timer * >( &timer ) };
+   if( timer.place_ != Timer::notQueued ) {
+      fill();
+      moveTo( timer.place_, armed );
+   } else if( vacant_ ) {
+      vacant_ = false;
+      sink( 0, armed );
+      detail::timersChanged();
+      return;
+   } else {
+      assert( inHeap_ < heap_.size() );
+      rise( inHeap_++, armed );
    }
-   settle( timer.place_ );
-   if( heap_.front() == &timer )
+   if( timer.place_ == 0 )
       detail::timersChanged();
 }
 
 void Clock::leave( Timer const & timer ) const {
-   std::uint32_t const place = timer.place_;
-   if( place == Timer::notQueued )
+   if( timer.place_ == Timer::notQueued )
       return;
+   fill();
+   std::uint32_t const place = timer.place_;
    timer.place_ = Timer::notQueued;
-   Timer * const last = heap_.back();
-   heap_.pop_back();
-   if( last != &timer ) {
-      put( place, last );
-      settle( place );
-   }
+   Armed const last = heap_[ --inHeap_ ];
+   if( place != inHeap_ )
+      moveTo( place, last );
    if( place == 0 )
       detail::timersChanged();
+}
+
+// ------------------------------------------------------------------------------------- firing
+
+inline bool Clock::NotifieeConst::eligible() const {
+   return isRegisteredNotifiee() && hasNotificationActive() && timeMin_ < infinity;
+}
+
+double Clock::nextTime() const {
+   fill();
+   return inHeap_ == 0 ? infinity : heap_.front().timer->due();
+}
+
+// Those that are marked for deletion go without being fired.
+Clock::Timer * Clock::nextDue() const {
+   while( inHeap_ != 0 && heap_.front().timer->due() <= now() ) {
+      Timer & timer = *heap_.front().timer;
+      if( !timer.kivMarkedForDeletion() ) [[likely]]
+         return &timer;
+      leave( timer );
+      timer.timeMin_ = infinity;
+   }
+   return nullptr;
+}
+
+bool Clock::fireOne() const {
+   if( detail::queue().running() )
+      detail::refuseNesting();
+   Timer * const timer = nextDue();
+   if( timer )
+      fire( *timer );
+   return timer != nullptr;
+}
+
+// REQUIRES: it is the first.
+void Clock::fire( Timer & timer ) const {
+   double const time = timer.timeMin_;
+   std::uint64_t const armed = timer.armed_;
+   timer.place_ = Timer::notQueued;
+   timer.timeMin_ = infinity;
+   vacant_ = true;
+   struct Filled { // whatever becomes of the timer, and before it may be put back
+      ~Filled() { clock.fill(); }
+      Clock const & clock;
+   };
+   auto const run = [ & ] {
+      Filled const filled{ *this };
+      timer.onTime();
+   };
+   detail::queue().guarded( timer, timeAttribute, timer.failures_, run, [ & ]( auto outcome ) {
+      if( outcome != detail::Outcome::cutShort || timer.kivMarkedForDeletion() ||
+          !timer.isRegisteredNotifiee() || timer.notifierPtr().get() != this ) {
+         timer.failures_ = 0;
+         timer.restsUntil_ = -infinity;
+         return;
+      }
+      timer.restsUntil_ = now() + detail::restAfter( ++timer.failures_ );
+      timer.timeMin_ = time;
+      timer.armed_ = armed;
+      if( timer.eligible() )
+         enter( timer );
+   } );
+}
+
+bool Clock::fireOneArmed( std::uint64_t before, double time ) const {
+   while( inHeap_ != 0 && heap_.front().turn <= time ) {
+      Armed const first = heap_.front();
+      if( first.timer->armed_ <= before )
+         return fireOne();
+      if( first.turn == time )
+         break; // what is left was armed later, or is not due
+      sink( 0, { time, first.timer } );
+   }
+   return false;
 }
 
 // ------------------------------------------------------------------------------------- timers
@@ -172,10 +229,6 @@ void Clock::leave( Timer const & timer ) const {
 Clock::NotifieeConst::~NotifieeConst() {
    // The base class would unregister, but can no longer reach the heap.
    NotifieeConst::isRegisteredNotifieeIs( false );
-}
-
-bool Clock::NotifieeConst::eligible() const {
-   return isRegisteredNotifiee() && hasNotificationActive() && timeMin_ < infinity;
 }
 
 void Clock::NotifieeConst::hasNotificationActiveIs( bool active ) {
@@ -194,8 +247,10 @@ void Clock::NotifieeConst::isRegisteredNotifieeIs( bool on ) const {
       return;
    if( on ) {
       std::size_t const wanted = clock->registeredTimers_ + 1;
-      if( clock->heap_.capacity() < wanted )
-         clock->heap_.reserve( 2 * wanted );
+      if( clock->heap_.size() < wanted ) {
+         clock->heap_.reserve( wanted + wanted / 2 ); // no more than that
+         clock->heap_.resize( wanted + wanted / 2 );
+      }
       ++clock->registeredTimers_;
    } else {
       clock->leave( *this );
@@ -225,12 +280,11 @@ void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
    detail::checkOwner( this, "timeMin" );
    timeMin_ = time;
    armed_ = detail::queue().ask();
-   if( !notifierPtr() )
-      return;
-   if( eligible() )
-      notifier()->enter( *this );
-   else
-      notifier()->leave( *this );
+   auto const * const clock = static_cast< Clock const * >( notifierPtr().get() );
+   if( place_ != notQueued && !( time < infinity ) )
+      clock->leave( *this );
+   else if( clock && eligible() )
+      clock->enter( *this );
 }
 
 KivType const & Clock::fwkType() const { return _fwkType(); }
@@ -259,6 +313,14 @@ void ManualClock::nowIs( double seconds ) {
    detail::timersChanged();
 }
 
-double now() { return activityManager()->clock()->now(); }
+namespace detail {
+constinit Clock const * installedClock = nullptr;
+}
+
+double now() {
+   if( !detail::installedClock ) [[unlikely]]
+      activityManager(); // installs one
+   return detail::installedClock->now();
+}
 
 } // namespace Kiv

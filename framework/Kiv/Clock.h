@@ -58,10 +58,7 @@ class KIV_EXPORT Clock : public PtrInterface {
 
       double timeMin_ = infinity;
       double restsUntil_ = -infinity; // after an exception has cut onTime() short
-      // When its turn is: when it is due, or later for one that is set again and again to a time
-      // that has come, while others wait.
-      mutable double turn_ = infinity;
-      std::uint64_t armed_ = 0; // numbers the armings: the order at equal times
+      std::uint64_t armed_ = 0;       // numbers the armings: the order at equal times
       mutable std::uint32_t place_ = notQueued;
       std::uint32_t failures_ = 0; // in a row
    };
@@ -79,7 +76,7 @@ class KIV_EXPORT Clock : public PtrInterface {
    // Fires the first timer that is due, by (time, order of arming); false when none is. What its
    // onTime() queues is not delivered here. Throws an exception when called inside a callback.
    bool fireOne() const;
-   std::size_t armedTimers() const { return heap_.size(); }
+   std::size_t armedTimers() const { return inHeap_ - ( vacant_ ? 1 : 0 ); }
 
    KivType const & fwkType() const override;
    static KivType const & _fwkType();
@@ -89,21 +86,37 @@ class KIV_EXPORT Clock : public PtrInterface {
    using Timer = NotifieeConst;
 
    // The timer that fireOne() would fire; null when none is due.
-   Timer const * nextDue() const;
+   [[gnu::visibility( "hidden" )]] Timer * nextDue() const;
    // Fires the first timer that is due at `time` and was armed no later than the arming of that
    // number; false when there is none. Those armed later come after them from now on.
    bool fireOneArmed( std::uint64_t before, double time ) const;
 
-   static bool earlier( Timer const & a, Timer const & b );
-   void fire( Timer & timer ) const;
-   void enter( Timer const & timer ) const;
-   void leave( Timer const & timer ) const;
-   void settle( std::uint32_t place ) const;
-   void put( std::uint32_t place, Timer * timer ) const;
+   // A timer and when its turn is: when it is due, or later for one that is set again and again to
+   // a time that has come, while others wait. The time stands beside the timer so that finding a
+   // place in the heap looks at few timers.
+   struct Armed {
+      double turn;
+      Timer * timer;
+   };
+   static bool earlier( Armed const & a, Armed const & b );
+   // Those that stand apart are called without a detour through the table of what others could
+   // replace.
+   [[gnu::visibility( "hidden" )]] void fire( Timer & timer ) const;
+   [[gnu::visibility( "hidden" )]] void enter( Timer const & timer ) const;
+   [[gnu::visibility( "hidden" )]] void leave( Timer const & timer ) const;
+   void rise( std::uint32_t place, Armed armed ) const;
+   [[gnu::visibility( "hidden" )]] void sink( std::uint32_t place, Armed armed ) const;
+   void moveTo( std::uint32_t place, Armed armed ) const;
+   void fill() const;
+   void put( std::uint32_t place, Armed armed ) const;
 
-   // A heap by (turn, order of arming). Its capacity covers all registered timers, so that arming
-   // never needs memory.
-   mutable std::vector< Timer * > heap_;
+   // A heap by (turn, order of arming), each with up to four below it. It has room for all
+   // registered timers, so that arming never needs memory.
+   mutable std::vector< Armed > heap_;
+   mutable std::uint32_t inHeap_ = 0; // how many of them it has
+   // The first place belongs to a timer that fires at the moment, and will be filled: by itself
+   // most often, which is armed anew.
+   mutable bool vacant_ = false;
    mutable std::size_t registeredTimers_ = 0;
 };
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <optional>
@@ -215,6 +216,46 @@ TEST_F( Timers, OneMayDisarmPutOffOrPutForwardAnother ) {
    EXPECT_EQ( fired(), Lines{ "c" } );
 }
 
+// The others close up whatever the one that fires does, and in which order.
+TEST_F( Timers, WhileOneFiresTheOthersAreArmedAndItIsNot ) {
+   auto const a = timer( "a", 1000 );
+   auto const b = timer( "b", 1000.5 );
+   auto const c = timer( "c", 1001 );
+   a->act = [ & ] {
+      EXPECT_EQ( loop.clock()->armedTimers(), 2U );
+      EXPECT_EQ( nextTime(), 1000.5 );
+      b->timeMinIs( Kiv::infinity );
+      EXPECT_EQ( nextTime(), 1001 );
+      c->timeMinIs( Kiv::infinity );
+      EXPECT_EQ( nextTime(), Kiv::infinity );
+      EXPECT_EQ( loop.clock()->armedTimers(), 0U );
+      a->timeMinIs( 1002 );
+      EXPECT_EQ( nextTime(), 1002 );
+      b->timeMinIs( 1001 );
+   };
+   EXPECT_EQ( fired(), Lines{ "a" } );
+   EXPECT_EQ( loop.clock()->armedTimers(), 2U );
+   EXPECT_EQ( nextTime(), 1001 );
+}
+
+TEST_F( Timers, OneMayMakeOthersWhileItFiresAndGo ) {
+   auto a = timer( "a", 1000 );
+   std::vector< Kiv::Ptr< Timer > > made;
+   a->act = [ & ] {
+      a = nullptr;
+      for( int i = 0; i != 20; ++i ) {
+         made.push_back( new Timer( std::to_string( i ), journal ) );
+         made.back()->timeMinIs( 1000 - i % 2 );
+      }
+   };
+   Lines const all = fired();
+   ASSERT_EQ( all.size(), 21U );
+   EXPECT_EQ( all[ 1 ], "1" );
+   EXPECT_EQ( all[ 10 ], "19" );
+   EXPECT_EQ( all[ 11 ], "0" );
+   EXPECT_EQ( all[ 20 ], "18" );
+}
+
 TEST_F( Timers, AttachingToAnotherClockDisarms ) {
    auto const other = Kiv::ManualClock::ManualClockIs( 5000 );
    auto const a = timer( "a", 1000 );
@@ -344,6 +385,11 @@ class Play {
    Kiv::Ptr< Timer > make( int i ) {
       Kiv::Ptr< Timer > const made = new Timer( std::to_string( i ), journal_, clocks_[ 0 ] );
       made->act = [ this, i ] {
+         // Others before itself, too, and looks at what is armed while it is not.
+         if( random_() % 4 == 0 )
+            arm( random_() % timers_.size(), random_() % 2 ? Kiv::infinity : time() );
+         if( random_() % 4 == 0 )
+            sameInside_ = same() && sameInside_;
          if( random_() % 2 )
             arm( static_cast< std::size_t >( i ), time() );
          if( random_() % 4 == 0 )
@@ -436,7 +482,7 @@ class Play {
             timers_[ i ]->timeMinIs( model_[ i ].time );
       bool const fired = Kiv::activityManager()->fireOne();
       Lines const wanted = due ? Lines{ std::to_string( *expected ) } : Lines{};
-      return fired == due && journal_ == wanted && same();
+      return fired == due && journal_ == wanted && sameInside_ && same();
    }
    bool same() {
       for( std::size_t i = 0; i != timers_.size(); ++i )
@@ -451,11 +497,22 @@ class Play {
          story_ << "next time is " << Kiv::activityManager()->nextTime() << '\n';
          return false;
       }
+      if( clocks_[ installed() ]->armedTimers() != armed() ) {
+         story_ << clocks_[ installed() ]->armedTimers() << " are armed\n";
+         return false;
+      }
       return true;
+   }
+   std::size_t armed() const {
+      return static_cast< std::size_t >(
+         std::count_if( model_.begin(), model_.end(), [ this ]( ModelTimer const & t ) {
+            return t.registered && t.active && t.clock == installed_ && t.time < Kiv::infinity;
+         } ) );
    }
 
    std::mt19937 random_;
    std::ostringstream story_;
+   bool sameInside_ = true; // callbacks
    Journal journal_;
    std::array< Kiv::Ptr< Kiv::ManualClock >, 2 > clocks_;
    int installed_ = 0;

@@ -8,6 +8,7 @@
 
 namespace Kiv {
 class ActivityManager;
+class Clock;
 } // namespace Kiv
 
 namespace Kiv::detail {
@@ -24,8 +25,9 @@ inline void Queue::end() noexcept {
    notifier_ = nullptr;
 }
 
-template< class Call >
-Outcome Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call ) {
+template< class Call, class After >
+void Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call,
+                     After after ) {
    assert( !running() && "callbacks do not nest" );
    begin( reactor );
    Outcome outcome = Outcome::done;
@@ -36,10 +38,13 @@ Outcome Queue::guarded( Reactor & reactor, AttributeId attribute, unsigned failu
    }
    if( failures > 1 && outcome == Outcome::done )
       reportRecovery( notifier_, attribute, failures );
-   if( !current_ )
-      outcome = Outcome::gone;
-   end();
-   return outcome;
+   struct Ended {
+      ~Ended() { queue.end(); }
+      Queue & queue;
+   };
+   Ended const ended{ *this };
+   if( current_ )
+      after( outcome );
 }
 
 // The ring of an object's reactors, in order of registration.
@@ -61,6 +66,9 @@ struct Ring {
    static std::size_t walked( PtrInterface const & notifier );
 };
 
+// The activity manager's clock, which is never null once there is a manager.
+extern Clock const * installedClock;
+
 // An embedded loop has to learn of it when work was queued, when none is left, or when another
 // timer is the next.
 extern ActivityManager * embedded; // the manager, once its loop lives in another one
@@ -74,7 +82,11 @@ inline void workGone() noexcept {
    if( embedded ) [[unlikely]]
       tellWorkGone();
 }
-void timersChanged() noexcept;
+void tellTimersChanged() noexcept;
+inline void timersChanged() noexcept {
+   if( embedded ) [[unlikely]]
+      tellTimersChanged();
+}
 
 // Throws the exception for running the loop, or a part of it, inside a callback.
 [[noreturn]] void refuseNesting();

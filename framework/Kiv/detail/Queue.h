@@ -53,7 +53,6 @@ enum class Outcome : std::uint8_t {
    done,
    failed,   // an exception left it, and it is given up
    cutShort, // an exception left it, and it is to be delivered again
-   gone,     // its reactor was destroyed meanwhile
 };
 
 struct QueueItem : KivMemPool {
@@ -138,9 +137,11 @@ class Queue {
 
    // Runs `call` as a callback of `reactor`: keeps the reactor, catches what it throws. A callback
    // that is to be delivered again is reported at the first of its `failures` in a row only, and
-   // once more with their number when it has been delivered.
-   template< class Call >
-   Outcome guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call );
+   // once more with their number when it has been delivered. Then calls `after` with what became
+   // of it, unless the reactor was destroyed meanwhile; what that throws leaves this.
+   template< class Call, class After >
+   void guarded( Reactor & reactor, AttributeId attribute, unsigned failures, Call call,
+                 After after );
 
    // The last reference to an object has gone. True when a callback is running for which it is
    // kept: then it is referred to until that is over. So a callback takes no reference to what
