@@ -8,16 +8,17 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cassert>
 #include <cstddef>
 #include <limits>
-#include <list>
 #include <map>
 #include <mutex>
 
 #include <pthread.h>
 
 #include <Kiv/detail/Guarded.h>
+#include <Kiv/detail/Tasks.h>
 #include <Kiv/detail/Thread.h>
 #include <Kiv/detail/Turn.h>
 
@@ -49,6 +50,14 @@ bool Activity::running() const { return detail::queue().running() || manager_.in
 // It is served in rounds: the tasks that were there when the round began, then each descriptor that
 // is ready, once. A round may stretch over several calls of runDue(). So nothing waits for ever
 // behind a task that posts itself anew, or a descriptor that is always ready.
+//
+// Who posts to a loop that is awake wakes nobody: the loop looks at what was posted before it
+// sleeps, and says that it `sleeps`, in one step. From then on the first who posts wakes it, the
+// others need not. A loop inside another one sleeps whenever it is not in a turn.
+//
+// The activity's own thread posts into an inbox of its own, without a lock. Only while others'
+// posts wait does it post behind them, as the order of posting is the order of running. So all that
+// is in `postedHere` was posted before all that is in `posted`, as far as there is a before.
 struct ActivityManager::World {
    using Call = std::function< void( unsigned ) >;
    struct Watch {
@@ -59,7 +68,8 @@ struct ActivityManager::World {
    std::map< int, Watch > watches;
    std::array< Wakeup::Ready, 64 > ready; // seen by the last wait
    std::size_t readys = 0;                // of these, not yet told
-   std::list< Task > tasks;               // taken over from `posted`, not yet run
+   detail::Tasks tasks;                   // taken over from the inboxes, not yet run
+   detail::Tasks postedHere;              // by the activity's own thread
    std::uint64_t round = 0;
    std::size_t tasksOfRound = 0; // still to be run
    detail::Turn turn;
@@ -70,19 +80,93 @@ struct ActivityManager::World {
    void forgetReady( int fd );
    std::shared_ptr< Call > nextWatch( unsigned & events );
 
+   void wake();
+   bool sleepBegins( bool wanted );
+   void sleepHasFailed();
+   void sleepEnds();
+   void sleepsOutside( bool due );
+   void takeOthers();
+   bool wasWoken();
+   bool nothingPosted() const { return posted.empty() && postedHere.empty(); }
+
    std::mutex mutex;
-   // Guarded by `mutex`. The wake-up is made when the loop first sleeps, watches or is embedded:
-   // a process that does none of these spends no descriptors.
-   std::list< Task > posted;
+   // Guarded by `mutex`, but for the owner of the activity when it reads `sleeps` and `wakeup`,
+   // which it alone writes, and `woken`, which nobody writes unless the loop sleeps. The wake-up is
+   // made when the loop first sleeps, watches or is embedded: a process that does none of these
+   // spends no descriptors.
+   detail::Tasks posted;
+   bool sleeps = false; // or may: who posts has to wake it
+   bool woken = false;  // since the wake-up was looked at last
    std::unique_ptr< Wakeup > wakeup;
+   std::atomic< bool > othersPosted = false; // `posted` has something
 };
 
+// REQUIRES: the mutex is held.
+void ActivityManager::World::wake() {
+   if( woken || detail::forked )
+      return;
+   woken = true;
+   wakeup->wake();
+}
+
+// The loop is about to look at the wake-up, and to sleep there if that is `wanted`. False when it
+// must not sleep. What wakes it from now on is not taken back unseen.
+bool ActivityManager::World::sleepBegins( bool wanted ) {
+   if( !wanted && !sleeps && !woken )
+      return false;
+   std::lock_guard const lock( mutex );
+   sleeps = wanted && nothingPosted();
+   woken = false;
+   return sleeps;
+}
+
+// The wake-up may have taken back what was meant for the next look at it.
+void ActivityManager::World::sleepHasFailed() {
+   std::lock_guard const lock( mutex );
+   sleeps = false;
+   woken = false;
+   wake();
+}
+
+// The loop is awake.
+void ActivityManager::World::sleepEnds() {
+   tasks.append( postedHere );
+   if( !sleeps && !othersPosted.load( std::memory_order_relaxed ) )
+      return;
+   std::lock_guard const lock( mutex );
+   sleeps = false;
+   takeOthers();
+}
+
+// REQUIRES: the mutex is held, and what was posted here has been taken over.
+void ActivityManager::World::takeOthers() {
+   tasks.append( posted );
+   othersPosted.store( false, std::memory_order_relaxed );
+}
+
+// The loop lives in another one, which sleeps from now on. Wakes that if there is something to do:
+// work that is `due`, or tasks.
+void ActivityManager::World::sleepsOutside( bool due ) {
+   tasks.append( postedHere );
+   std::lock_guard const lock( mutex );
+   takeOthers();
+   sleeps = true;
+   if( due || !tasks.empty() )
+      wake();
+}
+
+bool ActivityManager::World::wasWoken() {
+   if( !sleeps )
+      return woken;
+   std::lock_guard const lock( mutex );
+   return woken;
+}
+
 Wakeup & ActivityManager::wakeup() {
-   std::lock_guard const lock( world_->mutex );
-   if( !world_->wakeup ) {
-      world_->wakeup = detail::newEpollWakeup();
-      if( !world_->posted.empty() )
-         world_->wakeup->wake(); // nobody could be woken when these came
+   if( !world_->wakeup ) [[unlikely]] {
+      auto made = detail::newEpollWakeup();
+      std::lock_guard const lock( world_->mutex );
+      world_->wakeup = std::move( made );
    }
    return *world_->wakeup;
 }
@@ -195,12 +279,15 @@ double ActivityManager::nextTime() const {
 }
 
 bool ActivityManager::dueNow() const {
-   return !detail::queue().empty() || nextTime() <= clock_->now();
+   if( !detail::queue().empty() )
+      return true;
+   double const time = nextTime();
+   return time < infinity && time <= clock_->now();
 }
 
 bool ActivityManager::idle() const {
    std::lock_guard const lock( world_->mutex );
-   return !dueNow() && world_->posted.empty() && world_->tasks.empty() && world_->readys == 0;
+   return !dueNow() && world_->nothingPosted() && world_->tasks.empty() && world_->readys == 0;
 }
 
 // ------------------------------------------------------------------------------------ the loop
@@ -283,33 +370,38 @@ void ActivityManager::gather( bool block ) {
    // In place of what was seen before and not told yet: descriptors are level-triggered, so that
    // what is still ready is seen again.
    world_->readys = 0;
+   block = world_->sleepBegins( block );
    try {
       world_->readys = sleeper.wait( block, world_->ready );
    } catch( ... ) {
-      sleeper.wake(); // it may have been taken back already, and tasks wait for it
+      world_->sleepHasFailed(); // tasks may wait
       throw;
    }
    world_->dropReady(
       [ this ]( Wakeup::Ready const & r ) { return !world_->watches.contains( r.fd ); } );
-   std::lock_guard const lock( world_->mutex );
-   world_->tasks.splice( world_->tasks.end(), world_->posted );
+   world_->sleepEnds();
 }
 
 void ActivityManager::sleepUntilDue() {
-   // A timer that became due since it was looked at gives a delay of 0: an alarm at once.
-   wakeup().alarmIs( clock_->delayUntil( nextTime() ) );
-   gather( true );
+   double const time = nextTime();
+   double const delay = time < infinity ? clock_->delayUntil( time ) : infinity;
+   bool const sleeps = delay > 0; // else it became due since it was looked at
+   if( sleeps )
+      wakeup().alarmIs( delay );
+   gather( sleeps );
 }
 
 // Leaves the descriptor readable for what is left, and not otherwise; sets the alarm for the next
-// timer. Descriptors that are ready keep it readable by themselves.
+// timer. Descriptors that are ready keep it readable by themselves. Who posts from now on wakes the
+// loop around this one.
 void ActivityManager::rearm() {
-   gather( false );
+   Wakeup & sleeper = wakeup();
+   if( world_->wasWoken() )
+      gather( false ); // takes that back
    world_->readys = 0;
-   woken_ = dueNow() || !world_->tasks.empty();
-   if( woken_ )
-      wakeup().wake();
-   wakeup().alarmIs( clock_->delayUntil( nextTime() ) );
+   world_->sleepsOutside( dueNow() );
+   double const time = nextTime();
+   sleeper.alarmIs( time < infinity ? clock_->delayUntil( time ) : infinity );
 }
 
 void ActivityManager::World::roundBegins() {
@@ -360,8 +452,7 @@ void reporting( Call const & call ) {
 // Runs one task, or tells one descriptor's watcher, of this round; false when it is over.
 bool ActivityManager::runOfRound() {
    if( world_->tasksOfRound != 0 ) {
-      Task const task = std::move( world_->tasks.front() );
-      world_->tasks.pop_front();
+      Task const task = world_->tasks.takeFirst();
       --world_->tasksOfRound;
       reporting( task );
       return true;
@@ -393,10 +484,17 @@ int ActivityManager::descriptor() {
 void ActivityManager::post( Task task ) {
    if( !task )
       throwRangeException( "empty task" );
-   std::lock_guard const lock( world_->mutex );
-   world_->posted.push_back( std::move( task ) );
-   if( world_->wakeup )
-      world_->wakeup->wake();
+   World & world = *world_;
+   if( detail::onOwnThread() && !world.sleeps &&
+       !world.othersPosted.load( std::memory_order_relaxed ) ) {
+      world.postedHere.push( std::move( task ) );
+      return;
+   }
+   std::lock_guard const lock( world.mutex );
+   world.posted.push( std::move( task ) );
+   world.othersPosted.store( true, std::memory_order_relaxed );
+   if( world.sleeps )
+      world.wake();
 }
 
 void ActivityManager::descriptorIs( int fd, unsigned events,
@@ -437,8 +535,9 @@ void ActivityManager::wakeupIs( std::unique_ptr< Wakeup > wakeup ) {
       wakeup = detail::newEpollWakeup();
    std::lock_guard const lock( world_->mutex );
    world_->wakeup = std::move( wakeup );
-   if( !world_->posted.empty() )
-      world_->wakeup->wake();
+   world_->woken = false;
+   if( !world_->nothingPosted() )
+      world_->wake();
    world_->watches.clear();
    world_->readys = 0;
 }
@@ -448,17 +547,17 @@ namespace detail {
 void Embedding::workArrived( ActivityManager & manager ) noexcept {
    if( manager.inTurn_ )
       return;
-   manager.woken_ = true;
-   manager.world_->wakeup->wake();
+   std::lock_guard const lock( manager.world_->mutex );
+   manager.world_->wake();
 }
 
 void Embedding::workGone( ActivityManager & manager ) noexcept {
-   if( manager.inTurn_ || !manager.woken_ )
+   if( manager.inTurn_ || !manager.world_->wasWoken() )
       return;
    try {
       manager.rearm();
    } catch( ... ) {
-      manager.world_->wakeup->wake(); // once too often does no harm
+      workArrived( manager ); // once too often does no harm
    }
 }
 
@@ -473,7 +572,7 @@ void Embedding::timersChanged( ActivityManager & manager ) noexcept {
    try {
       manager.world_->wakeup->alarmIs( delay );
    } catch( ... ) {
-      manager.world_->wakeup->wake(); // the loop around this one asks when the next timer is due
+      workArrived( manager ); // the loop around this one asks when the next timer is due
    }
 }
 

@@ -142,7 +142,9 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    // ---- the world outside
 
    // Runs `task` on the activity's thread, in order of posting. Any thread may call it. What the
-   // task throws is reported on standard error. A range exception for an empty task.
+   // task throws is reported on standard error. A range exception for an empty task. Asks the
+   // system for nothing unless the loop sleeps (or is one inside another, and not in a turn), and
+   // then only the first of the posts does that wake it; takes no lock on the activity's thread.
    void post( Task task );
    // Calls `ready` with the events that hold whenever `fd` is ready for `events` (poll(2)'s
    // POLLIN, POLLOUT ...). One watch per descriptor; another call replaces it. The descriptor
@@ -190,7 +192,6 @@ class KIV_EXPORT ActivityManager : public PtrInterface {
    World * const world_;
    bool embedded_ = false; // descriptor() was asked for
    bool inTurn_ = false;
-   bool woken_ = false; // the descriptor was made readable for work or a timer
    bool stopped_ = false;
 };
 

@@ -10,6 +10,7 @@
 #include <cassert>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 
 #include <Kiv/detail/Guarded.h>
 #include <Kiv/detail/Thread.h>
@@ -24,13 +25,19 @@ constexpr Attribute rows[] = {
       .numberIs( timeAttribute ),
 };
 
-double seconds( std::chrono::nanoseconds d ) {
-   return std::chrono::duration< double >( d ).count();
+// Of the clock that nobody sets. Asked for directly: the time is read for each timer and trace.
+std::int64_t monotonicNanoseconds() {
+   timespec time{};
+   clock_gettime( CLOCK_MONOTONIC, &time );
+   return std::int64_t{ time.tv_sec } * 1'000'000'000 + time.tv_nsec;
 }
 
+double seconds( std::int64_t nanoseconds ) { return static_cast< double >( nanoseconds ) / 1e9; }
+
 struct Start {
-   std::chrono::steady_clock::time_point monotonic = std::chrono::steady_clock::now();
-   double wall = seconds( std::chrono::system_clock::now().time_since_epoch() );
+   std::int64_t monotonic = monotonicNanoseconds();
+   double wall = seconds(
+      std::chrono::nanoseconds( std::chrono::system_clock::now().time_since_epoch() ).count() );
 };
 
 Start const & start() {
@@ -46,7 +53,8 @@ Clock::Clock() = default;
 Clock::~Clock() = default;
 
 double Clock::now() const {
-   return start().wall + seconds( std::chrono::steady_clock::now() - start().monotonic );
+   Start const & began = start();
+   return began.wall + seconds( monotonicNanoseconds() - began.monotonic );
 }
 
 double Clock::delayUntil( double time ) const { return std::fmax( 0.0, time - now() ); }

@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <semaphore>
 #include <thread>
 
 using namespace activity;
@@ -126,6 +128,96 @@ TEST( Posting, FromManyThreadsKeepsTheOrderOfEachAndLosesNothing ) {
    EXPECT_EQ( total, threads * tasks );
    EXPECT_EQ( outOfOrder, 0 );
    EXPECT_TRUE( manager()->idle() );
+}
+
+// The loop's own thread needs no lock, which must not put its posts before what was there.
+TEST( Posting, KeepsTheOrderAmongThreadsThatWaitForEachOther ) {
+   Lines journal;
+   auto const mine = [ & ]( char const * task ) {
+      post( [ &journal, task ] { journal.push_back( task ); } );
+   };
+   auto const others = [ & ]( char const * task ) {
+      std::thread( [ &, task ] { mine( task ); } ).join();
+   };
+   mine( "a" );
+   others( "b" );
+   mine( "c" );
+   others( "d" );
+   others( "e" );
+   mine( "f" );
+   manager()->runDue( 2 );
+   EXPECT_EQ( journal, ( Lines{ "a", "b" } ) );
+   mine( "g" );
+   others( "h" );
+   mine( "i" );
+   while( manager()->runDue( 2 ) != 0 ) {
+   }
+   EXPECT_EQ( journal, ( Lines{ "a", "b", "c", "d", "e", "f", "g", "h", "i" } ) );
+}
+
+TEST( Posting, ABurstRunsInOrderWhileMoreIsPosted ) {
+   std::vector< int > ran;
+   int posted = 0;
+   auto const postSome = [ & ]( int count ) {
+      for( int i = 0; i != count; ++i )
+         post( [ &ran, number = posted++ ] { ran.push_back( number ); } );
+   };
+   for( int i = 0; i != 100; ++i ) {
+      postSome( i % 7 * 20 );
+      manager()->runDue( static_cast< std::size_t >( i % 5 * 20 + 1 ) );
+   }
+   while( manager()->runDue( 1000 ) != 0 ) {
+   }
+   ASSERT_EQ( ran.size(), static_cast< std::size_t >( posted ) );
+   EXPECT_TRUE( std::is_sorted( ran.begin(), ran.end() ) );
+}
+
+// Each thread posts again only when its task has run, so a post that is left while the loop sleeps
+// stops everything.
+TEST( Posting, NoneIsLeftWhileTheLoopSleeps ) {
+   constexpr int threads = 4;
+   constexpr int tasks = 2000;
+   std::atomic< int > left = threads;
+   std::vector< std::thread > posting;
+   for( int t = 0; t != threads; ++t )
+      posting.emplace_back( [ &left, t ] {
+         std::binary_semaphore done( 0 );
+         for( int i = 0; i != tasks; ++i ) {
+            if( i % ( t + 3 ) == 0 )
+               std::this_thread::yield();
+            post( [ &done ] { done.release(); } );
+            done.acquire();
+         }
+         if( --left == 0 )
+            post( [] { manager()->stop(); } );
+      } );
+   runWithLimit();
+   for( auto & thread : posting )
+      thread.join();
+   EXPECT_EQ( left, 0 );
+   EXPECT_TRUE( manager()->idle() );
+}
+
+// The alarm that is set stays set when the loop is woken for something else.
+TEST( Posting, ATimerFiresThoughTheLoopIsWokenBefore ) {
+   Journal journal;
+   Kiv::Ptr< Timer > const timer = new Timer( "timer", journal );
+   timer->act = [] { manager()->stop(); };
+   double const time = Kiv::now() + 0.02;
+   timer->timeMinIs( time );
+   std::atomic< bool > ends = false;
+   std::thread other( [ &ends ] {
+      while( !ends ) {
+         post( [] {} );
+         std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) );
+      }
+   } );
+   runWithLimit();
+   EXPECT_GE( Kiv::now(), time );
+   ends = true;
+   other.join();
+   manager()->runDue();
+   EXPECT_EQ( journal, Lines{ "timer" } );
 }
 
 TEST( Posting, TheTasksOfThreadsAndCallbacksTakeTurnsWithoutMixing ) {

@@ -11,6 +11,7 @@
 #include <deque>
 #include <memory>
 #include <span>
+#include <thread>
 #include <vector>
 
 using namespace activity;
@@ -173,11 +174,67 @@ TEST_F( Waking, ARefusedReplacementLeavesTheOldWatch ) {
    EXPECT_EQ( journal, Lines{ "old" } );
 }
 
-TEST_F( Waking, APostWakes ) {
-   post( [ & ] { journal.push_back( "task" ); } );
-   EXPECT_EQ( journal, Lines{ "wake" } );
-   manager()->runDue();
-   EXPECT_EQ( journal, ( Lines{ "wake", "task" } ) );
+TEST_F( Waking, OfManyPostsToALoopThatSleepsTheFirstWakes ) {
+   sleep = [ this ] {
+      for( char const * task : { "a", "b" } )
+         post( [ this, task ] { journal.push_back( task ); } );
+      std::thread( [ this ] {
+         post( [ this ] { journal.push_back( "c" ); } );
+         post( [] { manager()->stop(); } );
+      } ).join();
+   };
+   manager()->run();
+   EXPECT_EQ( journal, ( Lines{ "sleep inf", "wake", "a", "b", "c" } ) );
+}
+
+TEST_F( Waking, EachTimeItSleepsItIsWoken ) {
+   int times = 0;
+   sleep = [ & ] {
+      post( [ & ] {
+         if( ++times == 3 )
+            manager()->stop();
+      } );
+   };
+   manager()->run();
+   EXPECT_EQ( journal, ( Lines{ "sleep inf", "wake", "sleep inf", "wake", "sleep inf", "wake" } ) );
+}
+
+TEST_F( Waking, NobodyWakesALoopThatIsAwakeWhichDoesNotSleepThen ) {
+   int slept = 0;
+   sleep = [ & ] {
+      ASSERT_EQ( ++slept, 1 );
+      post( [ this ] {
+         journal.push_back( "task" );
+         post( [ this ] { journal.push_back( "own" ); } );
+         std::thread( [ this ] {
+            post( [ this ] {
+               journal.push_back( "other's" );
+               post( [] { manager()->stop(); } );
+            } );
+         } ).join();
+      } );
+   };
+   manager()->run();
+   EXPECT_EQ( journal, ( Lines{ "sleep inf", "wake", "task", "own", "other's" } ) );
+}
+
+TEST_F( Waking, ALoopInsideAnotherOneIsWokenOnceForAllPostsBetweenTwoTurns ) {
+   manager()->descriptor();
+   for( int turn = 0; turn != 3; ++turn ) {
+      journal.clear();
+      post( [ this ] {
+         journal.push_back( "a" );
+         post( [ this ] { journal.push_back( "next" ); } );
+      } );
+      std::thread( [ this ] { post( [ this ] { journal.push_back( "b" ); } ); } ).join();
+      post( [ this ] { journal.push_back( "c" ); } );
+      EXPECT_EQ( journal, Lines{ "wake" } );
+      EXPECT_EQ( manager()->runDue(), 3U );
+      // What a task has posted is left for the next turn, and keeps the descriptor readable.
+      EXPECT_EQ( journal, ( Lines{ "wake", "a", "b", "c", "wake" } ) );
+      EXPECT_EQ( manager()->runDue(), 1U );
+      EXPECT_EQ( journal, ( Lines{ "wake", "a", "b", "c", "wake", "next" } ) );
+   }
 }
 
 TEST_F( Waking, WhatWasPostedBeforeTheWakeUpIsReplacedWakesTheNewOne ) {

@@ -39,38 +39,43 @@ class Descriptor {
    int fd_;
 };
 
+// Both descriptors of its own are watched for changes (EPOLLET): once wait() has told of one it is
+// not told of again until it is written to, or rings, anew. So nothing has to be read from them.
+// Whoever watches descriptor() still finds it readable for as long as wait() has not looked.
 class EpollWakeup : public Wakeup {
  public:
    EpollWakeup()
       : epoll_( epoll_create1( EPOLL_CLOEXEC ), "epoll_create1" ),
         event_( eventfd( 0, EFD_CLOEXEC | EFD_NONBLOCK ), "eventfd" ),
         timer_( timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK ), "timerfd_create" ) {
-      watch( event_.get(), EPOLLIN, EPOLL_CTL_ADD );
-      watch( timer_.get(), EPOLLIN, EPOLL_CTL_ADD );
+      watch( event_.get(), EPOLLIN | EPOLLET, EPOLL_CTL_ADD );
+      watch( timer_.get(), EPOLLIN | EPOLLET, EPOLL_CTL_ADD );
    }
 
    int descriptor() const override { return epoll_.get(); }
 
    void wake() noexcept override {
       std::uint64_t const one = 1;
-      // The only failure is a counter at its limit: readable already.
+      // The only failure is a counter at its limit, which nobody lives to see.
       [[maybe_unused]] auto const written = ::write( event_.get(), &one, sizeof one );
    }
 
    void alarmIs( double delay ) override {
-      itimerspec when{};
-      if( delay < 1e9 ) {
-         // Up to the next nanosecond, and never 0, which would disarm. A longer delay than some
-         // thirty years is none.
-         double const nanoseconds = std::fmax( 1.0, std::ceil( delay * 1e9 ) );
-         when.it_value.tv_sec = static_cast< time_t >( nanoseconds / 1e9 );
-         when.it_value.tv_nsec = static_cast< long >(
-            nanoseconds - static_cast< double >( when.it_value.tv_sec ) * 1e9 );
-         if( when.it_value.tv_sec == 0 && when.it_value.tv_nsec == 0 )
-            when.it_value.tv_nsec = 1;
+      // A longer delay than some thirty years is none.
+      if( !( delay < 1e9 ) ) {
+         if( alarm_ != none )
+            set( none );
+         return;
       }
-      if( timerfd_settime( timer_.get(), 0, &when, nullptr ) != 0 )
-         fail( "timerfd_settime" );
+      // Up to the next nanosecond, and never 0, which would disarm.
+      auto const nanoseconds =
+         static_cast< std::int64_t >( std::fmax( 1.0, std::ceil( delay * 1e9 ) ) );
+      std::int64_t const now = monotonic();
+      std::int64_t const wanted = now + nanoseconds;
+      // The one that is set already will do if it is to ring, and no more too early than delays are
+      // exact: the same time again, most often. The loop looks what is due when it rings.
+      if( alarm_ <= now || alarm_ > wanted || alarm_ < wanted - exactness )
+         set( wanted );
    }
 
    void watchIs( int fd, unsigned events ) override {
@@ -99,17 +104,31 @@ class EpollWakeup : public Wakeup {
       }
       for( int i = 0; i != count; ++i ) {
          int const fd = events[ static_cast< std::size_t >( i ) ].data.fd;
-         if( fd == event_.get() || fd == timer_.get() ) {
-            std::uint64_t times;
-            [[maybe_unused]] auto const taken = ::read( fd, &times, sizeof times );
-         } else {
+         if( fd == timer_.get() )
+            alarm_ = none;
+         else if( fd != event_.get() )
             ready[ found++ ] = { fd, events[ static_cast< std::size_t >( i ) ].events };
-         }
       }
       return found;
    }
 
  private:
+   static constexpr std::int64_t none = 0;
+   static constexpr std::int64_t exactness = 1000;
+
+   static std::int64_t monotonic() {
+      timespec time{};
+      clock_gettime( CLOCK_MONOTONIC, &time );
+      return std::int64_t{ time.tv_sec } * 1'000'000'000 + time.tv_nsec;
+   }
+   void set( std::int64_t alarm ) {
+      itimerspec when{};
+      when.it_value.tv_sec = static_cast< time_t >( alarm / 1'000'000'000 );
+      when.it_value.tv_nsec = static_cast< long >( alarm % 1'000'000'000 );
+      if( timerfd_settime( timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr ) != 0 )
+         fail( "timerfd_settime" );
+      alarm_ = alarm;
+   }
    bool control( int fd, unsigned events, int operation ) {
       epoll_event event{};
       event.events = events;
@@ -132,6 +151,7 @@ class EpollWakeup : public Wakeup {
    Descriptor epoll_;
    Descriptor event_;
    Descriptor timer_;
+   std::int64_t alarm_ = none; // when it rings, in nanoseconds, unless it has been seen to
 };
 
 } // namespace
