@@ -94,7 +94,8 @@ struct TraceFile::State {
          munmap( map, mapBytes );
    }
 
-   char * recordBytes() const { return reinterpret_cast< char * >( staging.get() ); }
+   // Where the values of a record begin.
+   std::uint64_t * values() const { return staging.get() + sizeof( RecordHead ) / 8; }
    void forgetIds() {
       for( int * id : ids )
          *id = 0;
@@ -104,11 +105,12 @@ struct TraceFile::State {
    }
    void dropOldest();
    void makeRoom( std::uint32_t size );
-   void write( RecordHead record );
+   [[gnu::always_inline]] void write( std::uint32_t size, std::uint32_t valueBytes, double time,
+                                      std::uint32_t id );
 };
 
 // REQUIRES: the ring is not empty.
-void TraceFile::State::dropOldest() {
+inline void TraceFile::State::dropOldest() {
    assert( tail != head );
    std::uint32_t size;
    std::memcpy( &size, ring + tailAt, sizeof size );
@@ -122,7 +124,7 @@ void TraceFile::State::dropOldest() {
    tailAt = wrapped( tailAt + size );
 }
 
-void TraceFile::State::makeRoom( std::uint32_t size ) {
+inline void TraceFile::State::makeRoom( std::uint32_t size ) {
    if( ringBytes - ( head - tail ) >= size )
       return;
    do
@@ -133,33 +135,33 @@ void TraceFile::State::makeRoom( std::uint32_t size ) {
    std::atomic_thread_fence( std::memory_order_release );
 }
 
-// Writes the record whose values have been put together, and publishes it. What the sum goes over
-// is copied in the same round, and the head comes from registers: reading back at once what was
-// written in smaller pieces costs more than all the rest.
-void TraceFile::State::write( RecordHead record ) {
-   makeRoom( record.size );
-   bool const whole = ringBytes - headAt >= record.size; // else it goes on at the beginning
-   char * const from = recordBytes();
+// Writes the record whose values have been put together, and publishes it. Its bytes go from word
+// to word, the head's from registers, and what the sum goes over is copied in the same round.
+inline void TraceFile::State::write( std::uint32_t size, std::uint32_t valueBytes, double time,
+                                     std::uint32_t id ) {
+   makeRoom( size );
+   bool const whole = ringBytes - headAt >= size; // else it goes on at the beginning
+   auto * const from = reinterpret_cast< char * >( staging.get() );
    char * const to = whole ? ring + headAt : from;
-   detail::Sum sum( record.size - 8 );
-   sum.add( record.sequence );
-   sum.add( std::bit_cast< std::uint64_t >( record.time ) );
-   sum.add( record.id | std::uint64_t( record.valueBytes ) << 32 );
-   for( std::size_t i = sizeof record; i != record.size; i += 8 ) {
-      std::uint64_t word;
-      std::memcpy( &word, from + i, 8 );
+   detail::Sum sum( size - 8 );
+   auto const put = [ & ]( std::size_t at, std::uint64_t word ) {
       sum.add( word );
-      std::memcpy( to + i, &word, 8 );
-   }
-   record.check = sum.value();
-   std::memcpy( to, &record, sizeof record );
+      std::memcpy( to + at, &word, 8 );
+   };
+   put( offsetof( RecordHead, sequence ), ++sequence );
+   put( offsetof( RecordHead, time ), std::bit_cast< std::uint64_t >( time ) );
+   put( offsetof( RecordHead, id ), id | std::uint64_t( valueBytes ) << 32 );
+   for( std::size_t at = sizeof( RecordHead ); at != size; at += 8 )
+      put( at, staging[ at / 8 ] );
+   std::uint64_t const first = size | std::uint64_t( sum.value() ) << 32;
+   std::memcpy( to, &first, 8 );
    if( !whole ) [[unlikely]] {
       auto const before = static_cast< std::size_t >( ringBytes - headAt );
       std::memcpy( ring + headAt, from, before );
-      std::memcpy( ring, from + before, record.size - before );
+      std::memcpy( ring, from + before, size - before );
    }
-   head += record.size;
-   headAt = wrapped( headAt + record.size );
+   head += size;
+   headAt = wrapped( headAt + size );
    publish( header->head, head );
 }
 
@@ -175,9 +177,11 @@ RingBuf & RingBuf::startMsg( TraceFile * file, int id, double time ) {
    record.id_ = id > 0 && static_cast< std::size_t >( id ) < state.leastValueBytes.size()
                    ? static_cast< std::uint32_t >( id )
                    : 0;
-   record.at_ = state.recordBytes() + sizeof( RecordHead );
-   record.end_ = state.recordBytes() + state.recordMost;
-   record.spare_ = state.recordMost - sizeof( RecordHead ) - state.leastValueBytes[ record.id_ ];
+   record.at_ = state.values();
+   record.partial_ = 0;
+   record.partialBits_ = 0;
+   record.room_ = state.recordMost - sizeof( RecordHead );
+   record.spare_ = record.room_ - state.leastValueBytes[ record.id_ ];
    record.open_ = true;
    record.tooLong_ = false;
    record.time_ = time;
@@ -192,15 +196,14 @@ void RingBuf::endMsg() {
       return;
    }
    open_ = false;
-   RecordHead head{};
-   auto const written = static_cast< std::uint32_t >( at_ - state.recordBytes() );
-   head.size = static_cast< std::uint32_t >( detail::upToEight( written ) );
-   std::memset( at_, 0, head.size - written );
-   head.valueBytes = written - static_cast< std::uint32_t >( sizeof head );
-   head.sequence = ++state.sequence;
-   head.time = time_;
-   head.id = id_;
-   state.write( head );
+   std::uint32_t const room =
+      state.recordMost - static_cast< std::uint32_t >( sizeof( RecordHead ) );
+   std::uint32_t const valueBytes = room - static_cast< std::uint32_t >( room_ );
+   if( partialBits_ != 0 )
+      *at_ = partial_; // with zeros up to a whole word
+   state.write(
+      static_cast< std::uint32_t >( sizeof( RecordHead ) + detail::upToEight( valueBytes ) ),
+      valueBytes, time_, id_ );
 }
 
 void RingBuf::shortened( std::string_view bytes ) {

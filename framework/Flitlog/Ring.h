@@ -17,7 +17,6 @@
 #include <Flitlog/Export.h>
 #include <Flitlog/MsgDesc.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -56,15 +55,17 @@ class FLITLOG_EXPORT RingBuf {
    RingBuf( RingBuf const & ) = delete;
    RingBuf & operator=( RingBuf const & ) = delete;
 
-   // For put().
+   // For put(). `T` is a number of 1, 4 or 8 bytes.
    template< class T >
    void value( T v ) {
-      if( static_cast< std::size_t >( end_ - at_ ) < sizeof v ) [[unlikely]] {
+      if( room_ < sizeof v ) [[unlikely]] {
          tooLong_ = true;
          return;
       }
-      std::memcpy( at_, &v, sizeof v );
-      at_ += sizeof v;
+      room_ -= sizeof v;
+      std::uint64_t word = 0;
+      std::memcpy( &word, &v, sizeof v );
+      add( word, 8 * sizeof v );
    }
    void string( std::string_view bytes ) {
       if( bytes.size() > spare_ ) [[unlikely]] {
@@ -80,18 +81,53 @@ class FLITLOG_EXPORT RingBuf {
    RingBuf() = default;
    void shortened( std::string_view bytes );
    void text( std::string_view bytes ) {
-      if( static_cast< std::size_t >( end_ - at_ ) < bytes.size() ) [[unlikely]] {
+      if( room_ < bytes.size() ) [[unlikely]] {
          tooLong_ = true;
          return;
       }
-      std::copy( bytes.begin(), bytes.end(), at_ );
-      at_ += bytes.size();
+      room_ -= bytes.size();
       spare_ -= bytes.size();
+      char const * at = bytes.data();
+      std::size_t left = bytes.size();
+      for( ; left >= 8; left -= 8, at += 8 )
+         add( wordOf< std::uint64_t >( at ), 64 );
+      if( left != 0 )
+         add( fewer( at, left ), static_cast< unsigned >( 8 * left ) );
+   }
+
+   template< class Word >
+   static std::uint64_t wordOf( char const * at ) {
+      Word word;
+      std::memcpy( &word, at, sizeof word );
+      return word;
+   }
+   // Up to seven bytes, one at least, as a word.
+   static std::uint64_t fewer( char const * at, std::size_t bytes ) {
+      if( bytes >= 4 )
+         return wordOf< std::uint32_t >( at ) | wordOf< std::uint32_t >( at + bytes - 4 )
+                                                   << 8 * ( bytes - 4 );
+      if( bytes == 1 )
+         return wordOf< std::uint8_t >( at );
+      return wordOf< std::uint16_t >( at ) | wordOf< std::uint16_t >( at + bytes - 2 )
+                                                << 8 * ( bytes - 2 );
+   }
+   // The lowest `bits` of a word, whose others are 0. Values are put together in whole words, since
+   // reading words back at once that were written in pieces costs more than all the rest.
+   void add( std::uint64_t word, unsigned bits ) {
+      partial_ |= word << partialBits_;
+      partialBits_ += bits;
+      if( partialBits_ < 64 )
+         return;
+      *at_++ = partial_;
+      partialBits_ -= 64;
+      partial_ = partialBits_ == 0 ? 0 : word >> ( bits - partialBits_ );
    }
 
    TraceFile * file_ = nullptr;
-   char * at_ = nullptr;   // where the next value goes
-   char * end_ = nullptr;  // of the room for a record
+   std::uint64_t * at_ = nullptr; // where the next whole word goes
+   std::uint64_t partial_ = 0;    // what comes after the last one
+   unsigned partialBits_ = 0;
+   std::size_t room_ = 0;  // bytes that there are for values
    std::size_t spare_ = 0; // of that room, what strings may fill: the other values have theirs
    std::uint32_t id_ = 0;
    double time_ = 0;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <random>
 #include <stdexcept>
 
 namespace {
@@ -116,6 +117,66 @@ TEST_F( RoundTrip, AMessageIsItsPiecesInTheirOrder ) {
    EXPECT_EQ( r.line, 77 );
    EXPECT_EQ( r.function, "handleStage" );
    EXPECT_EQ( r.text, "void f() Boot1.5, 0xff" );
+}
+
+// A bool moves all that comes after it by a byte.
+TEST_F( RoundTrip, ValuesOfAllSizesStandAtEveryOffset ) {
+   std::mt19937 engine( 20261 );
+   auto const random = [ &engine ] { return static_cast< std::uint32_t >( engine() ); };
+   auto const file = TraceFile::TraceFileIs( path, { 1 << 20 } );
+   std::vector< std::string > expected;
+   for( int i = 0; i != 2000; ++i ) {
+      std::string codes;
+      for( std::uint32_t left = random() % 10; left != 0; --left )
+         codes += "biulmds"[ random() % 7 ];
+      MsgDesc desc( file.get(), "Source", 1 );
+      for( char const code : codes ) {
+         char const part[] = { code, '\0' };
+         desc << Varg{ part } << "|";
+      }
+      std::string text;
+      RingBuf & record = RingBuf::startMsg( file.get(), desc.finish() );
+      for( char const code : codes ) {
+         std::uint32_t const number = random();
+         std::uint64_t const wide = std::uint64_t( number ) << 32 | random();
+         std::string const some = std::string( number % 30, 'a' ) + std::to_string( wide );
+         auto const one = [ & ]( auto value, std::string const & shown ) {
+            put( record, value );
+            text += shown + "|";
+         };
+         switch( code ) {
+         case 'b':
+            one( number % 2 == 0, number % 2 == 0 ? "true" : "false" );
+            break;
+         case 'i':
+            one( static_cast< std::int32_t >( number ),
+                 std::to_string( static_cast< std::int32_t >( number ) ) );
+            break;
+         case 'u':
+            one( number, std::to_string( number ) );
+            break;
+         case 'l':
+            one( static_cast< std::int64_t >( wide ),
+                 std::to_string( static_cast< std::int64_t >( wide ) ) );
+            break;
+         case 'm':
+            one( wide, std::to_string( wide ) );
+            break;
+         case 'd':
+            one( number % 1024 + 0.5, std::to_string( number % 1024 ) + ".5" );
+            break;
+         default:
+            one( std::string_view( some ).substr( number % 7 ), some.substr( number % 7 ) );
+         }
+      }
+      record.endMsg();
+      expected.push_back( text );
+   }
+   Read const all = read( path );
+   EXPECT_EQ( all.problems, std::vector< std::string >() );
+   ASSERT_EQ( all.records.size(), expected.size() );
+   for( std::size_t i = 0; i != expected.size(); ++i )
+      EXPECT_EQ( all.records[ i ].text, expected[ i ] );
 }
 
 TEST_F( RoundTrip, UnknownTypeCodesAreRefusedByName ) {
