@@ -32,7 +32,7 @@ std::int64_t monotonicNanoseconds() {
    return std::int64_t{ time.tv_sec } * 1'000'000'000 + time.tv_nsec;
 }
 
-double seconds( std::int64_t nanoseconds ) { return static_cast< double >( nanoseconds ) / 1e9; }
+double seconds( std::int64_t nanoseconds ) { return static_cast< double >( nanoseconds ) * 1e-9; }
 
 struct Start {
    std::int64_t monotonic = monotonicNanoseconds();
@@ -40,9 +40,13 @@ struct Start {
       std::chrono::nanoseconds( std::chrono::system_clock::now().time_since_epoch() ).count() );
 };
 
-Start const & start() {
-   static Start const theStart;
-   return theStart;
+constinit Start const * theStart = nullptr;
+inline Start const & start() {
+   if( !theStart ) [[unlikely]] {
+      static Start const made;
+      theStart = &made;
+   }
+   return *theStart;
 }
 // Taken when the library is loaded, not at the first look at the clock.
 [[maybe_unused]] Start const & loaded = start();

@@ -4,9 +4,11 @@
 #include <Kiv/Exception.h>
 #include <Kiv/detail/ErrorLine.h>
 #include <Kiv/detail/Forever.h>
+#include <Kiv/detail/LineBuffer.h>
 #include <Kiv/detail/Queue.h>
 
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -168,15 +170,51 @@ TraceHandle & kivTrace() {
 
 } // namespace
 
-std::string traceText( TraceLine const & line ) {
+namespace {
+
+void compose( detail::LineBuffer & text, TraceLine const & line ) {
    // Not printf: its decimal point follows the user's locale.
    char time[ 400 ]; // the largest double has 309 digits before the point
    char * const end =
       std::to_chars( time, time + sizeof time, line.time, std::chars_format::fixed, 6 ).ptr;
-   return std::string( time, end ) + ' ' + detail::oneLine( line.handle.view() ) + '/' +
-          std::to_string( line.level ) + ' ' + detail::oneLine( line.source ) + ':' +
-          std::to_string( line.line ) + ' ' + detail::oneLine( line.function ) + ": " +
-          detail::oneLine( line.text.view() );
+   text << std::string_view( time, static_cast< std::size_t >( end - time ) ) << " ";
+   text.oneLine( line.handle.view() );
+   text << "/";
+   text.number( line.level );
+   text << " ";
+   text.oneLine( line.source );
+   text << ":";
+   text.number( line.line );
+   text << " ";
+   text.oneLine( line.function );
+   text << ": ";
+   text.oneLine( line.text.view() );
+}
+
+// To coverageStream_, and if it is `enabled` to the text sink.
+void give( TraceLine const & line, bool enabled ) {
+   if( coverageStream_ )
+      *coverageStream_ << line.text << '\n';
+   if( !enabled )
+      return;
+   TraceSink const current = sink(); // which may be replaced while it runs
+   if( current ) {
+      current( line );
+      return;
+   }
+   detail::LineBuffer text;
+   compose( text, line );
+   text << "\n";
+   std::string_view const whole = text.view();
+   (void)std::fwrite( whole.data(), 1, whole.size(), stderr );
+}
+
+} // namespace
+
+std::string traceText( TraceLine const & line ) {
+   detail::LineBuffer text;
+   compose( text, line );
+   return std::string( text.view() );
 }
 
 unsigned traceLevels( String8 const & text ) {
@@ -255,17 +293,7 @@ void traceHelper( String8 const & handle, std::ostringstream const & stream, uns
    // for.
    if( stream.bad() )
       text += "... (cut short: no memory)";
-   if( coverageStream_ )
-      *coverageStream_ << text << '\n';
-   if( !enabled )
-      return;
-   TraceLine const traced{ time, handle, level, source, line, function, text };
-   TraceSink const current = sink();
-   if( current ) {
-      current( traced );
-      return;
-   }
-   std::fprintf( stderr, "%s\n", traceText( traced ).c_str() );
+   give( { time, handle, level, source, line, function, text }, enabled );
 }
 
 namespace {
@@ -401,28 +429,31 @@ bool ringTakes( unsigned level ) noexcept {
           wantedTakes( level );
 }
 
-void TracePiece::print( std::ostream & out ) const {
+void TracePiece::print( LineBuffer & line ) const {
    switch( kind_ ) {
    case Kind::literal:
    case Kind::text:
-      out << bytes_;
+      line << text();
       break;
    case Kind::boolean:
-      out << valueToString( boolean_ );
+      line << ( boolean_ ? "true" : "false" );
       break;
    case Kind::integer:
    case Kind::wideInteger:
-      out << std::to_string( integer_ );
+      line.number( integer_ );
       break;
    case Kind::unsignedInteger:
    case Kind::wideUnsigned:
-      out << std::to_string( unsigned_ );
+      line.number( unsigned_ );
       break;
    case Kind::real:
-      out << valueToString( real_ );
+      if( std::isnan( real_ ) ) // of either sign
+         line << "nan";
+      else
+         line.number( real_ );
       break;
    case Kind::object:
-      out << name();
+      line << name().view();
       break;
    }
 }
@@ -430,7 +461,7 @@ void TracePiece::print( std::ostream & out ) const {
 void TracePiece::describe( Flitlog::MsgDesc & message ) const {
    switch( kind_ ) {
    case Kind::literal:
-      message << bytes_.data();
+      message << bytes_;
       break;
    case Kind::text:
       message << Flitlog::Varg{ "s" };
@@ -459,12 +490,12 @@ void TracePiece::describe( Flitlog::MsgDesc & message ) const {
    }
 }
 
-void TracePiece::record( Flitlog::RingBuf & ring, String8 const & name ) const {
+void TracePiece::record( Flitlog::RingBuf & ring, std::string_view name ) const {
    switch( kind_ ) {
    case Kind::literal:
       break;
    case Kind::text:
-      put( ring, bytes_ );
+      put( ring, text() );
       break;
    case Kind::boolean:
       put( ring, boolean_ );
@@ -485,7 +516,7 @@ void TracePiece::record( Flitlog::RingBuf & ring, String8 const & name ) const {
       put( ring, real_ );
       break;
    case Kind::object:
-      put( ring, name.view() );
+      put( ring, name );
       break;
    }
 }
@@ -500,10 +531,14 @@ int messageOf( TraceHandle const & handle, TracePoint & point,
       message.handleIs( handle.name().view() );
       message.levelIs( point.level );
       message.functionIs( point.function );
-      for( TracePiece const & piece : pieces )
+      bool hasObjects = false;
+      for( TracePiece const & piece : pieces ) {
          piece.describe( message );
+         hasObjects = hasObjects || piece.isObject();
+      }
       Flitlog::theTraceFile->msgIdArrIs( &point.message );
       point.message = message.finish();
+      point.hasObjects = hasObjects;
    }
    return point.message;
 }
@@ -513,18 +548,21 @@ int messageOf( TraceHandle const & handle, TracePoint & point,
 void recordTrace( TraceHandle const & handle, TracePoint & point,
                   std::initializer_list< TracePiece > pieces, double time ) {
    std::vector< String8 > names;
-   for( TracePiece const & piece : pieces )
-      if( piece.isObject() )
-         names.push_back( piece.name() );
-   Flitlog::TraceFile * const file = Flitlog::theTraceFile;
-   if( !file || !file->takes( point.level ) )
-      return; // ended, or another one, since names were asked for
+   Flitlog::TraceFile * file = Flitlog::theTraceFile;
+   if( point.hasObjects ) {
+      for( TracePiece const & piece : pieces )
+         if( piece.isObject() )
+            names.push_back( piece.name() );
+      file = Flitlog::theTraceFile;
+      if( !file || !file->takes( point.level ) )
+         return; // ended, or another one, since names were asked for
+   }
    int const message = messageOf( handle, point, pieces );
    // A point for which the file had no room is counted there.
    Flitlog::RingBuf & ring = Flitlog::RingBuf::startMsg( file, message, time );
    auto name = names.begin();
    for( TracePiece const & piece : pieces )
-      piece.record( ring, piece.isObject() ? *name++ : String8() );
+      piece.record( ring, piece.isObject() ? ( name++ )->view() : std::string_view() );
    ring.endMsg();
 }
 
@@ -532,14 +570,12 @@ void recordTrace( TraceHandle const & handle, TracePoint & point,
 void writeTrace( TraceHandle const & handle, TracePoint const & point,
                  std::initializer_list< TracePiece > pieces, double time ) {
    bool const enabled = handle.enabled( point.level );
-   if( !enabled && !coverageStream_ )
-      return;
-   std::ostringstream stream;
-   stream.exceptions( std::ios::badbit ); // rather lost, and reported, than cut
+   LineBuffer text;
    for( TracePiece const & piece : pieces )
-      piece.print( stream );
-   traceHelper( handle.name(), stream, point.level, enabled, point.source, point.line,
-                point.function, time );
+      piece.print( text );
+   give(
+      { time, handle.name(), point.level, point.source, point.line, point.function, text.view() },
+      enabled );
 }
 
 } // namespace
@@ -562,6 +598,8 @@ void trace( TraceHandle const & handle, TracePoint & point,
    } catch( ... ) {
       traceLost( point.function, true );
    }
+   if( !handle.enabled( point.level ) && !coverageStream_ )
+      return;
    try {
       writeTrace( handle, point, pieces, time );
    } catch( ... ) {

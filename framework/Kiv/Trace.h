@@ -148,6 +148,8 @@ KIV_EXPORT std::uint64_t ringBytes( String8 const & text );
 
 namespace detail {
 
+class LineBuffer;
+
 // The environment asks for a ring that no trace point has opened yet.
 KIV_EXPORT extern bool ringWanted;
 
@@ -165,12 +167,13 @@ class TracePiece {
    // the first. Those are refused when compiling; say std::string_view or char const * for them.
    template< std::size_t size >
    consteval TracePiece( char const ( &literal )[ size ] ) // NOLINT: conversion is the purpose
-      : kind_( Kind::literal ), bytes_( literal ) {}
+      : kind_( Kind::literal ), bytes_( literal ),
+        length_( std::char_traits< char >::length( literal ) ) {}
    template< std::size_t size >
    TracePiece( char ( &buffer )[ size ] ) = delete;
    // Everything else is a variable part.
    template< class T >
-   TracePiece( T const & piece ) { // NOLINT: as above
+   TracePiece( T const & piece ) : object_( nullptr ) { // NOLINT: as above
       if constexpr( std::is_same_v< T, bool > ) {
          kind_ = Kind::boolean;
          boolean_ = piece;
@@ -184,27 +187,24 @@ class TracePiece {
          kind_ = sizeof( T ) > 4 ? Kind::wideUnsigned : Kind::unsignedInteger;
          unsigned_ = piece;
       } else if constexpr( std::is_same_v< T, char const * > || std::is_same_v< T, char * > ) {
-         kind_ = Kind::text;
-         bytes_ = piece ? std::string_view( piece ) : std::string_view( "null" );
+         textIs( piece ? std::string_view( piece ) : std::string_view( "null" ) );
       } else if constexpr( std::is_convertible_v< T const &, PtrInterface const * > ) {
          object_ = piece;
       } else if constexpr( std::is_base_of_v< PtrInterface, T > ) {
          object_ = &piece;
       } else if constexpr( std::is_convertible_v< T const &, std::string_view > ) {
-         kind_ = Kind::text;
-         bytes_ = piece;
+         textIs( piece );
       } else if constexpr( std::is_base_of_v< Text, T > ) {
-         kind_ = Kind::text;
-         bytes_ = piece.view();
+         textIs( piece.view() );
       } else {
          object_ = piece.get(); // a Ptr
       }
    }
 
-   void print( std::ostream & out ) const;
+   void print( LineBuffer & line ) const;
    void describe( Flitlog::MsgDesc & message ) const;
    // `name`: of an object.
-   void record( Flitlog::RingBuf & ring, String8 const & name ) const;
+   void record( Flitlog::RingBuf & ring, std::string_view name ) const;
    bool isObject() const { return kind_ == Kind::object; }
    // What an object is known by.
    String8 name() const { return valueToString( object_ ); }
@@ -222,15 +222,23 @@ class TracePiece {
       object
    };
 
+   void textIs( std::string_view text ) {
+      kind_ = Kind::text;
+      bytes_ = text.data();
+      length_ = text.size();
+   }
+   std::string_view text() const { return { bytes_, length_ }; }
+
    Kind kind_ = Kind::object;
    union {
-      PtrInterface const * object_ = nullptr;
+      PtrInterface const * object_;
       bool boolean_;
       std::int64_t integer_;
       std::uint64_t unsigned_;
       double real_;
+      char const * bytes_; // of a literal or text
    };
-   std::string_view bytes_; // of a literal or text
+   std::size_t length_; // of these alone
 };
 
 // Where a trace point stands, and the number of its message in the trace file: 0 before its first
@@ -241,6 +249,7 @@ struct TracePoint {
    int line;
    char const * function;
    int message = 0;
+   bool hasObjects = true; // as far as is known: not before its first pass
 };
 
 // Writes to every sink that is on. Never throws: a trace that cannot be written is reported on

@@ -104,7 +104,7 @@ TEST_P( ReportMemory, WithTracesSaysThatTheTraceIsLost ) {
       lost += told ? 1 : 0;
    }
    Kiv::tracesIs( "Kiv:" );
-   EXPECT_GT( lost, 1 );
+   EXPECT_GT( lost, 0 );
 }
 
 INSTANTIATE_TEST_SUITE_P(, ReportMemory,

@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -174,6 +177,49 @@ TEST( TracePoint, PrintsValuesAsTextsOfTheSystemDo ) {
                                      "outer/inner outer/inner outer null", "string" } ) );
 }
 
+TEST( TracePoint, PrintsNumbersToTheirLimits ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Limits", true );
+   handle.levelIs( 8, true );
+   using Wide = std::numeric_limits< std::int64_t >;
+   KIV_TRACE( handle, 8, "S", Wide::min(), " ", std::numeric_limits< std::uint64_t >::max() );
+   KIV_TRACE( handle, 8, "S", std::numeric_limits< int >::min(), " ",
+              std::numeric_limits< unsigned >::max() );
+   std::string reals;
+   for( double const real :
+        { 0.0, -0.0, 1e22, 1.0 / 3, 5e-324, -1.7976931348623157e308, Kiv::infinity, -Kiv::infinity,
+          std::nan( "" ), -std::nan( "" ), 123456789.125 } ) {
+      KIV_TRACE( handle, 8, "S", real );
+      EXPECT_EQ( sink.lines.back().text, Kiv::valueToString( real ) );
+      reals += sink.lines.back().text.str() + ' ';
+   }
+   EXPECT_EQ( reals, "0 -0 1e+22 0.3333333333333333 5e-324 -1.7976931348623157e+308 inf -inf nan "
+                     "nan 123456789.125 " );
+   sink.lines.resize( 2 );
+   EXPECT_EQ( sink.taken(),
+              ( Texts{ "-9223372036854775808 18446744073709551615", "-2147483648 4294967295" } ) );
+}
+
+// A line stands in a buffer on the stack while it fits there.
+TEST( TracePoint, PrintsLinesOfEveryLength ) {
+   Loop loop;
+   Sink sink;
+   TraceHandle handle( "Lengths", true );
+   handle.levelIs( 8, true );
+   std::string const text( 2000, 'x' );
+   for( std::size_t length = 0; length != text.size(); ++length ) {
+      std::string const first = text.substr( 0, length );
+      std::string const second = text.substr( 0, length * 7 % 1000 );
+      Coverage const coverage;
+      KIV_TRACE( handle, 8, "S", first, "|", length, "|", second, "|", second, "|end" );
+      std::string const whole =
+         first + "|" + std::to_string( length ) + "|" + second + "|" + second + "|end";
+      ASSERT_EQ( sink.taken(), Texts{ whole } );
+      ASSERT_EQ( coverage.text(), whole + "\n" );
+   }
+}
+
 TEST( TracePoint, ThatCannotEvaluateAPieceLosesTheTraceAndDisturbsNobody ) {
    Loop loop;
    Sink sink;
@@ -280,6 +326,34 @@ TEST( TraceSink, ByDefaultWritesOneLineAlsoForAPieceWithANewLineOrANul ) {
    std::string const written = testing::internal::GetCapturedStderr();
    Kiv::traceSinkIs( before );
    EXPECT_EQ( written.substr( written.find( "TestBody: " ) ), "TestBody: a\\x0ab|\\x00|end\n" );
+}
+
+TEST( TraceSink, ByDefaultWritesLongLinesWholeWithTheirControlCharactersShown ) {
+   Loop loop;
+   Kiv::TraceSink const before = Kiv::traceSinkIs( {} );
+   TraceHandle handle( "LongLines", true );
+   handle.levelIs( 8, true );
+   for( std::size_t const between : { 1U, 2U, 255U, 256U, 257U, 300U, 5000U } ) {
+      std::string text;
+      std::string shown;
+      for( std::size_t i = 0; i != 4000; ++i ) {
+         bool const control = i % between == between - 1;
+         text += control ? '\n' : 'a';
+         shown += control ? "\\x0a" : "a";
+      }
+      testing::internal::CaptureStderr();
+      KIV_TRACE( handle, 8, "S", text );
+      std::string const written = testing::internal::GetCapturedStderr();
+      EXPECT_EQ( written.substr( written.find( "TestBody: " ) + 10 ), shown + "\n" );
+      EXPECT_TRUE( Kiv::traceText( { 1.5, "H", 8, "S", 7, "f", text } ) ==
+                   "1.500000 H/8 S:7 f: " + shown );
+      // What is written without memory goes through the same.
+      testing::internal::CaptureStderr();
+      KIV_TRACE( handle, 8, "S", [ & ]() -> int { throw std::runtime_error( text ); }() );
+      EXPECT_EQ( testing::internal::GetCapturedStderr(),
+                 "kiv: a trace of TestBody was lost: " + shown + "\n" );
+   }
+   Kiv::traceSinkIs( before );
 }
 
 TEST( TraceSink, ThatThrowsLosesTheTraceAndDisturbsNobody ) {
