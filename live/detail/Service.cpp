@@ -72,13 +72,14 @@ void getInterfaceDescription( Kiv::Ptr< Call > const & call, Described const & d
       invalid( call, "interface" );
       return;
    }
+   auto const & interface = wanted->get_ref< std::string const & >();
    for( auto const & [ name, description ] : described() ) {
-      if( name == *wanted ) {
+      if( name == interface ) {
          call->reply( { { "description", description } } );
          return;
       }
    }
-   call->fail( errors::interfaceNotFound, { { "interface", *wanted } } );
+   call->fail( errors::interfaceNotFound, { { "interface", interface } } );
 }
 
 } // namespace
