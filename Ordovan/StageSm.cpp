@@ -106,6 +106,9 @@ constexpr auto timerRows = machineTable< Timer >( {
 
 } // namespace
 
+// In a source, not in the header: so the type has one home, whoever derives from it.
+void StageSm::NotifieeConst::onComplete() {}
+
 KivType const & StageSm::_fwkType() { return typeOf< rows >( "Stage::StageSm" ); }
 KivType const & StageSm::KivEvent::_fwkType() {
    return typeOf< eventRows >( "Stage::StageSm::KivEvent" );

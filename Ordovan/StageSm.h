@@ -33,7 +33,7 @@ class ORDOVAN_EXPORT StageSm
    class ORDOVAN_EXPORT NotifieeConst
       : public Kiv::NotifieeOf< StageSm, Kiv::PtrInterface::NotifieeConst > {
     public:
-      virtual void onComplete() {}
+      virtual void onComplete();
       virtual void onTimedOut() {}
       virtual void onCompletionTime() {}
       virtual void onPendingEvent( [[maybe_unused]] Kiv::String8 uid ) {}
