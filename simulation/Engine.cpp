@@ -114,7 +114,6 @@ class Engine::Parts {
       double const due = nextDue();
       assert( due != infinity );
       clock_->nowIs( std::max( due, now() ) );
-      deliver(); // a callback that was cut short has its time as a timer has
       fireDue();
    }
 
