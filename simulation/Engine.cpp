@@ -114,6 +114,7 @@ class Engine::Parts {
       double const due = nextDue();
       assert( due != infinity );
       clock_->nowIs( std::max( due, now() ) );
+      deliver(); // a callback that was cut short has its time as a timer has
       fireDue();
    }
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <functional>
+#include <new>
 #include <stdexcept>
 
 #include <Kiv/Kiv.h>
@@ -464,6 +465,31 @@ TEST( Stepping, ClockAndMessageSinkAreGivenBack ) {
    auto const clock = Kiv::activityManager()->clock();
    { Engine const engine( beginning( {} ) ); }
    EXPECT_EQ( Kiv::activityManager()->clock(), clock );
+}
+
+// A callback for which there was no memory is due again after a rest, though no timer is.
+TEST( Stepping, WhatWasCutShortForWantOfMemoryIsDeliveredAfterItsRest ) {
+   struct Short : Stage::Status::NotifieeConst {
+      explicit Short( Kiv::Ptr< Stage::Status > const & status ) { watch( status ); }
+      using NotifieeConst::onStage;
+      void onStage( Kiv::Name ) override {
+         if( ++called <= 3 )
+            throw std::bad_alloc();
+      }
+      int called = 0;
+   };
+   testing::internal::CaptureStderr();
+   Engine engine( beginning( {}, false ) );
+   auto const reactor = Kiv::newReactor< Short >( engine.status() );
+   engine.takeIn( instant( 1, { input( Join{ "a", { event( "A", never() ) } } ) } ) );
+   EXPECT_LT( reactor->called, 4 );
+   EXPECT_GT( engine.nextDue(), 1 );
+   for( int i = 0; i != 100 && engine.nextDue() != infinity; ++i )
+      engine.fire();
+   EXPECT_EQ( reactor->called, 4 );
+   EXPECT_EQ( engine.nextDue(), infinity );
+   engine.takeIn( instant( 1000, { report( "a", "A" ) } ) );
+   testing::internal::GetCapturedStderr();
 }
 
 } // namespace

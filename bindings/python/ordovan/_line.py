@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import math
 import socket as sockets
 from time import monotonic
 
@@ -10,6 +11,8 @@ from ._wire import Channel
 from .errors import ConnectionLost, Error, ProtocolError
 
 _CHUNK = 1 << 18
+# The most seconds of one wait.
+_LONGEST = 3600.0
 
 
 class Line:
@@ -84,9 +87,13 @@ class Deadline:
     def __init__(self, timeout: float | None) -> None:
         self._at = None if timeout is None else monotonic() + timeout
 
-    def left(self) -> float | None:
-        """Seconds until then, not less than 0; None for ever."""
-        return None if self._at is None else max(0.0, self._at - monotonic())
+    def wait_ms(self, due: float | None = None) -> int | None:
+        """For how many milliseconds to wait at once, until this time or the moment ``due``; None for
+        ever. Rounded up, since to come back too early would be for nothing, and never more than the
+        system can take: whoever waits looks again."""
+        times = [at for at in (self._at, due) if at is not None]
+        left = max(0.0, min(times) - monotonic()) if times else math.inf
+        return None if left == math.inf else math.ceil(min(left, _LONGEST) * 1000)
 
     @property
     def passed(self) -> bool:

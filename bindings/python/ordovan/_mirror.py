@@ -42,27 +42,27 @@ class Mirror:
 
     def forget(self) -> list[Change]:
         """Begins anew, with nothing; returns what is gone."""
-        startup, stages = self.startup or "", self.stages
+        startup = self.startup or ""
+        changes = [Change(startup, name, stage, None) for name, stage in self.stages.items()]
         self.startup, self.sequence, self.time, self.complete = None, 0, 0.0, False
-        self.stages = {}
+        # Emptied, not replaced: others look at it.
+        self.stages.clear()
         self._parts = []
-        return [Change(startup, name, stage, None) for name, stage in stages.items()]
+        return changes
 
     def _whole(self, parts: list[Progress]) -> list[Change]:
         last = parts[-1]
         changes = [] if self.startup in (None, last.startup) else self.forget()
         told = {stage.name: stage for part in parts for stage in part.stage}
-        before = self.stages
+        stages = self.stages
         if parts[0].snapshot:
-            gone = [name for name in before if name not in told]
-            changes += [Change(last.startup, name, before[name], None) for name in gone]
-            self.stages = {}
-        else:
-            self.stages = dict(before)
-        self.stages.update(told)
+            gone = [name for name in stages if name not in told]
+            changes += [Change(last.startup, name, stages.pop(name), None) for name in gone]
         for name, stage in told.items():
-            if before.get(name) != stage:
-                changes.append(Change(last.startup, name, before.get(name), stage))
+            before = stages.get(name)
+            if before != stage:
+                changes.append(Change(last.startup, name, before, stage))
+                stages[name] = stage
         self.startup, self.sequence = last.startup, last.sequence
         self.time, self.complete = last.time, last.complete
         return changes

@@ -129,6 +129,8 @@ class Session:
         self.notices: deque[Change | bool] = deque()
         self.refused: Error | None = None
         self.left = False
+        #: Why there is no connection, if there is none.
+        self.trouble: Exception | None = None
         self.drop: list[Which] = []
         self.backoff = Backoff()
         self._lost: Lost = lost
@@ -229,6 +231,7 @@ class Session:
 
     def failed(self, error: Exception, now: float) -> None:
         """The connection wanted could not be made."""
+        self.trouble = error
         if isinstance(error, SocketNotFound):
             if not error.may_come:
                 self._refuse(error)
@@ -238,6 +241,7 @@ class Session:
 
     def closed(self, which: Which, error: Error, now: float) -> None:
         """The connection has ended, by either side."""
+        self.trouble = error
         if which == "watch":
             channel, self._watch = self._watch, None
             self.mirror.broken()
@@ -392,7 +396,7 @@ class Session:
         self, request: requests.Request[None], answered: Callable[[Answer], None], now: float
     ) -> bool:
         channel = self._calls
-        if channel is None or "calls" in self.drop:
+        if channel is None:
             return False
 
         def first(answer: Answer) -> None:
@@ -440,6 +444,7 @@ class Session:
             self.notices.append(connected)
             if connected:
                 self.backoff.reset()
+                self.trouble = None
 
     def _take_back(self, touched: dict[str, Event | None]) -> None:
         for stage, event in touched.items():
@@ -458,10 +463,14 @@ class Session:
         return result
 
     def _as_reported(self, event: Event) -> Event:
-        """What the program has reported holds on, as it does in the hub, when it says nothing of it."""
+        """What the program has reported holds on, as it does in the hub, when it says nothing of it. An
+        event that was withdrawn, and the hub has not heard of that, is a new one all the same."""
         known = self.events.get(event.stage)
-        if event.complete is None and known is not None and known.complete is not None:
-            return event.reported(known.complete)
+        if event.complete is None:
+            if known is None and event.stage in self.acknowledged:
+                return event.reported(False)
+            if known is not None and known.complete is not None:
+                return event.reported(known.complete)
         return event
 
     def _empty_size(self) -> int:

@@ -88,7 +88,9 @@ class AgentView:
             if isinstance(notice, Change):
                 for reader in self._readers:
                     reader.add(notice)
-            self._undelivered.append(notice)
+            # Kept for who is there to hear it: a program that never listens must not grow.
+            if (self.on_change if isinstance(notice, Change) else self.on_connected) is not None:
+                self._undelivered.append(notice)
 
     def _tell(self, notice: Change | bool) -> None:
         if isinstance(notice, Change):

@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import math
 import os
 import select
 import threading
@@ -11,6 +10,7 @@ from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
 from time import monotonic
 from types import TracebackType
+from typing import Self
 
 from ._discovery import Socket
 from ._driver import Lines
@@ -55,7 +55,8 @@ class Agent(AgentView):
     Errors: a hub that refuses the agent ends all attempts to join, and these methods, and
     :meth:`leave`, raise what it said, such as :class:`ordovan.Connected` after another process took
     the agent over, until :meth:`join` is called again. A ``timeout`` in seconds, None for ever, that is over raises
-    :class:`ordovan.NoAnswer`, a TimeoutError.
+    :class:`ordovan.NoAnswer`, a TimeoutError; its ``__cause__`` is why there is no connection, if there
+    is none.
     """
 
     def __init__(
@@ -86,7 +87,7 @@ class Agent(AgentView):
         with self._alone():
             self._start(again=True)
             if not self._until(lambda: self._session.connected, Deadline(timeout)):
-                raise NoAnswer("the agent has not joined in time")
+                raise NoAnswer("the agent has not joined in time") from self._session.trouble
 
     def leave(self, timeout: float | None = None) -> None:
         """Leaves: the agent's events go with it. Blocks until the hub knows, also one that is away.
@@ -96,7 +97,9 @@ class Agent(AgentView):
             self._check_refused()
             outcome = self._session.leave(monotonic())
             if not self._until(lambda: outcome.settled, Deadline(timeout), hears=True):
-                raise NoAnswer("the hub has not said in time that the agent has left")
+                raise NoAnswer(
+                    "the hub has not said in time that the agent has left"
+                ) from self._session.trouble
             outcome.result()
             self._close()
 
@@ -106,7 +109,7 @@ class Agent(AgentView):
         with self._alone():
             self._close()
 
-    def __enter__(self) -> Agent:
+    def __enter__(self) -> Self:
         try:
             self.join()
         except BaseException:
@@ -163,7 +166,7 @@ class Agent(AgentView):
             self._start()
             done = self._until(lambda: self._session.told, Deadline(timeout))
             if not done:
-                raise NoAnswer("the hub has not heard everything in time")
+                raise NoAnswer("the hub has not heard everything in time") from self._session.trouble
 
     # Hearing something.
 
@@ -318,20 +321,11 @@ class Agent(AgentView):
             poll.register(line.fileno(), select.POLLIN | (select.POLLOUT if line.sends else 0))
         if self._wakeup is not None:
             poll.register(self._wakeup[0], select.POLLIN)
-        ready = {fd for fd, _ in poll.poll(self._wait_ms(deadline))}
+        ready = {fd for fd, _ in poll.poll(deadline.wait_ms(self._session.next_time()))}
         now = monotonic()
         for which, line in list(self._lines.open.items()):
             if line.fileno() in ready:
                 self._lines.receive(which, now)
-
-    def _wait_ms(self, deadline: Deadline) -> int | None:
-        left = deadline.left()
-        due = self._session.next_time()
-        if due is not None:
-            until_due = max(0.0, due - monotonic())
-            left = until_due if left is None else min(left, until_due)
-        # Rounded up: to come back before it is time would be for nothing.
-        return None if left is None else math.ceil(left * 1000)
 
     def _deliver(self) -> None:
         """Calls callbacks, one at a time, in the order of what happened."""

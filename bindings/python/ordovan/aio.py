@@ -15,7 +15,7 @@ from collections.abc import AsyncGenerator, Callable, Iterable, Mapping
 from contextlib import aclosing
 from time import monotonic
 from types import TracebackType
-from typing import TypeVar
+from typing import Self, TypeVar
 
 from . import _requests as requests
 from ._discovery import Socket, find_socket
@@ -204,7 +204,7 @@ class Connection:
         """Closes the connection; calls that wait raise ConnectionLost. Once more does nothing."""
         self._end(ConnectionLost("the connection was closed here"))
 
-    async def __aenter__(self) -> Connection:
+    async def __aenter__(self) -> Self:
         return self
 
     async def __aexit__(
@@ -335,7 +335,7 @@ class Hub:
         if connection is not None:
             await connection.close()
 
-    async def __aenter__(self) -> Hub:
+    async def __aenter__(self) -> Self:
         return self
 
     async def __aexit__(
@@ -434,7 +434,7 @@ class Agent(AgentView):
         self._lines.close(monotonic())
         self._pass_on()
 
-    async def __aenter__(self) -> Agent:
+    async def __aenter__(self) -> Self:
         try:
             await self.join()
         except BaseException:

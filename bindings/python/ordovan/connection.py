@@ -9,11 +9,12 @@ import socket as sockets
 from collections import deque
 from collections.abc import Callable, Iterator, Mapping
 from types import EllipsisType, TracebackType
+from typing import Self
 
 from ._discovery import Socket, find_socket
 from ._line import Deadline, Line, open_now
 from ._wire import Answer, Channel, Parameters
-from .errors import ConnectionLost, Error, NoAnswer, Unreachable
+from .errors import ConnectionLost, NoAnswer, Unreachable
 
 #: Seconds that the hub has to answer what it can answer at once, if not said otherwise.
 ANSWER_TIMEOUT = 30.0
@@ -116,9 +117,11 @@ class Connection:
 
     def close(self) -> None:
         """Closes the connection. Does not block; once more does nothing."""
-        self._end(ConnectionLost("the connection was closed here"))
+        line, self._line = self._line, None
+        if line is not None:
+            line.close()
 
-    def __enter__(self) -> Connection:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(
@@ -133,12 +136,6 @@ class Connection:
         if self._line is None:
             raise ConnectionLost("the connection is closed")
         return self._line
-
-    def _end(self, error: Error) -> None:
-        line, self._line = self._line, None
-        if line is not None:
-            line.close()
-            line.channel.lost(error)
 
     def _pump(
         self, done: Callable[[], bool], deadline: Deadline, *, receives: bool = True
@@ -156,8 +153,9 @@ class Connection:
                 if ready & ~select.POLLOUT and receives:
                     error = line.receive()
             if error is not None:
-                self._end(error)
-                if done() and receives:
+                self.close()
+                # What came before the end counts.
+                if receives and done():
                     return True
                 raise error
 
@@ -172,9 +170,7 @@ def _poll(line: Line, deadline: Deadline, receives: bool) -> int:
     wanted = (select.POLLIN if receives else 0) | (select.POLLOUT if line.sends else 0)
     poll = select.poll()
     poll.register(line.fileno(), wanted)
-    left = deadline.left()
-    # One millisecond more, since waiting is in whole ones: better than to come back too early for it.
-    ready = poll.poll(None if left is None else int(left * 1000) + 1 if left else 0)
+    ready = poll.poll(deadline.wait_ms())
     return ready[0][1] if ready else 0
 
 

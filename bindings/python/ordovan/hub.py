@@ -4,9 +4,10 @@ asyncio."""
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Iterator
+from collections.abc import Generator, Iterable, Iterator
+from contextlib import closing
 from types import TracebackType
-from typing import TypeVar
+from typing import Self, TypeVar
 
 from . import _requests as requests
 from ._discovery import Socket
@@ -85,8 +86,9 @@ class Hub:
     ) -> Iterator[Entry]:
         """Iterates over the log, and on over entries as they come. Each step blocks, up to ``timeout``
         seconds (NoAnswer)."""
-        for entries in self._several(requests.log(after, True), timeout):
-            yield from entries
+        with closing(self._several(requests.log(after, True), timeout)) as answers:
+            for entries in answers:
+                yield from entries
 
     def enable(self, enabled: bool = True) -> None:
         """Whether stages may start; false stops nothing that has begun. Raises PermissionDenied."""
@@ -122,7 +124,7 @@ class Hub:
         if connection is not None:
             connection.close()
 
-    def __enter__(self) -> Hub:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(
@@ -147,7 +149,7 @@ class Hub:
 
     def _several(
         self, request: requests.Request[T], timeout: float | None
-    ) -> Iterator[T]:
+    ) -> Generator[T, None, None]:
         with self._another() as connection:
             answers = connection.call_more(request.method, request.parameters, timeout=timeout)
             for parameters in answers:

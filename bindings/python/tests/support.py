@@ -11,6 +11,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import warnings
 from typing import Any
 
 import ordovan
@@ -43,7 +44,11 @@ class LeakTest(unittest.TestCase):
         hook = sys.unraisablehook
         sys.unraisablehook = self._unraisable.append
         self.addCleanup(setattr, sys, "unraisablehook", hook)
-        # The first loop of a process may open what stays.
+        # What is left to the collector of garbage is left behind.
+        warned = warnings.catch_warnings()
+        warned.__enter__()
+        self.addCleanup(warned.__exit__, None, None, None)
+        warnings.simplefilter("error", ResourceWarning)
         self._descriptors = descriptors()
         self._threads = set(threading.enumerate())
         self.addCleanup(self._check_leaks)

@@ -272,6 +272,7 @@ class Both:
         with self.assertRaises(ordovan.MessageTooLarge):
             agent.declare(Event("y" * (spare + 1)))
         agent.declare(Event("y" * spare))
+        agent.declare(Event("y" * spare), events[0])
         self.restart(agent)
         self.assertEqual(len(self.hub.last("Join")["event"]), count + 1)
         agent.withdraw("y" * spare)
@@ -433,6 +434,17 @@ class Both:
         self.assertEqual(self.hub.last("Report"), {"stage": "Disk", "note": "while away"})
         self.pump(agent, lambda: agent.connected and "Net" in agent.stages)
 
+    def test_an_event_that_was_withdrawn_while_the_hub_was_away_begins_anew(self: Any) -> None:
+        agent = self.agent(DISK)
+        agent.complete("Disk")
+        self.hub.kill()
+        self.pump(agent, lambda: not agent.connected)
+        agent.withdraw("Disk")
+        agent.declare(DISK)
+        self.hub.start()
+        agent.flush(timeout=PATIENCE)
+        self.assertEqual(self.declared(), {"Disk": False})
+
     def test_what_is_said_before_joining_is_told_on_joining(self: Any) -> None:
         agent = self.agent(joined=False)
         self.assertFalse(agent.declare(DISK))
@@ -506,6 +518,7 @@ class Both:
 
     def test_an_agent_leaves_a_hub_that_is_away_when_it_is_back(self: Any) -> None:
         agent = self.agent(DISK)
+        agent.note("Disk", "one")
         self.hub.kill()
         self.pump(agent, lambda: not agent.connected)
         with self.assertRaises(TimeoutError):
@@ -514,7 +527,7 @@ class Both:
             agent.leave(timeout=PATIENCE)
         self.assertEqual(self.declared(), {})
         self.assertEqual(self.hub.last("Join"), {"agent": "A", "lost": "keep"})
-        self.assertEqual(self.hub.names("Watch"), ["Watch"])
+        self.assertEqual(self.hub.names("Watch", "Report"), ["Watch", "Report"])
 
     def test_a_leave_that_is_refused_is_told_and_the_agent_stays(self: Any) -> None:
         agent = self.agent(DISK)
@@ -644,6 +657,36 @@ class BlockingAgents(Both, Blocking, HubTest):
         self.assertEqual([one.name for one in agent.changes(timeout=0.05)], ["Disk"])
         self.assertEqual([one.name for one in agent.changes(timeout=0)], ["Disk"])
 
+    def test_any_time_can_be_given(self) -> None:
+        for timeout in (float("inf"), 1e15, None):
+            agent = self.agent(DISK, joined=False)
+            agent.join(timeout=timeout)
+            self.assertEqual(agent.wait("Disk", timeout=timeout).name, "Disk")
+            with Background(lambda: self.finish("A", "Disk")):
+                changes = agent.changes(timeout=timeout)
+                while not next(changes).completed:
+                    pass
+            changes.close()
+            agent.leave(timeout=timeout)
+            self.hub.do(lambda: self.hub.begin("another"))
+
+    def test_why_there_is_no_hub_is_the_cause(self) -> None:
+        agent = self.agent(DISK)
+        self.hub.kill()
+        self.pump(agent, lambda: not agent.connected)
+        for call in (agent.join, agent.flush, agent.leave):
+            with self.assertRaises(ordovan.NoAnswer) as caught:
+                call(timeout=0.3)
+            self.assertIsInstance(caught.exception.__cause__, ConnectionRefusedError)
+
+    def test_nothing_is_kept_for_callbacks_that_are_not_there(self) -> None:
+        agent = self.agent(DISK, all=True)
+        agent.on_change = agent.on_connected = None
+        for number in range(10):
+            agent.note("Disk", str(number))
+        self.pump(agent, lambda: agent.stages["Disk"].event[0].note == "9")
+        self.assertEqual((len(agent._undelivered), len(agent._session.notices)), (0, 0))
+
     def test_no_thread_is_started(self) -> None:
         before = threading.active_count()
         agent = self.agent(DISK)
@@ -716,6 +759,20 @@ class AsynchronousAgents(Both, Asynchronous, HubTest):
 
         self.runner.run(main())
         self.assertEqual(dict(agent.events), {"Disk": DISK, "Net": NET})
+
+    def test_a_refusal_leaves_what_was_declared_after_it(self) -> None:
+        agent = self.agent(DISK)
+        self.hub.script["Declare"] = [Refusal(OURS + "NotYours")]
+
+        async def main() -> None:
+            inner = agent._inner
+            results = await asyncio.gather(
+                inner.declare(Event("Disk", 1)), inner.declare(Event("Disk", 2)),
+                return_exceptions=True)
+            self.assertEqual([type(one) for one in results], [ordovan.NotYours, bool])
+
+        self.runner.run(main())
+        self.assertEqual(dict(agent.events), {"Disk": Event("Disk", 2)})
 
     def test_a_leave_that_is_cancelled_goes_on(self) -> None:
         agent = self.agent(DISK)

@@ -108,6 +108,25 @@ class Sessions(unittest.TestCase):
         made.failed(FileNotFoundError(2, "x"), 10.11)
         self.assertAlmostEqual(made.next_time() or 0, 10.31)
 
+    def test_who_starts_again_after_a_refusal_does_not_wait(self) -> None:
+        made = session()
+        made.failed(PermissionError(13, "x"), 10.0)
+        self.assertIsNone(made.wanted(20.0))
+        self.assertIsNone(made.next_time())
+        made.start()
+        self.assertEqual(made.wanted(10.0), "calls")
+
+    def test_who_leaves_watches_no_more(self) -> None:
+        made = session(Event("Net"))
+        made.leave(0)
+        calls = made.opened("calls", 0)
+        self.assertEqual(said(calls), [("Join", {"agent": "A", "lost": "keep"}), ("Leave", {})])
+        answer(calls, startup="s", sequence=1)
+        self.assertIsNone(made.wanted(0))
+        answer(calls)
+        self.assertTrue(made.left)
+        self.assertEqual((made.drop, made.wanted(0), made.next_time()), (["calls"], None, None))
+
     def test_a_hub_that_goes_is_one_reason_to_wait_not_two(self) -> None:
         made = session()
         made.backoff = Backoff(lambda low, high: high)
@@ -244,6 +263,16 @@ class Mirrors(unittest.TestCase):
         self.assertEqual([(one.startup, one.before is None, one.now is None) for one in changes],
                          [("s", False, True), ("t", True, False)])
         self.assertEqual((mirror.startup, mirror.sequence), ("t", 1))
+
+    def test_who_looks_at_the_stages_sees_what_becomes_of_them(self) -> None:
+        mirror = Mirror()
+        stages = mirror.stages
+        mirror.apply(progress(7, stage("a"), snapshot=True))
+        self.assertEqual(list(stages), ["a"])
+        mirror.apply(progress(1, stage("b"), startup="t", snapshot=True))
+        self.assertEqual(list(stages), ["b"])
+        mirror.apply(progress(2, stage("c"), startup="t"))
+        self.assertEqual(list(stages), ["b", "c"])
 
 
 class Readers(unittest.TestCase):
