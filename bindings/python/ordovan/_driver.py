@@ -40,7 +40,7 @@ class Lines:
             if wanted is not None:
                 self._open(wanted, now)
             self._send(now)
-            if wanted is None and not session.drop:
+            if wanted is None:
                 return
 
     def receive(self, which: Which, now: float) -> None:

@@ -11,6 +11,7 @@ import threading
 import unittest
 from time import monotonic
 from typing import Any
+from unittest import mock
 
 import ordovan
 import ordovan.aio
@@ -256,6 +257,9 @@ class Both:
 
     def test_a_declaration_that_no_message_can_hold_is_refused_here(self: Any) -> None:
         agent = self.agent()
+        with self.assertRaises(ordovan.MessageTooLarge):
+            agent.declare(DISK, withdraw=[f"{number:0255}" for number in range(5000)])
+        self.assertEqual(dict(agent.events), {})
         empty = encode_call(OURS + "Join", {"agent": "A", "event": [], "lost": "keep", "take": True},
                             more=False, oneway=False)
         # As long as it will be when it is reported not complete, with a comma.
@@ -656,6 +660,21 @@ class BlockingAgents(Both, Blocking, HubTest):
         agent = self.agent(DISK)
         self.assertEqual([one.name for one in agent.changes(timeout=0.05)], ["Disk"])
         self.assertEqual([one.name for one in agent.changes(timeout=0)], ["Disk"])
+
+    def test_a_wait_without_time_looks_once(self) -> None:
+        with ordovan.Hub(self.path) as hub:
+            hub.declare("B", DISK)
+        agent = self.agent(NET)
+        self.finish("B", "Disk")
+        self.assertTrue(select.select(agent.filenos(), [], [], PATIENCE)[0])
+        self.assertEqual(agent.wait("Net", timeout=0).name, "Net")
+
+    def test_an_agent_goes_to_no_other_hub(self) -> None:
+        with mock.patch.dict(os.environ, ORDOVAN_SOCKET=self.path):
+            agent = self.make("Agent", "A", [DISK])
+            agent.join(timeout=PATIENCE)
+        with mock.patch.dict(os.environ, ORDOVAN_SOCKET=self.path + ".another"):
+            self.restart(agent)
 
     def test_any_time_can_be_given(self) -> None:
         for timeout in (float("inf"), 1e15, None):

@@ -140,6 +140,7 @@ class Sessions(unittest.TestCase):
 
     def test_a_hub_that_has_not_answered_in_time_is_dropped(self) -> None:
         made = session(Event("Net"))
+        made.backoff = Backoff(lambda low, high: high)
         calls, _ = self.join(made)
         outcome = made.report("Net", True, None, 5.0)
         later = made.report("Net", None, "n", 6.0)
@@ -152,6 +153,7 @@ class Sessions(unittest.TestCase):
         self.assertEqual(made.drop, ["calls"])
         made.closed("calls", NoAnswer(), 36.0)
         self.assertEqual((later.settled, later.result(), made.drop), (True, False, []))
+        self.assertAlmostEqual(made.next_time() or 0, 36.1)
 
     def test_what_is_said_while_it_joins_comes_behind(self) -> None:
         made = session(Event("Net"))
@@ -180,6 +182,17 @@ class Sessions(unittest.TestCase):
                complete=False, stage=[])
         self.assertEqual(made.drop, ["watch"])
 
+    def test_a_watch_that_ends_between_parts_leaves_nothing_of_them(self) -> None:
+        made = session()
+        _, watch = self.join(made)
+        shown = {"active": True, "complete": False, "timedOut": False, "suspended": False,
+                 "critical": False, "dependency": [], "event": []}
+        told(watch, 2, {"name": "a", **shown}, partial=True)
+        made.closed("watch", ConnectionLost(), 1.0)
+        watch = made.opened("watch", 2.0)
+        told(watch, 2, {"name": "b", **shown})
+        self.assertEqual(list(made.mirror.stages), ["b"])
+
     def test_notes_are_told_again_but_for_events_that_are_gone(self) -> None:
         made = session(Event("Net"), Event("Disk"))
         calls, _ = self.join(made)
@@ -187,6 +200,7 @@ class Sessions(unittest.TestCase):
         made.report("Net", None, "two", 0)
         made.report("Disk", None, "three", 0)
         made.declare([], ["Disk"], 0)
+        made.declare([Event("Disk")], [], 0)
         made.closed("calls", ConnectionLost(), 1.0)
         calls = made.opened("calls", 2.0)
         said(calls)
