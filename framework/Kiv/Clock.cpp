@@ -291,11 +291,14 @@ void Clock::NotifieeConst::timeMinIs( double const & seconds ) {
       return;
    detail::checkOwner( this, "timeMin" );
    timeMin_ = time;
-   armed_ = detail::queue().ask();
    auto const * const clock = static_cast< Clock const * >( notifierPtr().get() );
-   if( place_ != notQueued && !( time < infinity ) )
-      clock->leave( *this );
-   else if( clock && eligible() )
+   if( !( time < infinity ) ) {
+      if( place_ != notQueued )
+         clock->leave( *this );
+      return;
+   }
+   armed_ = detail::queue().ask();
+   if( clock && eligible() )
       clock->enter( *this );
 }
 
