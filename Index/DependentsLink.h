@@ -6,8 +6,6 @@
 #include <Stage/Index.h>
 #include <Stage/StageStatus.h>
 
-#include <memory>
-
 namespace Stage {
 
 class Dependents;
@@ -15,17 +13,17 @@ class Dependents;
 // No part of the interface: it stands in a reactor, and is used by the library alone.
 class DependentsLink final : public StageIndex {
  public:
-   ~DependentsLink() override { stageIs( nullptr, nullptr ); }
+   ~DependentsLink() override;
    // From now on these hold the dependencies of this stage, and no more those of the one before.
    // Null for none.
    void stageIs( Kiv::Ptr< StageStatus > const & stage,
-                 std::shared_ptr< Dependents > const & dependents ) noexcept;
+                 Kiv::Ptr< Dependents > const & dependents ) noexcept;
    void dependencyCame( Kiv::String8 const & name ) noexcept override;
    void dependencyWent( Kiv::String8 const & name ) noexcept override;
 
  private:
    Kiv::Ptr< StageStatus > stage_;
-   std::shared_ptr< Dependents > dependents_;
+   Kiv::Ptr< Dependents > dependents_;
 };
 
 } // namespace Stage

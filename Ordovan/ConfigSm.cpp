@@ -193,7 +193,7 @@ void KivEventConfig::notifierIs( Ptr< PtrInterface const > const & event ) {
 
 ConfigSm::ConfigSm( Ptr< Config const > const & config, Ptr< Status > const & status,
                     Ptr< Dir const > const & agentDir )
-   : dependents_( std::make_shared< Dependents >() ) {
+   : dependents_( new Dependents ) {
    KeepDuringConstruction const keep( *this );
    Config::NotifieeConst::notifierIs( config );
    deliveredUntilDoneIs( true );

@@ -7,8 +7,6 @@
 #include <Ordovan/Export.h>
 #include <Stage/Stage.h>
 
-#include <memory>
-
 namespace Stage {
 
 // Watches the directory of agents and everything in it, and writes Stage::Status: a stage for
@@ -353,7 +351,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    friend Machine;
    auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
-   std::shared_ptr< Dependents > const dependents_;
+   Kiv::Ptr< Dependents > const dependents_;
    Kiv::Owned< KivStatus > status_;
    Kiv::Owned< KivAgentDir > agentDir_;
    Kiv::OwnedByKey< KivAgentConfig, Kiv::Name > agentConfig_;

@@ -222,16 +222,16 @@ class ORDOVAN_EXPORT StageSm
    void tellUntold();
 
    Kiv::Ptr< LogSm > logSm_;
-   Kiv::Scalar< bool > complete_;
-   Kiv::Scalar< bool > timedOut_;
-   Kiv::Scalar< bool > initialized_;
    Kiv::Scalar< double > completionTime_;
    PendingEventMap pendingEvent_;
    Kiv::OwnedByKey< KivEvent, Kiv::String8 > event_;
    Kiv::Owned< KivStageUncompleted > stageUncompleted_;
-   Kiv::String8 untold_;       // a pending event whose change was not reacted to
-   Completion completion_;     // for its owner's candidates
+   Kiv::String8 untold_; // a pending event whose change was not reacted to
+   Kiv::Scalar< bool > complete_;
+   Kiv::Scalar< bool > timedOut_;
+   Kiv::Scalar< bool > initialized_;
    bool progressOwed_ = false; // the owner has not recorded the stage in its progress
+   Completion completion_;     // for its owner's candidates
 };
 
 } // namespace Stage

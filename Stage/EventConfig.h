@@ -53,7 +53,7 @@ class STAGE_EXPORT EventConfig : public Kiv::Entity {
    void isNondestructingIs( bool nondestructing ) override;
 
    // The stage's name, ":" and the agent's name. Fixed.
-   Kiv::String8 uid() const { return uid_; }
+   Kiv::String8 uid() const { return Kiv::String8( Entity::name() ); }
    // The name of the agent that declared the event. Fixed.
    Kiv::String8 agent() const { return agent_; }
 
@@ -87,12 +87,12 @@ class STAGE_EXPORT EventConfig : public Kiv::Entity {
    friend class detail::EventSummary;
    EventConfig( Kiv::String8 const & uid, Kiv::Name const & agent );
 
-   Kiv::String8 const uid_;
+   // The two flags stand where Entity ends, and take no room.
+   Kiv::Scalar< bool > critical_;
+   Kiv::Scalar< bool > complete_;
    Kiv::String8 const agent_;
    Kiv::Scalar< double > timeout_;
    Kiv::Collection< bool, Kiv::String8 > dependency_;
-   Kiv::Scalar< bool > critical_;
-   Kiv::Scalar< bool > complete_;
    // Its parts in what stages with many events know of them all: a list, one for each such stage.
    mutable detail::EventShare * shares_ = nullptr;
 };

@@ -180,8 +180,7 @@ Ptr< EventConfig > EventConfig::EventConfigIs( Name const & stage, Name const & 
    return new EventConfig( joined( stage, ":", agent ), agent );
 }
 EventConfig::EventConfig( String8 const & uid, Name const & agent )
-   : Entity( uid ), uid_( uid ), agent_( agent ),
-     timeout_( std::numeric_limits< double >::infinity() ) {}
+   : Entity( uid ), agent_( agent ), timeout_( std::numeric_limits< double >::infinity() ) {}
 EventConfig::~EventConfig() = default;
 void EventConfig::isNondestructingIs( bool on ) {
    nondestructingIs( on, eventConfig::rows[ eventConfig::isNondestructing ] );

@@ -122,10 +122,10 @@ class STAGE_EXPORT StageStatus : public Kiv::Entity {
    void summarizeEvents();
    void dropSummary() noexcept;
 
+   Kiv::Scalar< bool > critical_; // stands where Entity ends
    Kiv::Collection< EventConfig const, Kiv::String8 > event_;
    Kiv::Collection< bool, Kiv::String8 > dependency_;
    Kiv::Scalar< double > timeout_;
-   Kiv::Scalar< bool > critical_;
    IndexList< StageIndex > indexes_;
    detail::EventSummary * eventSummary_ = nullptr; // ours; none while there are few
    Status * status_ = nullptr;                     // the one whose member this is

@@ -276,7 +276,7 @@ void Clock::NotifieeConst::isRegisteredNotifieeIs( bool on ) const {
 void Clock::NotifieeConst::notifierIs( Ptr< PtrInterface const > const & clock ) {
    if( notifierPtr() == clock )
       return;
-   PtrInterface::NotifieeConst::notifierIs( clock );
+   NotifieeOf::notifierIs( clock );
    timeMin_ = infinity; // a time on the scale of another clock says nothing here
    restsUntil_ = -infinity;
    failures_ = 0;

@@ -22,11 +22,11 @@ constexpr Attribute rows[] = {
 
 } // namespace
 
-Entity::NotifieeConst::NotifieeConst() {
-   watches_ = []( PtrInterface const & p ) {
-      return dynamic_cast< Entity const * >( &p ) != nullptr;
-   };
-   knows_ = firstOwnAttribute - 1;
+Entity::NotifieeConst::NotifieeConst() { flagIs( hearsEntity, true ); }
+void Entity::NotifieeConst::notifierIs( Ptr< PtrInterface const > const & entity ) {
+   if( entity && !dynamic_cast< Entity const * >( entity.get() ) )
+      throwOtherType( *entity );
+   PtrInterface::NotifieeConst::notifierIs( entity );
 }
 Name Entity::NotifieeConst::name() const {
    auto const * entity = static_cast< Entity const * >( notifierPtr().get() );

@@ -24,6 +24,7 @@ class KIV_EXPORT Entity : public PtrInterface {
       void watch( Ptr< Entity const > const & entity ) { watchObject( entity ); }
       // The entity's name; empty while nothing is watched.
       Name name() const override;
+      void notifierIs( Ptr< PtrInterface const > const & entity ) override;
       virtual void onParent();
       // Reserved: never called.
       virtual void onVersion();

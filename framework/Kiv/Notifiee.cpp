@@ -112,12 +112,14 @@ Name Reactor::name() const {
 void Reactor::notifierIs( Ptr< PtrInterface const > const & notifier ) {
    if( notifier_ == notifier )
       return;
-   if( notifier && watches_ && !watches_( *notifier ) )
-      throwRangeException( valueToString( notifier ) +
-                           String8( " is not of the type that the reactor watches" ) );
    Ptr< PtrInterface const > const next = notifier;
    isRegisteredNotifieeIs( false );
    notifier_ = next;
+}
+
+void Reactor::throwOtherType( PtrInterface const & object ) {
+   throwRangeException( valueToString( &object ) +
+                        String8( " is not of the type that the reactor watches" ) );
 }
 
 void Reactor::watchObject( Ptr< PtrInterface const > const & object ) {
@@ -196,11 +198,12 @@ Activity * Reactor::actsm() { return activityManager()->activity(); }
 
 std::size_t Reactor::pendingNotifications() const {
    std::size_t count = 0;
-   if( detail::QueueItem * item = pending_ )
+   detail::QueueItem * const first = detail::queue().item( pending_ );
+   if( detail::QueueItem * item = first )
       do {
          ++count;
          item = item->nextOfReactor;
-      } while( item != pending_ );
+      } while( item != first );
    return count;
 }
 

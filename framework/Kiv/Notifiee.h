@@ -103,8 +103,6 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    virtual Ptr< ActivityConfig const > kivFwkActivity() const;
    virtual Activity * actsm();
 
-   static constexpr AttributeId knowsAll = 0xffff;
-
    Ptr< PtrInterface const > const & notifierPtr() const { return notifier_; }
    bool isRegisteredNotifiee() const { return flag( registered ); }
    // How many callbacks are pending. Cost: linear in their number.
@@ -121,6 +119,8 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 
    // What watch() of every type does.
    void watchObject( Ptr< PtrInterface const > const & object );
+   // The range exception of notifierIs(), for an object of another type.
+   [[noreturn]] static void throwOtherType( PtrInterface const & object );
 
  private:
    friend class PtrInterface;
@@ -132,18 +132,10 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
    // Ring of the reactors of one object, while registered.
    mutable NotifieeConst * nextNotifiee_ = nullptr;
    mutable NotifieeConst * previousNotifiee_ = nullptr;
-   // What is pending for this reactor, oldest first: first of a ring.
-   mutable detail::QueueItem * pending_ = nullptr;
+   // What is pending for this reactor, oldest first: the number of the first of a ring, 0 for none.
+   mutable std::uint32_t pending_ = 0;
    // A bit for each attribute without keys that is pending.
    mutable std::uint32_t pendingAttributes_ = 0;
-
- protected:
-   // What a class of reactors can watch and be told of; set by its constructor.
-   //
-   // The highest number of an attribute for which there is a callback.
-   AttributeId knows_ = noAttribute;
-   // Whether an object is of the type that is watched.
-   bool ( *watches_ )( PtrInterface const & ) = nullptr;
 };
 
 // A NotifieeConst lists the names of its callbacks, so that newReactor() can look at how a class R
@@ -184,13 +176,16 @@ class NotifieeOf : public Base {
    // owner, and switched on too early they would be told before the owner is complete. Not on a
    // state machine itself either. Those are made of the templates in Reactor.h.
    void watch( Ptr< E const > const & object ) { this->watchObject( object ); }
+   void notifierIs( Ptr< PtrInterface const > const & object ) override {
+      if( object && !dynamic_cast< E const * >( object.get() ) )
+         this->throwOtherType( *object );
+      Base::notifierIs( object );
+   }
 
  protected:
    NotifieeOf() {
-      this->watches_ = []( PtrInterface const & object ) {
-         return dynamic_cast< E const * >( &object ) != nullptr;
-      };
-      this->knows_ = PtrInterface::NotifieeConst::knowsAll;
+      this->flagIs( PtrInterface::hearsEntity, true );
+      this->flagIs( PtrInterface::hearsOwn, true );
    }
 };
 

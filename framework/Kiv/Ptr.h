@@ -98,7 +98,9 @@ class KIV_EXPORT PtrInterface : public VFPtrInterface {
       registered = 1U << 5,  // it stands in its notifier's list
       queued = 1U << 6,      // what is pending for it stands in the activity's queue
       keepsParent = 1U << 7, // an entity that holds a reference to its parent
-      untilDone = 1U << 8    // see NotifieeConst::deliveredUntilDoneIs()
+      untilDone = 1U << 8,   // see NotifieeConst::deliveredUntilDoneIs()
+      hearsEntity = 1U << 9, // a reactor with callbacks for what every entity has,
+      hearsOwn = 1U << 10    // and for the attributes of a type
    };
    bool flag( Flag f ) const { return ( flags_ & f ) != 0; }
    void flagIs( Flag f, bool on ) const {

@@ -67,14 +67,32 @@ static_assert( std::is_trivially_destructible_v< Queue > );
 // ------------------------------------------------------------------------------ room and memory
 
 void Queue::reserveItems( std::size_t items ) {
-   while( free_ <= items ) {
-      auto * const block = new QueueBlock;
-      block->next = std::exchange( blocks_, block );
-      fill( *block );
-      items_ += perBlock;
-   }
+   while( free_ <= items )
+      addBlock();
    // By half at least, so that a growing burst comes here seldom.
    spare_ = std::min( spare_ / 2, free_ - items - 1 );
+}
+
+void Queue::addBlock() {
+   std::size_t const blocks = items_ / perBlock;
+   if( blocks == blocksRoom_ )
+      blocksRoomIs( blocks ? 2 * blocks : leastItems / perBlock );
+   auto * const block = new QueueBlock;
+   auto number = static_cast< std::uint32_t >( items_ );
+   for( QueueItem & item : block->items )
+      item.number = ++number;
+   blocks_[ blocks ] = block;
+   items_ += perBlock;
+   fill( *block );
+}
+
+void Queue::blocksRoomIs( std::size_t room ) {
+   auto ** const made =
+      static_cast< QueueBlock ** >( KivMemPool::operator new( room * sizeof( QueueBlock * ) ) );
+   std::copy_n( blocks_, items_ / perBlock, made );
+   KivMemPool::operator delete( blocks_, blocksRoom_ * sizeof( QueueBlock * ) );
+   blocks_ = made;
+   blocksRoom_ = room;
 }
 
 // All items of a block go into the pool.
@@ -91,11 +109,11 @@ void Queue::giveBack() noexcept {
       return;
    if( spare_ >= perBlock ) {
       for( ; spare_ >= perBlock && items_ > leastItems; spare_ -= perBlock, items_ -= perBlock )
-         delete std::exchange( blocks_, blocks_->next );
+         delete blocks_[ items_ / perBlock - 1 ];
       pool_ = nullptr;
       free_ = 0;
-      for( QueueBlock * block = blocks_; block; block = block->next )
-         fill( *block );
+      for( std::size_t i = items_ / perBlock; i != 0; --i )
+         fill( *blocks_[ i - 1 ] );
    }
    spare_ = items_ > leastItems ? free_ / 2 : 0;
    // The next key makes one that is as large as the items need.
@@ -200,12 +218,13 @@ inline void Queue::unlinkFirst( QueueItem * item ) noexcept {
 }
 
 // An item alone in the ring is linked with itself, like one in no ring.
-inline void Queue::enterRing( QueueItem * item ) noexcept {
-   QueueItem *& ring = item->reactor->pending_;
-   if( !ring ) [[likely]] {
-      ring = item;
+inline void Queue::enterRing( QueueItem * item ) const noexcept {
+   std::uint32_t & first = item->reactor->pending_;
+   if( !first ) [[likely]] {
+      first = item->number;
       return;
    }
+   QueueItem * const ring = this->item( first );
    item->nextOfReactor = ring;
    item->previousOfReactor = ring->previousOfReactor;
    ring->previousOfReactor->nextOfReactor = item;
@@ -213,15 +232,15 @@ inline void Queue::enterRing( QueueItem * item ) noexcept {
 }
 
 inline void Queue::leaveRing( QueueItem * item ) noexcept {
-   QueueItem *& ring = item->reactor->pending_;
+   std::uint32_t & first = item->reactor->pending_;
    if( item->nextOfReactor == item ) [[likely]] {
-      ring = nullptr;
+      first = 0;
       return;
    }
    item->nextOfReactor->previousOfReactor = item->previousOfReactor;
    item->previousOfReactor->nextOfReactor = item->nextOfReactor;
-   if( ring == item )
-      ring = item->nextOfReactor;
+   if( first == item->number )
+      first = item->nextOfReactor->number;
    item->nextOfReactor = item->previousOfReactor = item;
 }
 
@@ -263,7 +282,8 @@ inline bool Queue::take( QueueItem * item ) noexcept {
 
 // A reactor that is marked, or has no callback for the attribute, is told nothing.
 bool Queue::hears( Reactor const & reactor, Attribute const & attribute ) {
-   return !reactor.kivMarkedForDeletion() && attribute.id <= reactor.knows_;
+   auto const hears = attribute.id < firstOwnAttribute ? Reactor::hearsEntity : Reactor::hearsOwn;
+   return !reactor.kivMarkedForDeletion() && reactor.flag( hears );
 }
 
 void Queue::add( Reactor & first, Attribute const & attribute ) noexcept {
@@ -336,7 +356,7 @@ void Queue::addOne( Reactor & reactor, Attribute const & attribute, Text const &
 }
 
 void Queue::activate( Reactor & reactor ) noexcept {
-   QueueItem * const ring = reactor.pending_;
+   QueueItem * const ring = item( reactor.pending_ );
    if( QueueItem * item = ring )
       do {
          assert( !item->rests );
@@ -384,7 +404,7 @@ void Queue::sortAfter( List & list, QueueItem * last ) noexcept {
 }
 
 void Queue::deactivate( Reactor & reactor ) noexcept {
-   QueueItem * const ring = reactor.pending_;
+   QueueItem * const ring = item( reactor.pending_ );
    if( QueueItem * item = ring )
       do {
          if( item->rests )
@@ -396,9 +416,9 @@ void Queue::deactivate( Reactor & reactor ) noexcept {
 }
 
 void Queue::drop( Reactor & reactor ) noexcept {
-   while( QueueItem * const item = reactor.pending_ )
-      if( take( item ) )
-         release( item );
+   while( QueueItem * const first = item( reactor.pending_ ) )
+      if( take( first ) )
+         release( first );
 }
 
 void Queue::forget( Reactor & reactor ) noexcept {
@@ -476,13 +496,14 @@ std::size_t Queue::run( std::size_t limit, Turn & turn, bool const & stopped ) {
 }
 
 bool Queue::runOldest( Reactor & reactor ) {
-   QueueItem * item = reactor.pending_;
+   QueueItem * const first = this->item( reactor.pending_ );
+   QueueItem * item = first;
    if( !item || !reactor.hasNotificationActive() )
       return false;
    // A deferred call follows the keys, wherever it was asked for.
-   while( item->form == Form::group && item->nextOfReactor != reactor.pending_ )
+   while( item->form == Form::group && item->nextOfReactor != first )
       item = item->nextOfReactor;
-   deliver( item->form == Form::group ? reactor.pending_ : item );
+   deliver( item->form == Form::group ? first : item );
    return true;
 }
 
@@ -577,7 +598,7 @@ bool Queue::cutShort( Cut const & cut ) {
 QueueItem * Queue::pendingAgain( Cut const & cut ) noexcept {
    if( cut.form == Form::member )
       return find( cut.reactor, cut.attribute, cut.form, cut.item->key, cut.item->hash );
-   QueueItem * const ring = cut.reactor.pending_;
+   QueueItem * const ring = item( cut.reactor.pending_ );
    if( QueueItem * item = ring )
       do {
          if( item->form == cut.form && item->attribute->id == cut.attribute.id )

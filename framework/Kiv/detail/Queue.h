@@ -60,6 +60,7 @@ struct QueueItem : KivMemPool {
    QueueItem * previous = nullptr; // in these; says nothing of the first in first_ and second_
    PtrInterface::NotifieeConst * reactor = nullptr;
    Attribute const * attribute = nullptr;
+   std::uint32_t number = 0;         // fixed: where it is found by those that have no pointer to it
    std::uint64_t asked = 0;          // the how many-th thing it was that was asked of the loop
    QueueItem * nextOfReactor = this; // ring
    QueueItem * previousOfReactor = this;
@@ -78,7 +79,6 @@ struct QueueItem : KivMemPool {
 struct QueueBlock : KivMemPool {
    static constexpr std::size_t size = 32;
    QueueItem items[ size ];
-   QueueBlock * next = nullptr;
 };
 
 class Queue {
@@ -130,6 +130,12 @@ class Queue {
    // The same, until the turn is over or has been `stopped`.
    std::size_t run( std::size_t limit, Turn & turn, bool const & stopped );
    bool runOldest( Reactor & reactor );
+   // The item of that number; null for 0.
+   QueueItem * item( std::uint32_t number ) const {
+      return number ? &blocks_[ ( number - 1 ) / QueueBlock::size ]
+                          ->items[ ( number - 1 ) % QueueBlock::size ]
+                    : nullptr;
+   }
    // Whether a callback or timer is running: whoever is told watches something.
    bool running() const { return notifier_ != nullptr; }
    // What the reactor whose callback runs watched when it was called; null when none runs.
@@ -162,6 +168,8 @@ class Queue {
    static bool hears( Reactor const & reactor, Attribute const & attribute );
    void reserveItems( std::size_t items );
    void reservePlaces( std::size_t items );
+   void addBlock();
+   void blocksRoomIs( std::size_t room );
    void fill( QueueBlock & block ) noexcept;
    void giveBack() noexcept;
    void tableIs( QueueItem ** table, std::size_t size ) noexcept;
@@ -172,7 +180,7 @@ class Queue {
    void link( QueueItem * item ) noexcept;
    void unlink( QueueItem * item ) noexcept;
    void unlinkFirst( QueueItem * item ) noexcept;
-   static void enterRing( QueueItem * item ) noexcept;
+   void enterRing( QueueItem * item ) const noexcept;
    static void leaveRing( QueueItem * item ) noexcept;
    void pend( QueueItem * item ) noexcept;
    static void sortAfter( List & list, QueueItem * last ) noexcept;
@@ -228,7 +236,8 @@ class Queue {
    std::size_t free_ = 0;  // items in the pool
    std::size_t spare_ = 0; // of these: not needed since nothing was pending
    std::size_t items_ = 0; // all there are
-   QueueBlock * blocks_ = nullptr;
+   QueueBlock ** blocks_ = nullptr;
+   std::size_t blocksRoom_ = 0;
    QueueItem ** table_ = nullptr;
    std::size_t tableSize_ = 0; // a power of two, or 0
    std::size_t entered_ = 0;   // items in the table
