@@ -36,6 +36,7 @@
 #include <Kiv/Text.h>
 
 #include <type_traits>
+#include <typeinfo>
 
 namespace Kiv {
 
@@ -143,8 +144,9 @@ class KIV_EXPORT PtrInterface::NotifieeConst : public PtrInterface {
 // &NotifieeConst::onX. The deferred form of a collection's callback has a row of its own, behind
 // that of the others, which are one row.
 
-// What the NotifieeConst of every type E adds, without a virtual operation of its own: what is
-// watched, as an E, the refusal of anything else, and one call that does all that watching takes.
+// What the NotifieeConst of every type E adds, without a virtual operation of its own, to Base, the
+// NotifieeConst of Entity or PtrInterface: what is watched, as an E, the refusal of anything else,
+// and one call that does all that watching takes.
 template< class E, class Base >
 class NotifieeOf : public Base {
  public:
@@ -177,9 +179,12 @@ class NotifieeOf : public Base {
    // state machine itself either. Those are made of the templates in Reactor.h.
    void watch( Ptr< E const > const & object ) { this->watchObject( object ); }
    void notifierIs( Ptr< PtrInterface const > const & object ) override {
-      if( object && !dynamic_cast< E const * >( object.get() ) )
-         this->throwOtherType( *object );
-      Base::notifierIs( object );
+      // Most are an E and nothing further, which a look at the type tells.
+      PtrInterface const * const o = object.get();
+      if( o && typeid( *o ) != typeid( E ) && !dynamic_cast< E const * >( o ) )
+         this->throwOtherType( *o );
+      // Base would look at the type again, for one that E is derived from.
+      PtrInterface::NotifieeConst::notifierIs( object );
    }
 
  protected:
