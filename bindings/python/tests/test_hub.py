@@ -8,10 +8,12 @@ import unittest
 from contextlib import aclosing
 from time import monotonic
 from typing import Any
+from unittest import mock
 
 import ordovan
 import ordovan.aio
 from ordovan import ConnectionLost, Event, NoAnswer, ProtocolError
+from ordovan._line import open_now
 
 from .standin import OURS, SERVICE, Refusal
 from .support import Asynchronous, Background, Blocking, HubTest
@@ -303,6 +305,24 @@ class AsynchronousHubs(Both, Asynchronous, HubTest):
             self.assertEqual(len({number for number, _, _ in self.hub.calls}), 1)
 
         self.runner.run(main())
+
+    def test_of_two_tasks_that_connect_at_once_one_gives_way(self) -> None:
+        full = [BlockingIOError(11, "full")] * 2
+
+        def once_full(path: str) -> Any:
+            if full:
+                raise full.pop()
+            return open_now(path)
+
+        async def main() -> None:
+            async with ordovan.aio.Hub(self.path) as hub:
+                with mock.patch("ordovan.aio.open_now", once_full):
+                    await asyncio.gather(hub.status(), hub.status())
+                await hub.status()
+
+        self.runner.run(main())
+        self.assertEqual(len({number for number, _, _ in self.hub.calls}), 1)
+        self.hub.until(lambda: self.hub.peers == 0)
 
     def test_a_wait_that_is_cancelled_ends_its_connection(self) -> None:
         async def main() -> None:
