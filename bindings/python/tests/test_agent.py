@@ -858,6 +858,15 @@ class AsynchronousAgents(Both, Asynchronous, HubTest):
                          [ZeroDivisionError] * 3)
         self.loop_errors.clear()
 
+    def test_a_closed_agent_leaves_nothing_to_the_loop(self) -> None:
+        agent = self.agent(DISK)
+        self.hub.kill()
+        self.pump(agent, lambda: not agent.connected)
+        timer = agent._timer
+        self.assertFalse(timer.cancelled())
+        agent.close()
+        self.assertTrue(timer.cancelled())
+
     def test_neither_a_task_nor_a_thread_is_started(self) -> None:
         agent = self.agent(DISK)
 
