@@ -229,7 +229,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
       friend class ConfigSm;
       friend Machine;
 
-      auto owned() { return std::tie( eventConfig_ ); }
+      auto owned() { return Kiv::inOrder( eventConfig_ ); }
       bool reacts() const { return notifierPtr() && owner(); }
       struct CriticalFrame;
       Kiv::Ptr< KivStageStatus > pushCritical( CriticalFrame & frame ) const;
@@ -349,7 +349,7 @@ class ORDOVAN_EXPORT ConfigSm : public Kiv::Machine< Config::NotifieeConst, Conf
    void compareDependents( Kiv::Name const & name );
    void withdrawLinks( Kiv::String8 const & name, Kiv::Ptr< StageStatus > const & present );
    friend Machine;
-   auto owned() { return std::tie( status_, agentDir_, agentConfig_, stageStatus_ ); }
+   auto owned() { return Kiv::inOrder( status_, agentDir_, agentConfig_, stageStatus_ ); }
 
    Kiv::Ptr< Dependents > const dependents_;
    Kiv::Owned< KivStatus > status_;

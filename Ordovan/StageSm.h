@@ -211,7 +211,7 @@ class ORDOVAN_EXPORT StageSm
    friend class StatusSm;
    friend Machine;
 
-   auto owned() { return std::tie( stageUncompleted_, event_ ); }
+   auto owned() { return Kiv::inOrder( stageUncompleted_, event_ ); }
    // Keep its owner and itself while something passes through code of others, the sink of log
    // messages, which may let go of them all.
    using Kept = std::pair< Kiv::Ptr< StatusSm >, Kiv::Ptr< StageSm > >;

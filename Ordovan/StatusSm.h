@@ -179,7 +179,7 @@ class ORDOVAN_EXPORT StatusSm : public Kiv::Machine< Kiv::PtrInterface, StatusSm
  private:
    friend Machine;
    auto owned() {
-      return std::tie( config_, status_, recalculateNextStage_, stageEnableSm_, stageSm_ );
+      return Kiv::inOrder( config_, status_, recalculateNextStage_, stageEnableSm_, stageSm_ );
    }
    bool criticalStageWaits( Status const & status ) const;
    bool dependenciesSatisfied( Status const & status, StageStatus const & stage ) const;

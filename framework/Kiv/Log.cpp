@@ -5,6 +5,7 @@
 #include <Kiv/detail/ErrorLine.h>
 #include <Kiv/detail/Forever.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -62,12 +63,14 @@ bool LogHandle::okToLog( unsigned int key ) noexcept {
       return true;
    try {
       double const time = now();
-      std::erase_if( windows_,
-                     [ & ]( auto const & w ) { return time >= w.second.start + interval_; } );
-      auto const [ place, added ] = windows_.try_emplace( key, Window{ time, 0 } );
-      if( place->second.emitted + 1 > count_ )
+      std::erase_if( windows_, [ & ]( Window const & w ) { return time >= w.start + interval_; } );
+      auto window = std::find_if( windows_.begin(), windows_.end(),
+                                  [ key ]( Window const & w ) { return w.key == key; } );
+      if( window == windows_.end() )
+         window = windows_.insert( window, { key, time, 0 } );
+      if( window->emitted + 1 > count_ )
          return false;
-      ++place->second.emitted;
+      ++window->emitted;
    } catch( ... ) { // not counted
    }
    return true;

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
+#include <vector>
 
 namespace Kiv {
 
@@ -80,6 +80,7 @@ class KIV_EXPORT LogHandle {
    void lost( String8 const * arguments, unsigned int count, unsigned int known ) const noexcept;
 
    struct Window {
+      unsigned int key;
       double start;
       double emitted;
    };
@@ -92,7 +93,7 @@ class KIV_EXPORT LogHandle {
    double const interval_;
    double const count_;
    unsigned char const rateLimitArgs_;
-   std::map< unsigned int, Window > windows_;
+   std::vector< Window > windows_; // one of each key
 };
 
 // Emits a declared message with two arguments, unless its key is over the limit. Never throws: a

@@ -15,6 +15,7 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>

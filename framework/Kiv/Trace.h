@@ -29,7 +29,6 @@
 #include <functional>
 #include <initializer_list>
 #include <iosfwd>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <type_traits>

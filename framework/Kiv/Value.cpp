@@ -3,42 +3,137 @@
 
 #include <Kiv/Exception.h>
 
+#include <new>
+#include <utility>
+
 namespace Kiv {
 
-namespace {
+struct Value::SharedList {
+   List_ const list;
+   unsigned int values = 1; // that hold it
+};
 
-template< class T, class V >
-T const & held( V const & variant, char const * expected, Value const & value ) {
-   if( T const * found = std::get_if< T >( &variant ) )
-      return *found;
-   throwRangeException( "the value is no " + String8( expected ) + " but " + value.typeName() );
+Value::Value( String8 const & text ) : kind_( Kind::text ), text_( text ) {}
+Value::Value( List_ const & list ) : kind_( Kind::list ), list_( new SharedList{ list } ) {}
+Value::Value( PtrInterface const * object, bool isConst ) : Value() {
+   if( object ) {
+      new( &object_ ) Ptr< PtrInterface const >( object );
+      kind_ = Kind::object;
+      isConst_ = isConst;
+   }
 }
 
-} // namespace
-
-Value::Value( List_ const & list ) : held_( std::make_shared< List_ const >( list ) ) {}
-
-Value::Value( PtrInterface const * object, bool isConst ) {
-   if( object )
-      held_ = Held{ object, isConst };
+Value::Value( Value const & other ) : kind_( other.kind_ ), isConst_( other.isConst_ ) {
+   switch( kind_ ) {
+   case Kind::nothing:
+      number_ = 0;
+      break;
+   case Kind::boolean:
+      boolean_ = other.boolean_;
+      break;
+   case Kind::real:
+      real_ = other.real_;
+      break;
+   case Kind::number:
+      number_ = other.number_;
+      break;
+   case Kind::text:
+      new( &text_ ) String8( other.text_ );
+      break;
+   case Kind::object:
+      new( &object_ ) Ptr< PtrInterface const >( other.object_ );
+      break;
+   case Kind::list:
+      list_ = other.list_;
+      ++list_->values;
+      break;
+   }
 }
 
-bool Value::boolean() const { return held< bool >( held_, "bool", *this ); }
-double Value::real() const { return held< double >( held_, "double", *this ); }
-unsigned int Value::number() const { return held< unsigned int >( held_, "unsigned int", *this ); }
-String8 const & Value::text() const { return held< String8 >( held_, "text", *this ); }
+Value::Value( Value && other ) noexcept : kind_( other.kind_ ), isConst_( other.isConst_ ) {
+   switch( kind_ ) {
+   case Kind::nothing:
+      number_ = 0;
+      break;
+   case Kind::boolean:
+      boolean_ = other.boolean_;
+      break;
+   case Kind::real:
+      real_ = other.real_;
+      break;
+   case Kind::number:
+      number_ = other.number_;
+      break;
+   case Kind::text:
+      new( &text_ ) String8( std::move( other.text_ ) );
+      break;
+   case Kind::object:
+      new( &object_ ) Ptr< PtrInterface const >( std::move( other.object_ ) );
+      break;
+   case Kind::list:
+      list_ = other.list_;
+      other.kind_ = Kind::nothing;
+      break;
+   }
+}
+
+Value & Value::operator=( Value const & other ) { return *this = Value( other ); }
+
+Value & Value::operator=( Value && other ) noexcept {
+   if( this != &other ) {
+      this->~Value();
+      new( this ) Value( std::move( other ) );
+   }
+   return *this;
+}
+
+Value::~Value() {
+   if( kind_ == Kind::text )
+      text_.~String8();
+   else if( kind_ == Kind::object )
+      object_.~Ptr();
+   else if( kind_ == Kind::list && --list_->values == 0 )
+      delete list_;
+}
+
+void Value::require( Kind kind, char const * expected ) const {
+   if( kind_ != kind )
+      throwRangeException( "the value is no " + String8( expected ) + " but " + typeName() );
+}
+
+bool Value::boolean() const {
+   require( Kind::boolean, "bool" );
+   return boolean_;
+}
+double Value::real() const {
+   require( Kind::real, "double" );
+   return real_;
+}
+unsigned int Value::number() const {
+   require( Kind::number, "unsigned int" );
+   return number_;
+}
+String8 const & Value::text() const {
+   require( Kind::text, "text" );
+   return text_;
+}
 List_ const & Value::list() const {
-   return *held< std::shared_ptr< List_ const > >( held_, "list", *this );
+   require( Kind::list, "list" );
+   return list_->list;
 }
 Ptr< PtrInterface const > const & Value::object() const {
-   return held< Held >( held_, "object", *this ).object;
+   require( Kind::object, "object" );
+   return object_;
 }
-bool Value::isConst() const { return held< Held >( held_, "object", *this ).isConst; }
+bool Value::isConst() const {
+   require( Kind::object, "object" );
+   return isConst_;
+}
 
 Ptr< PtrInterface > Value::mutableObject() const {
-   Held const & h = held< Held >( held_, "object", *this );
+   require( Kind::object, "object" );
    // It came in as a reference to what may be changed.
-   return h.isConst ? Ptr< PtrInterface >() : const_cast< PtrInterface * >( h.object.get() );
+   return isConst_ ? Ptr< PtrInterface >() : const_cast< PtrInterface * >( object_.get() );
 }
 
 Value Value::readOnly() const {
@@ -123,6 +218,24 @@ bool operator==( Value const & a, Value const & b ) {
       break;
    }
    return true;
+}
+
+bool operator==( List_::Entry const & a, List_::Entry const & b ) {
+   return a.name == b.name && a.value == b.value;
+}
+bool operator==( List_ const & a, List_ const & b ) { return a.entries_ == b.entries_; }
+
+List_::List_() = default;
+List_::List_( std::initializer_list< Entry > entries ) : entries_( entries ) {}
+List_::List_( List_ const & other ) = default;
+List_::List_( List_ && other ) noexcept = default;
+List_ & List_::operator=( List_ const & other ) = default;
+List_ & List_::operator=( List_ && other ) noexcept = default;
+List_::~List_() = default;
+
+List_ & List_::add( String8 const & name, Value const & value ) {
+   entries_.push_back( { name, value } );
+   return *this;
 }
 
 Value const * List_::value( String8 const & name ) const {

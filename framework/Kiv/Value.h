@@ -10,9 +10,7 @@
 #include <concepts>
 #include <cstddef>
 #include <initializer_list>
-#include <memory>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace Kiv {
@@ -25,24 +23,29 @@ class KIV_EXPORT Value {
  public:
    enum class Kind { nothing, boolean, real, number, text, object, list };
 
-   Value() = default;
+   Value() : number_( 0 ) {}
    template< std::same_as< bool > T >
-   Value( T value ) : held_( value ) {}
-   Value( double value ) : held_( value ) {}
-   Value( unsigned int value ) : held_( value ) {}
-   Value( String8 const & text ) : held_( text ) {}
-   Value( Name const & text ) : held_( String8( text ) ) {}
-   Value( char const * text ) : held_( String8( text ) ) {}
-   Value( std::string const & text ) : held_( String8( text ) ) {}
+   Value( T value ) : kind_( Kind::boolean ), boolean_( value ) {}
+   Value( double value ) : kind_( Kind::real ), real_( value ) {}
+   Value( unsigned int value ) : kind_( Kind::number ), number_( value ) {}
+   Value( String8 const & text );
+   Value( Name const & text ) : Value( String8( text ) ) {}
+   Value( char const * text ) : Value( String8( text ) ) {}
+   Value( std::string const & text ) : Value( String8( text ) ) {}
    Value( List_ const & list );
+   Value( Value const & other );
+   Value( Value && other ) noexcept;
+   Value & operator=( Value const & other );
+   Value & operator=( Value && other ) noexcept;
+   ~Value();
    // Null is nothing.
    template< std::derived_from< PtrInterface > T >
    Value( Ptr< T > const & object ) : Value( object.get(), false ) {}
    template< std::derived_from< PtrInterface > T >
    Value( Ptr< T const > const & object ) : Value( object.get(), true ) {}
 
-   Kind kind() const { return static_cast< Kind >( held_.index() ); }
-   bool is( Kind k ) const { return kind() == k; }
+   Kind kind() const { return kind_; }
+   bool is( Kind k ) const { return kind_ == k; }
 
    // Each is a range exception for a value of another kind.
    bool boolean() const;
@@ -68,15 +71,23 @@ class KIV_EXPORT Value {
    friend KIV_EXPORT bool operator==( Value const & a, Value const & b );
 
  private:
-   struct Held {
-      Ptr< PtrInterface const > object;
-      bool isConst;
-   };
-   Value( PtrInterface const * object, bool isConst );
+   // Values of one list share it.
+   struct SharedList;
 
-   std::variant< std::monostate, bool, double, unsigned int, String8, Held,
-                 std::shared_ptr< List_ const > >
-      held_;
+   Value( PtrInterface const * object, bool isConst );
+   void require( Kind kind, char const * expected ) const;
+
+   Kind kind_ = Kind::nothing;
+   bool isConst_ = false; // of an object
+   // By hand: half the time that including this header takes would be spent on a std::variant.
+   union {
+      bool boolean_;
+      double real_;
+      unsigned int number_;
+      String8 text_;
+      Ptr< PtrInterface const > object_;
+      SharedList * list_;
+   };
 };
 
 // Named values in order: the arguments of a call, the members of a collection, the parts of an
@@ -86,15 +97,17 @@ class KIV_EXPORT List_ {
    struct Entry {
       String8 name;
       Value value;
-      friend bool operator==( Entry const &, Entry const & ) = default;
+      friend KIV_EXPORT bool operator==( Entry const & a, Entry const & b );
    };
 
-   List_() = default;
-   List_( std::initializer_list< Entry > entries ) : entries_( entries ) {}
-   List_ & add( String8 const & name, Value const & value ) {
-      entries_.push_back( { name, value } );
-      return *this;
-   }
+   List_();
+   List_( std::initializer_list< Entry > entries );
+   List_( List_ const & other );
+   List_( List_ && other ) noexcept;
+   List_ & operator=( List_ const & other );
+   List_ & operator=( List_ && other ) noexcept;
+   ~List_();
+   List_ & add( String8 const & name, Value const & value );
 
    std::size_t size() const { return entries_.size(); }
    bool empty() const { return entries_.empty(); }
@@ -104,7 +117,7 @@ class KIV_EXPORT List_ {
    // The first value of that name; null when there is none. Valid while the list is unchanged.
    Value const * value( String8 const & name ) const;
 
-   friend bool operator==( List_ const &, List_ const & ) = default;
+   friend KIV_EXPORT bool operator==( List_ const & a, List_ const & b );
 
  private:
    std::vector< Entry > entries_;
