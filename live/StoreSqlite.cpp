@@ -11,6 +11,7 @@
 #include <live/Store.h>
 #include <live/detail/StoreFile.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>

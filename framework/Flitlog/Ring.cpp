@@ -16,6 +16,7 @@
 #include <Flitlog/detail/Create.h>
 #include <Flitlog/detail/Format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cassert>

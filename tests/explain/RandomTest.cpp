@@ -5,6 +5,7 @@
 #include "../model/RandomPlan.h"
 #include "ExplainTestSupport.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <map>

@@ -5,6 +5,7 @@
 
 #include <Ordovan/Ordovan.h>
 
+#include <algorithm>
 #include <functional>
 #include <new>
 

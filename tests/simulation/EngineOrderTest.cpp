@@ -2,6 +2,7 @@
 #include "EngineTestSupport.h"
 #include "StartTable.h"
 
+#include <algorithm>
 #include <random>
 
 #include <Kiv/Kiv.h>
