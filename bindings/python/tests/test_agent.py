@@ -555,11 +555,12 @@ class Both:
 class BlockingAgents(Both, Blocking, HubTest):
     def test_run_keeps_the_agent_connected_until_it_is_stopped(self) -> None:
         agent = self.agent(DISK)
-        with Background(agent.run):
-            self.hub.kill()
-            self.hub.start()
-            self.hub.until(lambda: self.hub.names("Join") == ["Join"] * 2)
-            agent.stop()
+        for joins in (2, 3):
+            with Background(agent.run):
+                self.hub.kill()
+                self.hub.start()
+                self.hub.until(lambda: len(self.hub.names("Join")) == joins)
+                agent.stop()
         self.assertTrue(agent.complete("Disk"))
 
     def test_a_stop_before_run_ends_it_at_once(self) -> None:
@@ -606,6 +607,17 @@ class BlockingAgents(Both, Blocking, HubTest):
         self.pump(agent, lambda: len(self.notices) >= 3)
         self.assertEqual(self.notices[-1], ("Net", (True, True)))
 
+    def test_a_poll_does_not_wait_while_there_is_something_to_tell(self) -> None:
+        agent = self.agent(DISK)
+        self.notices.clear()
+        agent.complete("Disk")
+        while not agent._undelivered:
+            agent.note("Disk", "until the change has come in")
+        began = monotonic()
+        agent.poll(PATIENCE)
+        self.assertEqual(self.notices, [("Disk", (True, True))])
+        self.assertLess(monotonic() - began, PATIENCE / 2)
+
     def test_what_a_callback_raises_comes_out_and_nothing_is_lost(self) -> None:
         agent = self.agent(*(Event(name) for name in "abc"), joined=False)
         seen = []
@@ -621,6 +633,18 @@ class BlockingAgents(Both, Blocking, HubTest):
         self.assertEqual(seen, ["a", "b"])
         agent.poll()
         self.assertEqual(seen, ["a", "b", "c"])
+
+    def test_a_with_that_fails_to_begin_closes_the_agent(self) -> None:
+        agent = self.agent(DISK, joined=False)
+
+        def fail(_: Change) -> None:
+            raise ZeroDivisionError
+
+        agent.on_change = fail
+        with self.assertRaises(ZeroDivisionError):
+            with agent:
+                self.fail("it began")
+        self.hub.until(lambda: self.hub.peers == 0)
 
     def test_a_callback_may_use_the_agent(self) -> None:
         agent = self.agent(DISK, NET, joined=False)
@@ -857,6 +881,23 @@ class AsynchronousAgents(Both, Asynchronous, HubTest):
         self.assertEqual([type(one["exception"]) for one in self.loop_errors],
                          [ZeroDivisionError] * 3)
         self.loop_errors.clear()
+
+    def test_a_with_that_is_cancelled_closes_the_agent(self) -> None:
+        self.hub.script["Join"] = ["silent"]
+
+        async def main() -> None:
+            async with ordovan.aio.Agent("A", [DISK], socket=self.path):
+                self.fail("it began")
+
+        async def cancelled() -> None:
+            task = asyncio.create_task(main())
+            await asyncio.sleep(0)
+            task.cancel()
+            with self.assertRaises(asyncio.CancelledError):
+                await task
+
+        self.runner.run(cancelled())
+        self.hub.until(lambda: self.hub.peers == 0)
 
     def test_a_closed_agent_leaves_nothing_to_the_loop(self) -> None:
         agent = self.agent(DISK)
