@@ -147,6 +147,23 @@ TEST_F( Clients, HaveNoRoomWhileTheServerReadsNothing ) {
    EXPECT_EQ( journal.size(), static_cast< std::size_t >( sent ) );
 }
 
+TEST_F( Clients, ThatAreToldOfRoomMayCallAtOnceAndNothingIsLost ) {
+   serve( {} );
+   Varlink::Client one( Varlink::connectedSocket( path ), { .unread = 1000 } );
+   int sent = 0;
+   // Nothing is answered, so nothing but room makes it go on.
+   auto const write = [ & ] {
+      while( sent != 3000 && one.call( "test.example.Echo", { { "a", std::string( 300, 'x' ) } },
+                                       {}, Varlink::Answers::none ) )
+         ++sent;
+   };
+   one.onRoomIs( write );
+   write();
+   turn();
+   EXPECT_EQ( sent, 3000 );
+   EXPECT_EQ( handled, 3000 );
+}
+
 TEST_F( Clients, SendNoCallThatTheServerWouldNotTake ) {
    Varlink::Client one( Varlink::connectedSocket( path ), { .received = 100 } );
    std::size_t const frame =

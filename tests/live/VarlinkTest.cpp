@@ -221,6 +221,28 @@ TEST_F( Calls, AMethodMayDestroyTheServer ) {
    EXPECT_EQ( closed, 0 );
 }
 
+TEST_F( Calls, WhatTheirEndLetsGoOfMayCloseOtherConnectionsOfAServerThatIsDestroyed ) {
+   struct Closes {
+      Ptr< Varlink::Connection > other;
+      ~Closes() { other->close(); }
+   };
+   std::vector< RawPeer > peers;
+   for( int n = 0; n != 3; ++n ) {
+      peers.emplace_back( path );
+      ASSERT_TRUE( peers.back().say( call( "Later" ) ) );
+   }
+   ASSERT_EQ( later.size(), 3U );
+   for( std::size_t n = 0; n != 3; ++n ) {
+      auto const closes = std::make_shared< Closes >();
+      closes->other = later[ ( n + 1 ) % 3 ]->connection();
+      later[ n ]->onGoneIs( [ closes ] {} );
+   }
+   server.reset();
+   EXPECT_EQ( closed, 0 );
+   for( auto & peer : peers )
+      EXPECT_TRUE( peer.closedByOther() );
+}
+
 TEST_F( Calls, AreHandledAndAnsweredAfterThePeerHasEndedItsSide ) {
    RawPeer peer( path );
    ASSERT_TRUE( peer.writeAll( bytes( call( "Later" ) ) + bytes( call( "Echo" ) ) ) );
