@@ -463,6 +463,7 @@ TEST_F( DamagedStore, AnInstantThatWasChangedLostMovedOrAddedIsFound ) {
       "DELETE FROM instant WHERE row = 1",
       "DELETE FROM instant WHERE row = 7; UPDATE instant SET row = row - 1 WHERE row > 7",
       "INSERT INTO instant SELECT row + 40, t + 40, input, sum FROM instant WHERE row = 1",
+      "UPDATE instant SET row = row + 100",
       "UPDATE instant SET t = 'x' WHERE row = 7",
       "UPDATE instant SET t = -t WHERE row = 1" };
    auto const whole = bytesOf( file );

@@ -136,6 +136,14 @@ TEST( Stamp, IsTheLatestThatIsNotInTheFuture ) {
       EXPECT_EQ( microsecondsOf( stampFrom( secondsOf( microseconds ), 0 ) ), microseconds );
 }
 
+// Also of a time so little before a whole microsecond that it is one when it is multiplied.
+TEST( Stamp, IsNeverInTheFuture ) {
+   for( std::int64_t microseconds = 1; microseconds < 100000; ++microseconds ) {
+      auto const before = std::nextafter( secondsOf( microseconds ), 0.0 );
+      ASSERT_EQ( microsecondsOf( stampFrom( before, std::nullopt ) ), microseconds - 1 );
+   }
+}
+
 TEST( Stamp, LiesAfterTheLastInstantAlsoWhereThatWasBetweenTwo ) {
    EXPECT_EQ( stampFrom( 1, 1.0 ), 1.000001 );
    EXPECT_EQ( stampFrom( 1, 5.0000001 ), 5.000001 );
@@ -387,6 +395,7 @@ TEST( Stepping, CountsTheInstantsThatChangedSomething ) {
    EXPECT_EQ( engine.changedSince( 2 ), Lines{ "B" } );
    EXPECT_EQ( engine.changedSince( 1 ), ( Lines{ "A", "B" } ) );
    EXPECT_EQ( engine.changedSince( 3 ), Lines() );
+   EXPECT_EQ( engine.changedSince( 0 ), ( Lines{ "A", "B" } ) ); // each once
 }
 
 TEST( Stepping, EachAttributeThatThereIsToSeeCountsAsAChange ) {
