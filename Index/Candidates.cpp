@@ -112,21 +112,26 @@ void Candidates::passBegins() {
       move( *arrived_.first, seen_ );
    for( Waiting * waiting = seen_.first; waiting; waiting = waiting->next )
       pass_.push_back( waiting );
-   std::sort( pass_.begin(), pass_.end(), []( Waiting const * a, Waiting const * b ) {
+   auto const before = []( Waiting const * a, Waiting const * b ) {
       return standsBefore( a->name, b->name );
-   } );
+   };
+   // As they are in the first pass, where they are many.
+   if( !std::is_sorted( pass_.begin(), pass_.end(), before ) )
+      std::sort( pass_.begin(), pass_.end(), before );
+}
+
+// Where a stage of that name has its turn in what is to come of the pass.
+std::vector< Candidates::Waiting * >::iterator Candidates::turnOf( Text const & name ) {
+   return std::partition_point(
+      pass_.begin() + static_cast< std::ptrdiff_t >( place_ ), pass_.end(),
+      [ & ]( Waiting const * other ) { return standsBefore( other->name, name ); } );
 }
 
 // A stage that becomes a candidate during the pass takes part in it if its turn is still to come.
 void Candidates::takeArrived() {
    while( Waiting * const waiting = arrived_.first ) {
       if( place_ == 0 || standsBefore( last_, waiting->name ) )
-         pass_.insert( std::partition_point(
-                          pass_.begin() + static_cast< std::ptrdiff_t >( place_ ), pass_.end(),
-                          [ & ]( Waiting const * other ) {
-                             return standsBefore( other->name, waiting->name );
-                          } ),
-                       waiting );
+         pass_.insert( turnOf( waiting->name ), waiting );
       move( *waiting, seen_ );
    }
 }
@@ -192,9 +197,11 @@ void Candidates::drop( StageStatus & stage ) noexcept {
    auto const found = waiting_.find( stage.name() );
    if( found == waiting_.end() )
       return;
-   Waiting * const gone = found->second.get();
-   auto const rest = pass_.begin() + static_cast< std::ptrdiff_t >( place_ );
-   pass_.erase( std::remove( rest, pass_.end(), gone ), pass_.end() );
+   Waiting const * const gone = found->second.get();
+   // Most have just had their turn.
+   if( place_ == 0 || standsBefore( last_, gone->name ) )
+      if( auto const turn = turnOf( gone->name ); turn != pass_.end() && *turn == gone )
+         pass_.erase( turn );
    waiting_.erase( found );
 }
 

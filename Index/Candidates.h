@@ -87,6 +87,7 @@ class Candidates final : public StatusIndex {
    bool isSatisfied( Kiv::Text const & stage ) const;
    // Any of the dependencies that are not satisfied; false when all are.
    bool findUnsatisfied( StageStatus const & stage, Kiv::Text & found );
+   std::vector< Waiting * >::iterator turnOf( Kiv::Text const & name );
    void takeArrived();
    void spoil() noexcept;
 

@@ -59,6 +59,7 @@ using KivEventConfig = ConfigSm::KivStageStatus::KivEventConfig;
 
 void ConfigSm::handleAgent() {
    ORDOVAN_TRACE( 8, "void Stage::ConfigSm::handleAgent() AgentDir: " );
+   agentConfig_.reserve( agentDir()->entityPtrs() );
    for( auto i = agentDir()->entityPtrIteratorConst(); i; ++i )
       handleAgent( i.key() );
    // Agents that have left the directory; a reactor may go while we stand on it.
@@ -175,6 +176,7 @@ void ConfigSm::KivStatus::onStage( Name name ) {
 
 void ConfigSm::reconcileStages() {
    Ptr< Status > const watched = status();
+   stageStatus_.reserve( watched->stages() );
    for( auto i = watched->stageIterator(); i; ++i )
       stageStatusIs( i.ptr() );
    for( auto i = stageStatusIterator(); i; ++i )
@@ -260,6 +262,7 @@ void KivStageStatus::reconcileEvents() {
    Ptr< StageStatus > const watched = stage();
    if( !watched )
       return;
+   eventConfig_.reserve( watched->events() );
    for( auto i = watched->eventIteratorConst(); i; ++i )
       eventConfigIs( i.ptr() );
    for( auto i = eventConfigIterator(); i; ++i )
@@ -741,6 +744,8 @@ void StatusSm::handleEnabled() {
       return;
    if( stageEnableSms() == 0 && stageSms() == 0 ) {
       OnException const allOrNone( [ this ] { stageEnableSmDelAll(); } );
+      stageEnableSm_.reserve( stages->stages() );
+      stageSm_.reserve( stages->stages() );
       for( auto i = stages->stageIteratorConst(); i; ++i ) {
          ORDOVAN_TRACE( 8, "Creating Stage Enable Sm for ", i.key() );
          stageEnableSmIs( Ptr< StageStatus const >( i.ptr() ) );
@@ -1014,6 +1019,7 @@ void StageSm::onEventkivImmediate() {
 
 void StageSm::mirrorEvents() {
    Ptr< StageStatus const > const watched = stage();
+   event_.reserve( watched->events() );
    for( auto i = watched->eventIteratorConst(); i; ++i )
       eventIs( i.key(), i.ptr() );
    for( auto i = eventIterator(); i; ++i )

@@ -169,8 +169,9 @@ MapBase::Extent MapBase::extent( std::uint32_t buckets ) const {
    return { end, crowd };
 }
 
-void MapBase::reserve( std::size_t stride ) {
-   std::uint32_t const wanted = size() + 1;
+void MapBase::reserve( std::uint32_t wanted, std::size_t stride ) {
+   if( wanted <= size() )
+      return;
    std::uint32_t buckets = table_ ? table_->buckets : 1;
    bool const one = buckets == 1;
    std::uint32_t slots = 0;

@@ -138,8 +138,8 @@ class KIV_EXPORT MapBase {
       return static_cast< std::uint32_t >( static_cast< std::size_t >( bytes ) / stride - 1 );
    }
 
-   // Makes room for one more member. Throws std::bad_alloc and has then changed nothing.
-   void reserve( std::size_t stride );
+   // Makes room for so many members in all. Throws std::bad_alloc and has then changed nothing.
+   void reserve( std::uint32_t members, std::size_t stride );
    // Makes a place for a new member, with a copy of its key. The value's bytes are the caller's to
    // fill. REQUIRES: room was made, and the key is absent. Ends the process otherwise.
    std::uint32_t insert( Text const & key, std::size_t stride ) noexcept;
@@ -316,7 +316,10 @@ class HashMap : public detail::MapBase {
    }
    // Makes room for one more member, which insert() then adds without fail. Throws std::bad_alloc
    // and has then changed nothing. REQUIRES, for insert(): the key is absent.
-   void reserve() { MapBase::reserve( stride ); }
+   void reserve() { reserve( size() + 1 ); }
+   // The same for so many members in all. For who is about to add many in the order of a walk: they
+   // would stand close together while the map grows, in runs that have to be searched.
+   void reserve( std::uint32_t members ) { MapBase::reserve( members, stride ); }
    void insert( K const & key, Value value ) noexcept {
       std::uint32_t const place = MapBase::insert( key, stride );
       new( &valueIn( table_, place ) ) Value( std::move( value ) );

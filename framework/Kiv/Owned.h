@@ -121,6 +121,9 @@ class OwnedByKey {
    // For iterators: `return { this, parts_ };`.
    operator Map const &() const { return map_; }
 
+   // Room for so many in all; for who makes many in the order of a walk (HashMap::reserve()).
+   void reserve( std::uint32_t reactors ) { map_.reserve( reactors ); }
+
    // Makes the reactor by `make()`, stores it and calls `stored( r )`; or lets the one there is
    // watch `object`. Returns it.
    template< class Object, class Make, class Stored >

@@ -440,6 +440,39 @@ TEST( HashMap, NeedsNoMemoryForAMemberForWhichRoomWasMade ) {
    }
 }
 
+TEST( HashMap, IsMadeOnceForAllForWhichRoomWasMade ) {
+   for( std::uint32_t const count : { 1U, 8U, 9U, 100U, 1000U } ) {
+      Map grown;
+      fill( grown, static_cast< int >( count ) );
+      Map map;
+      map.reserve( count );
+      EXPECT_EQ( map.size(), 0U );
+      std::uint32_t const buckets = map.buckets();
+      EXPECT_EQ( buckets, grown.buckets() ) << "as many as it would have anyway";
+      // In the order of a walk, which is the hardest.
+      for( auto i = grown.iterator(); i; ++i ) {
+         map.memberIs( i.key(), i.value() );
+         EXPECT_EQ( map.buckets(), buckets );
+      }
+      map.reserve( count / 2 );
+      EXPECT_EQ( map.buckets(), buckets );
+      expectInvariants( map );
+      EXPECT_EQ( keysOf( map ), keysOf( grown ) );
+   }
+}
+
+TEST( HashMap, ForWhichRoomCannotBeMadeStaysAsItIs ) {
+   Map map;
+   fill( map, 5 );
+   std::uint32_t const buckets = map.buckets();
+   testing_support::Memory memory;
+   memory.failAfter( 0 );
+   EXPECT_THROW( map.reserve( 100 ), std::bad_alloc );
+   EXPECT_EQ( map.size(), 5U );
+   EXPECT_EQ( map.buckets(), buckets );
+   expectInvariants( map );
+}
+
 TEST( HashMap, ThatCannotShrinkForLackOfMemoryStaysAsItIs ) {
    Map map;
    fill( map, 64 );
