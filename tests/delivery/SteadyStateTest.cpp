@@ -171,6 +171,7 @@ TEST_F( Bursts, AreForgottenAfterAFewQuietTurns ) {
 }
 
 TEST_F( Bursts, AreGivenBackWhenNothingWaitsForAReactorThatIsOffAnyMore ) {
+   burst(); // what is made once, at the first key, is there
    quietForLong();
    testing_support::Memory memory;
    reactors.front()->hasNotificationActiveIs( false );
@@ -179,7 +180,7 @@ TEST_F( Bursts, AreGivenBackWhenNothingWaitsForAReactorThatIsOffAnyMore ) {
    reactors.front()->hasNotificationActiveIs( true );
    quietForLong();
    EXPECT_LE( memory.allocations() - memory.releases(), 1U );
-   EXPECT_EQ( reactors.front()->calls, 2U );
+   EXPECT_EQ( reactors.front()->calls, 4U );
 }
 
 TEST( SteadyState, ArmingAndFiringTimersAllocatesNothing ) {
